@@ -1,0 +1,37 @@
+# Compiler and linker flags of every target of this project, as one INTERFACE target: warnings as errors, hidden
+# visibility, hardening, and the instrumentation that a preset asks for.
+
+set(NIMAUTH_SANITIZE "" CACHE STRING "Sanitizers to build with: empty, 'address,undefined' or 'thread'")
+option(NIMAUTH_COVERAGE "Build with gcov instrumentation" OFF)
+option(NIMAUTH_WERROR "Treat warnings as errors" ON)
+
+add_library(nimauth_build_flags INTERFACE)
+
+target_compile_options(nimauth_build_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wundef -Wvla
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi>
+    $<$<BOOL:${NIMAUTH_WERROR}>:-Werror>
+    -fstack-protector-strong)
+
+target_link_options(nimauth_build_flags INTERFACE
+    LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack LINKER:--as-needed)
+
+if(NIMAUTH_SANITIZE)
+    target_compile_options(nimauth_build_flags INTERFACE
+        -fsanitize=${NIMAUTH_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(nimauth_build_flags INTERFACE -fsanitize=${NIMAUTH_SANITIZE})
+    if(NIMAUTH_SANITIZE MATCHES "undefined")
+        # Type information is matched by name across shared objects, so that the checks work with plug-ins too.
+        target_compile_options(nimauth_build_flags INTERFACE -fno-sanitize=vptr,function)
+    endif()
+else()
+    target_link_options(nimauth_build_flags INTERFACE LINKER:-z,defs)
+    if(NOT NIMAUTH_COVERAGE)
+        target_compile_options(nimauth_build_flags INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    endif()
+endif()
+
+if(NIMAUTH_COVERAGE)
+    target_compile_options(nimauth_build_flags INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(nimauth_build_flags INTERFACE --coverage)
+endif()
