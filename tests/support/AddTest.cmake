@@ -1,25 +1,38 @@
-# nimauth_add_test(<name> RING <ring> SOURCES <file>... [LIBRARIES <target>...] [PRIVATE_ROOT [<option>...]])
+# nimauth_add_test(<name> RING <ring> SOURCES <file>... [LIBRARIES <target>...] [PRIVATE_ROOT | STAGED]
+#                  [ROOT_OPTIONS <option>...])
 #
-# Builds the GoogleTest program <name> and registers it as one ctest test with the label <ring>. With PRIVATE_ROOT it
-# runs inside scripts/private-root, with the given options for that script, so that /etc/nimbrel, /usr/libexec/nimauth,
-# /var/lib/nimbrel, /etc/hosts, /etc/resolv.conf, /dev/log and the host name are its own.
+# Builds the GoogleTest program <name> and registers it as one ctest test with the label <ring>.
+#
+#   PRIVATE_ROOT  runs it inside scripts/private-root, so that /etc/nimbrel, /usr/libexec/nimauth, /var/lib/nimbrel,
+#                 /etc/hosts, /etc/resolv.conf, /dev/log and the host name are its own
+#   STAGED        the same, with the installed tree laid over the private root: the shipped library, plug-ins, tool and
+#                 configuration files lie at their real absolute paths
+#   ROOT_OPTIONS  further options for scripts/private-root
+#
+# Build trees are shown at their own path inside a private root.
 function(nimauth_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "RING" "SOURCES;LIBRARIES;PRIVATE_ROOT")
-    if(NOT arg_RING)
-        message(FATAL_ERROR "nimauth_add_test(${name}): RING is missing")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_ROOT;STAGED" "RING" "SOURCES;LIBRARIES;ROOT_OPTIONS")
+    if(NOT arg_RING OR NOT arg_SOURCES OR arg_UNPARSED_ARGUMENTS)
+        message(FATAL_ERROR "nimauth_add_test(${name}): RING or SOURCES missing, or unknown: ${arg_UNPARSED_ARGUMENTS}")
     endif()
     add_executable(${name} ${arg_SOURCES})
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/tests")
     target_link_libraries(${name} PRIVATE nimauth_build_flags ${arg_LIBRARIES} GTest::gmock_main)
 
     set(command $<TARGET_FILE:${name}>)
-    if(arg_PRIVATE_ROOT OR "PRIVATE_ROOT" IN_LIST arg_KEYWORDS_MISSING_VALUES)
-        set(command "${PROJECT_SOURCE_DIR}/scripts/private-root" --bind "${PROJECT_BINARY_DIR}"
-            --bind-ro "${PROJECT_SOURCE_DIR}" ${arg_PRIVATE_ROOT} -- $<TARGET_FILE:${name}>)
+    if(arg_STAGED)
+        set(stage --stage "${NIMAUTH_STAGE}")
+    endif()
+    if(arg_PRIVATE_ROOT OR arg_STAGED)
+        set(command "${PROJECT_SOURCE_DIR}/scripts/private-root" ${stage} --bind-ro "${PROJECT_SOURCE_DIR}"
+            --bind "${PROJECT_BINARY_DIR}" ${arg_ROOT_OPTIONS} -- $<TARGET_FILE:${name}>)
     endif()
     add_test(NAME ${name} COMMAND ${command})
     set_tests_properties(${name} PROPERTIES LABELS ${arg_RING} TIMEOUT 300
         ENVIRONMENT "${NIMAUTH_SANITIZER_ENVIRONMENT}")
+    if(arg_STAGED)
+        set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED staged)
+    endif()
 endfunction()
 
 # Leaks that are wanted are named one by one in the suppression file; everything else ends the test.
@@ -32,3 +45,9 @@ if(NIMAUTH_SANITIZE MATCHES "address")
 elseif(NIMAUTH_SANITIZE MATCHES "thread")
     set(NIMAUTH_SANITIZER_ENVIRONMENT "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1")
 endif()
+
+# The installed tree, made by the test `staged_tree` for all that need it.
+set(NIMAUTH_STAGE "${PROJECT_BINARY_DIR}/stage")
+add_test(NAME staged_tree
+    COMMAND "${CMAKE_COMMAND}" -E env "DESTDIR=${NIMAUTH_STAGE}" "${CMAKE_COMMAND}" --install "${PROJECT_BINARY_DIR}")
+set_tests_properties(staged_tree PROPERTIES LABELS "system;install" FIXTURES_SETUP staged)
