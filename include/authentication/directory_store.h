@@ -154,7 +154,12 @@ class NIMAUTH_EXPORT ActiveDirectoryStore : public DirectoryStore {
     static pthread_mutex_t _lock;  // guards `_asyncRequests`; never held while waiting or calling the provider
 
  private:
-    int _timeout;
+    class RequestEnd;
+
+    template <typename Body>
+    static void RunBody(const std::string& key, const Body& body);
+
+    int _timeout;  // seconds
     Provider _provider;
 };
 

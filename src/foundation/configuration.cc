@@ -1,0 +1,106 @@
+#include "authentication/configuration.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "authentication/atomic_file_stream.h"
+#include "authentication/exceptions.h"
+#include "foundation/line_reader.h"
+
+namespace nimbrel::authentication {
+namespace {
+
+constexpr std::string_view kBlanks = " \t";
+
+bool IsQuote(char character) { return character == '"' || character == '\''; }
+
+// One cleaned field: outer blanks gone, then one pair of like quotes. A field of blanks only stays as it is: only fields
+// with content are trimmed.
+std::string_view CleanField(std::string_view raw, int lineNumber) {
+    const std::size_t first = raw.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos) return raw;
+    const std::size_t last = raw.find_last_not_of(kBlanks);
+
+    if (first == last) {
+        if (IsQuote(raw[first])) {
+            // "at line" here and "on line" for a missing '=': clients match on both texts.
+            throw ConfigurationError("Error parsing configuration at line " + std::to_string(lineNumber) +
+                                     ": invalid quoting");
+        }
+        return raw.substr(first, 1);
+    }
+    if (IsQuote(raw[first]) && raw[last] == raw[first]) return raw.substr(first + 1, last - first - 1);
+    return raw.substr(first, last - first + 1);
+}
+
+std::pair<std::string_view, std::string_view> SplitLine(std::string_view line, int lineNumber) {
+    const std::size_t delimiter = line.find('=');
+    if (delimiter == std::string_view::npos) {
+        throw ConfigurationError("Error parsing configuration on line " + std::to_string(lineNumber) +
+                                 ": no delimiter found");
+    }
+    const std::string_view key = CleanField(line.substr(0, delimiter), lineNumber);
+    return {key, CleanField(line.substr(delimiter + 1), lineNumber)};
+}
+
+// Adds the pair unless the key is there. Most files are in key order, as `Write` leaves them, so the end is tried first.
+void AddUnlessPresent(std::map<std::string, std::string>& settings, std::string_view key, std::string_view value) {
+    if (settings.empty() || std::prev(settings.end())->first < key) {
+        settings.emplace_hint(settings.end(), key, value);
+    } else {
+        settings.try_emplace(std::string(key), value);
+    }
+}
+
+void ThrowIfFailed(const AtomicFileStream& stream, const std::string& path, int error) {
+    if (!stream) throw IOError("Unable to write '" + path + "': " + std::strerror(error));
+}
+
+}  // namespace
+
+std::pair<std::string, std::string> GetKeyValuePair(const std::string& line, int lineNumber) {
+    const auto [key, value] = SplitLine(line, lineNumber);
+    return {std::string(key), std::string(value)};
+}
+
+Configuration::Configuration(const std::string& path) : _path(path) {
+    LineReader reader(path);
+    std::string_view line;
+    for (int lineNumber = 1; reader.Next(line); ++lineNumber) {
+        if (line.find_first_not_of(kBlanks) == std::string_view::npos) continue;
+        const auto [key, value] = SplitLine(line, lineNumber);
+        AddUnlessPresent(*this, key, value);
+    }
+}
+
+Configuration::~Configuration() = default;
+
+const std::string& Configuration::operator[](const std::string& key) const {
+    const auto entry = find(key);
+    if (entry == end()) throw InvalidKeyException(key);
+    return entry->second;
+}
+
+std::string& Configuration::operator[](const std::string& key) {
+    const auto entry = find(key);
+    if (entry == end()) throw InvalidKeyException(key);
+    return entry->second;
+}
+
+void Configuration::Write() const {
+    errno = 0;
+    AtomicFileStream stream(_path.c_str(), std::ios_base::out);
+    std::string line;
+    for (auto entry = begin(); entry != end() && stream; ++entry) {
+        line.assign(entry->first).append(" = \"").append(entry->second).append("\"\n");
+        stream.write(line.data(), static_cast<std::streamsize>(line.size()));
+        stream.flush();
+    }
+    // A torn file must never replace a whole one: on a full disk the old settings stay.
+    ThrowIfFailed(stream, _path, errno);
+    stream.Commit();
+    ThrowIfFailed(stream, _path, errno);
+}
+
+}  // namespace nimbrel::authentication

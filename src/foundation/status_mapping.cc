@@ -1,0 +1,96 @@
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+
+#include "authentication/exceptions.h"
+
+namespace nimbrel::authentication {
+namespace {
+
+using Thrower = void (*)();
+
+// One thrower per class, out of line: dozens of throw sites inside one function would slow every one of them.
+template <typename T>
+[[noreturn]] void ThrowClass() {
+    throw T();
+}
+
+struct MappedStatus {
+    std::uint32_t status;
+    Thrower thrower;
+};
+
+// Ascending, for the binary search. Status 0 shares the class of status 2 on purpose: whoever maps a status has found
+// a failure already, so 0 is not success here.
+constexpr MappedStatus kMappedStatuses[] = {
+    {0, ThrowClass<FileNotFoundException>},
+    {2, ThrowClass<FileNotFoundException>},
+    {5, ThrowClass<AccessDeniedException>},
+    {8, ThrowClass<NotEnoughMemoryException>},
+    {86, ThrowClass<InvalidPasswordException>},
+    {87, ThrowClass<InvalidParameterException>},
+    {120, ThrowClass<CallNotImplementedException>},
+    {267, ThrowClass<DirectoryException>},
+    {609, ThrowClass<BadDLLEntryPointException>},
+    {1002, ThrowClass<InvalidMessageException>},
+    {1060, ThrowClass<ServiceDoesNotExistException>},
+    {1061, ThrowClass<ServiceCannotAcceptControlException>},
+    {1062, ThrowClass<ServiceNotActiveException>},
+    {1064, ThrowClass<ExceptionInServiceException>},
+    {1067, ThrowClass<ProcessAbortedException>},
+    {1201, ThrowClass<ConnectionUnavailableException>},
+    {1209, ThrowClass<InvalidGroupNameException>},
+    {1210, ThrowClass<InvalidComputerNameException>},
+    {1212, ThrowClass<InvalidDomainNameException>},
+    {1213, ThrowClass<InvalidServiceNameException>},
+    {1214, ThrowClass<InvalidNetNameException>},
+    {1215, ThrowClass<InvalidShareNameException>},
+    {1216, ThrowClass<InvalidPasswordNameException>},
+    {1222, ThrowClass<NoNetworkException>},
+    {1225, ThrowClass<ConnectionRefusedException>},
+    {1229, ThrowClass<ConnectionInvalidException>},
+    {1311, ThrowClass<NoLogonServersException>},
+    {1315, ThrowClass<InvalidAccountNameException>},
+    {1317, ThrowClass<NoSuchUserException>},
+    {1324, ThrowClass<IllFormedPasswordException>},
+    {1325, ThrowClass<PasswordRestrictionException>},
+    {1326, ThrowClass<LogonFailureException>},
+    {1330, ThrowClass<PasswordExpiredException>},
+    {1331, ThrowClass<AccountDisabledException>},
+    {1355, ThrowClass<NoSuchDomainException>},
+    {1359, ThrowClass<InternalErrorException>},
+    {1398, ThrowClass<TimeSkewException>},
+    {1575, ThrowClass<NoSuchGroupException>},
+    {1703, ThrowClass<RPCSProtocolSequenceNotSupportedException>},
+    {1786, ThrowClass<NoTrustLSASecretException>},
+    {1787, ThrowClass<NoTrustSAMAccountException>},
+    {1791, ThrowClass<RPCSCallInProgressException>},
+    {1810, ThrowClass<DomainTrustInconsistentException>},
+    {2138, ThrowClass<WkstaNotStartedException>},
+    {2691, ThrowClass<SetupAlreadyJoinedException>},
+    {2695, ThrowClass<InvalidWorkgroupNameException>},
+    {10060, ThrowClass<WSATimedOutException>},
+};
+
+static_assert(std::is_sorted(std::begin(kMappedStatuses), std::end(kMappedStatuses),
+                             [](const MappedStatus& a, const MappedStatus& b) { return a.status < b.status; }));
+
+// Two statuses at the top of the range that providers use for failures of their own.
+constexpr std::uint32_t kProviderFailure = 0xFFFF0000;
+constexpr std::uint32_t kLastProviderFailure = 0xFFFF0001;
+
+}  // namespace
+
+void ThrowMappedException(unsigned int status) {
+    if (status == kLastProviderFailure) throw UnknownException(kLastProviderFailure);
+    if (status > kLastProviderFailure) throw UnknownException(status);
+    if (status == kProviderFailure) throw UnknownException(kProviderFailure);
+
+    const auto* const mapped =
+        std::lower_bound(std::begin(kMappedStatuses), std::end(kMappedStatuses), status,
+                         [](const MappedStatus& entry, std::uint32_t wanted) { return entry.status < wanted; });
+    if (mapped != std::end(kMappedStatuses) && mapped->status == status) mapped->thrower();
+    throw UnknownException(status);
+}
+
+}  // namespace nimbrel::authentication
