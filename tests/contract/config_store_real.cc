@@ -1,0 +1,11 @@
+// The SQLite store behind its public interface, at its real path.
+
+#include "config_store_contract.h"
+
+struct RealStore {
+    static std::shared_ptr<ConfigStore> Reopen(const std::string& namespaceName) {
+        return ConfigStore::GetStore(namespaceName);
+    }
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Sqlite, ConfigStoreContract, RealStore);
