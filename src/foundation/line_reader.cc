@@ -24,7 +24,7 @@ int Open(const std::string& path) {
 
 // The buffer is made first: if it cannot be, no descriptor is left open.
 LineReader::LineReader(const std::string& path)
-    : _path(path), _descriptor(-1), _capacity(kInitialCapacity), _buffer(new char[kInitialCapacity]) {
+    : _path(path), _capacity(kInitialCapacity), _buffer(new char[kInitialCapacity]) {
     _descriptor = Open(path);
 }
 

@@ -30,7 +30,7 @@ class LineReader {
     bool Fill();
 
     std::string _path;
-    int _descriptor;
+    int _descriptor = -1;
     std::size_t _capacity;
     std::unique_ptr<char[]> _buffer;
     std::size_t _begin = 0;  // the unread rest is [_begin, _end)
