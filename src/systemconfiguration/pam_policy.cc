@@ -1,0 +1,117 @@
+#include "systemconfiguration/pam_policy.h"
+
+#include <algorithm>
+#include <cctype>
+#include <istream>
+#include <utility>
+
+#include "systemconfiguration/names.h"
+#include "systemconfiguration/pam_entry_reader.h"
+#include "systemconfiguration/pam_names.h"
+#include "systemconfiguration/stream_access.h"
+
+namespace SystemConfiguration {
+namespace {
+
+// Reads the next comment, or the next rule into its stack, one word after the other.
+void ReadNextByWords(std::istream& stream, PAMPolicy& policy) {
+    while (std::isspace(stream.peek()) != 0) stream.get();
+    // The end of the input is found by looking past it a second time, which leaves failbit beside eofbit.
+    const int next = stream.peek();
+    if (next == '#') {
+        std::string comment;
+        std::getline(stream, comment);
+    } else if (next != std::istream::traits_type::eof()) {
+        PAMFacility facility;
+        stream >> facility;
+        PAMEntry entry;
+        stream >> entry;
+        policy[facility].push_back(std::move(entry));
+    }
+}
+
+// The stacks that have been filled so far, found without a look-up in the policy's map.
+class StackFinder {
+ public:
+    explicit StackFinder(PAMPolicy& policy) : _policy(policy) {}
+
+    PAMStack& operator[](PAMFacility::Facility facility) {
+        PAMStack*& stack = _stacks[static_cast<std::size_t>(facility)];
+        if (stack == nullptr) stack = &_policy[facility];
+        return *stack;
+    }
+
+ private:
+    PAMPolicy& _policy;
+    PAMStack* _stacks[PAMFacility::Session + 1] = {};
+};
+
+// One line, without its '\n', that starts at a word. False if it is not a whole rule in itself.
+bool ReadRule(std::string_view line, StackFinder& stacks) {
+    Words words(line);
+    const auto* const facility = FindName(kFacilityNames, words.Next());
+    if (facility == nullptr) return false;
+    PAMEntry entry;
+    if (!PAMEntryReader::ReadLine(line.substr(words.Position()), entry)) return false;
+    stacks[facility->value].push_back(std::move(entry));
+    return true;
+}
+
+// Reads the comments and rules that lie whole in `lines` and returns how many characters they take. Stops before a line
+// that must be read word by word: one that the next line completes, or that throws.
+std::size_t ReadWholeLines(std::string_view lines, StackFinder& stacks) {
+    std::size_t position = 0;
+    for (;;) {
+        while (position < lines.size() && IsSpace(lines[position])) ++position;
+        if (position == lines.size()) return position;
+        const std::size_t end = lines.find('\n', position);
+        if (lines[position] != '#' && !ReadRule(lines.substr(position, end - position), stacks)) return position;
+        position = end + 1;
+    }
+}
+
+}  // namespace
+
+PAMEntry::PAMEntry(PAMControl control, std::string module) : _control(std::move(control)), _module(std::move(module)) {}
+
+bool PAMEntry::operator==(const PAMEntry& other) const {
+    return static_cast<PAMControl::Control>(_control) == static_cast<PAMControl::Control>(other._control) &&
+           _module == other._module && _parameters == other._parameters;
+}
+
+std::istream& operator>>(std::istream& stream, PAMEntry& entry) {
+    PAMEntryReader::ReadWords(stream, entry);
+    return stream;
+}
+
+PAMStack::PAMStack(const PAMFacility& facility) : _facility(facility) {}
+
+PAMStack::iterator PAMStack::find(const std::string& module) {
+    return std::find_if(begin(), end(), [&](const PAMEntry& entry) { return entry.module() == module; });
+}
+
+PAMStack::const_iterator PAMStack::find(const std::string& module) const {
+    return std::find_if(begin(), end(), [&](const PAMEntry& entry) { return entry.module() == module; });
+}
+
+PAMPolicy::PAMPolicy(const std::string& name) : _name(name) {}
+PAMPolicy::~PAMPolicy() = default;
+
+PAMStack& PAMPolicy::operator[](PAMFacility facility) {
+    return _stacks.try_emplace(facility, PAMStack(facility)).first->second;
+}
+
+std::istream& operator>>(std::istream& stream, PAMPolicy& policy) {
+    const bool plain = IsClassicLocale() && HasPlainSettings(stream) && stream.rdbuf() != nullptr;
+    StackFinder stacks(policy);
+    while (!stream.fail()) {
+        if (plain && stream.good()) {
+            const std::string_view lines = GetArea::WholeLines(*stream.rdbuf());
+            GetArea::Consume(*stream.rdbuf(), ReadWholeLines(lines, stacks));
+        }
+        ReadNextByWords(stream, policy);
+    }
+    return stream;
+}
+
+}  // namespace SystemConfiguration
