@@ -129,6 +129,30 @@ class NIMAUTH_EXPORT ActiveDirectoryStore : public DirectoryStore {
     // Leaves with credentials, as far as the directory goes: the stored domain settings stay.
     void PartDomain(const Credentials& credentials);
 
+    // Joins the domain of the authentication proxy at the IPv4 address `proxyAddress`, which creates the computer
+    // account; the host never holds a domain user's password. The account goes to `organizationalUnit`, or where the
+    // service puts it if that is empty. Whether the proxy's certificate must be the imported one is decided by the host's
+    // advanced option UserVars.ActiveDirectoryVerifyAPXCertificate, 0 or 1. Stores the settings and leaves again as
+    // `JoinDomain` does; an account that the proxy has created stays, whatever fails later.
+    //
+    // Blocks for as long as proxy and provider take. Throws `InvalidIPAddressException`,
+    // `InvalidVerifyAPXCertificateOptionException`, `InvalidHostNameException`, `InvalidAPXProxyProviderException`,
+    // `InvalidThumbprintStoreException` (nothing imported), what `APXProxy` throws, the provider's exception, or
+    // `OrbConfigStore::ConfigStoreException` after leaving again. Nothing is stored before the join has succeeded.
+    void JoinDomainWithAPX(const std::string& proxyAddress, const std::string& organizationalUnit,
+                           bool skipHostnameCheck);
+
+    // The DNS name of the domain that the proxy at this IPv4 address serves. Its certificate is not verified.
+    std::string GetDomainForAPXService(const std::string& proxyAddress);
+
+    // Trusts the proxy whose certificate this is, PEM text, and stores it with its SHA-1 thumbprint in place of the one
+    // before. The second form reads the text from a file; its second argument is ignored.
+    //
+    // Throws `InvalidCertificateException`, `FileNotFoundException` for a file that cannot be opened, or
+    // `OrbConfigStore::ConfigStoreException`.
+    void ImportCertificateForAPX(const std::string& certificate);
+    void ImportCertificateForAPX(const std::string& certificateFile, const std::string& ignored);
+
  protected:
     using Provider = std::shared_ptr<const ActiveDirectoryProvider>;
 
@@ -155,6 +179,10 @@ class NIMAUTH_EXPORT ActiveDirectoryStore : public DirectoryStore {
 
  private:
     class RequestEnd;
+
+    // Stores what was joined, or leaves again.
+    void StoreDomainSettings(const std::string& domainName, const std::string& organizationalUnit,
+                             const std::string& proxyAddress) const;
 
     template <typename Body>
     static void RunBody(const std::string& key, const Body& body);

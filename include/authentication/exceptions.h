@@ -146,6 +146,14 @@ class NIMAUTH_EXPORT InvalidActiveDirectoryProviderException final : public Exce
     NIMAUTH_EXCEPTION_MEMBERS(InvalidActiveDirectoryProviderException)
 };
 
+// "The specified APXProxy provider '<name>' is invalid", with ": <detail>" when there is one.
+class NIMAUTH_EXPORT InvalidAPXProxyProviderException final : public Exception {
+ public:
+    explicit InvalidAPXProxyProviderException(const std::string& name);
+    InvalidAPXProxyProviderException(const std::string& name, const std::string& detail);
+    NIMAUTH_EXCEPTION_MEMBERS(InvalidAPXProxyProviderException)
+};
+
 // A plain class whose message is built around one text.
 #define NIMAUTH_PLAIN_EXCEPTION(Class, argument)          \
     class NIMAUTH_EXPORT Class final : public Exception { \
@@ -154,8 +162,6 @@ class NIMAUTH_EXPORT InvalidActiveDirectoryProviderException final : public Exce
         NIMAUTH_EXCEPTION_MEMBERS(Class)                  \
     };
 
-// "The specified APXProxy provider '<name>' is invalid"
-NIMAUTH_PLAIN_EXCEPTION(InvalidAPXProxyProviderException, name)
 // "The specified thumbprint store '<name>' is invalid"
 NIMAUTH_PLAIN_EXCEPTION(InvalidThumbprintStoreException, name)
 // "The specified key '<key>' was not found in this configuration"

@@ -55,8 +55,13 @@ void ActiveDirectoryStore::JoinDomain(const std::string& domain, const Credentia
     const auto [domainName, organizationalUnit] = SplitDomainArgument(domain);
     if (!skipHostnameCheck) SanitiseHostnameForDomain(domainName);
     _provider->JoinDomain(domainName, organizationalUnit, credentials);
+    StoreDomainSettings(domainName, organizationalUnit, "");
+}
+
+void ActiveDirectoryStore::StoreDomainSettings(const std::string& domainName, const std::string& organizationalUnit,
+                                               const std::string& proxyAddress) const {
     try {
-        ActiveDirectoryConfigStore().StoreDomainInfo(domainName, organizationalUnit, "");
+        ActiveDirectoryConfigStore().StoreDomainInfo(domainName, organizationalUnit, proxyAddress);
     } catch (const ConfigStoreException& error) {
         // Leave again: membership and stored settings must agree.
         NimauthSyslog(LOG_ERR, "Failed to store domain details to Config Store: %s.Leaving Domain...", error.what());

@@ -4,25 +4,11 @@
 
 #include <sstream>
 
+#include "activedirectory/plugin_file.h"
 #include "authentication/exceptions.h"
 
 namespace nimbrel::authentication {
 namespace {
-
-constexpr const char* kPluginFolder = "/usr/libexec/nimauth/";
-
-// Opens a plug-in, the 64-bit folder first. The loader's text of the second attempt is the one reported.
-void* OpenPlugin(const std::string& name) {
-    const std::string file = "lib" + name + ".so";
-    dlerror();
-    if (void* library = dlopen((kPluginFolder + std::string("lib64/") + file).c_str(), RTLD_LAZY | RTLD_GLOBAL)) {
-        return library;
-    }
-    dlerror();
-    if (void* library = dlopen((kPluginFolder + file).c_str(), RTLD_LAZY | RTLD_GLOBAL)) return library;
-    const char* const text = dlerror();
-    throw IOError("Unable to open provider: " + std::string(text != nullptr ? text : ""));
-}
 
 // The loader's text for a missing symbol, taken before the library is closed.
 [[noreturn]] void RefuseForMissingSymbol(void* library, const std::string& name) {
@@ -42,7 +28,8 @@ std::list<std::string> SplitWords(const char* text) {
 
 }  // namespace
 
-ActiveDirectoryProvider::ActiveDirectoryProvider(const std::string& name) : _library(OpenPlugin(name)) {
+ActiveDirectoryProvider::ActiveDirectoryProvider(const std::string& name)
+    : _library(OpenPluginFile(name, "Unable to open provider: ")) {
     _metadata = static_cast<const NimauthProviderMetadata*>(dlsym(_library, "ActiveDirectoryClientMetadata"));
     if (_metadata == nullptr) RefuseForMissingSymbol(_library, name);
 

@@ -95,7 +95,6 @@ NIMAUTH_CODED_EXCEPTION(SetupAlreadyJoinedException, 2691, "This machine is alre
 NIMAUTH_CODED_EXCEPTION(InvalidWorkgroupNameException, 2695, "The specified workgroup name is invalid.")
 NIMAUTH_CODED_EXCEPTION(WSATimedOutException, 10060, "A connection attempt failed because the connected party did not properly respond after a period of time, or established connection failed because connected host has failed to respond.")
 
-NIMAUTH_PLAIN_EXCEPTION(InvalidAPXProxyProviderException, name, "The specified APXProxy provider '" + name + "' is invalid")
 NIMAUTH_PLAIN_EXCEPTION(InvalidThumbprintStoreException, name, "The specified thumbprint store '" + name + "' is invalid")
 NIMAUTH_PLAIN_EXCEPTION(InvalidKeyException, key, "The specified key '" + key + "' was not found in this configuration")
 NIMAUTH_PLAIN_EXCEPTION(UnknownRemoteAuthenticationStoreException, name, "The specified store '" + name + "' is unknown")
@@ -123,5 +122,11 @@ InvalidActiveDirectoryProviderException::InvalidActiveDirectoryProviderException
                                                                                  const std::string& detail)
     : Exception("The specified Active Directory provider '" + name + "' is invalid: " + detail) {}
 NIMAUTH_EXCEPTION_MEMBERS(InvalidActiveDirectoryProviderException)
+
+InvalidAPXProxyProviderException::InvalidAPXProxyProviderException(const std::string& name)
+    : Exception("The specified APXProxy provider '" + name + "' is invalid") {}
+InvalidAPXProxyProviderException::InvalidAPXProxyProviderException(const std::string& name, const std::string& detail)
+    : Exception("The specified APXProxy provider '" + name + "' is invalid: " + detail) {}
+NIMAUTH_EXCEPTION_MEMBERS(InvalidAPXProxyProviderException)
 
 }  // namespace nimbrel::authentication
