@@ -1,8 +1,9 @@
 // The objects and ids of the store, which are the same code in the real library and in the twin.
 
 #include <type_traits>
+#include <vector>
 
-#include "config_store_contract.h"
+#include "config_store.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 
-#include "database.h"
 #include "schema.h"
 #include "unique_fd.h"
 
@@ -22,6 +22,15 @@ std::string FolderOf(const std::string& path) {
     const auto slash = path.rfind('/');
     if (slash == std::string::npos) return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// 0 for a missing file.
+std::int64_t SizeOf(const std::string& path, const Activity& activity) {
+    struct stat status = {};
+    if (stat(path.c_str(), &status) == 0) return status.st_size;
+    const int error = errno;
+    if (error != ENOENT) activity.FailWithSystemError(error);
+    return 0;
 }
 
 void SyncFolder(const std::string& folder, const Activity& activity) {
@@ -88,6 +97,12 @@ bool CheckDatabaseFile(const std::string& path, const Activity& activity) {
     if (status.st_size == 0) activity.Fail("the file is empty, its contents were lost; restore it or remove it");
     if ((status.st_mode & 077) != 0 && fchmod(fd.Get(), kFileMode) != 0) activity.FailWithSystemError(errno);
     return true;
+}
+
+void CheckWholePages(Database& database, const std::string& path, const Activity& activity) {
+    const std::int64_t pageSize = database.QueryNumber("PRAGMA page_size");
+    if (SizeOf(path, activity) % pageSize == 0 || SizeOf(path + "-wal", activity) > 0) return;
+    activity.Fail("the file ends in the middle of a page, it was cut off");
 }
 
 void CreateDatabaseFile(const std::string& path, const Activity& activity) {

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "activity.h"
+#include "database.h"
 
 namespace OrbConfigStore {
 
@@ -25,6 +26,11 @@ std::string ResolveFolder(const std::string& path, const Activity& activity);
 // Returns false when there is no file of this name. Throws ConfigStoreException if it is something else than a plain
 // file with contents, or may not be opened.
 bool CheckDatabaseFile(const std::string& path, const Activity& activity);
+
+// Throws ConfigStoreException if the file was cut in the middle of a page. SQLite takes what is missing for zeros, which
+// would read as an object that lost its values. Belongs into a transaction: nobody else can then be taking the file out of
+// write-ahead mode. While the write-ahead log holds anything, the file may be behind it, and nothing is checked.
+void CheckWholePages(Database& database, const std::string& path, const Activity& activity);
 
 // Makes an empty store, and its folder if it is missing (not the folders above). Does nothing if another process has just
 // made one.

@@ -47,6 +47,7 @@ std::shared_ptr<ConfigStoreObject> SqliteStore::GetObject(const ConfigStoreObjec
     PrepareConnection(database, activity);
     Transaction transaction(database, Transaction::Kind::kRead);
     CheckSchema(database, activity);
+    CheckWholePages(database, path, activity);
     auto object = Read(database, id);
     transaction.Commit();
     return object;
@@ -66,6 +67,7 @@ void SqliteStore::SetObject(const std::shared_ptr<ConfigStoreObject>& object, st
     PrepareConnection(database, activity);
     Transaction transaction(database, Transaction::Kind::kWrite);
     CheckSchema(database, activity);
+    CheckWholePages(database, path, activity);
     Delete(database, object->GetId());
     Insert(database, *object);
     transaction.Commit();
@@ -81,6 +83,7 @@ void SqliteStore::RemoveObject(const ConfigStoreObjectId& id) {
     PrepareConnection(database, activity);
     Transaction transaction(database, Transaction::Kind::kWrite);
     CheckSchema(database, activity);
+    CheckWholePages(database, path, activity);
     Delete(database, id);
     transaction.Commit();
 }
