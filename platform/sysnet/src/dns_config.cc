@@ -1,0 +1,51 @@
+#include "sysnet/dns_config.h"
+
+#include <optional>
+
+#include "names.h"
+#include "resolved_service.h"
+#include "search_domains.h"
+#include "text_file.h"
+
+namespace SysNet::Network {
+namespace {
+
+constexpr char kResolvConf[] = "/etc/resolv.conf";
+constexpr char kDropInFolder[] = "/etc/systemd/resolved.conf.d";
+constexpr char kDropIn[] = "/etc/systemd/resolved.conf.d/50-nimauth.conf";
+
+void SaveInResolvConf(const std::vector<std::string>& domains) {
+    const std::string old = ReadTextFile(kResolvConf).value_or("");
+    const std::string changed = AddToResolvConf(old, domains);
+    if (changed != old) ReplaceTextFile(kResolvConf, changed);
+}
+
+void SaveInDropIn(const std::vector<std::string>& domains) {
+    const std::string old = ReadTextFile(kDropIn).value_or("");
+    const std::string changed = AddToResolvedDropIn(old, domains);
+    if (changed == old) return;
+    MakeFolders(kDropInFolder);
+    ReplaceTextFile(kDropIn, changed);
+    ReloadResolved();
+}
+
+}  // namespace
+
+DnsConfigImpl::DnsConfigImpl(const std::string& netStackName) { CheckNetStackName(netStackName); }
+
+void DnsConfigImpl::AddUserSearchDomain(const std::string& domain) {
+    CheckSearchDomain(domain);
+    _added.push_back(domain);
+}
+
+void DnsConfigImpl::SaveConfig() {
+    if (_added.empty()) return;
+    if (ResolvedManages(kResolvConf)) {
+        SaveInDropIn(_added);
+    } else {
+        SaveInResolvConf(_added);
+    }
+    _added.clear();
+}
+
+}  // namespace SysNet::Network

@@ -1,0 +1,20 @@
+// systemd-resolved as a service of this host.
+
+#ifndef SYSNET_SRC_RESOLVED_SERVICE_H_
+#define SYSNET_SRC_RESOLVED_SERVICE_H_
+
+#include <string>
+
+namespace SysNet::Network {
+
+// Whether the file at `resolvConf` is a symbolic link to one that resolved writes (below /run/systemd/resolve, which need
+// not exist yet) or ships.
+bool ResolvedManages(const std::string& resolvConf);
+
+// Makes a running resolved read its configuration again, and waits for it, 20 seconds at most. Does nothing where systemd
+// does not run. A failure goes to the system log as a warning: the configuration holds from resolved's next start.
+void ReloadResolved();
+
+}  // namespace SysNet::Network
+
+#endif  // SYSNET_SRC_RESOLVED_SERVICE_H_

@@ -1,0 +1,226 @@
+#include "text_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+
+#include "system_error.h"
+#include "unique_fd.h"
+
+namespace SysNet::Network {
+namespace {
+
+constexpr mode_t kNewFileMode = 0644;
+constexpr mode_t kFolderMode = 0755;
+
+std::string FolderOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Returns 0 or an errno.
+int WriteAll(int fd, std::string_view content, off_t offset) {
+    while (!content.empty()) {
+        const ssize_t written = pwrite(fd, content.data(), content.size(), offset);
+        if (written < 0) {
+            if (errno == EINTR) continue;
+            return errno;
+        }
+        content.remove_prefix(static_cast<std::size_t>(written));
+        offset += written;
+    }
+    return 0;
+}
+
+// Returns 0 or an errno.
+int ReadAll(int fd, std::string& content) {
+    char buffer[16384];
+    for (;;) {
+        const ssize_t count = read(fd, buffer, sizeof(buffer));
+        if (count == 0) return 0;
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return errno;
+        content.append(buffer, static_cast<std::size_t>(count));
+    }
+}
+
+// The new file is in place by now, so a folder that cannot be synchronised is no failure of the replacement.
+void SyncFolder(const std::string& folder) {
+    const UniqueFd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.Get() >= 0) fsync(fd.Get());
+}
+
+// The file that a symbolic link leads to; the path itself if it is none.
+std::string ResolveLink(const std::string& path) {
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) return path;
+    struct Free {
+        void operator()(char* text) const { std::free(text); }
+    };
+    const std::unique_ptr<char, Free> target(realpath(path.c_str(), nullptr));
+    if (target == nullptr) ThrowSystemError("follow the symbolic link", path, errno);
+    return target.get();
+}
+
+// Labels and access lists. What the file system or the system's policy does not let us set, the new file gets by default.
+void CopyExtendedAttributes(int from, int to) {
+    const ssize_t size = flistxattr(from, nullptr, 0);
+    if (size <= 0) return;
+    std::string names(static_cast<std::size_t>(size), '\0');
+    const ssize_t filled = flistxattr(from, names.data(), names.size());
+    for (ssize_t at = 0; at < filled;) {
+        const std::string name = names.c_str() + at;
+        at += static_cast<ssize_t>(name.size()) + 1;
+        std::string value(65536, '\0');
+        const ssize_t length = fgetxattr(from, name.c_str(), value.data(), value.size());
+        if (length >= 0) fsetxattr(to, name.c_str(), value.data(), static_cast<std::size_t>(length), 0);
+    }
+}
+
+// A new file next to the one that it will replace. Goes away unless it has been renamed.
+class Replacement {
+ public:
+    // Throws nothing: `Error` tells why there is no file.
+    explicit Replacement(const std::string& path)
+        : _name(FolderOf(path) + "/." + path.substr(path.rfind('/') + 1) + ".XXXXXX"),
+          _fd(mkostemp(_name.data(), O_CLOEXEC)),
+          _error(_fd.Get() < 0 ? errno : 0) {}
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
+    ~Replacement() {
+        if (_fd.Get() >= 0 && !_renamed) unlink(_name.c_str());
+    }
+
+    int Error() const { return _error; }
+
+    // The steps return 0 or an errno.
+    int Fill(std::string_view content) { return WriteAll(_fd.Get(), content, 0); }
+
+    int TakeOwner(const struct stat& old) {
+        struct stat own = {};
+        if (fstat(_fd.Get(), &own) != 0) return errno;
+        if (own.st_uid == old.st_uid && own.st_gid == old.st_gid) return 0;
+        return fchown(_fd.Get(), old.st_uid, old.st_gid) == 0 ? 0 : errno;
+    }
+
+    // The access list is among the attributes and agrees with the mode, which comes last.
+    int TakeAttributes(int oldFd, mode_t mode) {
+        if (oldFd >= 0) CopyExtendedAttributes(oldFd, _fd.Get());
+        return fchmod(_fd.Get(), mode & 07777) == 0 ? 0 : errno;
+    }
+
+    int Commit(const std::string& path) {
+        if (fsync(_fd.Get()) != 0) return errno;
+        if (rename(_name.c_str(), path.c_str()) != 0) return errno;
+        _renamed = true;
+        SyncFolder(FolderOf(path));
+        return 0;
+    }
+
+ private:
+    std::string _name;
+    const UniqueFd _fd;
+    const int _error;
+    bool _renamed = false;
+};
+
+// The whole new file under another name, then the rename. Returns 0 or the errno of the step that failed.
+int TryReplace(Replacement& replacement, const std::string& path, int oldFd, const struct stat& old,
+               std::string_view content) {
+    int error = replacement.Error();
+    if (error == 0) error = replacement.TakeOwner(old);
+    if (error == 0) error = replacement.TakeAttributes(oldFd, old.st_mode);
+    if (error == 0) error = replacement.Fill(content);
+    if (error == 0) error = replacement.Commit(path);
+    return error;
+}
+
+// Whether the file itself may still be writable when it cannot be replaced: it is a mount point (EBUSY, EXDEV), or the
+// folder or the owner does not allow it.
+bool MayRewriteAfter(int error) {
+    return error == EBUSY || error == EXDEV || error == EROFS || error == EACCES || error == EPERM || error == EINVAL;
+}
+
+void RewriteInPlace(const std::string& path, std::string_view content) {
+    const UniqueFd fd(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+    if (fd.Get() < 0) ThrowSystemError("rewrite", path, errno);
+    std::string old;
+    if (const int error = ReadAll(fd.Get(), old)) ThrowSystemError("read", path, error);
+    // With its room taken beforehand, the file cannot be left half written by a full disk.
+    const auto size = static_cast<off_t>(content.size());
+    if (size > 0 && fallocate(fd.Get(), FALLOC_FL_KEEP_SIZE, 0, size) != 0) {
+        const int error = errno;
+        if (error != EOPNOTSUPP && error != ENOSYS) ThrowSystemError("make room in", path, error);
+    }
+    int error = WriteAll(fd.Get(), content, 0);
+    if (error == 0 && ftruncate(fd.Get(), size) != 0) error = errno;
+    if (error == 0 && fsync(fd.Get()) != 0) error = errno;
+    if (error == 0) return;
+    // Put the old contents back: they had room before.
+    if (WriteAll(fd.Get(), old, 0) == 0 && ftruncate(fd.Get(), static_cast<off_t>(old.size())) == 0) fsync(fd.Get());
+    ThrowSystemError("rewrite", path, error);
+}
+
+void CreateFile(const std::string& path, std::string_view content) {
+    Replacement replacement(path);
+    struct stat self = {};
+    self.st_mode = kNewFileMode;
+    self.st_uid = geteuid();
+    self.st_gid = getegid();
+    if (const int error = TryReplace(replacement, path, -1, self, content)) ThrowSystemError("create", path, error);
+}
+
+}  // namespace
+
+std::optional<std::string> ReadTextFile(const std::string& path) {
+    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (fd.Get() < 0) {
+        const int error = errno;
+        if (error == ENOENT) return std::nullopt;
+        ThrowSystemError("read", path, error);
+    }
+    struct stat status = {};
+    if (fstat(fd.Get(), &status) != 0) ThrowSystemError("read", path, errno);
+    if (!S_ISREG(status.st_mode)) ThrowFileError("read", path, "it is not a regular file");
+    std::string content;
+    if (const int error = ReadAll(fd.Get(), content)) ThrowSystemError("read", path, error);
+    return content;
+}
+
+void ReplaceTextFile(const std::string& path, std::string_view content) {
+    const std::string target = ResolveLink(path);
+    const UniqueFd old(open(target.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (old.Get() < 0) {
+        const int error = errno;
+        if (error == ENOENT) return CreateFile(target, content);
+        ThrowSystemError("read", target, error);
+    }
+    struct stat status = {};
+    if (fstat(old.Get(), &status) != 0) ThrowSystemError("read", target, errno);
+
+    Replacement replacement(target);
+    const int error = TryReplace(replacement, target, old.Get(), status, content);
+    if (error == 0) return;
+    if (!MayRewriteAfter(error)) ThrowSystemError("replace", target, error);
+    RewriteInPlace(target, content);
+}
+
+void MakeFolders(const std::string& folder) {
+    struct stat status = {};
+    if (stat(folder.c_str(), &status) == 0) return;
+    if (FolderOf(folder) != folder) MakeFolders(FolderOf(folder));
+    if (mkdir(folder.c_str(), kFolderMode) != 0) {
+        const int error = errno;
+        if (error == EEXIST) return;
+        ThrowSystemError("create", folder, error);
+    }
+    if (chmod(folder.c_str(), kFolderMode) != 0) ThrowSystemError("create", folder, errno);
+}
+
+}  // namespace SysNet::Network
