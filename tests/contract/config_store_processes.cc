@@ -8,6 +8,7 @@
 
 namespace {
 
+const auto* const kPrivateRoot = host::RequirePrivateRoot();
 const std::string kWriter = CONFIG_STORE_WRITER;
 
 std::shared_ptr<ConfigStore> Open() { return ConfigStore::GetStore(OrbConfigStore::sGlobalNamespace); }

@@ -6,17 +6,20 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
+#include <linux/magic.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -24,6 +27,24 @@
 extern char** environ;
 
 namespace host {
+
+// Ends the tests of a program that was started outside a private root: they write the host's real paths.
+class PrivateRoot : public ::testing::Environment {
+ public:
+    void SetUp() override {
+        struct statfs root = {};
+        struct statfs etc = {};
+        ASSERT_EQ(statfs("/", &root), 0);
+        ASSERT_EQ(statfs("/etc", &etc), 0);
+        const bool isPrivate = root.f_type == TMPFS_MAGIC && etc.f_type == OVERLAYFS_SUPER_MAGIC;
+        ASSERT_TRUE(isPrivate) << "start this program with scripts/private-root";
+    }
+};
+
+// To be called once, when the program starts.
+inline ::testing::Environment* RequirePrivateRoot() {
+    return ::testing::AddGlobalTestEnvironment(std::make_unique<PrivateRoot>().release());
+}
 
 inline std::string ReadFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
