@@ -97,10 +97,12 @@ void Configuration::Write() const {
         stream.write(line.data(), static_cast<std::streamsize>(line.size()));
         stream.flush();
     }
-    // A torn file must never replace a whole one: on a full disk the old settings stay.
+    // A torn file must never replace a whole one: on a full disk the old settings stay. Some file systems tell only at
+    // closing time that the disk is full, so the stream is closed before the commit and looked at once more.
+    ThrowIfFailed(stream, _path, errno);
+    stream.close();
     ThrowIfFailed(stream, _path, errno);
     stream.Commit();
-    ThrowIfFailed(stream, _path, errno);
 }
 
 }  // namespace nimbrel::authentication
