@@ -54,6 +54,23 @@ TEST_F(ConfigStoreProcesses, NoWriteOfTwoWritersIsLost) {
     }
 }
 
+TEST_F(ConfigStoreProcesses, FirstWritersMakeOneStoreBetweenThem) {
+    for (int round = 0; round < 20; ++round) {
+        std::filesystem::remove_all("/var/lib/nimbrel");
+        int start[2];
+        ASSERT_EQ(pipe2(start, O_CLOEXEC), 0);
+        host::Child first({kWriter, "together", "first"}, start[0]);
+        host::Child second({kWriter, "together", "second"}, start[0]);
+        host::Child third({kWriter, "together", "third"}, start[0]);
+        for (host::Child* child : {&first, &second, &third}) EXPECT_EQ(child->ReadLine(), "ready");
+        for (const int end : start) close(end);
+        for (host::Child* child : {&first, &second, &third}) EXPECT_EQ(child->Wait(), 0);
+        for (const std::string name : {"first", "second", "third"}) {
+            EXPECT_NE(ReadObject(*Open(), ContractId(name)), std::nullopt) << name << ", round " << round;
+        }
+    }
+}
+
 TEST_F(ConfigStoreProcesses, KilledWriterLosesNothingItHasWrittenAndTearsNothing) {
     for (int round = 0; round < 60; ++round) {
         host::Child writer({kWriter, "endless"});

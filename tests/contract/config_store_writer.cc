@@ -2,6 +2,7 @@
 //
 //     config_store_writer stamp NAME COUNT    writes the object "stamped" COUNT times, its values all equal NAME-<number>
 //     config_store_writer own NAME COUNT      writes the COUNT objects NAME-<number>
+//     config_store_writer together NAME       says "ready", waits for the end of its input, then writes the object NAME
 //     config_store_writer endless             writes "stamped" until it is killed; prints each number once it is stored
 
 #include <cstdint>
@@ -23,7 +24,18 @@ void Write(const std::string& key, const std::string& stamp) {
     ConfigStore::GetStore(sGlobalNamespace)->SetObject(object, word);
 }
 
+void WaitForTheOthers() {
+    std::puts("ready");
+    std::fflush(stdout);
+    while (std::getchar() != EOF) {
+    }
+}
+
 void Run(const std::string& mode, const std::string& name, long count) {
+    if (mode == "together") {
+        WaitForTheOthers();
+        Write(name, name);
+    }
     for (long i = 0; mode == "endless" || i < count; ++i) {
         const std::string stamp = mode == "endless" ? std::to_string(i) : name + "-" + std::to_string(i);
         Write(mode == "own" ? stamp : "stamped", stamp);

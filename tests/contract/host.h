@@ -159,11 +159,13 @@ class Unprivileged {
 // A process running a program, with its standard output as a pipe. Killed if it still runs when this goes away.
 class Child {
  public:
-    explicit Child(std::vector<std::string> words) {
+    // `input` becomes its standard input.
+    explicit Child(std::vector<std::string> words, int input = STDIN_FILENO) {
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
         posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
         std::vector<char*> arguments;
         for (std::string& word : words) arguments.push_back(word.data());

@@ -92,6 +92,8 @@ TEST_F(NetworkInfoTest, OtherRoutesDoNotCount) {
     Ip("-6 route add default dev eth1");
     Ip("route add blackhole default metric 1");
     Ip("route add unreachable default metric 2");
+    Ip("route add local default dev eth1 table main metric 3");
+    Ip("route add default via 198.51.100.1 tos 0x10 metric 4");
     EXPECT_EQ(Management(), "eth0 192.0.2.10");
     Ip("route flush default");
 }

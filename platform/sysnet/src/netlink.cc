@@ -178,18 +178,17 @@ std::vector<int> NextHops(const char* data, std::size_t size) {
 }
 
 void TakeRoute(const rtmsg& body, Attributes attributes, std::vector<DefaultRoute>& routes) {
-    if (body.rtm_family != AF_INET || body.rtm_dst_len != 0 || body.rtm_type != RTN_UNICAST) return;
-    if ((body.rtm_flags & RTNH_F_DEAD) != 0) return;
-    std::uint32_t table = body.rtm_table;
+    // A route for one type of service carries only traffic that asks for it.
+    const bool isDefault = body.rtm_dst_len == 0 && body.rtm_src_len == 0 && body.rtm_tos == 0;
+    if (!isDefault || body.rtm_family != AF_INET || body.rtm_table != RT_TABLE_MAIN) return;
+    if (body.rtm_type != RTN_UNICAST || (body.rtm_flags & RTNH_F_DEAD) != 0) return;
     std::uint32_t metric = 0;
     std::vector<int> hops;
     while (attributes.Next()) {
-        if (attributes.Type() == RTA_TABLE) table = attributes.Number();
         if (attributes.Type() == RTA_PRIORITY) metric = attributes.Number();
         if (attributes.Type() == RTA_OIF) hops.push_back(static_cast<int>(attributes.Number()));
         if (attributes.Type() == RTA_MULTIPATH) hops = NextHops(attributes.Data(), attributes.Size());
     }
-    if (table != RT_TABLE_MAIN) return;
     for (const int index : hops) routes.push_back({index, metric});
 }
 
