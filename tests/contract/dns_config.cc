@@ -5,8 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "host.h"
+#include "platform/sysnet/src/resolved_service.h"
 #include "platform/sysnet/src/search_domains.h"
+#include "platform/sysnet/src/text_file.h"
 
 namespace {
 
@@ -130,16 +134,27 @@ constexpr char kDropIn[] = "/etc/systemd/resolved.conf.d/50-nimauth.conf";
 constexpr char kSystemctl[] = "/usr/bin/systemctl";
 constexpr char kCalls[] = "/tmp/systemctl.calls";
 
+// One message of the priority "user, warning" with this text.
+auto IsWarning(const std::string& text) {
+    return ::testing::AllOf(::testing::StartsWith("<12>"), ::testing::HasSubstr(text));
+}
+
 // The host's real files. What a test makes of them is gone afterwards.
 class DnsConfigTest : public ::testing::Test {
  protected:
     void SetUp() override { CleanUp(); }
     void TearDown() override { CleanUp(); }
 
-    static void CleanUp() {
-        for (const char* path : {kResolvConf, kDropIn, kCalls, "/run/systemd"}) std::filesystem::remove_all(path);
+    void CleanUp() {
+        for (const char* path : {kResolvConf, kCalls, "/run/systemd"}) std::filesystem::remove_all(path);
+        std::filesystem::create_directories("/etc/systemd");
+        _systemd.reset();
+        _systemd.emplace(host::Mount::Memory("/etc/systemd", "64k"));
         host::WriteFile(kResolvConf, "nameserver 192.0.2.53\n");
     }
+    // An empty folder, even where the machine's own has contents that belong to somebody else.
+    std::optional<host::Mount> _systemd;
+
     static void Link(const std::string& target) {
         std::filesystem::remove(kResolvConf);
         std::filesystem::create_symlink(target, kResolvConf);
@@ -201,8 +216,7 @@ TEST_F(DnsConfigTest, MountedFileIsRewrittenInPlace) {
 TEST_F(DnsConfigTest, FailedSaveKeepsTheDomainForTheNext) {
     DnsConfigImpl dns("defaultTcpipStack");
     dns.AddUserSearchDomain("corp.test");
-    std::filesystem::remove(kResolvConf);
-    std::filesystem::create_directory(kResolvConf);
+    Link("missing");
     EXPECT_THROW(dns.SaveConfig(), HostMgmtException);
     std::filesystem::remove(kResolvConf);
     dns.SaveConfig();
@@ -232,12 +246,13 @@ TEST_F(DnsConfigTest, DropInKeepsEarlierDomains) {
 }
 
 TEST_F(DnsConfigTest, DropInFoldersAreMadeWhateverTheUmask) {
-    std::filesystem::remove_all("/etc/systemd");
     Link("/run/systemd/resolve/stub-resolv.conf");
     const mode_t before = umask(0077);
     Save("corp.test");
+    SysNet::Network::MakeFolders("/tmp/several/folders");
     umask(before);
-    EXPECT_EQ(host::ModeOf("/etc/systemd"), 0755U);
+    EXPECT_EQ(host::ModeOf("/tmp/several"), 0755U);
+    EXPECT_EQ(host::ModeOf("/tmp/several/folders"), 0755U);
     EXPECT_EQ(host::ModeOf("/etc/systemd/resolved.conf.d"), 0755U);
     EXPECT_EQ(host::ModeOf(kDropIn), 0644U);
 }
@@ -246,9 +261,11 @@ TEST_F(DnsConfigTest, RunningResolvedIsTold) {
     Link("/run/systemd/resolve/stub-resolv.conf");
     RunSystemd(0);
     ASSERT_EQ(setenv("SECRET", "1", 1), 0);
+    host::SystemLog log;
     Save("corp.test");
     Save("corp.test");
     unsetenv("SECRET");
+    EXPECT_EQ(log.Take(), "");
     EXPECT_EQ(host::ReadFile(kCalls),
               "--no-ask-password try-reload-or-restart systemd-resolved.service\nenvironment: 0\n");
 }
@@ -256,20 +273,35 @@ TEST_F(DnsConfigTest, RunningResolvedIsTold) {
 TEST_F(DnsConfigTest, ResolvedThatCannotBeToldIsNoFailure) {
     Link("/run/systemd/resolve/stub-resolv.conf");
     RunSystemd(1);
+    host::SystemLog log;
     Save("corp.test");
     EXPECT_EQ(host::ReadFile(kDropIn), "[Resolve]\nDomains=corp.test\n");
+    EXPECT_THAT(log.Take(), IsWarning("systemd-resolved could not be told about its new search domains"));
     std::filesystem::remove(kSystemctl);
     Save("lab.test");
     EXPECT_EQ(host::ReadFile(kDropIn), "[Resolve]\nDomains=corp.test lab.test\n");
+    EXPECT_THAT(log.Take(), IsWarning("systemd-resolved could not be told about its new search domains"));
 }
 
 TEST_F(DnsConfigTest, ProcessThatDoesNotReapItsChildrenIsServedToo) {
     Link("/run/systemd/resolve/stub-resolv.conf");
     RunSystemd(0);
+    host::SystemLog log;
     signal(SIGCHLD, SIG_IGN);
     Save("corp.test");
     signal(SIGCHLD, SIG_DFL);
+    EXPECT_EQ(log.Take(), "");
     EXPECT_THAT(host::ReadFile(kCalls), ::testing::StartsWith("--no-ask-password"));
+}
+
+TEST_F(DnsConfigTest, CommandThatHangsIsEndedInTime) {
+    RunSystemd(0);
+    ASSERT_EQ(mkfifo("/tmp/never", 0600), 0);
+    host::WriteFile(kSystemctl, "#!/bin/sh\nread line </tmp/never\n");
+    host::SystemLog log;
+    SysNet::Network::ReloadResolved(50);
+    EXPECT_THAT(log.Take(), IsWarning("systemd-resolved could not be told about its new search domains"));
+    EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "a child is left";
 }
 
 TEST_F(DnsConfigTest, WithoutSystemdNothingIsRun) {

@@ -10,8 +10,10 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <sys/vfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,6 +24,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 extern char** environ;
@@ -100,9 +103,11 @@ class Mount {
     static Mount Bind(const std::string& source, const std::string& target) {
         return {source, target, "", MS_BIND, ""};
     }
-    Mount(const Mount&) = delete;
-    Mount& operator=(const Mount&) = delete;
-    ~Mount() { umount2(_target.c_str(), MNT_DETACH); }
+    Mount(Mount&& other) noexcept : _target(std::exchange(other._target, "")) {}
+    Mount& operator=(Mount&&) = delete;
+    ~Mount() {
+        if (!_target.empty()) umount2(_target.c_str(), MNT_DETACH);
+    }
 
     void Remount(bool readOnly) {
         unsigned long flags = MS_REMOUNT | MS_BIND;
@@ -119,6 +124,38 @@ class Mount {
         }
     }
     std::string _target;
+};
+
+// The system log of a private root: what programs say to it.
+class SystemLog {
+ public:
+    SystemLog() : _fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::string("/dev/log").copy(address.sun_path, sizeof(address.sun_path) - 1);
+        if (bind(_fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+            throw std::runtime_error("cannot listen on /dev/log");
+        }
+    }
+    SystemLog(const SystemLog&) = delete;
+    SystemLog& operator=(const SystemLog&) = delete;
+    ~SystemLog() {
+        close(_fd);
+        unlink("/dev/log");
+    }
+
+    // Everything that has been logged since the last time, with its priority ("<12>Nov 21 ... text").
+    std::string Take() {
+        std::string all;
+        char message[8192];
+        for (ssize_t size = 0; (size = recv(_fd, message, sizeof(message), 0)) > 0;) {
+            all.append(message, static_cast<std::size_t>(size)).append("\n");
+        }
+        return all;
+    }
+
+ private:
+    const int _fd;
 };
 
 // Takes all room of the file system that `path` lies on, leaving `leave` bytes free.

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <sstream>
 
 #include "host.h"
@@ -22,6 +23,7 @@ class NetworkInfoTest : public ::testing::Test {
  protected:
     void SetUp() override {
         std::filesystem::create_directories("/etc/nimbrel");
+        _etc.emplace(host::Mount::Memory("/etc/nimbrel", "64k"));
         Ip("link add eth1 type veth peer name eth1-peer");
         Ip("address add 198.51.100.7/24 dev eth1");
         Ip("link set eth1 up");
@@ -31,11 +33,14 @@ class NetworkInfoTest : public ::testing::Test {
         Ip("route flush default metric 0");
     }
     void TearDown() override {
-        std::filesystem::remove_all(kConf);
+        _etc.reset();
         Ip("link delete eth1");
         Ip("route flush default");
         Ip("link set eth0 up");
     }
+
+    // An empty folder, even where the machine's own has contents that belong to somebody else.
+    std::optional<host::Mount> _etc;
 
     // Runs `ip` with these words.
     static void Ip(const std::string& line) {

@@ -19,8 +19,6 @@
 namespace SysNet::Network {
 namespace {
 
-constexpr int kWaitMilliseconds = 20'000;
-
 // Everything that posix_spawn is told: no terminal, no signals held back, and none of this process's environment.
 class SpawnSettings {
  public:
@@ -66,14 +64,14 @@ int StartSystemctl(pid_t& pid) {
     return posix_spawn(&pid, "/usr/bin/systemctl", settings.Actions(), settings.Attributes(), arguments, environment);
 }
 
-bool EndsInTime(pid_t pid) {
+bool EndsInTime(pid_t pid, int milliseconds) {
     const UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     // A kernel without process descriptors: the wait that follows has no limit.
     if (process.Get() < 0) return true;
     pollfd ended = {process.Get(), POLLIN, 0};
     int ready = 0;
     do {
-        ready = poll(&ended, 1, kWaitMilliseconds);
+        ready = poll(&ended, 1, milliseconds);
     } while (ready < 0 && errno == EINTR);
     return ready != 0;
 }
@@ -89,10 +87,10 @@ bool Succeeded(pid_t pid) {
     return waited < 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
-bool RunSystemctl() {
+bool RunSystemctl(int milliseconds) {
     pid_t pid = -1;
     if (StartSystemctl(pid) != 0) return false;
-    if (EndsInTime(pid)) return Succeeded(pid);
+    if (EndsInTime(pid, milliseconds)) return Succeeded(pid);
     kill(pid, SIGKILL);
     Succeeded(pid);
     return false;
@@ -111,11 +109,11 @@ bool ResolvedManages(const std::string& resolvConf) {
            target == "/lib/systemd/resolv.conf";
 }
 
-void ReloadResolved() {
+void ReloadResolved(int milliseconds) {
     struct stat status = {};
     // The mark by which services tell that systemd is the host's service manager.
     if (lstat("/run/systemd/system", &status) != 0) return;
-    if (RunSystemctl()) return;
+    if (RunSystemctl(milliseconds)) return;
     syslog(LOG_WARNING,
            "systemd-resolved could not be told about its new search domains; they hold from its next start");
 }

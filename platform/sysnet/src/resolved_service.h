@@ -11,9 +11,11 @@ namespace SysNet::Network {
 // not exist yet) or ships.
 bool ResolvedManages(const std::string& resolvConf);
 
-// Makes a running resolved read its configuration again, and waits for it, 20 seconds at most. Does nothing where systemd
+inline constexpr int kReloadMilliseconds = 20'000;
+
+// Makes a running resolved read its configuration again, and waits for it, `milliseconds` at most. Does nothing where systemd
 // does not run. A failure goes to the system log as a warning: the configuration holds from resolved's next start.
-void ReloadResolved();
+void ReloadResolved(int milliseconds = kReloadMilliseconds);
 
 }  // namespace SysNet::Network
 
