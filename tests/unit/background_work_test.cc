@@ -209,7 +209,7 @@ TEST_F(BackgroundWork, WorkItemThatEndsItsThreadIsFreed) {
     const WorkItem kEndings[] = {[] { pthread_exit(nullptr); },
                                  [] {
                                      pthread_cancel(pthread_self());
-                                     pause();
+                                     pthread_testcancel();
                                  }};
     for (const WorkItem& ending : kEndings) {
         Event destroyed;

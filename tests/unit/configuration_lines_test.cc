@@ -168,7 +168,7 @@ TEST_F(ConfigurationLines, EveryShortTextReadsAsTheLiteralReaderReadsIt) { Expec
 
 // Fewer characters, longer texts: two settings with quotes and repeated keys fit in.
 TEST_F(ConfigurationLines, EveryLongerTextOverFourCharactersReadsAsTheLiteralReaderReadsIt) {
-    ExpectAgreement("a=\"\n", 9);
+    ExpectAgreement("a=\"\n", 8);
 }
 
 }  // namespace

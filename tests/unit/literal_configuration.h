@@ -31,10 +31,13 @@ inline bool IsBlankOnly(const std::string& text) {
     return true;
 }
 
-inline std::string Trimmed(std::string text) {
-    while (IsBlank(text.front())) text.erase(0, 1);
-    while (IsBlank(text.back())) text.pop_back();
-    return text;
+// Of a text that holds something besides blanks.
+inline std::string Trimmed(const std::string& text) {
+    std::string::size_type first = 0;
+    while (IsBlank(text[first])) ++first;
+    std::string::size_type end = text.size();
+    while (IsBlank(text[end - 1])) --end;
+    return text.substr(first, end - first);
 }
 
 inline std::string CleanField(const std::string& raw, int lineNumber) {

@@ -61,10 +61,10 @@ TEST_F(StoreFactory, DestroyedFactoryIsWithdrawn) {
 TEST_F(StoreFactory, LocalOnlyStoreIsCreatedByItsName) {
     const auto store = _library->CreateInstance("None");
     ASSERT_NE(store, nullptr);
-    EXPECT_EQ(typeid(*store), typeid(NoRemoteAuthenticationStore));
+    EXPECT_NE(dynamic_cast<NoRemoteAuthenticationStore*>(store.get()), nullptr);
     EXPECT_EQ(store->GetDisplayName(), "None");
     const std::unique_ptr<StoreConfiguration> configuration(store->GetStoreConfiguration());
-    EXPECT_EQ(typeid(*configuration), typeid(NoRemoteAuthenticationStoreConfiguration));
+    EXPECT_NE(dynamic_cast<NoRemoteAuthenticationStoreConfiguration*>(configuration.get()), nullptr);
 }
 
 TEST_F(StoreFactory, EveryCallCreatesAStoreAndASnapshotOfItsOwn) {
