@@ -82,7 +82,7 @@ void OptionStore::Declare(const std::string& fullName, const OptionRecord& recor
 void OptionStore::Remove(const std::string& fullName) {
     RequireFullName(fullName);
     const std::lock_guard<std::mutex> hold(indexChange);
-    if (HostOptions().count(fullName) == 0) return Forget(fullName);
+    if (!HostOptions().contains(fullName)) return Forget(fullName);
     Write(fullName, {kRemovedType, "", ""});
 }
 

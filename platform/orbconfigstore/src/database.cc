@@ -7,7 +7,7 @@ constexpr int kLockWaitMilliseconds = 10'000;
 
 // SQLite's text, with the system's where a system call was the reason.
 std::string Reason(sqlite3* handle, int result) {
-    const std::string reason = sqlite3_errmsg(handle);
+    std::string reason = sqlite3_errmsg(handle);
     const int kind = result & 0xff;
     const int systemError = sqlite3_system_errno(handle);
     if ((kind != SQLITE_IOERR && kind != SQLITE_CANTOPEN) || systemError == 0) return reason;

@@ -156,7 +156,8 @@ std::string AddToResolvedDropIn(std::string_view text, const Words& domains) {
     const Words missing = Missing(dropIn.domains, domains);
     if (missing.empty()) return std::string(text);
 
-    const std::string setting = "Domains=" + Joined("", missing).substr(1);
+    std::string setting = "Domains=";
+    setting.append(Joined("", missing), 1);
     if (dropIn.lastSetting) {
         Line& line = lines[*dropIn.lastSetting];
         InsertWords(line, ParseTail(line.text, line.text.find('=') + 1).end, missing);
