@@ -1,0 +1,4 @@
+/* Exports no operations table. */
+#include "parts.h"
+
+ORDINARY_METADATA
