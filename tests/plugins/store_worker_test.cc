@@ -1,0 +1,127 @@
+// Whatever leaves a background body, its waiters hear of it and the process lives; and the provider stays loaded for as
+// long as one of its calls runs.
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "authentication/exceptions.h"
+#include "plugins/calls.h"
+#include "plugins/misbehaving/leaving_control.h"
+#include "plugins/store_fixture.h"
+
+namespace nimbrel::authentication::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr char kUnexpected[] = "Thread Error: Unexpected thread termination";
+
+class LeftWorker : public StoreTest, public ::testing::WithParamInterface<const char*> {
+ protected:
+    LeftWorker() : StoreTest(GetParam()), store(MakeStore(kPatient)) {}
+
+    std::unique_ptr<OpenStore> store;
+};
+
+INSTANTIATE_TEST_SUITE_P(Providers, LeftWorker,
+                         ::testing::Values("throws_exception", "throws_int", "throws_bad_alloc", "exits_thread",
+                                           "cancels_thread"),
+                         [](const auto& row) { return std::string(row.param); });
+
+TEST_P(LeftWorker, EveryQuestionEndsWithAThreadErrorAndLeavesTheTable) {
+    const std::function<void()> kQuestions[] = {
+        [&] { store->GetStoreConfiguration(); }, [&] { store->GetTrustedDomains(); },
+        [&] { store->GetDomainTrustState(); }, [&] { store->GetDomainTrustRelationship("lab.test"); }};
+    for (const auto& question : kQuestions) {
+        EXPECT_EQ(TextOf<ThreadErrorException>(question), kUnexpected);
+        EXPECT_EQ(OpenStore::RequestCount(), 0u);
+        EXPECT_EQ(TextOf<ThreadErrorException>(question), kUnexpected) << "asked again";
+    }
+}
+
+TEST_P(LeftWorker, TheCacheKeepsItsValues) {
+    ADCache& cache = OpenStore::MutableCache();
+    cache.SetConfiguration(ActiveDirectoryStoreConfiguration("corp.test", "CORP", {}, ""));
+    cache.SetTrustedDomains({Domain("lab.test", "LAB")});
+    cache.SetDomainTrustState(static_cast<TrustState>(1));
+    cache.SetDomainTrustRelationship("lab.test", static_cast<TrustRelationship>(3));
+    EXPECT_THROW(store->GetStoreConfiguration(), ThreadErrorException);
+    EXPECT_THROW(store->GetTrustedDomains(), ThreadErrorException);
+    EXPECT_THROW(store->GetDomainTrustState(), ThreadErrorException);
+    EXPECT_THROW(store->GetDomainTrustRelationship("lab.test"), ThreadErrorException);
+    EXPECT_TRUE(cache.IsDomainMember());
+    EXPECT_EQ(cache.GetTrustedDomains().size(), 1u);
+    EXPECT_EQ(cache.GetDomainTrustState(), 1);
+    EXPECT_EQ(cache.GetDomainTrustRelationship("lab.test"), 3);
+}
+
+TEST_P(LeftWorker, TheTrustStateLogsWhatBecameOfTheTrustedDomains) {
+    EXPECT_THROW(store->GetDomainTrustState(), ThreadErrorException);
+    EXPECT_THAT(
+        log.Take(),
+        ElementsAre(Warning(std::string("GetDomainTrustState: Call to GetTrustedDomains() failed: ") + kUnexpected)));
+}
+
+TEST_P(LeftWorker, EveryWaiterHearsOfIt) {
+    constexpr int kWaiters = 8;
+    const Plugin<LeavingControl> plugin(GetParam());
+    TimedWaits().count.Reset();
+    plugin->setHeld(true);
+    std::atomic<int> heard = 0;
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < kWaiters; ++i) {
+        waiters.emplace_back([&] {
+            if (TextOf<ThreadErrorException>([&] { store->GetTrustedDomains(); }) == kUnexpected) ++heard;
+        });
+    }
+    TimedWaits().count.Await(kWaiters);
+    plugin->setHeld(false);
+    for (std::thread& waiter : waiters) waiter.join();
+    EXPECT_EQ(heard, kWaiters);
+}
+
+TEST_P(LeftWorker, ACallerWhoTimedOutIsNotTroubled) {
+    const Plugin<LeavingControl> plugin(GetParam());
+    plugin->setHeld(true);
+    EXPECT_THAT(MakeStore(kImpatient)->GetTrustedDomains(), IsEmpty());
+    plugin->setHeld(false);
+    OpenStore::AwaitAllRequests();
+    EXPECT_THAT(log.Take(), ElementsAre(Warning("GetTrustedDomains call timedout. Returning cached value.")));
+}
+
+// The work item is freed whichever way its thread ends, and with it the last hold on the provider.
+TEST_P(LeftWorker, TheProviderIsClosedAfterItsLastCall) {
+    const Plugin<LeavingControl> plugin(GetParam());
+    plugin->setHeld(true);
+    Closes().count.Reset();
+    MakeStore(kImpatient)->GetTrustedDomains();
+    EXPECT_EQ(Closes().count.Get(), 0) << "a call still runs in it";
+    plugin->setHeld(false);
+    Closes().count.Await(1);
+}
+
+class ProviderLifetime : public ScriptedStoreTest {};
+
+TEST_F(ProviderLifetime, AStoreMayEndWhileItsProviderIsCalled) {
+    Closes().count.Reset();
+    plugin->hold(kGetTrustedDomains);
+    MakeStore(kImpatient)->GetTrustedDomains();
+    plugin->awaitCalls(kGetTrustedDomains, 1);
+    EXPECT_EQ(Closes().count.Get(), 0);
+    plugin->letGo(kGetTrustedDomains);
+    Closes().count.Await(1);
+}
+
+TEST_F(ProviderLifetime, AStoreWhoseCallsHaveEndedClosesItsProvider) {
+    auto store = MakeStore(kPatient);
+    store->GetTrustedDomains();
+    Closes().count.Reset();
+    store.reset();
+    Closes().count.Await(1);  // by this thread or by the worker, whichever let go last
+    EXPECT_EQ(Closes().count.Get(), 1);
+}
+
+}  // namespace
+}  // namespace nimbrel::authentication::test
