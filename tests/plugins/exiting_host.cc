@@ -1,0 +1,113 @@
+// A host process that exits with status 7 while a directory query is in its provider.
+//
+//     exiting_host hang PROVIDER     the provider never answers
+//     exiting_host race PROVIDER     the provider is let go as the process begins to exit
+//     exiting_host late PROVIDER     the provider is let go, and its answer awaited, after every static destructor of
+//                                    the program and its libraries has run
+//     exiting_host status PROVIDER   the same, and the provider answers with a status
+//     exiting_host ask PROVIDER      a query is begun only then
+//
+// PROVIDER is "scripted", or one of those that never return from a query.
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "authentication/directory_store.h"
+#include "authentication/exceptions.h"
+#include "plugins/misbehaving/leaving_control.h"
+#include "plugins/misbehaving/scripted.h"
+#include "plugins/provider_root.h"
+
+namespace nimbrel::authentication::test {
+namespace {
+
+constexpr int kStatus = 7;
+constexpr int kPatient = 60;
+
+class OpenStore : public ActiveDirectoryStore {
+ public:
+    using ActiveDirectoryStore::ActiveDirectoryStore;
+
+    static std::shared_ptr<RequestState> Request(const std::string& key) {
+        pthread_mutex_lock(&_lock);
+        auto state = _asyncRequests.at(key);
+        pthread_mutex_unlock(&_lock);
+        return state;
+    }
+};
+
+// Lives until the process is gone, so that the last handler can still use it.
+struct Host {
+    Host(const std::string& mode_, const std::string& provider) : mode(mode_), isScripted(provider == "scripted") {
+        if (isScripted) {
+            scripted = std::make_unique<Plugin<ScriptedControl>>(provider);
+        } else {
+            leaving = std::make_unique<Plugin<LeavingControl>>(provider);
+        }
+    }
+
+    void Hold() {
+        if (isScripted) {
+            (*scripted)->hold(kGetTrustedDomains);
+        } else {
+            (*leaving)->setHeld(true);
+        }
+    }
+    void LetGo() {
+        if (mode == "status") (*scripted)->setStatus(kGetTrustedDomains, 5);
+        if (isScripted) {
+            (*scripted)->letGo(kGetTrustedDomains);
+        } else {
+            (*leaving)->setHeld(false);
+        }
+    }
+
+    std::string mode;
+    bool isScripted;
+    std::unique_ptr<Plugin<ScriptedControl>> scripted;
+    std::unique_ptr<Plugin<LeavingControl>> leaving;
+    OpenStore store{0};
+    std::shared_ptr<RequestState> request;
+};
+
+Host* host = nullptr;
+
+void AwaitRequest() {
+    try {
+        host->request->WaitResult(kPatient);
+    } catch (const ProviderCallTimedOutException&) {
+        abort();
+    } catch (const Exception&) {  // the provider failed or left its thread: that is an end too
+    }
+}
+
+void AfterAllDestructors() {
+    if (!host) return;
+    if (host->mode == "late" || host->mode == "status") {
+        host->LetGo();
+        AwaitRequest();
+    } else if (host->mode == "ask") {
+        OpenStore(kPatient).GetTrustedDomains();
+    }
+}
+
+// Registered before any library was initialised, so it runs after all their destructors.
+void RegisterLast() { std::atexit(AfterAllDestructors); }
+__attribute__((section(".preinit_array"), used)) void (*const kRegisterLast)() = RegisterLast;
+
+}  // namespace
+}  // namespace nimbrel::authentication::test
+
+int main(int argc, char** argv) {
+    using namespace nimbrel::authentication::test;
+    if (argc != 3) return 2;
+    host = std::make_unique<Host>(argv[1], argv[2]).release();
+    if (host->mode == "ask") return kStatus;
+    host->Hold();
+    host->store.GetTrustedDomains();
+    host->request = OpenStore::Request("TrustedDomains");
+    if (host->mode == "race") host->LetGo();
+    return kStatus;
+}
