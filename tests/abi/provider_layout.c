@@ -1,0 +1,1 @@
+#include "provider_layout.h"
