@@ -38,27 +38,22 @@ bool IsComplete(const NimauthProxyOperations* operations) {
            operations->createMachineAccount != nullptr && operations->release != nullptr;
 }
 
-// One text of the plug-in, given back when this goes out of scope.
+// One text that a successful call has handed out, given back when this goes out of scope.
 class ProxyText {
  public:
-    explicit ProxyText(const NimauthProxyOperations& operations) : _operations(operations) {}
+    ProxyText(const NimauthProxyOperations& operations, char* text) : _operations(operations), _text(text) {}
     ProxyText(const ProxyText&) = delete;
     ProxyText& operator=(const ProxyText&) = delete;
     ~ProxyText() {
         if (_text != nullptr) _operations.release(_text);
     }
 
-    char** Address() { return &_text; }
-
     // std::string refuses a null text with std::logic_error: the plug-in has broken its word.
     std::string Copy() const { return {static_cast<const char*>(_text)}; }
 
-    // After a failure the plug-in has handed out nothing.
-    void Forget() { _text = nullptr; }
-
  private:
     const NimauthProxyOperations& _operations;
-    char* _text = nullptr;
+    char* const _text;
 };
 
 const char* NullIfEmpty(const std::string& text) { return text.empty() ? nullptr : text.c_str(); }
@@ -86,19 +81,13 @@ APXProxy::~APXProxy() {
 }
 
 void APXProxy::GetDomainInfo(std::string& netbiosDomainName, std::string& dnsDomainName, std::string& domainSid) {
+    char* texts[] = {nullptr, nullptr, nullptr};
+    ThrowIfFailed(_operations->getDomainInfo(_server.c_str(), _verifyCertificate, _thumbprint.c_str(),
+                                             NullIfEmpty(_certificate), &texts[0], &texts[1], &texts[2]));
     // Declared in reverse, so that they are given back in the order NetBIOS name, DNS name, SID.
-    ProxyText sid(*_operations);
-    ProxyText dnsName(*_operations);
-    ProxyText netbiosName(*_operations);
-    const std::uint32_t status =
-        _operations->getDomainInfo(_server.c_str(), _verifyCertificate, _thumbprint.c_str(), NullIfEmpty(_certificate),
-                                   netbiosName.Address(), dnsName.Address(), sid.Address());
-    if (status != 0) {
-        netbiosName.Forget();
-        dnsName.Forget();
-        sid.Forget();
-    }
-    ThrowIfFailed(status);
+    const ProxyText sid(*_operations, texts[2]);
+    const ProxyText dnsName(*_operations, texts[1]);
+    const ProxyText netbiosName(*_operations, texts[0]);
     netbiosDomainName = netbiosName.Copy();
     dnsDomainName = dnsName.Copy();
     domainSid = sid.Copy();
@@ -130,16 +119,12 @@ std::string APXProxy::GetDomainSID() {
 
 ComputerPrincipalInfo APXProxy::CreateMachineAccount(const std::string& accountName,
                                                      const std::string& organizationalUnit) {
-    ProxyText field3(*_operations);
-    ProxyText field2(*_operations);
-    const std::uint32_t status = _operations->createMachineAccount(
+    char* texts[] = {nullptr, nullptr};
+    ThrowIfFailed(_operations->createMachineAccount(
         _server.c_str(), accountName.c_str(), NullIfEmpty(organizationalUnit), _verifyCertificate, _thumbprint.c_str(),
-        NullIfEmpty(_certificate), field2.Address(), field3.Address());
-    if (status != 0) {
-        field2.Forget();
-        field3.Forget();
-    }
-    ThrowIfFailed(status);
+        NullIfEmpty(_certificate), &texts[0], &texts[1]));
+    const ProxyText field3(*_operations, texts[1]);
+    const ProxyText field2(*_operations, texts[0]);
     return {"", field2.Copy(), field3.Copy()};
 }
 
