@@ -46,6 +46,8 @@ TEST(ResolvConf, DomainGoesToTheLineThatCounts) {
          "search a.test\ndomain b.test\nsearch b.test corp.test\noptions edns0\n"},
         {"domain line with more words", "domain b.test c.test\n", "domain b.test c.test\nsearch b.test corp.test\n"},
         {"domain line without newline", "domain b.test", "domain b.test\nsearch b.test corp.test"},
+        {"domain line without newline among CRLF", "options edns0\r\ndomain b.test",
+         "options edns0\r\ndomain b.test\r\nsearch b.test corp.test"},
         {"domain line that has it", "domain corp.test\n", "domain corp.test\n"},
         {"search after domain", "domain b.test\nsearch a.test\n", "domain b.test\nsearch a.test corp.test\n"},
         {"keyword without a domain is passed over", "search a.test\nsearch \nsearch\ndomain\t\n",

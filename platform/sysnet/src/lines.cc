@@ -25,11 +25,16 @@ std::string JoinLines(const std::vector<Line>& lines) {
     return content;
 }
 
-void AppendLine(std::vector<Line>& lines, std::string text) {
+std::string LineEndOf(const std::vector<Line>& lines) {
     std::string end = "\n";
     for (const Line& line : lines) {
         if (!line.end.empty()) end = line.end;
     }
+    return end;
+}
+
+void AppendLine(std::vector<Line>& lines, std::string text) {
+    const std::string end = LineEndOf(lines);
     if (!lines.empty() && lines.back().end.empty()) lines.back().end = end;
     lines.push_back({std::move(text), end});
 }

@@ -57,7 +57,7 @@ void InsertWords(Line& line, std::size_t at, const Words& words) { line.text.ins
 // Puts a line behind the line `at`, which gets a line end if it has none.
 void InsertLineBehind(std::vector<Line>& lines, std::size_t at, std::string text) {
     const std::string end = lines[at].end;
-    if (end.empty()) lines[at].end = '\n';
+    if (end.empty()) lines[at].end = LineEndOf(lines);
     lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(at) + 1, {std::move(text), end});
 }
 

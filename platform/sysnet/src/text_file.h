@@ -38,8 +38,10 @@ struct Line {
 std::vector<Line> SplitLines(std::string_view content);
 std::string JoinLines(const std::vector<Line>& lines);
 
-// Adds a line behind the last one, which gets a line end if it has none. Line ends are those of the last line that has
-// one.
+// The line end of the last line that has one; "\n" if none has.
+std::string LineEndOf(const std::vector<Line>& lines);
+
+// Adds a line behind the last one, which gets a line end if it has none.
 void AppendLine(std::vector<Line>& lines, std::string text);
 
 }  // namespace SysNet::Network
