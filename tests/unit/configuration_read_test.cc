@@ -13,7 +13,7 @@ namespace {
 using nimbrel::authentication::Configuration;
 using nimbrel::authentication::IOError;
 
-constexpr std::size_t kBuffer = 65536;  // what the reader asks for at once
+constexpr std::size_t kBuffer = 8128;  // what the reader asks for at once
 
 class ConfigurationRead : public ::testing::Test {
  protected:
@@ -51,7 +51,7 @@ std::string Setting(const std::string& key, std::size_t valueSize) {
 // Every byte of a few short lines once lies at the end of what one read brings.
 TEST_F(ConfigurationRead, LinesMayBeCutAnywhereByABuffersEnd) {
     const std::string tail = "\n \n\"a\" = ' b '\n\n c\t=\"=\"\r\nlast = 1";
-    for (const std::size_t buffer : {kBuffer, 2 * kBuffer, 8192UL}) {
+    for (const std::size_t buffer : {kBuffer, 2 * kBuffer, 3 * kBuffer, 8192UL, 65536UL}) {
         for (std::size_t before = 0; before <= tail.size() + 2; ++before) {
             ExpectAgreement(Setting("pad", buffer - 8 - before) + tail);
         }
@@ -66,7 +66,8 @@ TEST_F(ConfigurationRead, MalformedLineAcrossABuffersEndKeepsItsNumber) {
 }
 
 TEST_F(ConfigurationRead, LinesLongerThanAnyBufferAreReadWhole) {
-    for (const std::size_t size : {8191UL, 65535UL, 65536UL, 65537UL, 131072UL, 1048576UL, 5000000UL}) {
+    for (const std::size_t size :
+         {kBuffer - 1, kBuffer, kBuffer + 1, 8191UL, 65535UL, 65536UL, 65537UL, 131072UL, 1048576UL, 5000000UL}) {
         ExpectAgreement("a = 1\n" + Setting("long", size) + "\nb = 2");
         ExpectAgreement("a = 1\n" + Setting("long", size));
         ExpectAgreement(std::string(size, 'k') + " = 1\n");
