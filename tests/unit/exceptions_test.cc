@@ -34,6 +34,8 @@ std::vector<Sample> PlainSamples() {
     add(Plain<InvalidActiveDirectoryProviderException>(
         "The specified Active Directory provider 'ad' is invalid: too new", "ad", "too new"));
     add(Plain<InvalidAPXProxyProviderException>("The specified APXProxy provider 'proxy' is invalid", "proxy"));
+    add(Plain<InvalidAPXProxyProviderException>("The specified APXProxy provider 'proxy' is invalid: no file", "proxy",
+                                                "no file"));
     add(Plain<InvalidThumbprintStoreException>("The specified thumbprint store 'disk' is invalid", "disk"));
     add(Plain<InvalidKeyException>("The specified key 'provider' was not found in this configuration", "provider"));
     add(Plain<UnknownRemoteAuthenticationStoreException>("The specified store 'LDAP' is unknown", "LDAP"));
