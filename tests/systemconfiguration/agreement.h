@@ -1,0 +1,178 @@
+// Every text up to a length, given to the library's reader and to the literal one.
+
+#ifndef NIMAUTH_TESTS_SYSTEMCONFIGURATION_AGREEMENT_H_
+#define NIMAUTH_TESTS_SYSTEMCONFIGURATION_AGREEMENT_H_
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <functional>
+#include <locale>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "systemconfiguration/outcome.h"
+
+// Whole words are symbols too, so that short sequences make whole lines.
+using Symbols = std::vector<std::string_view>;
+
+// What stands around each text.
+struct Frame {
+    std::string_view before;
+    std::string_view after;
+};
+
+// Calls `visit` for the texts of `length` symbols and all shorter ones, the empty one included, until it returns false.
+// Returns the number of calls.
+class AllTexts {
+ public:
+    AllTexts(const Symbols& symbols, Frame frame) : _symbols(symbols), _frame(frame), _text(frame.before) {}
+
+    template <typename Visitor>
+    std::size_t Visit(std::size_t length, Visitor visit) {
+        _count = 0;
+        VisitFrom(length, visit);
+        return _count;
+    }
+
+ private:
+    template <typename Visitor>
+    bool VisitFrom(std::size_t length, Visitor& visit) {
+        const std::size_t size = _text.size();
+        _text += _frame.after;
+        ++_count;
+        bool goOn = visit(_text);
+        _text.resize(size);
+        for (std::size_t index = 0; goOn && length > 0 && index < _symbols.size(); ++index) {
+            _text += _symbols[index];
+            goOn = VisitFrom(length - 1, visit);
+            _text.resize(size);
+        }
+        return goOn;
+    }
+
+    const Symbols& _symbols;
+    Frame _frame;
+    std::string _text;
+    std::size_t _count = 0;
+};
+
+// How many texts there are.
+constexpr std::size_t CountTexts(std::size_t symbols, std::size_t length) {
+    return length == 0 ? 1 : 1 + symbols * CountTexts(symbols, length - 1);
+}
+
+// A change to a stream before it is read.
+struct Setting {
+    const char* name;
+    std::function<void(std::istream&)> prepare;
+};
+
+// White space in which a comma counts and a vertical tab does not.
+class CommaSpace : public std::ctype<char> {
+ public:
+    CommaSpace() : std::ctype<char>(Table()) {}
+
+ private:
+    static const mask* Table() {
+        static const std::vector<mask> table = [] {
+            std::vector<mask> changed(classic_table(), classic_table() + table_size);
+            changed[','] = static_cast<mask>(changed[','] | space);
+            changed['\v'] = static_cast<mask>(changed['\v'] & ~space);
+            return changed;
+        }();
+        return table.data();
+    }
+};
+
+inline std::locale CommaLocale() { return {std::locale::classic(), new CommaSpace}; }
+
+// The locale of every stream made while it lives.
+class GlobalLocale {
+ public:
+    explicit GlobalLocale(const std::locale& locale) : _previous(std::locale::global(locale)) {}
+    GlobalLocale(const GlobalLocale&) = delete;
+    GlobalLocale& operator=(const GlobalLocale&) = delete;
+    ~GlobalLocale() { std::locale::global(_previous); }
+
+ private:
+    std::locale _previous;
+};
+
+// Settings that change what stream operators do, one after the other.
+inline std::vector<Setting> AllSettings() {
+    using std::ios_base;
+    using std::istream;
+    static std::ostream tied(nullptr);
+    return {
+        {"noskipws", [](istream& stream) { stream.unsetf(ios_base::skipws); }},
+        {"width", [](istream& stream) { stream.width(3); }},
+        {"tie", [](istream& stream) { stream.tie(&tied); }},
+        {"exceptions on failbit", [](istream& stream) { stream.exceptions(ios_base::failbit); }},
+        {"exceptions on eofbit", [](istream& stream) { stream.exceptions(ios_base::eofbit); }},
+        {"exceptions on badbit", [](istream& stream) { stream.exceptions(ios_base::badbit); }},
+        {"all exceptions", [](istream& s) { s.exceptions(ios_base::failbit | ios_base::eofbit | ios_base::badbit); }},
+        {"eofbit on entry", [](istream& stream) { stream.setstate(ios_base::eofbit); }},
+        {"failbit on entry", [](istream& stream) { stream.setstate(ios_base::failbit); }},
+        {"badbit on entry", [](istream& stream) { stream.setstate(ios_base::badbit); }},
+        {"comma locale", [](istream& stream) { stream.imbue(CommaLocale()); }},
+    };
+}
+
+template <typename Library, typename Literal>
+class Agreement {
+ public:
+    // Whole texts, and lines split at every place: the slices do not change what the literal reader gives.
+    static void OnSlices(const Symbols& symbols, std::size_t length, Frame frame = {}) {
+        const std::size_t count = AllTexts(symbols, frame).Visit(length, [&](const std::string& text) {
+            const Outcome expected = OutcomeOf<Literal>(Source{text});
+            for (const std::size_t slice : {kNever, std::size_t{1}, std::size_t{2}, std::size_t{7}}) {
+                const Source source{text, slice};
+                if (!Agrees(source, expected, OutcomeOf<Library>(source))) return false;
+            }
+            return true;
+        });
+        EXPECT_EQ(count, CountTexts(symbols.size(), length));
+    }
+
+    static void OnSettings(const Symbols& symbols, std::size_t length, Frame frame = {}) {
+        for (const Setting& setting : AllSettings()) {
+            SCOPED_TRACE(setting.name);
+            AllTexts(symbols, frame).Visit(length, [&](const std::string& text) {
+                const Source source{text, 5};
+                return Agrees(source, OutcomeOf<Literal>(source, setting.prepare),
+                              OutcomeOf<Library>(source, setting.prepare));
+            });
+        }
+    }
+
+    // At every place, the end of the text included.
+    static void OnReadErrors(const Symbols& symbols, std::size_t length, Frame frame = {}) {
+        AllTexts(symbols, frame).Visit(length, [&](const std::string& text) {
+            for (std::size_t place = 0; place <= text.size(); ++place) {
+                for (const std::size_t slice : {kNever, std::size_t{1}}) {
+                    const Source source{text, slice, place};
+                    if (!Agrees(source, OutcomeOf<Literal>(source), OutcomeOf<Library>(source))) return false;
+                }
+            }
+            return true;
+        });
+    }
+
+    static void OnText(const Symbols& symbols, std::size_t length, Frame frame = {}) {
+        AllTexts(symbols, frame).Visit(length, [&](const std::string& text) {
+            const Source source{text};
+            return Agrees(source, OutcomeOf<Literal>(source), OutcomeOf<Library>(source));
+        });
+    }
+
+ private:
+    static bool Agrees(const Source& source, const Outcome& expected, const Outcome& actual) {
+        if (actual == expected) return true;
+        ADD_FAILURE() << source << "\nliteral " << expected << "\nlibrary " << actual;
+        return false;
+    }
+};
+
+#endif  // NIMAUTH_TESTS_SYSTEMCONFIGURATION_AGREEMENT_H_
