@@ -17,7 +17,10 @@ constexpr std::string_view kLineBlanks = " \t\r\n";
 // The words of a line as a string stream reads them, with its positions.
 class StreamWords {
  public:
-    explicit StreamWords(const std::string& line) : _stream(line), _size(line.size()) {}
+    // Memory that runs out must not look like the end of the line.
+    explicit StreamWords(const std::string& line) : _stream(line), _size(line.size()) {
+        _stream.exceptions(std::ios_base::badbit);
+    }
 
     bool Next(std::string& word) { return static_cast<bool>(_stream >> word); }
 
@@ -85,6 +88,7 @@ void ReadCriteria(const std::string& line, std::size_t open, std::list<std::stri
         for (std::string_view word = words.Next(); !word.empty(); word = words.Next()) criteria.emplace_back(word);
     } else {
         std::istringstream words(line.substr(open + 1, length));
+        words.exceptions(std::ios_base::badbit);
         for (std::string word; words >> word;) criteria.push_back(word);
     }
 }

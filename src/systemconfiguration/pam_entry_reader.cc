@@ -28,6 +28,7 @@ std::string ReadControl(std::istream& stream) {
 
 void AppendWords(const std::string& text, std::list<std::string>& words) {
     std::istringstream stream(text);
+    stream.exceptions(std::ios_base::badbit);  // memory that runs out must not look like the end of the line
     for (std::string word; stream >> word;) words.push_back(word);
 }
 

@@ -57,16 +57,23 @@ bool ReadRule(std::string_view line, StackFinder& stacks) {
     return true;
 }
 
-// Reads the comments and rules that lie whole in `lines` and returns how many characters they take. Stops before a line
-// that must be read word by word: one that the next line completes, or that throws.
-std::size_t ReadWholeLines(std::string_view lines, StackFinder& stacks) {
+std::string_view SkipSpace(std::string_view text) {
     std::size_t position = 0;
+    while (position < text.size() && IsSpace(text[position])) ++position;
+    return text.substr(position);
+}
+
+// Reads the comments and rules that lie whole in the get area, each consumed once it is in the policy. Stops before a
+// line that must be read word by word: one that is not there to its end, that the next line completes, or that throws.
+void ReadReadyLines(std::streambuf& buffer, StackFinder& stacks) {
     for (;;) {
-        while (position < lines.size() && IsSpace(lines[position])) ++position;
-        if (position == lines.size()) return position;
-        const std::size_t end = lines.find('\n', position);
-        if (lines[position] != '#' && !ReadRule(lines.substr(position, end - position), stacks)) return position;
-        position = end + 1;
+        const std::string_view ready = GetArea::Ready(buffer);
+        const std::string_view text = SkipSpace(ready);
+        GetArea::Consume(buffer, ready.size() - text.size());
+        const std::size_t end = text.find('\n');
+        if (end == std::string_view::npos) return;
+        if (text.front() != '#' && !ReadRule(text.substr(0, end), stacks)) return;
+        GetArea::Consume(buffer, end + 1);
     }
 }
 
@@ -105,10 +112,7 @@ std::istream& operator>>(std::istream& stream, PAMPolicy& policy) {
     const bool plain = IsClassicLocale() && HasPlainSettings(stream) && stream.rdbuf() != nullptr;
     StackFinder stacks(policy);
     while (!stream.fail()) {
-        if (plain && stream.good()) {
-            const std::string_view lines = GetArea::WholeLines(*stream.rdbuf());
-            GetArea::Consume(*stream.rdbuf(), ReadWholeLines(lines, stacks));
-        }
+        if (plain && stream.good()) ReadReadyLines(*stream.rdbuf(), stacks);
         ReadNextByWords(stream, policy);
     }
     return stream;

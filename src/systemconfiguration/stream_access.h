@@ -8,7 +8,7 @@
 #define NIMAUTH_SYSTEMCONFIGURATION_STREAM_ACCESS_H_
 
 #include <algorithm>
-#include <cstring>
+#include <cstddef>
 #include <istream>
 #include <limits>
 #include <locale>
@@ -35,15 +35,10 @@ inline bool HasPlainSettings(const std::ostream& stream) {
 // The characters that a stream buffer holds ready. Reading from here is what its own sbumpc would do next.
 class GetArea : private std::streambuf {
  public:
-    // The whole lines that are ready, each with its '\n'; empty if there is none.
-    static std::string_view WholeLines(std::streambuf& buffer) {
+    static std::string_view Ready(std::streambuf& buffer) {
         const char* const first = (buffer.*&GetArea::gptr)();
         const char* const last = (buffer.*&GetArea::egptr)();
-        if (first == last) return {};
-        const std::size_t size = std::min<std::size_t>(static_cast<std::size_t>(last - first), kLargestStep);
-        const void* const newline = memrchr(first, '\n', size);
-        if (newline == nullptr) return {};
-        return {first, static_cast<std::size_t>(static_cast<const char*>(newline) - first) + 1};
+        return {first, std::min(static_cast<std::size_t>(last - first), kLargestStep)};
     }
 
     static void Consume(std::streambuf& buffer, std::size_t count) {
