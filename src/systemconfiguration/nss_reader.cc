@@ -79,9 +79,8 @@ std::optional<NSSDatabase::Database> ReadDatabase(LineWords& words) {
     return entry == nullptr ? std::nullopt : std::optional(entry->value);
 }
 
-// The criteria in the bracket at index `open`, up to the first ']' or the end of the line.
-void ReadCriteria(const std::string& line, std::size_t open, std::list<std::string>& criteria) {
-    const std::size_t close = line.find(']', open);
+// The criteria in the bracket at index `open`, up to the ']' at `close` or the end of the line.
+void ReadCriteria(const std::string& line, std::size_t open, std::size_t close, std::list<std::string>& criteria) {
     const std::size_t length = close == std::string::npos ? close : close - open - 1;
     if (IsClassicLocale()) {
         Words words(std::string_view(line).substr(open + 1, length));
@@ -110,12 +109,15 @@ void ReadServices(const std::string& line, NSSConfiguration& configuration) {
     const std::optional<NSSDatabase::Database> database = ReadDatabase(words);
     if (!database.has_value()) return;
 
+    std::size_t close = 0;  // the next ']'; where there is none, there is none further on
     for (std::string word; words.Next(word);) {
         NSSService service(word);
         if (const std::optional<std::size_t> position = words.Position()) {
             const std::size_t next = *position + 1;
-            if (line.at(next) == '[') ReadCriteria(line, next, service.parameters());
-            words.MoveTo(next + line.find(']', next));
+            const char first = line.at(next);
+            if (close != std::string::npos) close = line.find(']', next);
+            if (first == '[') ReadCriteria(line, next, close, service.parameters());
+            words.MoveTo(next + close);
         }
         configuration[*database].push_back(std::move(service));
     }
