@@ -1,5 +1,6 @@
 #include <ostream>
 #include <string>
+#include <string_view>
 
 #include "systemconfiguration/pam_policy.h"
 #include "systemconfiguration/stream_access.h"
@@ -20,22 +21,30 @@ std::ostream& operator<<(std::ostream& stream, const PAMEntry& entry) {
 
 namespace {
 
-void WriteLine(std::ostream& stream, const std::string& line) {
-    stream.write(line.data(), static_cast<std::streamsize>(line.size()));
-    stream.flush();
+// A file's buffer hands a piece of 1,024 characters and more to writev(2) at once. Smaller pieces gather in it, so that
+// the flush makes one write(2) of a long line, too.
+constexpr std::size_t kLargestPiece = 1000;
+
+void WriteText(std::ostream& stream, std::string_view text) {
+    while (!text.empty()) {
+        const std::string_view piece = text.substr(0, kLargestPiece);
+        stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+        text.remove_prefix(piece.size());
+    }
 }
 
-// One line with one insertion and one flush. What precedes a control that has no text is written all the same.
+// One line with one flush. What precedes a control that has no text is written all the same.
 void WriteRule(std::ostream& stream, const std::string& facility, const PAMEntry& entry, std::string& line) {
     line.assign(facility).append(1, '\t');
     try {
         AppendEntry(line, entry);
     } catch (const InvalidControlException&) {
-        stream.write(line.data(), static_cast<std::streamsize>(line.size()));
+        WriteText(stream, line);
         throw;
     }
     line.append(1, '\n');
-    WriteLine(stream, line);
+    WriteText(stream, line);
+    stream.flush();
 }
 
 }  // namespace
