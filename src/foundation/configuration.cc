@@ -1,5 +1,6 @@
 #include "authentication/configuration.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -11,27 +12,27 @@
 namespace nimbrel::authentication {
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
-
+bool IsBlank(char character) { return character == ' ' || character == '\t'; }
 bool IsQuote(char character) { return character == '"' || character == '\''; }
+
+std::string_view WithoutOuterBlanks(std::string_view text) {
+    while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+    return text;
+}
 
 // One cleaned field: outer blanks gone, then one pair of like quotes. A field of blanks only stays as it is: only fields
 // with content are trimmed.
 std::string_view CleanField(std::string_view raw, int lineNumber) {
-    const std::size_t first = raw.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos) return raw;
-    const std::size_t last = raw.find_last_not_of(kBlanks);
-
-    if (first == last) {
-        if (IsQuote(raw[first])) {
-            // "at line" here and "on line" for a missing '=': clients match on both texts.
-            throw ConfigurationError("Error parsing configuration at line " + std::to_string(lineNumber) +
-                                     ": invalid quoting");
-        }
-        return raw.substr(first, 1);
+    const std::string_view text = WithoutOuterBlanks(raw);
+    if (text.empty()) return raw;
+    if (!IsQuote(text.front()) || text.back() != text.front()) return text;
+    if (text.size() == 1) {
+        // "at line" here and "on line" for a missing '=': clients match on both texts.
+        throw ConfigurationError("Error parsing configuration at line " + std::to_string(lineNumber) +
+                                 ": invalid quoting");
     }
-    if (IsQuote(raw[first]) && raw[last] == raw[first]) return raw.substr(first + 1, last - first - 1);
-    return raw.substr(first, last - first + 1);
+    return text.substr(1, text.size() - 2);
 }
 
 std::pair<std::string_view, std::string_view> SplitLine(std::string_view line, int lineNumber) {
@@ -68,7 +69,7 @@ Configuration::Configuration(const std::string& path) : _path(path) {
     LineReader reader(path);
     std::string_view line;
     for (int lineNumber = 1; reader.Next(line); ++lineNumber) {
-        if (line.find_first_not_of(kBlanks) == std::string_view::npos) continue;
+        if (std::all_of(line.begin(), line.end(), IsBlank)) continue;
         const auto [key, value] = SplitLine(line, lineNumber);
         AddUnlessPresent(*this, key, value);
     }
