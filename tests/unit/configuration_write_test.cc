@@ -121,6 +121,7 @@ TEST_F(ConfigurationWrite, ModeOfTheFileIsKept) {
         _folder.Put("file", "a = 1\n", mode);
         Configuration(_folder.Path("file")).Write();
         EXPECT_EQ(_folder.Mode("file"), mode);
+        unlink(_folder.Path("file").c_str());
     }
 }
 
