@@ -3,7 +3,8 @@
 //
 //     sleep               returns at once                          "sleep 30"
 //     syslog              keeps the line from the system log       "error: Failed to ..."
-//     dlopen              nothing                                  "dlopen /usr/... failed"
+//     dlopen              nothing                                  "dlopen /usr/... failed", and flags other than
+//                                                                  RTLD_LAZY | RTLD_GLOBAL
 //     open                nothing                                  "open /etc/nimbrel/nimauth/apxprovider.conf"
 //     gethostname         answers as `HostCalls` says              "gethostname"
 //     gethostbyname_r     answers as `HostCalls` says              "gethostbyname_r node01"

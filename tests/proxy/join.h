@@ -38,7 +38,7 @@ using ObjectValues = OrbConfigStore::StoreObject::ValueMap;
 
 class ProxyJoinTest : public ::testing::Test {
  protected:
-    ProxyJoinTest() {
+    explicit ProxyJoinTest(const std::string& provider = "scripted_provider") : store(MakeStore(provider)) {
         RemovePlugins();
         Install("scripted_proxy", "scripted_proxy");
         NameProxy("scripted_proxy");
@@ -84,14 +84,14 @@ class ProxyJoinTest : public ::testing::Test {
         return Outcome([&] { Join("", skipHostnameCheck); });
     }
 
-    // A store over the scripted provider `plugin`.
-    static ActiveDirectoryStore MakeStore(const std::string& plugin = "scripted_provider") {
-        Install(plugin, plugin);
-        WriteFile(kProviderFile, "provider = \"" + plugin + "\"\n");
+    ActiveDirectoryStore store;
+
+ private:
+    static ActiveDirectoryStore MakeStore(const std::string& provider) {
+        Install(provider, provider);
+        WriteFile(kProviderFile, "provider = \"" + provider + "\"\n");
         return ActiveDirectoryStore(60);
     }
-
-    ActiveDirectoryStore store = MakeStore();
 };
 
 }  // namespace nimbrel::authentication::test

@@ -25,7 +25,7 @@ Book& TheBook() {
     return book;
 }
 
-std::string Format(const char* format, va_list arguments) {
+__attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     std::string text(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, format, arguments)), '\0');

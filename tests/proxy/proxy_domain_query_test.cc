@@ -82,10 +82,10 @@ TEST_F(ProxyDomainQuery, ClosesAPlugInThatGivesNoName) {
     EXPECT_EQ(Journal::Lines().back(), "proxy closed");
 }
 
-TEST_F(ProxyDomainQuery, NeedsNeitherMembershipNorAProviderThatJoins) {
-    ActiveDirectoryStore old = MakeStore("old_provider");
-    EXPECT_EQ(old.GetDomainForAPXService(kAddress), "corp.test");
-    EXPECT_THAT(Settings(), IsEmpty());
+TEST_F(ProxyDomainQuery, AsksTheDirectoryProviderNothing) {
+    Ask();
+    EXPECT_THAT(Journal::Lines("join"), IsEmpty());
+    EXPECT_THAT(Journal::Lines("part"), IsEmpty());
 }
 
 }  // namespace

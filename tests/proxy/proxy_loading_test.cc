@@ -127,12 +127,6 @@ TEST_F(ProxyLoading, AMissingFunctionIsOnlyLookedForWhenItIsCalled) {
     EXPECT_EQ(DomainOf("unresolved"), "lazy.test");
 }
 
-TEST_F(ProxyLoading, ItsSymbolsAreVisibleToWhatIsLoadedLater) {
-    Install("global", "scripted_proxy");
-    const APXProxy proxy = Load("global");
-    EXPECT_NE(dlsym(RTLD_DEFAULT, "APXProxyClientOperations"), nullptr);
-}
-
 // ---------------------------------------------------------------- unusual names
 
 TEST_F(ProxyLoading, TheNameMayLeadIntoAFolder) {

@@ -1,0 +1,1 @@
+#include "proxy_layout.h"
