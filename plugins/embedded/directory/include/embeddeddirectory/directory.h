@@ -92,9 +92,11 @@ class Directory {
     void RemoveUser(const std::string& domain, const std::string& name);
     // An empty `domain` means every domain, here and in the listings below.
     std::vector<UserInfo> ListUsers(const std::string& domain = "") const;
+    std::optional<UserInfo> FindUser(const std::string& domain, const std::string& name) const;
 
-    // Logs a user on to `domain` or to the domain that the user name carries, and returns the user. Throws 1326 (unknown
-    // user, wrong password), 1909 (locked, whatever the password), 1331, 1793, 1330, 1907.
+    // Logs a user on to `domain` or to the domain that the user name carries, and returns the user. Throws 1355
+    // (no controller reachable), 1326 (unknown user, wrong password), 1909 (locked, whatever the password), and after the
+    // right password 1331, 1793, 1330 or 1907.
     UserInfo Authenticate(const std::string& domain, const UserCredentials& credentials) const;
 
     // --- Organizational units ---

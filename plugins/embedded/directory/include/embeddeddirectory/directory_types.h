@@ -84,6 +84,7 @@ inline constexpr std::int32_t kRelationshipInbound = 4;
 inline constexpr std::int32_t kRelationshipBidirectional = 5;
 inline constexpr std::int32_t kRelationshipUnknownDomain = 6;
 inline constexpr std::int32_t kRelationshipNotMember = 7;
+inline constexpr std::int32_t kRelationshipNoController = 8;  // of the host's own domain
 inline constexpr std::int32_t kRelationshipUnreadable = 9;
 
 struct TrustInfo {

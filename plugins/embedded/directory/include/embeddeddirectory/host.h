@@ -21,8 +21,10 @@
 
 namespace nimbrel::embedded {
 
-// A domain and a machine account as an authentication proxy names them. Empty `netbiosName` and `sid` are not compared.
+// A domain and a machine account as an authentication proxy names them. Empty `hostName`, `netbiosName` and `sid` are not
+// looked at.
 struct MachineAccountJoin {
+    std::string hostName;  // this host's
     std::string dnsName;
     std::string netbiosName;
     std::string sid;
@@ -40,7 +42,7 @@ class Host {
     // throws.
     void Join(const std::string& domain, const std::string& hostName, const std::string& unit,
               const UserCredentials& credentials) const;
-    // Throws 1810 if the SID or the NetBIOS name is not the domain's, and what `Directory::JoinPreStagedComputer` throws.
+    // Throws 2691, 1210, 1810 if the SID or the NetBIOS name is not the domain's, and what `Directory::JoinPreStagedComputer` throws.
     void JoinWithMachineAccount(const MachineAccountJoin& join) const;
     // Leaves. With credentials the account is deleted (5 without the right, and the host stays joined); without, the host
     // only forgets and the account stays. Throws 2692 (not joined).

@@ -1,0 +1,214 @@
+#include "database.h"
+
+#include <cerrno>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "database_file.h"
+#include "embeddeddirectory/directory_error.h"
+
+namespace nimbrel::embedded {
+namespace {
+
+constexpr int kBusyMilliseconds = 10'000;
+
+constexpr char kConnectionSettings[] =
+    "PRAGMA foreign_keys = ON;"
+    "PRAGMA synchronous = FULL;"
+    "PRAGMA secure_delete = ON;"
+    "PRAGMA trusted_schema = OFF;"
+    "PRAGMA cell_size_check = ON;";
+
+std::uint32_t StatusFor(int result, int systemError) {
+    switch (result & 0xff) {
+        case SQLITE_PERM:
+        case SQLITE_READONLY:
+            return kStatusAccessDenied;
+        case SQLITE_CANTOPEN:
+            return systemError == EACCES || systemError == EPERM ? kStatusAccessDenied : kStatusInternalError;
+        default:
+            return kStatusInternalError;
+    }
+}
+
+[[noreturn]] void Fail(sqlite3* connection, int result, const std::string& name) {
+    if ((result & 0xff) == SQLITE_NOMEM) {
+        throw std::bad_alloc();
+    }
+    const int systemError = connection ? sqlite3_system_errno(connection) : 0;
+    const char* text = connection ? sqlite3_errmsg(connection) : sqlite3_errstr(result);
+    throw DirectoryError(StatusFor(result, systemError), "The " + name + " cannot be used: " + text);
+}
+
+std::string NameOf(const std::string& path, const FileFormat& format) {
+    return std::string(format.what) + " '" + path + "'";
+}
+
+}  // namespace
+
+// --- Statement ---
+
+Statement::Statement(sqlite3* connection, const std::string& name, std::string_view sql)
+    : _connection(connection), _name(name) {
+    sqlite3_stmt* statement = nullptr;
+    Check(sqlite3_prepare_v2(connection, sql.data(), static_cast<int>(sql.size()), &statement, nullptr));
+    _statement.reset(statement);
+}
+
+void Statement::Check(int result) const {
+    if (result != SQLITE_OK) {
+        Fail(_connection, result, _name);
+    }
+}
+
+Statement& Statement::Bind(std::string_view text) {
+    Check(sqlite3_bind_text64(_statement.get(), _nextParameter++, text.data() ? text.data() : "", text.size(),
+                              SQLITE_TRANSIENT, SQLITE_UTF8));
+    return *this;
+}
+
+Statement& Statement::BindInPlace(std::string_view text) {
+    Check(sqlite3_bind_text64(_statement.get(), _nextParameter++, text.data() ? text.data() : "", text.size(),
+                              SQLITE_STATIC, SQLITE_UTF8));
+    return *this;
+}
+
+Statement& Statement::Bind(std::int64_t number) {
+    Check(sqlite3_bind_int64(_statement.get(), _nextParameter++, number));
+    return *this;
+}
+
+Statement& Statement::Bind(std::optional<std::int64_t> number) {
+    if (number) {
+        return Bind(*number);
+    }
+    Check(sqlite3_bind_null(_statement.get(), _nextParameter++));
+    return *this;
+}
+
+bool Statement::Step() {
+    const int result = sqlite3_step(_statement.get());
+    if (result != SQLITE_ROW && result != SQLITE_DONE) {
+        Fail(_connection, result, _name);
+    }
+    return result == SQLITE_ROW;
+}
+
+std::string_view Statement::TextInPlace(int column) const {
+    const void* text = sqlite3_column_blob(_statement.get(), column);
+    const int size = sqlite3_column_bytes(_statement.get(), column);
+    return {static_cast<const char*>(text), static_cast<std::size_t>(size)};
+}
+
+std::string Statement::Text(int column) const { return std::string(TextInPlace(column)); }
+
+std::int64_t Statement::Number(int column) const { return sqlite3_column_int64(_statement.get(), column); }
+
+std::optional<std::int64_t> Statement::OptionalNumber(int column) const {
+    if (sqlite3_column_type(_statement.get(), column) == SQLITE_NULL) {
+        return std::nullopt;
+    }
+    return Number(column);
+}
+
+// --- Database ---
+
+Database::Database(const std::string& path, const FileFormat& format)
+    : _name(std::make_unique<const std::string>(NameOf(path, format))) {
+    sqlite3* connection = nullptr;
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_PRIVATECACHE |
+                      SQLITE_OPEN_EXRESCODE;
+    const int result = sqlite3_open_v2(path.c_str(), &connection, flags, nullptr);
+    _connection.reset(connection);
+    if (result != SQLITE_OK) {
+        Fail(connection, result, *_name);
+    }
+    sqlite3_busy_timeout(connection, kBusyMilliseconds);
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    Execute(kConnectionSettings);
+}
+
+void Database::Execute(const char* sql) const {
+    const int result = sqlite3_exec(_connection.get(), sql, nullptr, nullptr, nullptr);
+    if (result != SQLITE_OK) {
+        Fail(_connection.get(), result, *_name);
+    }
+}
+
+void Database::CheckFormat(const FileFormat& format) const {
+    auto header = Prepare("SELECT application_id, user_version FROM pragma_application_id, pragma_user_version");
+    header.Step();
+    if (header.Number(0) != format.applicationId) {
+        throw DirectoryError(kStatusInternalError, "The file is no " + *_name);
+    }
+    if (header.Number(1) != format.version) {
+        throw DirectoryError(kStatusInternalError, "The " + *_name + " has version " + header.Text(1) +
+                                                       "; this program knows version " +
+                                                       std::to_string(format.version));
+    }
+}
+
+std::optional<Database> Database::OpenExisting(const std::string& path, const FileFormat& format) {
+    const auto real = PrepareExistingFile(path, NameOf(path, format));
+    if (!real) {
+        return std::nullopt;
+    }
+    Database database(*real, format);
+    database.CheckFormat(format);
+    return database;
+}
+
+Database Database::OpenOrCreate(const std::string& path, const FileFormat& format) {
+    auto existing = OpenExisting(path, format);
+    if (existing) {
+        return std::move(*existing);
+    }
+    Create(path, format);
+    existing = OpenExisting(path, format);
+    if (!existing) {
+        throw DirectoryError(kStatusInternalError, "The " + NameOf(path, format) + " was removed while it was opened");
+    }
+    return std::move(*existing);
+}
+
+void Database::Create(const std::string& path, const FileFormat& format) {
+    NewFile file(path, NameOf(path, format));
+    Fill(file.TemporaryPath(), format);
+    file.Publish();
+}
+
+void Database::Fill(const std::string& path, const FileFormat& format) {
+    const Database database(path, format);
+    database.Execute("PRAGMA journal_mode = WAL");
+    Transaction transaction(database, Transaction::Kind::Write);
+    database.Execute(format.schema);
+    database.Execute(("PRAGMA application_id = " + std::to_string(format.applicationId)).c_str());
+    database.Execute(("PRAGMA user_version = " + std::to_string(format.version)).c_str());
+    transaction.Commit();
+}
+
+// --- Transaction ---
+
+Transaction::Transaction(const Database& database, Kind kind) : _database(&database) {
+    database.Execute(kind == Kind::Write ? "BEGIN IMMEDIATE" : "BEGIN");
+}
+
+Transaction::Transaction(Transaction&& other) noexcept : _database(std::exchange(other._database, nullptr)) {}
+
+Transaction::~Transaction() {
+    if (_database) {
+        try {
+            _database->Execute("ROLLBACK");
+        } catch (...) {
+            // SQLite has rolled back by itself where the transaction failed; closing the connection ends the rest.
+        }
+    }
+}
+
+void Transaction::Commit() {
+    _database->Execute("COMMIT");
+    _database = nullptr;
+}
+
+}  // namespace nimbrel::embedded

@@ -1,0 +1,177 @@
+#include "database_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "embeddeddirectory/directory_error.h"
+
+namespace nimbrel::embedded {
+namespace {
+
+constexpr mode_t kFileMode = 0600;
+constexpr mode_t kFolderMode = 0755;
+
+class Descriptor {
+ public:
+    explicit Descriptor(int number) : _number(number) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (_number >= 0) {
+            close(_number);
+        }
+    }
+    int Number() const { return _number; }
+    explicit operator bool() const { return _number >= 0; }
+
+ private:
+    int _number;
+};
+
+[[noreturn]] void FailWith(int error, const std::string& name) {
+    const bool refused = error == EACCES || error == EPERM || error == EROFS || error == ELOOP;
+    throw DirectoryError(refused ? kStatusAccessDenied : kStatusInternalError,
+                         "The " + name + " cannot be used: " + std::generic_category().message(error));
+}
+
+std::pair<std::string, std::string> SplitPath(const std::string& path) {
+    const auto slash = path.rfind('/');
+    if (slash == std::string::npos) {
+        return {".", path};
+    }
+    return {slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1)};
+}
+
+// Unset if there is no such folder.
+std::optional<std::string> RealFolder(const std::string& folder, const std::string& name) {
+    std::error_code error;
+    std::string real = std::filesystem::canonical(folder, error).string();
+    if (!error) {
+        return real;
+    }
+    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
+        return std::nullopt;
+    }
+    FailWith(error.value(), name);
+}
+
+std::string Join(const std::string& folder, const std::string& file) {
+    return folder == "/" ? folder + file : folder + "/" + file;
+}
+
+void RequireFileName(const std::string& file, const std::string& name) {
+    if (file.empty() || file == "." || file == "..") {
+        FailWith(EISDIR, name);
+    }
+}
+
+void RemoveForeignRights(const Descriptor& file, mode_t mode, const std::string& name) {
+    if ((mode & (S_IRWXG | S_IRWXO)) == 0) {
+        return;
+    }
+    const std::string path = "/proc/self/fd/" + std::to_string(file.Number());
+    if (chmod(path.c_str(), kFileMode) != 0) {
+        FailWith(errno, name);
+    }
+}
+
+void MakeFolder(const std::string& folder, const std::string& name) {
+    if (mkdir(folder.c_str(), kFolderMode) == 0) {
+        // The umask may have taken rights that the owner needs.
+        if (chmod(folder.c_str(), kFolderMode) != 0) {
+            FailWith(errno, name);
+        }
+    } else if (errno != EEXIST) {
+        FailWith(errno, name);
+    }
+}
+
+}  // namespace
+
+std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name) {
+    const auto [folder, file] = SplitPath(path);
+    RequireFileName(file, name);
+    const auto realFolder = RealFolder(folder, name);
+    if (!realFolder) {
+        return std::nullopt;
+    }
+    std::string real = Join(*realFolder, file);
+    const Descriptor descriptor(open(real.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!descriptor) {
+        if (errno == ENOENT) {
+            return std::nullopt;
+        }
+        FailWith(errno, name);
+    }
+    struct stat status = {};
+    if (fstat(descriptor.Number(), &status) != 0) {
+        FailWith(errno, name);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw DirectoryError(kStatusAccessDenied, "The " + name + " is refused: it is a link or no regular file");
+    }
+    RemoveForeignRights(descriptor, status.st_mode, name);
+    return real;
+}
+
+NewFile::NewFile(const std::string& path, std::string name) : _name(std::move(name)) {
+    const auto [folder, file] = SplitPath(path);
+    RequireFileName(file, _name);
+    MakeFolder(folder, _name);
+    const auto realFolder = RealFolder(folder, _name);
+    if (!realFolder) {
+        FailWith(ENOENT, _name);
+    }
+    _folder = *realFolder;
+    _finalPath = Join(_folder, file);
+    _temporaryPath = _finalPath + ".XXXXXX";
+    const Descriptor descriptor(mkostemp(_temporaryPath.data(), O_CLOEXEC));
+    if (!descriptor) {
+        FailWith(errno, _name);
+    }
+    if (fchmod(descriptor.Number(), kFileMode) != 0) {
+        const int error = errno;
+        unlink(_temporaryPath.c_str());
+        FailWith(error, _name);
+    }
+}
+
+NewFile::~NewFile() {
+    unlink(_temporaryPath.c_str());
+    unlink((_temporaryPath + "-wal").c_str());
+    unlink((_temporaryPath + "-shm").c_str());
+}
+
+void NewFile::Publish() {
+    const Descriptor folder(open(_folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // One creator at a time: the leftovers removed below must not be those of a file that has just been published.
+    if (!folder || flock(folder.Number(), LOCK_EX) != 0) {
+        FailWith(errno, _name);
+    }
+    if (access(_finalPath.c_str(), F_OK) == 0) {
+        return;
+    }
+    RemoveLeftoversOfDeletedFile();
+    if (link(_temporaryPath.c_str(), _finalPath.c_str()) != 0 && errno != EEXIST) {
+        FailWith(errno, _name);
+    }
+    if (fsync(folder.Number()) != 0) {
+        FailWith(errno, _name);
+    }
+}
+
+// The log of a database that was deleted without it would be replayed into the new one.
+void NewFile::RemoveLeftoversOfDeletedFile() const {
+    unlink((_finalPath + "-wal").c_str());
+    unlink((_finalPath + "-shm").c_str());
+}
+
+}  // namespace nimbrel::embedded

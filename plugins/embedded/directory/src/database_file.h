@@ -1,0 +1,42 @@
+// The rules for the files themselves: mode 0600 under any umask, no links, new files complete or absent.
+//
+// SQLite's locks belong to the process and its file, and closing any descriptor of the file drops them. So nothing here
+// opens an existing database for reading or writing: descriptors are O_PATH, or belong to a file nobody else knows yet.
+
+#ifndef NIMBREL_EMBEDDED_DATABASE_FILE_H_
+#define NIMBREL_EMBEDDED_DATABASE_FILE_H_
+
+#include <optional>
+#include <string>
+
+namespace nimbrel::embedded {
+
+// The path with its folder's links resolved, ready to be opened; unset if there is no such file. Takes away the rights
+// of group and others. Throws `DirectoryError` 5 for a link or anything else but a regular file. `name` is for messages.
+std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name);
+
+// A new empty file beside `path`, removed again unless it is published.
+class NewFile {
+ public:
+    // Creates the last folder of the path if it is missing.
+    NewFile(const std::string& path, std::string name);
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    ~NewFile();
+
+    const std::string& TemporaryPath() const { return _temporaryPath; }
+    // Gives the file its name. Does nothing if another file has got it meanwhile.
+    void Publish();
+
+ private:
+    void RemoveLeftoversOfDeletedFile() const;
+
+    std::string _name;
+    std::string _folder;
+    std::string _finalPath;
+    std::string _temporaryPath;
+};
+
+}  // namespace nimbrel::embedded
+
+#endif  // NIMBREL_EMBEDDED_DATABASE_FILE_H_

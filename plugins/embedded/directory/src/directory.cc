@@ -1,0 +1,39 @@
+#include "embeddeddirectory/directory.h"
+
+#include <utility>
+
+#include "directory_impl.h"
+#include "directory_schema.h"
+
+namespace nimbrel::embedded {
+
+Directory::Directory(std::unique_ptr<Impl> impl) : _impl(std::move(impl)) {}
+Directory::Directory(Directory&&) noexcept = default;
+Directory& Directory::operator=(Directory&&) noexcept = default;
+Directory::~Directory() = default;
+
+Directory Directory::Open(const std::string& path, OpenMode mode) {
+    if (mode == OpenMode::CreateIfMissing) {
+        return Directory(std::make_unique<Impl>(Database::OpenOrCreate(path, kDirectoryFormat)));
+    }
+    auto database = Database::OpenExisting(path, kDirectoryFormat);
+    if (!database) {
+        throw DirectoryError(kStatusNoSuchDomain, "There is no embedded directory '" + path + "'");
+    }
+    return Directory(std::make_unique<Impl>(std::move(*database)));
+}
+
+DirectorySnapshot Directory::Export() const {
+    const Turn turn = _impl->Read();
+    DirectorySnapshot snapshot;
+    snapshot.domains = ReadDomains(turn.Db());
+    snapshot.users = ReadUsers(turn.Db(), std::nullopt);
+    snapshot.organizationalUnits = ReadUnits(turn.Db(), std::nullopt);
+    snapshot.computers = ReadComputers(turn.Db(), std::nullopt);
+    snapshot.trusts = ReadTrusts(turn.Db(), std::nullopt);
+    snapshot.controllers = ReadControllers(turn.Db(), std::nullopt);
+    snapshot.rehearsals = ReadRehearsals(turn.Db());
+    return snapshot;
+}
+
+}  // namespace nimbrel::embedded

@@ -1,0 +1,267 @@
+// The files themselves: rights, links, creation, damage.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "sandbox.h"
+
+namespace nimbrel::embedded::test {
+namespace {
+
+class Umask {
+ public:
+    explicit Umask(mode_t mask) : _before(umask(mask)) {}
+    Umask(const Umask&) = delete;
+    Umask& operator=(const Umask&) = delete;
+    ~Umask() { umask(_before); }
+
+ private:
+    mode_t _before;
+};
+
+class Files : public ::testing::Test {
+ protected:
+    void Create() const { Directory::Open(path, OpenMode::CreateIfMissing).AddDomain(kDomain); }
+    std::uint32_t OpenStatus() const {
+        return StatusOf([&] { Directory::Open(path).Export(); });
+    }
+
+    const TemporaryFolder folder;
+    const std::string path = folder / "directory.db";
+};
+
+TEST_F(Files, MissingFileIsAnUnknownDomain) {
+    EXPECT_EQ(OpenStatus(), 1355U);
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_EQ(StatusOf([&] { Directory::Open(folder / "no/such/folder.db"); }), 1355U);
+}
+
+TEST_F(Files, EveryFileIsPrivateUnderAnyUmask) {
+    for (const mode_t mask : {0000, 0022, 0277, 0777}) {
+        SCOPED_TRACE(mask);
+        const Umask set(mask);
+        const std::string file = folder / ("directory" + std::to_string(mask) + ".db");
+        Directory directory = Directory::Open(file, OpenMode::CreateIfMissing);
+        directory.AddDomain(kDomain);
+        for (const char* suffix : {"", "-wal", "-shm"}) {
+            EXPECT_EQ(ModeOf(file + suffix), 0600U) << suffix;
+        }
+    }
+}
+
+TEST_F(Files, MembershipIsPrivateUnderAnyUmask) {
+    const Umask set(0000);
+    Membership::Open(path).SetSmartCardServices({"login"});
+    EXPECT_EQ(ModeOf(path), 0600U);
+}
+
+TEST_F(Files, RightsOfOthersAreTakenAway) {
+    Create();
+    ASSERT_EQ(chmod(path.c_str(), 0644), 0);
+    EXPECT_EQ(OpenStatus(), 0U);
+    EXPECT_EQ(ModeOf(path), 0600U);
+}
+
+TEST_F(Files, LastFolderIsCreated) {
+    const Umask set(0777);
+    const std::string nested = folder / "nimbrel/directory.db";
+    Directory::Open(nested, OpenMode::CreateIfMissing);
+    EXPECT_EQ(ModeOf(folder / "nimbrel"), 0755U);
+}
+
+TEST_F(Files, NothingIsLeftBesideANewFile) {
+    Create();
+    int files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder / "")) {
+        EXPECT_EQ(entry.path().string(), path);
+        ++files;
+    }
+    EXPECT_EQ(files, 1);
+}
+
+TEST_F(Files, LinksAreRefused) {
+    Create();
+    const std::string link = folder / "link.db";
+    ASSERT_EQ(symlink(path.c_str(), link.c_str()), 0);
+    EXPECT_EQ(StatusOf([&] { Directory::Open(link); }), 5U);
+    EXPECT_EQ(StatusOf([&] { Directory::Open(link, OpenMode::CreateIfMissing); }), 5U);
+    EXPECT_EQ(StatusOf([&] { Membership::Open(link).Current(); }), 5U);
+}
+
+TEST_F(Files, DanglingLinkIsNotFollowedToCreateAFile) {
+    const std::string link = folder / "link.db";
+    ASSERT_EQ(symlink(path.c_str(), link.c_str()), 0);
+    EXPECT_EQ(StatusOf([&] { Directory::Open(link, OpenMode::CreateIfMissing); }), 5U);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(Files, LinkedFolderIsFollowed) {
+    Create();
+    const std::string link = folder / "here";
+    ASSERT_EQ(symlink((folder / "").c_str(), link.c_str()), 0);
+    EXPECT_EQ(Directory::Open(link + "/directory.db").ListDomains().size(), 1U);
+}
+
+TEST_F(Files, FolderAndFifoAreRefused) {
+    ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
+    EXPECT_EQ(OpenStatus(), 5U);
+    const std::string fifo = folder / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(StatusOf([&] { Directory::Open(fifo); }), 5U);
+    EXPECT_EQ(StatusOf([&] { Directory::Open(folder / "."); }), 1359U);
+}
+
+TEST_F(Files, DamagedFilesAreInternalErrors) {
+    Create();
+    const std::string good = ReadFile(path);
+    ASSERT_GT(good.size(), 4096U);
+    std::string header = good;
+    header.replace(0, 16, 16, 'x');
+    std::string pages = good;
+    pages.replace(100, pages.size() - 100, pages.size() - 100, '\xaa');
+    for (const std::string& damaged : {std::string(), std::string("no database"), header, pages,
+                                       good.substr(0, good.size() / 2), std::string(good.size(), '\0')}) {
+        WriteFile(path, damaged);
+        EXPECT_EQ(OpenStatus(), 1359U) << damaged.size();
+    }
+    WriteFile(path, good);
+    EXPECT_EQ(OpenStatus(), 0U);
+}
+
+TEST_F(Files, EveryDamagedPageGivesAnErrorOrTheTruthAndNeverCrashes) {
+    Create();
+    const std::string good = ReadFile(path);
+    for (std::size_t at = 0; at < good.size(); at += 251) {
+        std::string damaged = good;
+        damaged.replace(at, std::min<std::size_t>(32, good.size() - at), std::min<std::size_t>(32, good.size() - at),
+                        '\xff');
+        WriteFile(path, damaged);
+        const std::uint32_t status = OpenStatus();
+        EXPECT_TRUE(status == 0 || status == 1359) << at << ": " << status;
+    }
+}
+
+TEST_F(Files, OneKindIsNotTakenForTheOther) {
+    Create();
+    EXPECT_EQ(StatusOf([&] { Membership::Open(path).Current(); }), 1359U);
+    const std::string membership = folder / "membership.db";
+    Membership::Open(membership).SetSmartCardServices({});
+    EXPECT_EQ(StatusOf([&] { Directory::Open(membership); }), 1359U);
+}
+
+TEST_F(Files, NewerVersionIsRefusedByName) {
+    Create();
+    sqlite3* connection = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &connection), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(connection, "PRAGMA user_version = 2", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(connection);
+    try {
+        Directory::Open(path);
+        FAIL();
+    } catch (const DirectoryError& error) {
+        EXPECT_EQ(error.Status(), 1359U);
+        EXPECT_EQ(std::string(error.what()),
+                  "The embedded directory '" + path + "' has version 2; this program knows version 1");
+    }
+}
+
+TEST_F(Files, LogOfADeletedFileIsNotReplayedIntoANewOne) {
+    std::string log;
+    {
+        Directory directory = Directory::Open(path, OpenMode::CreateIfMissing);
+        directory.AddDomain("old.test");
+        log = ReadFile(path + "-wal");
+    }
+    ASSERT_FALSE(log.empty());
+    ASSERT_EQ(unlink(path.c_str()), 0);
+    WriteFile(path + "-wal", log);
+    EXPECT_TRUE(Directory::Open(path, OpenMode::CreateIfMissing).ListDomains().empty());
+}
+
+TEST_F(Files, SettingsOfTheFileAreDurable) {
+    Create();
+    sqlite3* connection = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &connection), SQLITE_OK);
+    sqlite3_stmt* statement = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(connection, "PRAGMA journal_mode", -1, &statement, nullptr), SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
+    EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)), "wal");
+    sqlite3_finalize(statement);
+    sqlite3_close(connection);
+}
+
+TEST_F(Files, FileThatOthersHoldForTooLongIsAnInternalError) {
+    Create();
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    Directory directory = Directory::Open(path);
+    EXPECT_EQ(directory.ListDomains().size(), 1U) << "readers do not wait for writers";
+    EXPECT_EQ(StatusOf([&] { directory.AddDomain("two.test"); }), 1359U);
+    sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
+    EXPECT_EQ(StatusOf([&] { directory.AddDomain("two.test"); }), 0U);
+    sqlite3_close(other);
+}
+
+TEST_F(Files, DescriptorsAreNotInherited) {
+    Directory directory = Directory::Open(path, OpenMode::CreateIfMissing);
+    directory.AddDomain(kDomain);
+    int ours = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        const std::string target = std::filesystem::read_symlink(entry.path(), gone).string();
+        if (target.rfind(path, 0) == 0) {
+            ++ours;
+            EXPECT_NE(fcntl(std::stoi(entry.path().filename().string()), F_GETFD) & FD_CLOEXEC, 0) << target;
+        }
+    }
+    EXPECT_GE(ours, 2);
+}
+
+TEST_F(Files, ManyCreatorsAtOnceMakeOneFile) {
+    std::vector<std::thread> threads;
+    std::atomic<int> failures = 0;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&, i] {
+            if (StatusOf([&] {
+                    Directory::Open(path, OpenMode::CreateIfMissing).AddDomain("d" + std::to_string(i) + ".test");
+                }) != 0) {
+                ++failures;
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(Directory::Open(path).ListDomains().size(), 8U);
+}
+
+// The kernel refuses root nothing: a child becomes another user first.
+TEST_F(Files, FileThatMayNotBeReadIsRefused) {
+    Create();
+    ASSERT_EQ(chmod(path.c_str(), 0000), 0);
+    ASSERT_EQ(chmod((folder / "").c_str(), 0755), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        if (geteuid() == 0 && setuid(65534) != 0) {
+            _exit(99);
+        }
+        _exit(static_cast<int>(OpenStatus()));
+    }
+    int result = 0;
+    ASSERT_EQ(waitpid(child, &result, 0), child);
+    ASSERT_TRUE(WIFEXITED(result));
+    EXPECT_EQ(WEXITSTATUS(result), 5);
+}
+
+}  // namespace
+}  // namespace nimbrel::embedded::test

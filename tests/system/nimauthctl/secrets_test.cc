@@ -1,0 +1,173 @@
+// Where passwords come from, and where they must never be seen. Every run of the tool is searched for them besides.
+
+#include <csignal>
+
+#include <filesystem>
+
+#include "tool_host.h"
+
+namespace nimbrel::testing {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class SecretsTest : public ToolHost {
+ protected:
+    void SetUp() override {
+        ToolHost::SetUp();
+        HaveDomain();
+    }
+
+    static void ExpectNotInProcess(pid_t process) {
+        for (const char* const file : {"cmdline", "environ"}) {
+            const std::string text = ReadFile("/proc/" + std::to_string(process) + '/' + file);
+            EXPECT_THAT(text, Not(HasSubstr(kPassword))) << file;
+        }
+    }
+    static void ExpectInCommandLine(pid_t process, const char* word) {
+        EXPECT_THAT(ReadFile("/proc/" + std::to_string(process) + "/cmdline"), HasSubstr(word));
+    }
+};
+
+const Words kJoin = {"join", "corp.test", "-U", "administrator"};
+
+Words JoinWith(const Words& more) {
+    Words words = kJoin;
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+TEST_F(SecretsTest, PasswordFromADescriptor) {
+    const ProgramResult result =
+        Ctl(JoinWith({"--password-fd", "7"}), {.descriptors = {{7, std::string(kPassword) + '\n'}}});
+    EXPECT_THAT(result, ExitsWith(0));
+}
+
+TEST_F(SecretsTest, PasswordFromStandardInputIsNotInTheProcess) {
+    const ProgramResult result =
+        Ctl(JoinWith({"--password-stdin"}), {.input = kPassword, .beforeInput = [](pid_t tool) {
+                                                 ExpectInCommandLine(tool, "--password-stdin");
+                                                 ExpectNotInProcess(tool);
+                                             }});
+    EXPECT_THAT(result, ExitsWith(0));
+}
+
+TEST_F(SecretsTest, PromptTakesThePasswordWithoutShowingIt) {
+    const ProgramResult result =
+        Ctl(kJoin, {.terminal = {{"Password for administrator: ", std::string(kPassword) + '\n', ExpectNotInProcess}}});
+    EXPECT_THAT(result, ExitsWith(0));
+    EXPECT_EQ("", result.errors);
+    EXPECT_THAT(result.terminal, HasSubstr("Password for administrator: \r\n"));
+    EXPECT_THAT(result.output, Not(HasSubstr("Password for")));
+}
+
+TEST_F(SecretsTest, NewPasswordIsAskedForTwice) {
+    const Words words = {"directory", "user", "add", "corp.test", "bob"};
+    const std::string typed = std::string(kPassword) + '\n';
+    EXPECT_THAT(Ctl(words, {.terminal = {{"Password for bob: ", typed}, {"The same again: ", typed}}}), ExitsWith(0));
+
+    const ProgramResult differ =
+        Ctl({"directory", "user", "add", "corp.test", "carol"},
+            {.terminal = {{"Password for carol: ", typed}, {"again: ", std::string(kWrongPassword) + '\n'}}});
+    EXPECT_THAT(differ, ExitsWith(2));
+    EXPECT_THAT(differ.errors, HasSubstr("differ"));
+    EXPECT_THAT(Done({"directory", "user", "list"}), AllOf(HasSubstr("user: bob "), Not(HasSubstr("user: carol "))));
+}
+
+TEST_F(SecretsTest, PromptWithoutATerminalFailsClearly) {
+    const ProgramResult result = Ctl(kJoin, {.input = std::string(kPassword) + '\n'});
+    EXPECT_THAT(result, ExitsWith(2));
+    EXPECT_EQ(
+        "error: there is no terminal to ask for the password on\n"
+        "remedy: use --password-stdin or --password-fd N\n",
+        result.errors);
+}
+
+TEST_F(SecretsTest, EndOfTheTerminalsInputIsNotAnEmptyPassword) {
+    const ProgramResult result = Ctl(kJoin, {.terminal = {{"administrator: ", "\x04"}}});
+    EXPECT_THAT(result, ExitsWith(2));
+    EXPECT_THAT(result.errors, HasSubstr("ended before a password was typed"));
+}
+
+TEST_F(SecretsTest, InterruptAtThePromptEndsTheTool) {
+    ProgramOptions options = {.arguments = kJoin, .terminal = {{"administrator: ", "\x03"}}};
+    const ProgramResult result = RunProgram(kTool, options);
+    EXPECT_EQ(SIGINT, result.signal);
+    EXPECT_THAT(Done({"status"}), HasLine("joined: no"));
+}
+
+TEST_F(SecretsTest, UserNameCannotPlayWithTheTerminal) {
+    const std::string typed = std::string(kPassword) + '\n';
+    const ProgramResult result =
+        Ctl({"directory", "user", "add", "corp.test", "x\x1b[2J\nPassword"},
+            {.terminal = {{"Password for x\\x1b[2J\\x0aPassword: ", typed}, {"again: ", typed}}});
+    EXPECT_THAT(result, ExitsWith(1));
+    EXPECT_THAT(result.terminal, Not(HasSubstr("\x1b")));
+}
+
+struct RefusedInput {
+    std::string input;
+    const char* text;
+};
+
+TEST_F(SecretsTest, InputThatIsNoPasswordIsRefused) {
+    const RefusedInput kCases[] = {{std::string(kPassword) + "\nmore", "more than one line"},
+                                   {std::string(kPassword) + std::string(1, '\0'), "NUL"},
+                                   {kPassword + std::string(5'000'000, 'x'), "longer than 1024 bytes"}};
+    for (const RefusedInput& refused : kCases) {
+        const ProgramResult result = Ctl(JoinWith({"--password-stdin"}), {.input = refused.input});
+        EXPECT_THAT(result, ExitsWith(2));
+        EXPECT_THAT(result.errors, HasSubstr(refused.text));
+    }
+    EXPECT_THAT(Done({"status"}), HasLine("joined: no"));
+}
+
+TEST_F(SecretsTest, ClosedAndUnknownDescriptorsAreUsageErrors) {
+    EXPECT_THAT(Ctl(JoinWith({"--password-stdin"}), {.closed = {0}}), ExitsWith(2));
+    EXPECT_THAT(Ctl(JoinWith({"--password-fd", "77"})), ExitsWith(2));
+    EXPECT_THAT(Ctl(JoinWith({"--password-fd", "x"})), ExitsWith(2));
+    EXPECT_THAT(Ctl(JoinWith({"--password-fd", "0", "--password-stdin"})), ExitsWith(2));
+}
+
+TEST_F(SecretsTest, PasswordOnTheCommandLineIsRefusedAndNotRepeated) {
+    for (const Words& words : {JoinWith({"--password", kPassword}), JoinWith({std::string("--password=") + kPassword}),
+                               JoinWith({kPassword}), JoinWith({std::string("-p") + kPassword})}) {
+        EXPECT_THAT(Ctl(words), ExitsWith(2));
+    }
+}
+
+TEST_F(SecretsTest, EnvironmentIsNotAskedForAPassword) {
+    for (const char* const name : {"PASSWORD", "NIMAUTH_PASSWORD", "NIMAUTHCTL_PASSWORD", "PASSWD"}) {
+        const ProgramResult result = Ctl(kJoin, {.environment = {std::string(name) + '=' + kPassword}});
+        EXPECT_THAT(result, ExitsWith(2)) << name;
+    }
+}
+
+TEST_F(SecretsTest, FailureAndVerbosityDoNotShowIt) {
+    Done({"directory", "rehearse", "join-domain", "--status", "1359"});
+    for (const char* const more : {"--verbose", "--json"}) {
+        EXPECT_THAT(CtlWithPassword(JoinWith({more})), ExitsWith(1));
+    }
+}
+
+TEST_F(SecretsTest, ItIsInNoFileOfTheHost) {
+    EXPECT_THAT(CtlWithPassword(kJoin), ExitsWith(0));
+    int searched = 0;
+    for (const char* const root : {"/var", "/etc/nimbrel", "/tmp", "/run", "/root"}) {
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+            if (!entry.is_regular_file()) continue;
+            ++searched;
+            EXPECT_THAT(ReadFile(entry.path()), Not(HasSubstr(kPassword))) << entry.path();
+        }
+    }
+    EXPECT_GE(searched, 5);
+}
+
+TEST_F(SecretsTest, LeaveWithAPasswordButWithoutAUserIsRefused) {
+    EXPECT_THAT(CtlWithPassword({"leave"}), ExitsWith(2));
+}
+
+}  // namespace
+}  // namespace nimbrel::testing

@@ -1,0 +1,120 @@
+#include "tools/nimauthctl/catalogue.h"
+
+#include <cxxabi.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdlib>
+#include <memory>
+#include <set>
+#include <string>
+#include <typeinfo>
+
+#include "authentication/exceptions.h"
+#include "embeddeddirectory/directory_error.h"
+
+namespace nimbrel::nimauthctl {
+namespace {
+
+std::string ClassFor(std::uint32_t status) {
+    try {
+        authentication::ThrowMappedException(status);
+    } catch (const authentication::Exception& error) {
+        const std::unique_ptr<char, decltype(&std::free)> name(
+            abi::__cxa_demangle(typeid(error).name(), nullptr, nullptr, nullptr), &std::free);
+        const std::string whole = name.get();
+        return whole.substr(whole.rfind(':') + 1);
+    }
+}
+
+TEST(CatalogueTest, EveryStatusNamesTheClassThatTheLibraryThrows) {
+    for (const StatusEntry& entry : StatusEntries()) EXPECT_EQ(ClassFor(entry.status), entry.exception) << entry.status;
+}
+
+TEST(CatalogueTest, All47MappedCodesAreThere) {
+    int mapped = 0;
+    for (std::uint32_t status = 0; status <= 11001; ++status) {
+        if (ClassFor(status) == "UnknownException") continue;
+        ++mapped;
+        EXPECT_NE(nullptr, FindStatus(status)) << status;
+    }
+    EXPECT_EQ(47, mapped);
+}
+
+TEST(CatalogueTest, CommonUnmappedCodesAreThere) {
+    constexpr std::array kCommon = {53u,   64u,   1316u, 1722u, 1789u, 1793u, 1907u, 1909u,       2224u,      2453u,
+                                    2692u, 2694u, 2713u, 2732u, 8557u, 145u,  183u,  4294901760u, 4294901761u};
+    for (const std::uint32_t status : kCommon) EXPECT_NE(nullptr, FindStatus(status)) << status;
+}
+
+template <typename Entries>
+void ExpectSorted(const Entries& entries) {
+    for (std::size_t at = 1; at < entries.size(); ++at) EXPECT_LT(entries[at - 1].status, entries[at].status);
+}
+
+TEST(CatalogueTest, CodesAreInOrderAndUnique) {
+    ExpectSorted(StatusEntries());
+    ExpectSorted(DirectoryEditEntries());
+}
+
+template <typename Entry>
+void ExpectAdvice(const Entry& entry) {
+    for (const std::string_view text : {entry.cause, entry.remedy}) {
+        EXPECT_FALSE(text.empty());
+        EXPECT_FALSE(text.ends_with('.')) << text;
+        EXPECT_EQ(std::string_view::npos, text.find('\n')) << text;
+    }
+}
+
+TEST(CatalogueTest, EveryEntryHasCauseAndRemedyInOneLine) {
+    for (const StatusEntry& entry : StatusEntries()) ExpectAdvice(entry);
+    for (const StatusEntry& entry : DirectoryEditEntries()) ExpectAdvice(entry);
+    for (const ClassEntry& entry : ClassEntries()) ExpectAdvice(entry);
+}
+
+TEST(CatalogueTest, ClassesAreUnique) {
+    std::set<std::string_view> names;
+    for (const ClassEntry& entry : ClassEntries()) EXPECT_TRUE(names.insert(entry.exception).second) << entry.exception;
+}
+
+TEST(CatalogueTest, EveryStatusOfTheEmbeddedDirectoryIsExplained) {
+    using namespace embedded;
+    constexpr std::array kStatuses = {kStatusFileNotFound,       kStatusAccessDenied,       kStatusNotEnoughMemory,
+                                      kStatusInvalidParameter,   kStatusNotEmpty,           kStatusAlreadyExists,
+                                      kStatusInvalidUnitName,    kStatusNotFound,           kStatusInvalidComputerName,
+                                      kStatusInvalidDomainName,  kStatusInvalidAccountName, kStatusAccountExists,
+                                      kStatusNoSuchAccount,      kStatusLogonFailure,       kStatusPasswordExpired,
+                                      kStatusAccountDisabled,    kStatusNoSuchDomain,       kStatusDomainExists,
+                                      kStatusInternalError,      kStatusNoTrustAccount,     kStatusAccountExpired,
+                                      kStatusDomainInconsistent, kStatusPasswordMustChange, kStatusAccountLocked,
+                                      kStatusAlreadyJoined,      kStatusNotJoined};
+    for (const std::uint32_t status : kStatuses) EXPECT_NE(nullptr, FindStatus(status)) << status;
+}
+
+struct ExitCodeCase {
+    std::uint32_t status;
+    ExitCode exitCode;
+};
+
+TEST(CatalogueTest, ExitCodesFollowTheKindOfFailure) {
+    constexpr ExitCodeCase kCases[] = {
+        {5, ExitCode::Permission},        {1210, ExitCode::HostName},       {1222, ExitCode::Network},
+        {1225, ExitCode::Network},        {1311, ExitCode::Network},        {1326, ExitCode::Authentication},
+        {1330, ExitCode::Authentication}, {1331, ExitCode::Authentication}, {1355, ExitCode::Network},
+        {1793, ExitCode::Authentication}, {1907, ExitCode::Authentication}, {1909, ExitCode::Authentication},
+        {2691, ExitCode::OtherState},     {2692, ExitCode::NotJoined},      {10060, ExitCode::Network},
+        {1359, ExitCode::Failure}};
+    for (const ExitCodeCase& expected : kCases) {
+        EXPECT_EQ(expected.exitCode, FindStatus(expected.status)->exitCode) << expected.status;
+    }
+}
+
+TEST(CatalogueTest, UnknownCodeAndClassAreNotFound) {
+    EXPECT_EQ(nullptr, FindStatus(4660));
+    EXPECT_EQ(nullptr, FindStatus(0x1'0000'0005));
+    EXPECT_EQ(nullptr, FindDirectoryEdit(1326));
+    EXPECT_EQ(nullptr, FindClass("NoSuchException"));
+}
+
+}  // namespace
+}  // namespace nimbrel::nimauthctl

@@ -1,0 +1,48 @@
+// The causes and remedies of every failure that the tool can explain.
+//
+// Failures come in three kinds, one table each:
+//   - status codes of the directory provider (Windows system error numbers), whether the library has a class for them
+//     or reports them as `UnknownException`;
+//   - the library's and the platform's own exceptions, by class name;
+//   - refusals of a change to the embedded directory, where the same numbers speak of the file that is being edited and
+//     not of a domain on the network.
+
+#ifndef NIMAUTHCTL_CATALOGUE_H_
+#define NIMAUTHCTL_CATALOGUE_H_
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "tools/nimauthctl/exit_code.h"
+
+namespace nimbrel::nimauthctl {
+
+struct StatusEntry {
+    std::uint32_t status;
+    ExitCode exitCode;
+    std::string_view exception;  // the library's class for it; empty for an edit of the embedded directory
+    std::string_view cause;
+    std::string_view remedy;
+};
+
+struct ClassEntry {
+    std::string_view exception;
+    ExitCode exitCode;
+    std::string_view cause;
+    std::string_view remedy;
+};
+
+// In the order of their codes, and of no particular order.
+std::span<const StatusEntry> StatusEntries();
+std::span<const StatusEntry> DirectoryEditEntries();
+std::span<const ClassEntry> ClassEntries();
+
+// Null for one that the catalogue does not hold.
+const StatusEntry* FindStatus(std::uint64_t status);
+const StatusEntry* FindDirectoryEdit(std::uint64_t status);
+const ClassEntry* FindClass(std::string_view exception);
+
+}  // namespace nimbrel::nimauthctl
+
+#endif  // NIMAUTHCTL_CATALOGUE_H_

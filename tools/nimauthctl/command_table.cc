@@ -1,0 +1,118 @@
+#include "tools/nimauthctl/command_table.h"
+
+#include <algorithm>
+
+#include "tools/nimauthctl/commands/commands.h"
+
+namespace nimbrel::nimauthctl {
+namespace {
+
+constexpr char kEmbedded[] =
+    "The embedded directory is a file on this host, /var/lib/nimbrel/directory.db. It answers the configured provider "
+    "'embedded' as a domain would, for evaluation, for air-gapped laboratories, and to rehearse how an agent takes a "
+    "slow or failing domain. It is not a real domain: nobody can log in against it from the network, and whoever can "
+    "write the file administers it.";
+
+std::vector<Command> MakeCommands() {
+    return {
+        JoinCommand(),
+        LeaveCommand(),
+        StatusCommand(),
+        StoreListCommand(),
+        StoreShowCommand(),
+        StoreSetCommand(),
+        ConfigShowCommand(),
+        OptionListCommand(),
+        OptionGetCommand(),
+        OptionSetCommand(),
+        DirectoryShowCommand(),
+        DirectoryDomainAddCommand(),
+        DirectoryDomainRemoveCommand(),
+        DirectoryDomainListCommand(),
+        DirectoryUserAddCommand(),
+        DirectoryUserSetCommand(),
+        DirectoryUserRemoveCommand(),
+        DirectoryUserListCommand(),
+        DirectoryUnitAddCommand(),
+        DirectoryUnitRemoveCommand(),
+        DirectoryUnitListCommand(),
+        DirectoryComputerStageCommand(),
+        DirectoryComputerEnableCommand(),
+        DirectoryComputerDisableCommand(),
+        DirectoryComputerResetCommand(),
+        DirectoryComputerRemoveCommand(),
+        DirectoryComputerListCommand(),
+        DirectoryTrustAddCommand(),
+        DirectoryTrustRemoveCommand(),
+        DirectoryTrustListCommand(),
+        DirectoryControllerAddCommand(),
+        DirectoryControllerSetCommand(),
+        DirectoryControllerRemoveCommand(),
+        DirectoryControllerListCommand(),
+        DirectoryRehearseCommand(),
+    };
+}
+
+template <typename Entry>
+const Entry* Find(const std::vector<Entry>& entries, std::string_view name) {
+    const auto found =
+        std::find_if(entries.begin(), entries.end(), [&](const Entry& entry) { return entry.name == name; });
+    return found == entries.end() ? nullptr : &*found;
+}
+
+std::string Usage(const Option& option) {
+    const std::string first = option.flags.substr(0, option.flags.find(','));
+    const std::string text = option.value.empty() ? first : first + ' ' + option.value;
+    return (option.required ? text : '[' + text + ']') + (option.repeatable ? "..." : "");
+}
+
+}  // namespace
+
+const std::vector<Command>& Commands() {
+    static const std::vector<Command> commands = MakeCommands();
+    return commands;
+}
+
+const std::vector<CommandGroup>& CommandGroups() {
+    static const std::vector<CommandGroup> groups = {
+        {"store", "which authentication store the host uses"},
+        {"config", "where the settings come from"},
+        {"option", "the host's advanced options"},
+        {"directory", "the embedded directory: not a real domain, for evaluation and rehearsals", kEmbedded},
+        {"directory domain", "domains of the embedded directory", kEmbedded},
+        {"directory user", "users of the embedded directory", kEmbedded},
+        {"directory ou", "organizational units of the embedded directory", kEmbedded},
+        {"directory computer", "computer accounts of the embedded directory", kEmbedded},
+        {"directory trust", "trusts of the embedded directory's domains", kEmbedded},
+        {"directory controller", "domain controllers of the embedded directory", kEmbedded},
+    };
+    return groups;
+}
+
+const std::vector<Option>& GlobalOptions() {
+    static const std::vector<Option> options = {
+        {.flags = "--json", .help = "show the result, errors too, as one JSON object with \"schema\": 1"},
+        {.flags = "--timeout",
+         .value = "SECONDS",
+         .help = "how long to wait for each answer of the directory, 0 to 86400; 60 unless given"},
+        {.flags = "-q,--quiet", .help = "show answers and errors, but no confirmation of a change"},
+        {.flags = "-v,--verbose", .help = "tell on standard error what is asked and how long it takes"},
+        {.flags = "--version", .help = "show the version"},
+        {.flags = "-h,--help", .help = "show this help"},
+    };
+    return options;
+}
+
+const Command* FindCommand(std::string_view name) { return Find(Commands(), name); }
+const CommandGroup* FindGroup(std::string_view name) { return Find(CommandGroups(), name); }
+
+std::string Synopsis(const Command& command) {
+    std::string text = "nimauthctl " + command.name;
+    for (const Option& option : command.options) text += ' ' + Usage(option);
+    for (const Argument& argument : command.arguments) {
+        text += argument.optional ? " [" + argument.name + ']' : ' ' + argument.name;
+    }
+    return text;
+}
+
+}  // namespace nimbrel::nimauthctl

@@ -1,0 +1,157 @@
+// nimauthctl join
+
+#include <unistd.h>
+
+#include <array>
+#include <string>
+#include <utility>
+
+#include "orbconfigstore/config_store.h"
+#include "tools/nimauthctl/commands/commands.h"
+#include "tools/nimauthctl/commands/membership.h"
+#include "tools/nimauthctl/failure.h"
+#include "tools/nimauthctl/report.h"
+#include "tools/nimauthctl/standard_streams.h"
+
+namespace nimbrel::nimauthctl {
+namespace {
+
+using authentication::ActiveDirectoryStore;
+using authentication::ActiveDirectoryStoreConfiguration;
+
+constexpr char kTarget[] = "DOMAIN[/OU]";
+
+struct Target {
+    std::string domain;
+    std::string organizationalUnit;
+};
+
+Target SplitTarget(const std::string& text) {
+    const std::size_t slash = text.find('/');
+    if (slash == 0 || text.empty()) throw UsageError("the domain's name is empty", "give its DNS name, as corp.test");
+    if (slash == std::string::npos) return {text, ""};
+    return {text.substr(0, slash), text.substr(slash + 1)};
+}
+
+std::string HostName() {
+    std::array<char, 256> name{};
+    return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
+
+// A provider that does not know its machine account yet gives an empty text.
+void ShowMembership(const ActiveDirectoryStoreConfiguration& configuration, Report& report) {
+    report.Text("domain", configuration.DomainDNSName());
+    report.TextOrNone("domain NetBIOS name", configuration.DomainNetBIOSName());
+    report.TextOrNone("machine account", configuration.MachineAccountDN());
+}
+
+// True if nothing needs to be done. A directory that does not answer in time is asked to join: it refuses a second
+// membership itself.
+bool IsJoinedAlready(const ActiveDirectoryStore& store, const Target& target, const Invocation& invocation,
+                     Report& report) {
+    const auto answer = AskConfiguration(store, invocation);
+    const std::string& present = answer.value.DomainDNSName();
+    if (answer.stale || present.empty()) return false;
+    if (!SameName(present, target.domain) && !SameName(answer.value.DomainNetBIOSName(), target.domain)) {
+        throw ToolError(ExitCode::OtherState, "the host is joined to " + present + " already",
+                        "it can be in one domain only", "leave first with 'nimauthctl leave'");
+    }
+    report.Flag("joined", true);
+    report.Flag("changed", false);
+    ShowMembership(answer.value, report);
+    return true;
+}
+
+// What the directory made of the join. The join itself is done: an answer that is missing does not undo it.
+void ShowMachineAccount(const ActiveDirectoryStore& store, const Invocation& invocation, Report& report) {
+    try {
+        const auto answer = AskConfiguration(store, invocation);
+        report.TextOrNone("machine account", answer.value.MachineAccountDN());
+        if (answer.stale) report.MarkStale("machine account");
+    } catch (...) {
+        report.Unavailable("machine account", DescribeCurrentException());
+    }
+}
+
+void ShowJoin(const Target& target, bool skipHostNameCheck, Report& report) {
+    report.Flag("joined", true);
+    report.Flag("changed", true);
+    report.Text("domain", target.domain);
+    report.TextOrNone("organizational unit", target.organizationalUnit);
+    report.TextOrNone("host name", HostName());
+    report.Text("host name check", skipHostNameCheck ? "skipped" : "passed, hosts file made to fit");
+}
+
+// On a terminal, so that nobody takes the pauses for a hang.
+void AnnounceJoin(const Target& target, const Settings& settings) {
+    if (settings.quiet || settings.json || isatty(STDERR_FILENO) != 1) return;
+    WriteError("joining " + Printable(target.domain) + "; a refused log-on is tried 4 times, 30 seconds apart\n");
+}
+
+void CallJoin(ActiveDirectoryStore& store, const Target& target, const Invocation& invocation) {
+    const std::string user = invocation.Text("user");
+    Password password;
+    ReadPassword(password, user, invocation);
+    AnnounceJoin(target, invocation.Global());
+    invocation.Trace("joining " + invocation.Text(kTarget));
+    store.JoinDomain(invocation.Text(kTarget), Credentials{user.c_str(), password.Text()},
+                     invocation.Has("skip-hostname-check"));
+}
+
+ExitCode Join(const Invocation& invocation, Report& report) {
+    const Target target = SplitTarget(invocation.Text(kTarget));
+    const StorePointer store = OpenStore(invocation);
+    if (invocation.Has("if-needed") && IsJoinedAlready(*store, target, invocation, report)) return ExitCode::Ok;
+    try {
+        CallJoin(*store, target, invocation);
+    } catch (const OrbConfigStore::ConfigStoreException&) {
+        const Failure failure = DescribeCurrentException();
+        report.Flag("joined", false);
+        report.Note("the host joined, but the domain settings could not be stored, so it has left again");
+        report.AddFailure(failure);
+        return failure.exitCode;
+    }
+    ShowJoin(target, invocation.Has("skip-hostname-check"), report);
+    ShowMachineAccount(*store, invocation, report);
+    return ExitCode::Ok;
+}
+
+std::vector<Option> JoinOptions() {
+    std::vector<Option> options = {
+        {.flags = "-U,--user", .value = "USER", .help = "the user whose rights the join uses", .required = true},
+        {.flags = "--if-needed", .help = "do nothing, and succeed, if the host is in this domain already"},
+        {.flags = "--skip-hostname-check",
+         .help = "take the host's name as it is, and leave the hosts file and the DNS search list alone"}};
+    for (Option& option : PasswordOptions()) options.push_back(std::move(option));
+    return options;
+}
+
+}  // namespace
+
+Command JoinCommand() {
+    return {
+        .name = "join",
+        .summary = "join a directory domain",
+        .description =
+            "Joins the host to a domain: makes the host's name fit, has the directory create or take over the host's "
+            "computer account, and stores the domain settings. If these cannot be stored the host leaves again.\n\n"
+            "The password is asked for without echo unless --password-stdin or --password-fd says where to read it; "
+            "it never comes from the command line or the environment. A log-on that the directory refuses is tried "
+            "four times, 30 seconds apart, because a new account may not have reached every controller yet: a wrong "
+            "password is reported after two minutes.",
+        .arguments = {{kTarget,
+                       "the domain's DNS name and, behind a slash, the organizational unit for the computer "
+                       "account, outermost first"}},
+        .options = JoinOptions(),
+        .examples = {{"nimauthctl join corp.test -U administrator", "join, computer account in the default container"},
+                     {"nimauthctl join corp.test/Hosts/Lab -U alice@corp.test", "computer account in Hosts/Lab"},
+                     {"nimauthctl join corp.test -U joiner --if-needed --password-stdin <secret",
+                      "from a script that may run again"}},
+        .exitCodes = {ExitCode::OtherState, ExitCode::Permission, ExitCode::Authentication, ExitCode::HostName,
+                      ExitCode::Network},
+        .changes = true,
+        .needsRoot = true,
+        .run = Join};
+}
+
+}  // namespace nimbrel::nimauthctl

@@ -1,0 +1,97 @@
+// nimauthctl leave
+
+#include <string>
+
+#include "orbconfigstore/config_store.h"
+#include "tools/nimauthctl/commands/commands.h"
+#include "tools/nimauthctl/commands/membership.h"
+#include "tools/nimauthctl/failure.h"
+#include "tools/nimauthctl/report.h"
+
+namespace nimbrel::nimauthctl {
+namespace {
+
+using authentication::ActiveDirectoryStore;
+
+constexpr char kStored[] = "stored settings";
+
+// For the confirmation only: leaving goes on if the answer cannot be had, and then fails or succeeds on its own account.
+std::string PresentDomain(const ActiveDirectoryStore& store, const Invocation& invocation) {
+    try {
+        return AskConfiguration(store, invocation).value.DomainDNSName();
+    } catch (...) {
+        invocation.Trace("the present domain: " + DescribeCurrentException().message);
+        return "";
+    }
+}
+
+void ShowLeave(const std::string& domain, const std::string& stored, Report& report) {
+    report.Flag("joined", false);
+    report.TextOrNone("left", domain);
+    report.Text(kStored, stored);
+}
+
+void LeaveAsUser(ActiveDirectoryStore& store, const Invocation& invocation) {
+    const std::string user = invocation.Text("user");
+    Password password;
+    ReadPassword(password, user, invocation);
+    store.PartDomain(Credentials{user.c_str(), password.Text()});
+}
+
+ExitCode LeaveAlone(ActiveDirectoryStore& store, const std::string& domain, Report& report) {
+    try {
+        store.PartDomain();
+    } catch (const OrbConfigStore::ConfigStoreException&) {
+        const Failure failure = DescribeCurrentException();
+        ShowLeave(domain, "kept", report);
+        report.Note("the host has left; only the stored settings could not be removed");
+        report.AddFailure(failure);
+        return failure.exitCode;
+    }
+    ShowLeave(domain, "removed", report);
+    report.Note("the computer account stays in the domain; its administrator may delete it");
+    return ExitCode::Ok;
+}
+
+ExitCode Leave(const Invocation& invocation, Report& report) {
+    const bool asUser = invocation.Has("user");
+    if (!asUser && (invocation.Has("password-stdin") || invocation.Has("password-fd"))) {
+        throw UsageError("a password without -U USER is of no use", "add -U USER, or leave without credentials");
+    }
+    const StorePointer store = OpenStore(invocation);
+    const std::string domain = PresentDomain(*store, invocation);
+    if (!asUser) return LeaveAlone(*store, domain, report);
+    LeaveAsUser(*store, invocation);
+    ShowLeave(domain, "kept", report);
+    report.Note("the stored domain settings stay behind until the next join replaces them");
+    return ExitCode::Ok;
+}
+
+std::vector<Option> LeaveOptions() {
+    std::vector<Option> options = {
+        {.flags = "-U,--user", .value = "USER", .help = "have this user delete the computer account in the directory"}};
+    for (Option& option : PasswordOptions()) options.push_back(std::move(option));
+    return options;
+}
+
+}  // namespace
+
+Command LeaveCommand() {
+    return {
+        .name = "leave",
+        .summary = "leave the directory domain",
+        .description =
+            "Without -U the host only forgets its domain: its computer account stays in the directory, and the stored "
+            "domain settings are removed.\n\n"
+            "With -U the directory is asked to take the host out with that user's rights. The stored domain settings "
+            "then stay behind, as 'nimauthctl status' shows, until the next join replaces them.",
+        .options = LeaveOptions(),
+        .examples = {{"nimauthctl leave", "forget the domain"},
+                     {"nimauthctl leave -U administrator", "have the computer account deleted too"}},
+        .exitCodes = {ExitCode::NotJoined, ExitCode::Permission, ExitCode::Authentication, ExitCode::Network},
+        .changes = true,
+        .needsRoot = true,
+        .run = Leave};
+}
+
+}  // namespace nimbrel::nimauthctl

@@ -1,0 +1,125 @@
+#include "tools/nimauthctl/help.h"
+
+#include <algorithm>
+#include <sstream>
+#include <vector>
+
+#include "tools/nimauthctl/command_table.h"
+
+namespace nimbrel::nimauthctl {
+namespace {
+
+constexpr std::size_t kWidth = 80;
+constexpr std::size_t kHelpColumn = 26;
+
+// Words put into lines; each line but the first begins with `indent` blanks, the first with none.
+std::string Fold(const std::string& text, std::size_t indent) {
+    std::istringstream words(text);
+    std::string folded;
+    std::size_t column = indent;
+    for (std::string word; words >> word;) {
+        if (column > indent && column + 1 + word.size() > kWidth) {
+            folded += '\n' + std::string(indent, ' ');
+            column = indent;
+        } else if (column > indent) {
+            folded += ' ';
+            ++column;
+        }
+        folded += word;
+        column += word.size();
+    }
+    return folded;
+}
+
+// Paragraphs are separated by an empty line.
+std::string FoldParagraphs(const std::string& text) {
+    std::string folded;
+    std::size_t begin = 0;
+    while (begin < text.size()) {
+        const std::size_t end = std::min(text.find("\n\n", begin), text.size());
+        folded += (begin == 0 ? "" : "\n") + Fold(text.substr(begin, end - begin), 0) + '\n';
+        begin = std::min(end + 2, text.size());
+    }
+    return folded;
+}
+
+// "  term    explanation", the explanation on a line of its own below a long term.
+std::string Item(const std::string& term, const std::string& help) {
+    std::string line = "  " + term;
+    if (line.size() + 2 > kHelpColumn) {
+        line += '\n' + std::string(kHelpColumn, ' ');
+    } else {
+        line.resize(kHelpColumn, ' ');
+    }
+    return line + Fold(help, kHelpColumn) + '\n';
+}
+
+std::string Term(const Option& option) {
+    std::string term = option.flags;
+    if (const std::size_t comma = term.find(','); comma != std::string::npos) term.insert(comma + 1, " ");
+    return option.value.empty() ? term : term + ' ' + option.value;
+}
+
+std::string OptionItems(const std::vector<Option>& options) {
+    std::string text;
+    for (const Option& option : options) {
+        text += Item(Term(option), option.help + (option.repeatable ? "; may be repeated" : ""));
+    }
+    return text;
+}
+
+std::string GlobalOptionsSection() { return "\nOptions of every command:\n" + OptionItems(GlobalOptions()); }
+
+std::string ArgumentsSection(const Command& command) {
+    if (command.arguments.empty()) return "";
+    std::string text = "\nArguments:\n";
+    for (const Argument& argument : command.arguments) text += Item(argument.name, argument.help);
+    return text;
+}
+
+std::string ExamplesSection(const Command& command) {
+    std::string text = "\nExamples:\n";
+    for (const Example& example : command.examples) {
+        text += "  # " + Fold(example.comment, 4) + "\n  " + example.commandLine + '\n';
+    }
+    return text;
+}
+
+std::string ExitCodesSection(const Command& command) {
+    std::vector<ExitCode> codes = {ExitCode::Ok, ExitCode::Failure, ExitCode::Usage};
+    codes.insert(codes.end(), command.exitCodes.begin(), command.exitCodes.end());
+    std::string text = "\nExit status:\n";
+    for (const ExitCode code : codes) text += Item(std::to_string(static_cast<int>(code)), Meaning(code));
+    return text;
+}
+
+std::string CommandItems(const std::string& prefix) {
+    std::string text;
+    for (const Command& command : Commands()) {
+        if (command.name.starts_with(prefix)) text += Item(command.name, command.summary);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string OverviewHelp() {
+    return "Usage: nimauthctl COMMAND [ARGUMENT]... [OPTION]...\n\n" +
+           Fold("Lets this host join a directory domain, leave it, and tells how it stands.", 0) + "\n\nCommands:\n" +
+           CommandItems("") + GlobalOptionsSection() + "\n" +
+           Fold("'nimauthctl COMMAND --help' tells more about one command, with examples.", 0) + '\n';
+}
+
+std::string GroupHelp(const CommandGroup& group) {
+    return "Usage: nimauthctl " + group.name + " COMMAND [ARGUMENT]... [OPTION]...\n\n" +
+           FoldParagraphs(group.description.empty() ? group.summary + '.' : group.description) + "\nCommands:\n" +
+           CommandItems(group.name + ' ') + GlobalOptionsSection();
+}
+
+std::string CommandHelp(const Command& command) {
+    return "Usage: " + Fold(Synopsis(command), 7) + "\n\n" + FoldParagraphs(command.description) +
+           ArgumentsSection(command) + (command.options.empty() ? "" : "\nOptions:\n" + OptionItems(command.options)) +
+           GlobalOptionsSection() + ExamplesSection(command) + ExitCodesSection(command);
+}
+
+}  // namespace nimbrel::nimauthctl

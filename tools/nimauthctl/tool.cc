@@ -1,0 +1,104 @@
+#include "tools/nimauthctl/tool.h"
+
+#include <unistd.h>
+
+#include <system_error>
+
+#include "tools/nimauthctl/command_line.h"
+#include "tools/nimauthctl/failure.h"
+#include "tools/nimauthctl/help.h"
+#include "tools/nimauthctl/questions.h"
+#include "tools/nimauthctl/report.h"
+#include "tools/nimauthctl/standard_streams.h"
+
+namespace nimbrel::nimauthctl {
+namespace {
+
+// What is shown in the end.
+struct Display {
+    std::string output;
+    std::string errors;
+    ExitCode exitCode = ExitCode::Ok;
+};
+
+Display Refused(bool json) {
+    const Failure failure = DescribeCurrentException();
+    if (json) return {FailureAsJson(failure), "", failure.exitCode};
+    return {"", FailureAsText(failure), failure.exitCode};
+}
+
+void CheckUser(const Command& command) {
+    if (!command.needsRoot || geteuid() == 0) return;
+    throw ToolError(ExitCode::Permission, "only root may run 'nimauthctl " + command.name + "'",
+                    "it changes the host's settings and machine account",
+                    "run it again as root, for example with sudo");
+}
+
+std::string FailuresAsText(const Report& report) {
+    std::string text;
+    for (const Failure& failure : report.Failures()) text += FailureAsText(failure);
+    return text;
+}
+
+Display Show(const Command& command, const Settings& settings, const Report& report, ExitCode exitCode) {
+    if (settings.json) return {report.AsJson(), "", exitCode};
+    const bool silent = settings.quiet && command.changes && exitCode == ExitCode::Ok;
+    return {silent ? "" : report.AsText(), FailuresAsText(report), exitCode};
+}
+
+Display RunCommand(const CommandLine& line) {
+    const Settings& settings = line.invocation.Global();
+    try {
+        CheckUser(*line.command);
+        WatchWorkItems();
+        Report report;
+        const ExitCode exitCode = line.command->run(line.invocation, report);
+        return Show(*line.command, settings, report, exitCode);
+    } catch (...) {
+        return Refused(settings.json);
+    }
+}
+
+std::string HelpFor(const CommandLine& line) {
+    if (line.command != nullptr) return CommandHelp(*line.command);
+    if (line.group != nullptr) return GroupHelp(*line.group);
+    return OverviewHelp();
+}
+
+Display ShowVersion(bool json) {
+    if (!json) return {"nimauthctl " NIMAUTHCTL_VERSION "\n", "", ExitCode::Ok};
+    Report report;
+    report.Text("version", NIMAUTHCTL_VERSION);
+    return {report.AsJson(), "", ExitCode::Ok};
+}
+
+Display CarryOut(const std::vector<std::string>& words) {
+    CommandLine line;
+    try {
+        line = ParseCommandLine(words);
+    } catch (...) {
+        return Refused(AsksForJson(words));
+    }
+    switch (line.request) {
+        case CommandLine::Request::Help:
+            return {HelpFor(line), "", ExitCode::Ok};
+        case CommandLine::Request::Version:
+            return ShowVersion(line.invocation.Global().json);
+        case CommandLine::Request::Run:
+            break;
+    }
+    return RunCommand(line);
+}
+
+}  // namespace
+
+int RunTool(const std::vector<std::string>& words) {
+    const Display display = CarryOut(words);
+    const int error = WriteAll(STDOUT_FILENO, display.output);
+    WriteError(display.errors);
+    if (error == 0) return static_cast<int>(display.exitCode);
+    WriteError("error: unable to write to standard output: " + std::generic_category().message(error) + '\n');
+    return static_cast<int>(ExitCode::Failure);
+}
+
+}  // namespace nimbrel::nimauthctl
