@@ -1,4 +1,4 @@
-// The skeleton of docs/abi/proxy, built with its own Makefile and used as a proxy.
+// The skeleton of docs/abi/proxy, built on its own and used as a proxy.
 
 #include <dlfcn.h>
 
@@ -13,18 +13,18 @@ using ::testing::IsEmpty;
 using ::testing::Pair;
 
 constexpr const char* kThumbprint = "0A:1B:2C:3D:4E:5F:60:71:82:93:A4:B5:C6:D7:E8:F9:0A:1B:2C:3D";
-constexpr const char* kPath = "/usr/libexec/nimauth/libskeleton.so";
+constexpr const char* kPath = "/usr/libexec/nimauth/libproxyskeleton.so";
 
 class ProxySkeleton : public ProxyJoinTest {
  protected:
     ProxySkeleton() {
-        Install("skeleton", "skeleton");
-        NameProxy("skeleton");
+        CopyPlugin(NIMAUTH_TEST_SKELETON, kPath);
+        NameProxy("proxyskeleton");
     }
     ~ProxySkeleton() override { EXPECT_FALSE(IsLoaded(kPath)); }
 
     static APXProxy Proxy(bool verify, const std::string& thumbprint) {
-        return {"skeleton", kAddress, verify, thumbprint, ""};
+        return {"proxyskeleton", kAddress, verify, thumbprint, ""};
     }
 };
 
@@ -52,7 +52,7 @@ TEST_F(ProxySkeleton, VerifiesWhatItIsToldTo) {
 }
 
 TEST_F(ProxySkeleton, RefusesAServiceWithoutAnAddress) {
-    EXPECT_THROW(APXProxy("skeleton", "", false, "", "").GetDNSDomainName(), ConnectionInvalidException);
+    EXPECT_THROW(APXProxy("proxyskeleton", "", false, "", "").GetDNSDomainName(), ConnectionInvalidException);
 }
 
 TEST_F(ProxySkeleton, JoinsAHost) {

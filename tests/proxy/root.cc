@@ -81,10 +81,14 @@ void Remove(const std::string& path) {
 }
 
 // A new file each time: one that is loaded must not change under the loader.
-void InstallAt(const std::string& path, const std::string& plugin) {
+void CopyPlugin(const std::string& source, const std::string& path) {
     MakeFolder(fs::path(path).parent_path());
     Remove(path);
-    fs::copy_file(NIMAUTH_TEST_PROXIES "/lib" + plugin + ".so", path);
+    fs::copy_file(source, path);
+}
+
+void InstallAt(const std::string& path, const std::string& plugin) {
+    CopyPlugin(NIMAUTH_TEST_PROXIES "/lib" + plugin + ".so", path);
 }
 
 void Install(const std::string& name, const std::string& plugin) {

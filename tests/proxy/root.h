@@ -24,6 +24,9 @@ std::string ReadFile(const std::string& path);
 void MakeFolder(const std::string& path);
 void Remove(const std::string& path);
 
+// Copies the file `source` to `path`.
+void CopyPlugin(const std::string& source, const std::string& path);
+
 // Copies the test plug-in `plugin` to `path`, or to where a plug-in called `name` is found.
 void InstallAt(const std::string& path, const std::string& plugin);
 void Install(const std::string& name, const std::string& plugin);
