@@ -1,10 +1,11 @@
-// Stand-ins for calls that the library makes, linked by `--wrap`; each calls_*.cc belongs to one of them and a test links
-// those that it needs. What each does beyond writing a line to the journal:
+// Stand-ins for calls that the library makes, linked by `--wrap`; each calls_*.cc belongs to one of them, and a test
+// links those that it needs. What each does beyond writing a line to the journal:
 //
 //     sleep               returns at once                          "sleep 30"
 //     syslog              keeps the line from the system log       "error: Failed to ..."
 //     dlopen              nothing                                  "dlopen /usr/... failed", and flags other than
 //                                                                  RTLD_LAZY | RTLD_GLOBAL
+//     dlerror             nothing                                  "dlerror"
 //     open                nothing                                  "open /etc/nimbrel/nimauth/apxprovider.conf"
 //     gethostname         answers as `HostCalls` says              "gethostname"
 //     gethostbyname_r     answers as `HostCalls` says              "gethostbyname_r node01"

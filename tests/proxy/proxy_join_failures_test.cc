@@ -1,5 +1,5 @@
-// A join through the proxy that fails after the plug-in was loaded: the plug-in is closed, nothing stays stored, and the
-// host has left again if it had joined.
+// A join through the proxy that fails after the plug-in was loaded: the plug-in is closed, nothing stays stored, and
+// the host has left again if it had joined.
 
 #include <functional>
 #include <ostream>

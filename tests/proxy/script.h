@@ -1,6 +1,6 @@
 /*
- * How a test and its plug-ins talk: the test program defines and exports these functions, the plug-ins find them when they
- * are loaded. A plug-in keeps nothing of its own, so that it can be closed and opened again while a script runs.
+ * How a test and its plug-ins talk: the test program defines and exports these functions, the plug-ins find them when
+ * they are loaded. A plug-in keeps nothing of its own, so that it can be closed and opened again while a script runs.
  *
  *     static uint32_t GetDomainInfo(const char* server, ...) {
  *         ScriptWrite("domain(%s)", server);

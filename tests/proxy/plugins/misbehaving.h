@@ -1,5 +1,5 @@
-/* What the misbehaving proxies share: the table, over two functions that each of them defines, and a release function that
- * writes down what it is given and frees nothing. C11 and C++17. */
+/* What the misbehaving proxies share: the table, over two functions that each of them defines, and a release function
+ * that writes down what it is given and frees nothing. C11 and C++17. */
 
 #ifndef TESTS_PROXY_PLUGINS_MISBEHAVING_H_
 #define TESTS_PROXY_PLUGINS_MISBEHAVING_H_

@@ -1,6 +1,6 @@
 /*
- * The skeleton of an authentication-proxy plug-in: complete, small, and without a network. Its service serves corp.test,
- * presents a certificate with one fixed thumbprint, and creates every account that it is asked for.
+ * The skeleton of an authentication-proxy plug-in: complete, small, and without a network. Its service serves
+ * corp.test, presents a certificate with one fixed thumbprint, and creates every account that it is asked for.
  *
  * To make a plug-in of your own of it, replace what is below "the service" by the conversation with yours.
  */
@@ -11,7 +11,7 @@
 
 #include "authentication/proxy_abi.h"
 
-/* The statuses that the library knows by name. Any other number reaches its user as "Unknown exception" with the number. */
+/* The statuses that the library knows by name. Any other number reaches its user as "Unknown exception" with it. */
 enum { OK = 0, NO_MEMORY = 8, TIMED_OUT = 10060, REFUSED = 1225, CONNECTION_INVALID = 1229 };
 #define CERTIFICATE_NOT_VERIFIED 0x80090325u
 
@@ -24,7 +24,7 @@ static const char kPresentedThumbprint[] = "0A:1B:2C:3D:4E:5F:60:71:82:93:A4:B5:
 static uint32_t Connect(const char* server, bool verifyCertificate, const char* thumbprint) {
     if (*server == '\0') return CONNECTION_INVALID;
     if (!verifyCertificate) return OK;
-    /* An empty thumbprint equals no certificate's: a host that must verify and has nothing to compare with is refused. */
+    /* An empty thumbprint equals no certificate's: a host that must verify, and has nothing to go by, is refused. */
     return strcmp(thumbprint, kPresentedThumbprint) == 0 ? OK : CERTIFICATE_NOT_VERIFIED;
 }
 
