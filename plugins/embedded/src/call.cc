@@ -20,7 +20,7 @@ constexpr milliseconds kLook{200};
 
 std::optional<Directory::TakenRehearsal> Take(std::string_view operation) noexcept {
     try {
-        return Directory::Open().TakeRehearsal(operation);
+        return Host().TakeRehearsal(operation);
     } catch (...) {
         return std::nullopt;  // the work itself meets the same fault and reports it
     }
@@ -28,7 +28,7 @@ std::optional<Directory::TakenRehearsal> Take(std::string_view operation) noexce
 
 bool StillRehearsed(std::int64_t ticket) noexcept {
     try {
-        return Directory::Open().StillRehearsed(ticket);
+        return Host().StillRehearsed(ticket);
     } catch (...) {
         return false;
     }

@@ -1,7 +1,8 @@
 // The frame around every operation of the table: rehearsal first, then the work, and no exception over the C border.
 //
 // A call that a rehearsal makes wait holds nothing while it waits: no lock, no transaction, no open file, and thread
-// cancellation as the caller had it. At all other times cancellation is put off, because SQLite cannot be left half-way.
+// cancellation as the caller had it. At all other times cancellation is put off, because SQLite cannot be left
+// half-way.
 
 #ifndef NIMBREL_EMBEDDED_CALL_H_
 #define NIMBREL_EMBEDDED_CALL_H_

@@ -79,8 +79,8 @@ class TemporaryFolder {
     std::filesystem::path _path;
 };
 
-// corp.test with the units Hosts, Hosts/Sub and Lab, an administrator, a user to whom Hosts is delegated and one without
-// rights. Made once per test program, because password hashes are slow by design.
+// corp.test with the units Hosts, Hosts/Sub and Lab, an administrator, a user to whom Hosts is delegated and one
+// without rights. Made once per test program, because password hashes are slow by design.
 inline const std::string& TemplateDirectory() {
     static const TemporaryFolder folder;
     static const std::string path = [] {

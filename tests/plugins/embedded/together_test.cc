@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -112,10 +113,47 @@ TEST_F(Together, TwoProcessesChangeOneDirectory) {
 }
 
 TEST_F(Together, ChangeOfAnotherProcessIsSeenAtOnce) {
-    const Directory open = Open();
+    int go[2];
+    ASSERT_EQ(pipe2(go, O_CLOEXEC), 0);
+    const pid_t child = StartProcess([&] {
+        char byte = 0;
+        if (read(go[0], &byte, 1) == 1) {
+            Directory::Open(directoryPath).SetControllerReachable(kDomain, "dc1.corp.test", false);
+        }
+    });
+    const Directory open = Open();  // after the fork: the child must not inherit it
     EXPECT_EQ(open.ListControllers()[0].reachable, true);
-    Wait(StartProcess([&] { Directory::Open(directoryPath).SetControllerReachable(kDomain, "dc1.corp.test", false); }));
+    ASSERT_EQ(write(go[1], "x", 1), 1);
+    EXPECT_EQ(Wait(child), 0);
     EXPECT_EQ(open.ListControllers()[0].reachable, false);
+    close(go[0]);
+    close(go[1]);
+}
+
+TEST_F(Together, ChildrenForkedUnderBusyThreadsChangeTheFilesToo) {
+    std::atomic<bool> stop = false;
+    std::vector<std::thread> busy;
+    for (int i = 0; i < 4; ++i) {
+        busy.emplace_back([&, i] {
+            while (!stop) {
+                host.SetSmartCardServices({"service" + std::to_string(i)});
+                host.AnyController("", kDomain);
+            }
+        });
+    }
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(Wait(StartProcess([&] {
+                      if (StatusOf([&] { host.SetPreferredControllers({"dc" + std::to_string(i)}); }) != 0) {
+                          _exit(1);
+                      }
+                  })),
+                  0);
+        EXPECT_EQ(host.PreferredControllers(), std::vector<std::string>{"dc" + std::to_string(i)});
+    }
+    stop = true;
+    for (auto& thread : busy) {
+        thread.join();
+    }
 }
 
 // A process that joins and leaves for ever is ended by its own alarm, at moments spread over its work.

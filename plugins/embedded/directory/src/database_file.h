@@ -12,7 +12,8 @@
 namespace nimbrel::embedded {
 
 // The path with its folder's links resolved, ready to be opened; unset if there is no such file. Takes away the rights
-// of group and others. Throws `DirectoryError` 5 for a link or anything else but a regular file. `name` is for messages.
+// of group and others. Throws `DirectoryError` 5 for a link or anything else but a regular file. `name` is for
+// messages.
 std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name);
 
 // A new empty file beside `path`, removed again unless it is published.

@@ -126,7 +126,8 @@ std::optional<UserRow> FindUserRow(const Database& db, RowId domainId, const std
     return rows.Step() ? std::optional(ReadRow(rows)) : std::nullopt;
 }
 
-UserRow AuthenticateRow(DirectoryConnection& connection, const std::string& domain, const UserCredentials& credentials) {
+UserRow AuthenticateRow(DirectoryConnection& connection, const std::string& domain,
+                        const UserCredentials& credentials) {
     const auto user = [&] {
         const Turn turn = connection.Read();
         const DomainRow row = RequireReachableDomain(turn.Db(), domain);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "fork_gate.h"
 #include "names.h"
 
 namespace nimbrel::embedded {
@@ -139,6 +140,7 @@ Host::Host(std::string directoryPath, std::string membershipPath)
 
 void Host::Join(const std::string& domain, const std::string& hostName, const std::string& unit,
                 const UserCredentials& credentials) const {
+    const ForkGate gate;
     Membership membership = Membership::Open(_membershipPath);
     RequireNotJoined(membership.Current());
     ComputerName(hostName);
@@ -149,6 +151,7 @@ void Host::Join(const std::string& domain, const std::string& hostName, const st
 }
 
 void Host::JoinWithMachineAccount(const MachineAccountJoin& join) const {
+    const ForkGate gate;
     Membership membership = Membership::Open(_membershipPath);
     RequireNotJoined(membership.Current());
     if (!join.hostName.empty()) {
@@ -163,6 +166,7 @@ void Host::JoinWithMachineAccount(const MachineAccountJoin& join) const {
 }
 
 void Host::Part(const std::optional<UserCredentials>& credentials) const {
+    const ForkGate gate;
     Membership membership = Membership::Open(_membershipPath);
     RequireJoined(membership.Current(), kStatusNotJoined);
     if (!credentials) {
@@ -190,32 +194,39 @@ void Host::Part(const std::optional<UserCredentials>& credentials) const {
 }
 
 DomainInfo Host::ActiveDomain() const {
+    const ForkGate gate;
     const auto current = Membership::Open(_membershipPath).Current();
     return current ? current->domain : DomainInfo{};
 }
 
 std::string Host::MachineAccountDN() const {
+    const ForkGate gate;
     const auto current = Membership::Open(_membershipPath).Current();
     return current ? current->distinguishedName : "";
 }
 
 std::vector<std::string> Host::PreferredControllers() const {
+    const ForkGate gate;
     return Membership::Open(_membershipPath).PreferredControllers();
 }
 
 void Host::SetPreferredControllers(const std::vector<std::string>& controllers) const {
+    const ForkGate gate;
     Membership::Open(_membershipPath).SetPreferredControllers(controllers);
 }
 
 std::vector<std::string> Host::SmartCardServices() const {
+    const ForkGate gate;
     return Membership::Open(_membershipPath).SmartCardServices();
 }
 
 void Host::SetSmartCardServices(const std::vector<std::string>& services) const {
+    const ForkGate gate;
     Membership::Open(_membershipPath).SetSmartCardServices(services);
 }
 
 std::int32_t Host::TrustState() const {
+    const ForkGate gate;
     try {
         const Membership membership = Membership::Open(_membershipPath);
         const auto current = membership.Current();
@@ -239,6 +250,7 @@ std::int32_t Host::TrustState() const {
 }
 
 std::int32_t Host::TrustRelationship(const std::string& domain) const {
+    const ForkGate gate;
     try {
         const auto current = Membership::Open(_membershipPath).Current();
         if (!current) {
@@ -261,6 +273,7 @@ std::int32_t Host::TrustRelationship(const std::string& domain) const {
 }
 
 std::vector<DomainInfo> Host::TrustedDomains() const {
+    const ForkGate gate;
     const Membership membership = Membership::Open(_membershipPath);
     const MembershipInfo current = RequireJoined(membership.Current(), kStatusFileNotFound);
     const Directory directory = Directory::Open(_directoryPath);
@@ -275,6 +288,7 @@ std::vector<DomainInfo> Host::TrustedDomains() const {
 }
 
 std::string Host::AnyController(const std::string& firstChoice, const std::string& domain) const {
+    const ForkGate gate;
     const auto membership = Membership::Open(_membershipPath).Export();
     const std::string joined = membership.membership ? membership.membership->domain.dnsName : "";
     const std::string wanted = domain.empty() ? joined : domain;
@@ -296,6 +310,7 @@ std::string Host::AnyController(const std::string& firstChoice, const std::strin
 }
 
 std::string Host::CanonicalUserName(const std::string& name) const {
+    const ForkGate gate;
     const QualifiedName qualified = SplitUserName(name);
     const Membership membership = Membership::Open(_membershipPath);
     const MembershipInfo current = RequireJoined(membership.Current(), kStatusNotJoined);
@@ -313,6 +328,7 @@ std::string Host::CanonicalUserName(const std::string& name) const {
 }
 
 std::string Host::HostPrincipal(const std::string& domain) const {
+    const ForkGate gate;
     const auto current = Membership::Open(_membershipPath).Current();
     if (!current) {
         throw DirectoryError(kStatusNoSuchDomain, "This host is not joined to a domain");
@@ -325,6 +341,16 @@ std::string Host::HostPrincipal(const std::string& domain) const {
         throw DirectoryError(kStatusNoSuchDomain, "The domain '" + domain + "' is neither the host's own nor trusted");
     }
     return current->hostPrincipal;
+}
+
+std::optional<Directory::TakenRehearsal> Host::TakeRehearsal(std::string_view operation) const {
+    const ForkGate gate;
+    return Directory::Open(_directoryPath).TakeRehearsal(operation);
+}
+
+bool Host::StillRehearsed(std::int64_t ticket) const {
+    const ForkGate gate;
+    return Directory::Open(_directoryPath).StillRehearsed(ticket);
 }
 
 }  // namespace nimbrel::embedded

@@ -11,10 +11,9 @@
 #include <charconv>
 #include <cstdint>
 #include <memory>
-#include <optional>
-#include <vector>
 
 #include "embeddeddirectory/directory_error.h"
+#include "exit_gate.h"
 #include "hex.h"
 
 namespace nimbrel::embedded {
@@ -54,7 +53,11 @@ struct ContextFree {
 [[noreturn]] void FailHash() { throw DirectoryError(kStatusInternalError, "A password hash could not be computed"); }
 
 bool Scrypt(std::string_view secret, const Salt& salt, const Costs& costs, Key& key) {
-    // A library context of its own: the shared one is destroyed when the process exits, maybe under this call.
+    const ExitGate gate;
+    if (!gate.IsOpen()) {
+        return false;
+    }
+    // A library context of its own: what the process has configured for the shared one may lack this algorithm.
     const std::unique_ptr<OSSL_LIB_CTX, ContextFree> library(OSSL_LIB_CTX_new());
     const std::unique_ptr<EVP_KDF, ContextFree> kdf(library ? EVP_KDF_fetch(library.get(), "SCRYPT", nullptr)
                                                             : nullptr);

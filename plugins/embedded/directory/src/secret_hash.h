@@ -2,11 +2,10 @@
 //
 //     scrypt$15$8$1$9f86d081884c7d659a2feaa0c55ad015$<64 hexadecimal digits>
 //
-// The fields are the logarithm of the cost, block size, parallelism, salt and key. The costs are read back from the text,
-// so that they can be raised without making old hashes useless.
+// The fields are the logarithm of the cost, block size, parallelism, salt and key. The costs are read back from the
+// text, so that they can be raised without making old hashes useless.
 //
-// Threads: no state. Nothing of OpenSSL that the end of the process destroys is kept or used, so that a call may still run
-// then.
+// Threads: no state. A call may still run when the process exits: exit waits for it, and later calls fail.
 
 #ifndef NIMBREL_EMBEDDED_SECRET_HASH_H_
 #define NIMBREL_EMBEDDED_SECRET_HASH_H_

@@ -3,18 +3,20 @@
 // to rehearse how a management agent takes a slow, failing or strict domain. It is no identity service: nobody logs in
 // against it over a network, and whoever can write the file is its administrator.
 //
-// Files: the database, its "-wal" and its "-shm" beside it, all of mode 0600 under any umask. A symbolic link in place of
-// the database is refused. A new file appears complete or not at all. Every change is one durable transaction; a change
-// waits up to ten seconds for another process's.
+// Files: the database, its "-wal" and its "-shm" beside it, all of mode 0600 under any umask. A symbolic link in place
+// of the database is refused. A new file appears complete or not at all. Every change is one durable transaction; a
+// change waits up to ten seconds for another process's.
 //
 // Threads: an object may be used from any number of threads; its calls take turns, hashing a password apart. Several
 // objects, in one process or many, may have the same file open; each call sees every change committed before it.
+// A process that forks must not use a file in the child that an object of the parent has open (SQLite's rule).
 //
-// Errors: `DirectoryError` with the status named at each call; 1359 for a damaged, full, foreign or busy file, 5 for one
-// that may not be used, 1355 for an unknown domain. A call that throws has changed nothing.
+// Errors: `DirectoryError` with the status named at each call; 1359 for a damaged, full, foreign or busy file, 5 for
+// one that may not be used, 1355 for an unknown domain. A call that throws has changed nothing.
 //
-// Arguments: `domain` is a DNS name ("corp.test") or a NetBIOS name ("CORP"). `unit` is an organizational unit in path form
-// ("Hosts/Sub", outermost first) or as distinguished name ("OU=Sub,OU=Hosts,DC=corp,DC=test"). Case does not matter.
+// Arguments: `domain` is a DNS name ("corp.test") or a NetBIOS name ("CORP"). `unit` is an organizational unit in path
+// form ("Hosts/Sub", outermost first) or as distinguished name ("OU=Sub,OU=Hosts,DC=corp,DC=test"). Case does not
+// matter.
 //
 //     Directory directory = Directory::Open("/var/lib/nimbrel/directory.db", OpenMode::CreateIfMissing);
 //     directory.AddDomain("corp.test");
@@ -41,7 +43,8 @@ inline constexpr char kDefaultDirectoryPath[] = "/var/lib/nimbrel/directory.db";
 
 enum class OpenMode { MustExist, CreateIfMissing };
 
-// A user as typed by an administrator: "alice", "alice@corp.test" or "CORP\alice". The caller keeps and wipes the texts.
+// A user as typed by an administrator: "alice", "alice@corp.test" or "CORP\alice". The caller keeps and wipes the
+// texts.
 struct UserCredentials {
     std::string_view userName;
     std::string_view password;
@@ -94,8 +97,8 @@ class Directory {
     std::vector<UserInfo> ListUsers(const std::string& domain = "") const;
     std::optional<UserInfo> FindUser(const std::string& domain, const std::string& name) const;
 
-    // Logs a user on to `domain` or to the domain that the user name carries, and returns the user. Throws 1355
-    // (no controller reachable), 1326 (unknown user, wrong password), 1909 (locked, whatever the password), and after the
+    // Logs a user on to `domain` or to the domain that the user name carries, and returns the user. Throws 1355 (no
+    // controller reachable), 1326 (unknown user, wrong password), 1909 (locked, whatever the password), and after the
     // right password 1331, 1793, 1330 or 1907.
     UserInfo Authenticate(const std::string& domain, const UserCredentials& credentials) const;
 
@@ -110,14 +113,14 @@ class Directory {
     // --- Computer accounts, as their administrator sees them ---
 
     // Creates the account ahead of its host, with a one-time secret; an empty `unit` means the default container. The
-    // second form does it with a user's rights (5 when they do not suffice). Throws 1210 (malformed name), 1316 (taken),
-    // 2 (no such unit).
+    // second form does it with a user's rights (5 when they do not suffice). Throws 1210 (malformed name), 1316
+    // (taken), 2 (no such unit).
     PreStagedComputer PreStageComputer(const std::string& domain, const std::string& name,
                                        const std::string& unit = "");
     PreStagedComputer PreStageComputer(const std::string& domain, const std::string& name, const std::string& unit,
                                        const UserCredentials& credentials);
-    // Gives the account a secret that nobody has: a joined host is out of step from now on. These four throw 1317 for an
-    // unknown account.
+    // Gives the account a secret that nobody has: a joined host is out of step from now on. These four throw 1317 for
+    // an unknown account.
     void ResetComputer(const std::string& domain, const std::string& name);
     void SetComputerEnabled(const std::string& domain, const std::string& name, bool enabled);
     void RemoveComputer(const std::string& domain, const std::string& name);
@@ -175,7 +178,8 @@ class Directory {
     void ClearRehearsals();
     std::vector<RehearsalInfo> ListRehearsals() const;
 
-    // A rehearsal that one call has taken. `ticket` tells `StillRehearsed` whether it has been cleared or replaced since.
+    // A rehearsal that one call has taken. `ticket` tells `StillRehearsed` whether it has been cleared or replaced
+    // since.
     struct TakenRehearsal {
         RehearsalInfo rehearsal;
         std::int64_t ticket = 0;

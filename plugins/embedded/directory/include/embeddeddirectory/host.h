@@ -4,7 +4,9 @@
 // Files are opened for each call and closed after it, so that a change made by another process counts at once, and
 // nothing is left to destroy when the process exits.
 //
-// Threads: stateless; any calls at once. Errors: `DirectoryError`; 1355 whenever the domain cannot be asked (directory
+// Threads: stateless; any calls at once. A fork waits for the calls under way, ten seconds at the longest, so that no
+// child inherits an open file.
+// Errors: `DirectoryError`; 1355 whenever the domain cannot be asked (directory
 // file missing, domain unknown, no controller reachable).
 
 #ifndef NIMBREL_EMBEDDED_HOST_H_
@@ -21,8 +23,8 @@
 
 namespace nimbrel::embedded {
 
-// A domain and a machine account as an authentication proxy names them. Empty `hostName`, `netbiosName` and `sid` are not
-// looked at.
+// A domain and a machine account as an authentication proxy names them. Empty `hostName`, `netbiosName` and `sid` are
+// not looked at.
 struct MachineAccountJoin {
     std::string hostName;  // this host's
     std::string dnsName;
@@ -42,10 +44,11 @@ class Host {
     // throws.
     void Join(const std::string& domain, const std::string& hostName, const std::string& unit,
               const UserCredentials& credentials) const;
-    // Throws 2691, 1210, 1810 if the SID or the NetBIOS name is not the domain's, and what `Directory::JoinPreStagedComputer` throws.
+    // Throws 2691, 1210, 1810 if the SID or the NetBIOS name is not the domain's, and what
+    // `Directory::JoinPreStagedComputer` throws.
     void JoinWithMachineAccount(const MachineAccountJoin& join) const;
-    // Leaves. With credentials the account is deleted (5 without the right, and the host stays joined); without, the host
-    // only forgets and the account stays. Throws 2692 (not joined).
+    // Leaves. With credentials the account is deleted (5 without the right, and the host stays joined); without, the
+    // host only forgets and the account stays. Throws 2692 (not joined).
     void Part(const std::optional<UserCredentials>& credentials) const;
 
     // Both names empty when not joined.
@@ -61,8 +64,9 @@ class Host {
     std::int32_t TrustState() const;
     // One of the kRelationship values, or what the trust carries.
     std::int32_t TrustRelationship(const std::string& domain) const;
-    // The partners whose users can log in here, in the order in which the trusts were added. Throws 2 (not joined), 1355,
-    // and when the domain refuses the host's own log-on 1326 (secret out of step), 1331 (disabled), 1787 (deleted).
+    // The partners whose users can log in here, in the order in which the trusts were added. Throws 2 (not joined),
+    // 1355, and when the domain refuses the host's own log-on 1326 (secret out of step), 1331 (disabled), 1787
+    // (deleted).
     std::vector<DomainInfo> TrustedDomains() const;
     // A reachable controller of `domain` (empty: the joined one): `firstChoice`, else the first preferred one, else the
     // one of lowest priority number, then by name. Throws 1355.
@@ -73,6 +77,10 @@ class Host {
     // "host/node01.corp.test@CORP.TEST" for the own domain and the trusted ones: the host has one key, and a partner's
     // users reach it through the trust. Throws 1355 otherwise.
     std::string HostPrincipal(const std::string& domain) const;
+
+    // The rehearsals of the directory file, see `Directory`; nothing is open between two calls.
+    std::optional<Directory::TakenRehearsal> TakeRehearsal(std::string_view operation) const;
+    bool StillRehearsed(std::int64_t ticket) const;
 
  private:
     std::string _directoryPath;

@@ -1,6 +1,6 @@
-// This host's own side of an embedded domain: which domain it has joined, its machine account and that account's secret,
-// its preferred controllers and its smart-card services. It is a file of its own, apart from the directory, so that the
-// host's secret and the domain's account can fall out of step as they do in real life.
+// This host's own side of an embedded domain: which domain it has joined, its machine account and that account's
+// secret, its preferred controllers and its smart-card services. It is a file of its own, apart from the directory, so
+// that the host's secret and the domain's account can fall out of step as they do in real life.
 //
 // File: mode 0600 under any umask, created by the first change. The secret stands in it in clear, as in a keytab; it is
 // overwritten when the host leaves. A missing file reads as "not a member".
@@ -82,8 +82,8 @@ class Membership {
     std::string _path;
 };
 
-// One change of the membership, durable once `Commit` returns; destroyed before that it leaves the file as it was. Used by
-// one thread; keep it short, other writers wait.
+// One change of the membership, durable once `Commit` returns; destroyed before that it leaves the file as it was. Used
+// by one thread; keep it short, other writers wait.
 class MembershipChange {
  public:
     MembershipChange(MembershipChange&&) noexcept;
