@@ -73,8 +73,8 @@ Descriptor OpenUp(const std::string& path, int flags) {
     return MovedUp(number);
 }
 
-// In a namespace that has no such user, one without any mapping is as good: it owns our files, but has another number and
-// no privilege.
+// In a namespace that has no such user, one without any mapping is as good: it owns our files, but has another number
+// and no privilege.
 bool BecomeUser(uid_t user) {
     if (setresuid(user, user, user) != 0) return errno == EINVAL && unshare(CLONE_NEWUSER) == 0;
     return true;

@@ -1,8 +1,8 @@
 // What a command is: its name, what it takes, its help and its function.
 //
 // Everything that tells a person or a shell about the commands (parsers, --help, and whatever else lists them) is made
-// from these descriptions, so that none can fall behind. Each command's source makes its own `Command`; `command_table.h`
-// lists them all.
+// from these descriptions, so that none can fall behind. Each command's source makes its own `Command`;
+// `command_table.h` lists them all.
 
 #ifndef NIMAUTHCTL_COMMAND_H_
 #define NIMAUTHCTL_COMMAND_H_

@@ -37,7 +37,8 @@ std::string FoldParagraphs(const std::string& text) {
     std::size_t begin = 0;
     while (begin < text.size()) {
         const std::size_t end = std::min(text.find("\n\n", begin), text.size());
-        folded += (begin == 0 ? "" : "\n") + Fold(text.substr(begin, end - begin), 0) + '\n';
+        if (begin > 0) folded += '\n';
+        folded += Fold(text.substr(begin, end - begin), 0) + '\n';
         begin = std::min(end + 2, text.size());
     }
     return folded;
@@ -55,8 +56,9 @@ std::string Item(const std::string& term, const std::string& help) {
 }
 
 std::string Term(const Option& option) {
-    std::string term = option.flags;
-    if (const std::size_t comma = term.find(','); comma != std::string::npos) term.insert(comma + 1, " ");
+    const std::size_t comma = option.flags.find(',');
+    std::string term = option.flags.substr(0, comma);
+    if (comma != std::string::npos) term += ", " + option.flags.substr(comma + 1);
     return option.value.empty() ? term : term + ' ' + option.value;
 }
 

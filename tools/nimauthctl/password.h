@@ -35,8 +35,9 @@ class Password {
     // read, holds more than one line, a NUL byte, or more than `kMaximum` bytes. `source` names it in the message.
     void ReadAll(int descriptor, const std::string& source);
 
-    // Asks on the process's terminal, with echo off, whatever standard input and output are. Throws `UsageError` if there
-    // is no terminal or it ends without an answer. A signal that ends or stops the process restores the echo first.
+    // Asks on the process's terminal, with echo off, whatever standard input and output are. Throws `UsageError` if
+    // there is no terminal or it ends without an answer. A signal that ends or stops the process restores the echo
+    // first.
     void Ask(const std::string& prompt);
 
  private:

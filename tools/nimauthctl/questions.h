@@ -1,9 +1,9 @@
 // Asking the directory with a time-out, and knowing for certain whether an answer is fresh.
 //
-// A query of the directory store returns the last known answer when its time-out strikes, and says so only in the system
-// log. Here each query runs under a watch: the tool's own scheduler runs the library's work items, so the watch knows which
-// item the query started, when, and whether it has ended. An answer counts as fresh only if the query came back before its
-// time-out could strike and its work item has ended; everything else is stale.
+// A query of the directory store returns the last known answer when its time-out strikes, and says so only in the
+// system log. Here each query runs under a watch: the tool's own scheduler runs the library's work items, so the watch
+// knows which item the query started, when, and whether it has ended. An answer counts as fresh only if the query came
+// back before its time-out could strike and its work item has ended; everything else is stale.
 //
 //     const auto domains = Ask(timeout, [&] { return store.GetTrustedDomains(); });
 //     if (domains.stale) ...
@@ -31,8 +31,8 @@ namespace nimbrel::nimauthctl {
 // Installs the scheduler. Call it once, before the first query.
 void WatchWorkItems();
 
-// Runs it on a detached thread and counts it as running until it ends. Throws `ThreadErrorException` if no thread can be
-// started.
+// Runs it on a detached thread and counts it as running until it ends. Throws `ThreadErrorException` if no thread can
+// be started.
 void RunInBackground(std::function<void()> work);
 
 // Whether anything started here still runs: then the process must end without destroying what it may use.
@@ -46,8 +46,8 @@ class QueryWatch {
     QueryWatch& operator=(const QueryWatch&) = delete;
     ~QueryWatch();
 
-    // Call it right after the one query. Waits for the work item's last steps. True also for a query that started no work
-    // item because one of its name still runs from before: nothing is known of its answer.
+    // Call it right after the one query. Waits for the work item's last steps. True also for a query that started no
+    // work item because one of its name still runs from before: nothing is known of its answer.
     bool IsStale() const;
 
     // One run of a work item.
@@ -128,7 +128,8 @@ Result Take(std::future<Outcome<Result>>& ended) {
     return std::get<Result>(std::move(outcome));
 }
 
-// Calls what has no time-out of its own. Unset if it did not end in time. A failure in time is thrown as `CarriedFailure`.
+// Calls what has no time-out of its own. Unset if it did not end in time. A failure in time is thrown as
+// `CarriedFailure`.
 template <typename Call>
 auto AskWithin(int timeoutSeconds, Call call) -> std::optional<std::invoke_result_t<Call>> {
     auto ended = InBackground(std::move(call));

@@ -1,5 +1,5 @@
-// The answer of a command: named values, lists of rows, and remarks, in the order in which they were added. One report is
-// shown either as text or as a JSON object, so that both always say the same.
+// The answer of a command: named values, lists of rows, and remarks, in the order in which they were added. One report
+// is shown either as text or as a JSON object, so that both always say the same.
 //
 //     report.Text("domain", "corp.test");                         domain: corp.test
 //     report.Coded("trust state", 1, "healthy");                  trust state: 1 (healthy)
@@ -8,9 +8,9 @@
 //     {"schema": 1, "domain": "corp.test", "trustState": 1, "trustStateText": "healthy",
 //      "users": [{"user": "alice", "locked": false}]}
 //
-// Labels are lower-case words; a JSON name is its label in camel case. In text, control characters of values are shown as
-// \xNN, so that a value cannot play with the terminal or pass for another line. In JSON, bytes that are not UTF-8 are
-// replaced.
+// Labels are lower-case words; a JSON name is its label in camel case. In text, control characters of values are shown
+// as \xNN, so that a value cannot play with the terminal or pass for another line. In JSON, bytes that are not UTF-8
+// are replaced.
 //
 // Threads: belongs to one thread.
 

@@ -11,8 +11,8 @@ namespace nimbrel::nimauthctl {
 void GuardStandardStreams() {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) != -1) continue;
-        // Opened the wrong way round, and kept open over an exec like any standard stream. The lowest free number is the
-        // closed one.
+        // Opened the wrong way round, and kept open over an exec like any standard stream. The lowest free number is
+        // the closed one.
         if (open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY) != descriptor) _exit(1);
     }
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));

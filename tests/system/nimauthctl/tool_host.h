@@ -1,8 +1,8 @@
-// A host of its own for each test: fresh settings, an empty /var/lib/nimbrel, its host name and hosts file as installed,
-// and the installed nimauthctl to run on it.
+// A host of its own for each test: fresh settings, an empty /var/lib/nimbrel, its host name and hosts file as
+// installed, and the installed nimauthctl to run on it.
 //
-// Runs in a private root only. Nothing that a program shows may hold one of the passwords used here: every run is searched
-// for them.
+// Runs in a private root only. Nothing that a program shows may hold one of the passwords used here: every run is
+// searched for them.
 
 #ifndef TESTS_SYSTEM_NIMAUTHCTL_TOOL_HOST_H_
 #define TESTS_SYSTEM_NIMAUTHCTL_TOOL_HOST_H_

@@ -15,7 +15,8 @@ using authentication::ActiveDirectoryStore;
 
 constexpr char kStored[] = "stored settings";
 
-// For the confirmation only: leaving goes on if the answer cannot be had, and then fails or succeeds on its own account.
+// For the confirmation only: leaving goes on if the answer cannot be had, and then fails or succeeds on its own
+// account.
 std::string PresentDomain(const ActiveDirectoryStore& store, const Invocation& invocation) {
     try {
         return AskConfiguration(store, invocation).value.DomainDNSName();
