@@ -69,8 +69,7 @@ void ReturnTexts(const std::vector<std::string>& texts, char*** result, NimauthR
 }
 
 void ReturnDomains(const std::vector<DomainInfo>& domains, NimauthDomainRecord*** result, NimauthRelease* release) {
-    std::size_t size =
-        (domains.size() + 1) * sizeof(NimauthDomainRecord*) + domains.size() * sizeof(NimauthDomainRecord);
+    std::size_t size = (domains.size() + 1) * sizeof(void*) + domains.size() * sizeof(NimauthDomainRecord);
     for (const auto& domain : domains) {
         size += domain.dnsName.size() + domain.netbiosName.size() + 2;
     }

@@ -14,7 +14,8 @@ std::string RandomSid() {
     FillRandom(parts.data(), sizeof(parts));
     std::string sid = "S-1-5-21";
     for (const auto part : parts) {
-        sid += "-" + std::to_string(part);
+        sid += '-';
+        sid += std::to_string(part);
     }
     return sid;
 }

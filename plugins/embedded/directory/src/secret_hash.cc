@@ -22,6 +22,7 @@ namespace {
 constexpr std::size_t kSaltBytes = 16;
 constexpr std::size_t kKeyBytes = 32;
 constexpr std::uint64_t kMaximumMemory = 256ULL * 1024 * 1024;
+constexpr std::uint64_t kOverhead = 1024ULL * 1024;
 
 struct Costs {
     std::uint32_t logarithm;
@@ -68,7 +69,7 @@ bool Scrypt(std::string_view secret, const Salt& salt, const Costs& costs, Key& 
     std::uint64_t n = std::uint64_t{1} << costs.logarithm;
     std::uint64_t r = costs.blockSize;
     std::uint64_t p = costs.parallelism;
-    std::uint64_t memory = kMaximumMemory + 1024 * 1024;
+    std::uint64_t memory = kMaximumMemory + kOverhead;
     // The parameters are only read.
     auto* secretBytes = const_cast<char*>(secret.empty() ? "" : secret.data());
     auto* saltBytes = const_cast<unsigned char*>(salt.data());

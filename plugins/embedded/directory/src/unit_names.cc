@@ -125,7 +125,8 @@ UnitNames ParseDistinguishedName(std::string_view text, const std::string& domai
     std::string container;
     for (auto& [type, value] : DnReader(text).ReadAll()) {
         if (type == "dc") {
-            domain += (domain.empty() ? "" : ".") + value;
+            domain += domain.empty() ? "" : ".";
+            domain += value;
         } else if (type == "ou" && domain.empty() && container.empty()) {
             units.push_back(std::move(value));
         } else if (type == "cn" && domain.empty() && units.empty() && container.empty()) {
@@ -209,15 +210,16 @@ UnitNames ParseUnit(std::string_view unit, const std::string& domainDnsName) {
 std::string UnitPath(const UnitNames& names) {
     std::string path;
     for (const auto& name : names) {
-        path += (path.empty() ? "" : "/") + EscapePathName(name);
+        path += path.empty() ? "" : "/";
+        path += EscapePathName(name);
     }
     return path;
 }
 
 std::string UnitDistinguishedName(const UnitNames& names, const std::string& domainDnsName) {
     std::string distinguishedName;
-    for (auto name = names.rbegin(); name != names.rend(); ++name) {
-        distinguishedName += "OU=" + EscapeDnValue(*name) + ",";
+    for (std::size_t i = names.size(); i-- > 0;) {
+        distinguishedName += "OU=" + EscapeDnValue(names[i]) + ",";
     }
     return distinguishedName + DomainDistinguishedName(domainDnsName);
 }
