@@ -3,13 +3,14 @@
 //     1  # who answers what
 //     2  passwd:   files sss
 //     3  group: files [NOTFOUND=return] sss
-//     4  sudoers: files sss
-//     5  hosts : files
+//     4  hosts: files mdns [NOTFOUND=return] dns
+//     5  sudoers: files sss
+//     6  shadow : files
 //
 // A line names a database, directly followed by a colon, and the services to ask, in order. Line 2 gives passwd the
-// services "files" and "sss". In line 3 "files" has the criteria "NOTFOUND=return", and "sss" is not read: what stands
-// behind a bracket is lost. Lines 4 and 5 are skipped: a database that the model does not know, and a colon that does
-// not follow the name directly.
+// services "files" and "sss". In line 3 "files" has the criteria "NOTFOUND=return", and "sss" is lost; line 4 gives
+// hosts the service "files" alone: with a ']' further on, the rest of the line is lost. Lines 5 and 6 are skipped: a
+// database that the model does not know, and a colon that does not follow the name directly.
 //
 //     std::ifstream in("/etc/nsswitch.conf");
 //     NSSConfiguration configuration;
@@ -22,7 +23,11 @@
 //   - Comments, blank lines, unknown databases (sudoers, gshadow, initgroups, subid, ...) and the order of the lines are
 //     not kept; the written file has the databases in the order of their values.
 //   - Criteria are seen only when exactly one white-space character separates them from their service; otherwise they
-//     are services. After a "]" the reader goes on at an offset that on ordinary lines lies behind the line's end.
+//     are services.
+//   - After a service that has a ']' anywhere behind it, the reader goes on at an offset that on ordinary lines lies
+//     behind the line's end. On a long line it lies inside, possibly within a word: "group: files [SUCCESS=merge] sss
+//     [SUCCESS=merge] systemd" gives group the services "files", "S=merge]" and "systemd".
+//     docs/formats/nss-configuration.md has the rule, and what becomes of the files of real systems.
 //   - A line that ends in exactly one white-space character after a service throws `std::out_of_range`; so does a
 //     carriage return there. Two or more do not.
 //   - '#' after the first word is a service like any other.

@@ -147,6 +147,21 @@ class Agreement {
         }
     }
 
+    // Every two characters at some distances, between `frame`.
+    static void OnPairs(Frame frame) {
+        for (const std::size_t distance : {1, 7}) {
+            for (int pair = 0; pair < 256 * 256; ++pair) {
+                std::string text(frame.before);
+                text.append(1, static_cast<char>(pair / 256))
+                    .append(distance - 1, 'x')
+                    .append(1, static_cast<char>(pair));
+                text.append("yz").append(frame.after);
+                const Source source{text};
+                if (!Agrees(source, OutcomeOf<Literal>(source), OutcomeOf<Library>(source))) return;
+            }
+        }
+    }
+
     // At every place, the end of the text included.
     static void OnReadErrors(const Symbols& symbols, std::size_t length, Frame frame = {}) {
         AllTexts(symbols, frame).Visit(length, [&](const std::string& text) {

@@ -1,5 +1,5 @@
-// Readers when memory runs out at any allocation: the exception leaves, or shows in the stream's state; no rule that was
-// read before is lost, and none is read twice by a caller who goes on.
+// Readers when memory runs out at any allocation: the exception leaves, or shows in the stream's state; no rule that
+// was read before is lost, and none is read twice by a caller who goes on.
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The PAM policy text, read and written one step after the other with iostreams.
 //
-// Slow and plain on purpose: it is what the library's own reader and writer are compared with, by exhaustive tests, by the
-// fuzzer and by the benchmarks. It shares no code with the library, not even its exceptions or its tables.
+// Slow and plain on purpose: it is what the library's own reader and writer are compared with, by exhaustive tests, by
+// the fuzzer and by the benchmarks. It shares no code with the library, not even its exceptions or its tables.
 
 #ifndef NIMAUTH_TESTS_SYSTEMCONFIGURATION_LITERAL_PAM_H_
 #define NIMAUTH_TESTS_SYSTEMCONFIGURATION_LITERAL_PAM_H_

@@ -1,5 +1,5 @@
-// Every short name-service switch text reads the same to the library as to the literal reader: result, exception, stream
-// state, and place of the unread rest.
+// Every short name-service switch text reads the same to the library as to the literal reader: result, exception,
+// stream state, and place of the unread rest.
 
 #include "systemconfiguration/agreement.h"
 #include "systemconfiguration/nss_outcome.h"
@@ -27,6 +27,8 @@ INSTANTIATE_TEST_SUITE_P(EverySymbol, NssExhaustiveFrom, ::testing::ValuesIn(kSy
 TEST(NssExhaustive, EveryTextInsideFrames) {
     for (const Frame& frame : kFrames) NssAgreement::OnSlices(kSymbols, EXHAUSTIVE_LENGTH - 2, frame);
 }
+
+TEST(NssExhaustive, EveryTwoCharacters) { NssAgreement::OnPairs({"hosts: f", " service\n"}); }
 
 TEST(NssExhaustive, EveryStreamSetting) {
     NssAgreement::OnSettings({"hosts:", "files", "[", "]", " ", "\n", ",", "\v"}, EXHAUSTIVE_LENGTH - 3,

@@ -29,6 +29,8 @@ TEST(PamExhaustive, EveryTextInsideFrames) {
     for (const Frame& frame : kFrames) PamAgreement::OnSlices(kSymbols, EXHAUSTIVE_LENGTH - 2, frame);
 }
 
+TEST(PamExhaustive, EveryTwoCharacters) { PamAgreement::OnPairs({"auth required m", " parameter\n"}); }
+
 TEST(PamExhaustive, EveryStreamSetting) {
     PamAgreement::OnSettings({"auth", "required", "[", "]", "#", " ", "\n", ",", "\v"}, EXHAUSTIVE_LENGTH - 3,
                              {"session optional m\n", "auth required m\n"});
