@@ -103,6 +103,8 @@ class NIMAUTH_EXPORT PAMFacility {
 NIMAUTH_EXPORT std::ostream& operator<<(std::ostream& stream, const PAMFacility& facility);
 NIMAUTH_EXPORT std::istream& operator>>(std::istream& stream, PAMFacility& facility);
 
+class PAMEntry;
+
 // What a rule's result means for its stack: one of six words, or a bracket whose inside is not interpreted.
 //
 // Errors: every operation that takes a text throws `InvalidControlException` unless it is one of the six words or starts
@@ -142,6 +144,7 @@ class NIMAUTH_EXPORT PAMControl {
 
  private:
     friend class PAMEntryReader;
+    friend void AppendEntry(std::string& line, const PAMEntry& entry);
 
     Control _value = Unset;
     std::string _text;  // the whole bracket, when `_value` is Bracketed

@@ -3,7 +3,10 @@
 #ifndef NIMAUTH_SYSTEMCONFIGURATION_NAMES_H_
 #define NIMAUTH_SYSTEMCONFIGURATION_NAMES_H_
 
+#include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -19,7 +22,8 @@ struct NamedValue {
 template <typename Value, std::size_t Size>
 const NamedValue<Value>* FindName(const NamedValue<Value> (&table)[Size], std::string_view name) {
     for (const NamedValue<Value>& entry : table) {
-        if (entry.name == name) return &entry;
+        // Nearly every other name differs in its size or its first character.
+        if (entry.name.size() == name.size() && entry.name.front() == name.front() && entry.name == name) return &entry;
     }
     return nullptr;
 }
@@ -43,6 +47,56 @@ inline std::string AdvancedPrefix(std::string_view prefix, int value) {
 // White space as isspace(3) knows it in the C locale.
 constexpr bool IsSpace(char character) { return character == ' ' || (character >= '\t' && character <= '\r'); }
 
+// Eight characters of a text, the first in the lowest byte; where the machine does not have them so, they are looked at
+// one by one.
+constexpr std::size_t kStep = sizeof(std::uint64_t);
+constexpr std::uint64_t kOnes = 0x0101010101010101;
+constexpr std::uint64_t kHighBits = kOnes << 7U;
+
+inline bool HasStep(std::string_view text, std::size_t position) {
+    return std::endian::native == std::endian::little && text.size() - position >= kStep;
+}
+
+inline std::uint64_t Step(std::string_view text, std::size_t position) {
+    std::uint64_t characters = 0;
+    std::memcpy(&characters, text.data() + position, kStep);
+    return characters;
+}
+
+// The index in a step of the lowest byte that has a bit set.
+inline std::size_t FirstByte(std::uint64_t bits) { return static_cast<std::size_t>(std::countr_zero(bits)) / 8; }
+
+// The index of the first white space at or behind `position`, or the size.
+inline std::size_t FindSpace(std::string_view text, std::size_t position) {
+    while (HasStep(text, position)) {
+        const std::uint64_t characters = Step(text, position);
+        // Characters up to ' ' leave their high bit; those behind the lowest of them may do so wrongly.
+        const std::uint64_t small = (characters - kOnes * (' ' + 1)) & ~characters & kHighBits;
+        if (small == 0) {
+            position += kStep;
+            continue;
+        }
+        position += FirstByte(small);
+        if (IsSpace(text[position])) return position;
+        ++position;  // another control character
+    }
+    while (position < text.size() && !IsSpace(text[position])) ++position;
+    return position;
+}
+
+// The index of the first character at or behind `position` that is not white space, or the size.
+inline std::size_t SkipSpace(std::string_view text, std::size_t position) {
+    while (position < text.size() && IsSpace(text[position])) {
+        ++position;
+        while (HasStep(text, position)) {
+            const std::uint64_t others = Step(text, position) ^ (kOnes * ' ');
+            position += others == 0 ? kStep : FirstByte(others);
+            if (others != 0) break;
+        }
+    }
+    return position;
+}
+
 // The words of one text, taken from the front: what stream extraction of strings would give.
 class Words {
  public:
@@ -50,9 +104,8 @@ class Words {
 
     // The next word, or an empty view at the end.
     std::string_view Next() {
-        while (_position < _text.size() && IsSpace(_text[_position])) ++_position;
-        const std::size_t start = _position;
-        while (_position < _text.size() && !IsSpace(_text[_position])) ++_position;
+        const std::size_t start = SkipSpace(_text, _position);
+        _position = FindSpace(_text, start);
         return _text.substr(start, _position - start);
     }
 

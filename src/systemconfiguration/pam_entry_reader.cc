@@ -32,6 +32,14 @@ void AppendWords(const std::string& text, std::list<std::string>& words) {
     for (std::string word; stream >> word;) words.push_back(word);
 }
 
+// The words of `text`, one blank between each two.
+void JoinWords(std::string_view text, std::string& joined) {
+    joined.reserve(text.size());
+    Words words(text);
+    joined = words.Next();
+    for (std::string_view word = words.Next(); !word.empty(); word = words.Next()) joined.append(1, ' ').append(word);
+}
+
 }  // namespace
 
 void PAMEntryReader::ReadWords(std::istream& stream, PAMEntry& entry) {
@@ -42,39 +50,41 @@ void PAMEntryReader::ReadWords(std::istream& stream, PAMEntry& entry) {
     if (!rest.empty()) AppendWords(rest, entry._parameters);
 }
 
-bool PAMEntryReader::SetControl(std::string_view text, PAMControl& control) {
-    if (IsBracketed(text)) {
-        control._value = PAMControl::Bracketed;
-        control._text = text;
-        return true;
+bool PAMEntryReader::Divide(std::string_view line, RuleText& rule) {
+    Words words(line);
+    const std::string_view first = words.Next();
+    if (first.empty()) return false;
+    if (first.front() == '[') {
+        const std::size_t start = words.Position() - first.size();
+        rule.isJoined = true;
+        for (std::string_view last = first; last.back() != ']';) {
+            const std::size_t end = words.Position();
+            last = words.Next();
+            if (last.empty()) return false;
+            if (line[end] != ' ' || words.Position() != end + 1 + last.size()) rule.isJoined = false;
+        }
+        rule.value = PAMControl::Bracketed;
+        rule.bracket = line.substr(start, words.Position() - start);
+    } else {
+        const auto* const name = FindName(kControlNames, first);
+        if (name == nullptr) return false;
+        rule.value = name->value;
     }
-    const auto* const name = FindName(kControlNames, text);
-    if (name == nullptr) return false;
-    control._value = name->value;
-    return true;
+    rule.module = words.Next();
+    rule.parameters = line.substr(words.Position());
+    return !rule.module.empty();
 }
 
-bool PAMEntryReader::ReadLine(std::string_view line, PAMEntry& entry) {
-    Words words(line);
-    std::string_view control = words.Next();
-    if (control.empty()) return false;
-    if (OpensBracketOnly(control)) {
-        std::string joined(control);
-        do {
-            control = words.Next();
-            if (control.empty()) return false;
-            joined.append(1, ' ').append(control);
-        } while (control.back() != ']');
-        if (!SetControl(joined, entry._control)) return false;
-    } else if (!SetControl(control, entry._control)) {
-        return false;
+void PAMEntryReader::Fill(const RuleText& rule, PAMEntry& entry) {
+    entry._control._value = rule.value;
+    if (rule.isJoined) {
+        entry._control._text = rule.bracket;
+    } else {
+        JoinWords(rule.bracket, entry._control._text);
     }
-
-    const std::string_view module = words.Next();
-    if (module.empty()) return false;
-    entry._module = module;
+    entry._module = rule.module;
+    Words words(rule.parameters);
     for (std::string_view word = words.Next(); !word.empty(); word = words.Next()) entry._parameters.emplace_back(word);
-    return true;
 }
 
 }  // namespace SystemConfiguration

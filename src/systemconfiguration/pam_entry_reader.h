@@ -10,17 +10,26 @@
 
 namespace SystemConfiguration {
 
+// The parts of a rule as they stand in its line.
+struct RuleText {
+    PAMControl::Control value = PAMControl::Unset;
+    std::string_view bracket;  // of a bracketed control
+    bool isJoined = true;      // its words are separated by one blank each
+    std::string_view module;
+    std::string_view parameters;
+};
+
 class PAMEntryReader {
  public:
     // Control, module and parameters, as `operator>>` of an entry tells.
     static void ReadWords(std::istream& stream, PAMEntry& entry);
 
-    // The same from `line`, which starts at the control and ends before its '\n', into a fresh entry. False, and the
-    // entry unspecified, if the line alone does not make a whole rule; the words must be read one by one then.
-    static bool ReadLine(std::string_view line, PAMEntry& entry);
+    // The same from `line`, which starts at the control and ends before its '\n'. False if the line alone does not make
+    // a whole rule; the words must be read one by one then.
+    static bool Divide(std::string_view line, RuleText& rule);
 
- private:
-    static bool SetControl(std::string_view text, PAMControl& control);
+    // Into a fresh entry.
+    static void Fill(const RuleText& rule, PAMEntry& entry);
 };
 
 }  // namespace SystemConfiguration

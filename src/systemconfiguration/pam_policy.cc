@@ -51,29 +51,31 @@ bool ReadRule(std::string_view line, StackFinder& stacks) {
     Words words(line);
     const auto* const facility = FindName(kFacilityNames, words.Next());
     if (facility == nullptr) return false;
-    PAMEntry entry;
-    if (!PAMEntryReader::ReadLine(line.substr(words.Position()), entry)) return false;
-    stacks[facility->value].push_back(std::move(entry));
+    RuleText rule;
+    if (!PAMEntryReader::Divide(line.substr(words.Position()), rule)) return false;
+    PAMStack& stack = stacks[facility->value];
+    PAMEntry& entry = stack.emplace_back();
+    try {
+        PAMEntryReader::Fill(rule, entry);
+    } catch (...) {
+        stack.pop_back();  // memory ran out: there is no half rule
+        throw;
+    }
     return true;
 }
 
-std::string_view SkipSpace(std::string_view text) {
-    std::size_t position = 0;
-    while (position < text.size() && IsSpace(text[position])) ++position;
-    return text.substr(position);
-}
-
-// Reads the comments and rules that lie whole in the get area, each consumed once it is in the policy. Stops before a
-// line that must be read word by word: one that is not there to its end, that the next line completes, or that throws.
+// Reads the comments and rules that lie whole in the get area, and consumes them, also when memory runs out. Stops before
+// a line that must be read word by word: one that is not there to its end, that the next line completes, or that throws.
 void ReadReadyLines(std::streambuf& buffer, StackFinder& stacks) {
+    GetArea area(buffer);
+    const std::string_view text = area.Text();
     for (;;) {
-        const std::string_view ready = GetArea::Ready(buffer);
-        const std::string_view text = SkipSpace(ready);
-        GetArea::Consume(buffer, ready.size() - text.size());
-        const std::size_t end = text.find('\n');
+        const std::size_t start = SkipSpace(text, area.Position());
+        area.MoveTo(start);
+        const std::size_t end = text.find('\n', start);
         if (end == std::string_view::npos) return;
-        if (text.front() != '#' && !ReadRule(text.substr(0, end), stacks)) return;
-        GetArea::Consume(buffer, end + 1);
+        if (text[start] != '#' && !ReadRule(text.substr(start, end - start), stacks)) return;
+        area.MoveTo(end + 1);
     }
 }
 
@@ -104,9 +106,7 @@ PAMStack::const_iterator PAMStack::find(const std::string& module) const {
 PAMPolicy::PAMPolicy(const std::string& name) : _name(name) {}
 PAMPolicy::~PAMPolicy() = default;
 
-PAMStack& PAMPolicy::operator[](PAMFacility facility) {
-    return _stacks.try_emplace(facility, PAMStack(facility)).first->second;
-}
+PAMStack& PAMPolicy::operator[](PAMFacility facility) { return _stacks.try_emplace(facility, facility).first->second; }
 
 std::istream& operator>>(std::istream& stream, PAMPolicy& policy) {
     const bool plain = IsClassicLocale() && HasPlainSettings(stream) && stream.rdbuf() != nullptr;

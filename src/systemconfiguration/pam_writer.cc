@@ -9,7 +9,12 @@ namespace SystemConfiguration {
 
 // Adds what an entry is written as; up to the control's own text if the control has none.
 void AppendEntry(std::string& line, const PAMEntry& entry) {
-    line.append(static_cast<std::string>(entry._control)).append(1, '\t').append(entry._module).append(1, '\t');
+    if (entry._control._value == PAMControl::Bracketed) {
+        line.append(entry._control._text);
+    } else {
+        line.append(static_cast<std::string>(entry._control));
+    }
+    line.append(1, '\t').append(entry._module).append(1, '\t');
     for (const std::string& parameter : entry._parameters) line.append(parameter).append(1, ' ');
 }
 

@@ -32,21 +32,40 @@ inline bool HasPlainSettings(const std::ostream& stream) {
     return (stream.flags() & std::ios_base::unitbuf) == 0 && stream.width() == 0;
 }
 
-// The characters that a stream buffer holds ready. Reading from here is what its own sbumpc would do next.
-class GetArea : private std::streambuf {
+// The characters that a stream buffer holds ready. Reading from here is what its own sbumpc would do next; those before
+// the position count as read when this ends.
+class GetArea {
  public:
-    static std::string_view Ready(std::streambuf& buffer) {
-        const char* const first = (buffer.*&GetArea::gptr)();
-        const char* const last = (buffer.*&GetArea::egptr)();
-        return {first, std::min(static_cast<std::size_t>(last - first), kLargestStep)};
-    }
+    explicit GetArea(std::streambuf& buffer) : _buffer(buffer), _text(Access::Ready(buffer)) {}
+    GetArea(const GetArea&) = delete;
+    GetArea& operator=(const GetArea&) = delete;
+    ~GetArea() { Access::Consume(_buffer, _position); }
 
-    static void Consume(std::streambuf& buffer, std::size_t count) {
-        (buffer.*&GetArea::gbump)(static_cast<int>(count));
-    }
+    std::string_view Text() const { return _text; }
+    std::size_t Position() const { return _position; }
+    void MoveTo(std::size_t position) { _position = position; }
 
  private:
-    static constexpr std::size_t kLargestStep = std::numeric_limits<int>::max();
+    // Reaches what a stream buffer shows to its own kind.
+    class Access : private std::streambuf {
+     public:
+        static std::string_view Ready(std::streambuf& buffer) {
+            const char* const first = (buffer.*&Access::gptr)();
+            const char* const last = (buffer.*&Access::egptr)();
+            return {first, std::min(static_cast<std::size_t>(last - first), kLargestStep)};
+        }
+
+        static void Consume(std::streambuf& buffer, std::size_t count) {
+            (buffer.*&Access::gbump)(static_cast<int>(count));
+        }
+
+     private:
+        static constexpr std::size_t kLargestStep = std::numeric_limits<int>::max();
+    };
+
+    std::streambuf& _buffer;
+    std::string_view _text;
+    std::size_t _position = 0;
 };
 
 }  // namespace SystemConfiguration
