@@ -56,7 +56,7 @@ bool IsAccepted(const std::string& text) {
     }
 }
 
-Texts Files(long megabytes) {
+Texts ReadFiles(long megabytes) {
     if (megabytes == 0) return StockFiles("pam", IsAccepted);
     return {LargeFile(kBlocks, static_cast<std::size_t>(megabytes) * kMegabyte)};
 }
@@ -75,7 +75,7 @@ Stacks StacksOf(const std::string& text) {
 }
 
 void ReadPoliciesOurs(benchmark::State& state) {
-    const Texts files = Files(state.range(0));
+    const Texts files = ReadFiles(state.range(0));
     for (auto _ : state) {
         for (const std::string& file : files) {
             PAMPolicy policy("sample");
@@ -85,7 +85,7 @@ void ReadPoliciesOurs(benchmark::State& state) {
 }
 
 void ReadPoliciesLiterally(benchmark::State& state) {
-    const Texts files = Files(state.range(0));
+    const Texts files = ReadFiles(state.range(0));
     for (auto _ : state) {
         for (const std::string& file : files) {
             literal_pam::Policy policy;
@@ -96,7 +96,7 @@ void ReadPoliciesLiterally(benchmark::State& state) {
 
 void CopyStacks(benchmark::State& state) {
     std::vector<Stacks> models;
-    for (const std::string& file : Files(state.range(0))) models.push_back(StacksOf(file));
+    for (const std::string& file : ReadFiles(state.range(0))) models.push_back(StacksOf(file));
     for (auto _ : state) {
         for (const Stacks& model : models) {
             const Stacks copy = model;
@@ -113,7 +113,7 @@ void WriteToMemory(benchmark::State& state, Write write) {
     for (auto _ : state) {
         stream.seekp(0);  // over what is there: no memory is asked for from the second time on
         write(stream);
-        Expect(stream.tellp() > static_cast<std::streamoff>(kMegabyte / 2));
+        Expect(stream.tellp() > 1000);
     }
 }
 
@@ -127,40 +127,42 @@ void WriteToFile(benchmark::State& state, Write write) {
     std::filesystem::remove(kTarget);
 }
 
+enum class Target { Memory, File };
+
 template <typename Write>
-void WriteTo(benchmark::State& state, bool file, Write write) {
-    if (file) {
+void WriteTo(benchmark::State& state, Target target, Write write) {
+    if (target == Target::File) {
         WriteToFile(state, write);
     } else {
         WriteToMemory(state, write);
     }
 }
 
-void WriteOurs(benchmark::State& state, bool file) {
+void WriteOurs(benchmark::State& state, Target target, std::size_t size) {
     PAMPolicy policy("sample");
-    ReadOurs(Files(1).front(), policy);
-    WriteTo(state, file, [&](std::ostream& stream) { stream << policy; });
+    ReadOurs(LargeFile(kBlocks, size), policy);
+    WriteTo(state, target, [&](std::ostream& stream) { stream << policy; });
 }
 
-void WriteLiterally(benchmark::State& state, bool file) {
+void WriteLiterally(benchmark::State& state, Target target, std::size_t size) {
     literal_pam::Policy policy;
-    ReadLiterally(Files(1).front(), policy);
-    WriteTo(state, file, [&](std::ostream& stream) { literal_pam::WritePolicy(stream, policy); });
+    ReadLiterally(LargeFile(kBlocks, size), policy);
+    WriteTo(state, target, [&](std::ostream& stream) { literal_pam::WritePolicy(stream, policy); });
 }
 
 #ifdef HAVE_AUGEAS
 void ReadWithAugeas(benchmark::State& state) {
     AugeasParser augeas("Pam");
-    const Texts files = Files(state.range(0));
+    const Texts files = ReadFiles(state.range(0));
     for (std::size_t index = 0; index < files.size(); ++index) augeas.Put(index, files[index]);
     for (auto _ : state) {
         for (std::size_t index = 0; index < files.size(); ++index) augeas.Parse(index);
     }
 }
 
-void WriteWithAugeas(benchmark::State& state) {
+void WriteWithAugeas(benchmark::State& state, std::size_t size) {
     AugeasParser augeas("Pam");
-    augeas.Put(0, Files(1).front());
+    augeas.Put(0, LargeFile(kBlocks, size));
     augeas.Keep(0);
     for (auto _ : state) augeas.Write(0);
 }
@@ -176,17 +178,23 @@ void RegisterReads(const std::string& size, long megabytes) {
 #endif
 }
 
+void RegisterWrites(const std::string& what, Target target, std::size_t size) {
+    const std::string work = "PAM policy write, " + what + "/";
+    benchmark::RegisterBenchmark((work + "ours").c_str(), WriteOurs, target, size);
+    benchmark::RegisterBenchmark((work + "literal").c_str(), WriteLiterally, target, size);
+}
+
 const bool kRegistered = [] {
     RegisterReads("stock files", 0);
     RegisterReads("1 MB", 1);
     RegisterReads("10 MB", 10);
-    benchmark::RegisterBenchmark("PAM policy write, 1 MB to memory/ours", WriteOurs, false);
-    benchmark::RegisterBenchmark("PAM policy write, 1 MB to memory/literal", WriteLiterally, false);
+    RegisterWrites("1 MB to memory", Target::Memory, kMegabyte);
+    RegisterWrites("1 MB to a file", Target::File, kMegabyte);
+    // Augeas takes more than half a minute for 1 MB.
+    RegisterWrites("10 kB to memory", Target::Memory, 10'000);
 #ifdef HAVE_AUGEAS
-    benchmark::RegisterBenchmark("PAM policy write, 1 MB to memory/Augeas", WriteWithAugeas);
+    benchmark::RegisterBenchmark("PAM policy write, 10 kB to memory/Augeas", WriteWithAugeas, 10'000);
 #endif
-    benchmark::RegisterBenchmark("PAM policy write, 1 MB to a file/ours", WriteOurs, true);
-    benchmark::RegisterBenchmark("PAM policy write, 1 MB to a file/literal", WriteLiterally, true);
     return true;
 }();
 
