@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <locale>
@@ -127,8 +128,7 @@ class Agreement {
     static void OnSlices(const Symbols& symbols, std::size_t length, Frame frame = {}) {
         const std::size_t count = AllTexts(symbols, frame).Visit(length, [&](const std::string& text) {
             const Outcome expected = OutcomeOf<Literal>(Source{text});
-            for (const std::size_t slice : {kNever, std::size_t{1}, std::size_t{2}, std::size_t{7}}) {
-                const Source source{text, slice};
+            for (const Source& source : Sources(text)) {
                 if (!Agrees(source, expected, OutcomeOf<Library>(source))) return false;
             }
             return true;
@@ -140,9 +140,11 @@ class Agreement {
         for (const Setting& setting : AllSettings()) {
             SCOPED_TRACE(setting.name);
             AllTexts(symbols, frame).Visit(length, [&](const std::string& text) {
-                const Source source{text, 5};
-                return Agrees(source, OutcomeOf<Literal>(source, setting.prepare),
-                              OutcomeOf<Library>(source, setting.prepare));
+                for (const Source& source : {Source{text}, Source{text, 5}}) {
+                    const Outcome expected = OutcomeOf<Literal>(source, setting.prepare);
+                    if (!Agrees(source, expected, OutcomeOf<Library>(source, setting.prepare))) return false;
+                }
+                return true;
             });
         }
     }
@@ -183,6 +185,10 @@ class Agreement {
     }
 
  private:
+    static std::array<Source, 5> Sources(const std::string& text) {
+        return {Source{text}, Source{text, kNever, kNever, false}, Source{text, 1}, Source{text, 2}, Source{text, 7}};
+    }
+
     static bool Agrees(const Source& source, const Outcome& expected, const Outcome& actual) {
         if (actual == expected) return true;
         ADD_FAILURE() << source << "\nliteral " << expected << "\nlibrary " << actual;

@@ -4,6 +4,7 @@
 
 #include <sstream>
 #include <stdexcept>
+#include <vector>
 
 #include "systemconfiguration/nss_configuration.h"
 #include "systemconfiguration/nss_outcome.h"
@@ -16,6 +17,11 @@ using SystemConfiguration::NSSDatabase;
 
 constexpr auto kAtEnd = std::ios::eofbit | std::ios::failbit;
 
+// As a string's buffer has it, as a file's has it, and in slices.
+std::vector<Source> Sources(const std::string& text) {
+    return {Source{text}, Source{text, kNever, kNever, false}, Source{text, 1}, Source{text, 3}};
+}
+
 // A text that reads to its end.
 struct Accepted {
     std::string text;
@@ -25,8 +31,7 @@ struct Accepted {
 class NssReaderAccepts : public ::testing::TestWithParam<Accepted> {};
 
 TEST_P(NssReaderAccepts, TextAndEndsWithEofAndFail) {
-    for (const std::size_t slice : {kNever, std::size_t{1}, std::size_t{3}}) {
-        const Source source{GetParam().text, slice};
+    for (const Source& source : Sources(GetParam().text)) {
         SCOPED_TRACE(::testing::Message() << source);
         const Outcome outcome = OutcomeOf<LibraryNssReader>(source);
         EXPECT_EQ(outcome.model, GetParam().model);
@@ -98,9 +103,9 @@ class NssReaderThrows : public ::testing::TestWithParam<Thrower> {};
 
 TEST_P(NssReaderThrows, OutOfRangeAndKeepsWhatWasRead) {
     const std::string& text = GetParam().text;
-    for (const std::size_t slice : {kNever, std::size_t{1}}) {
-        SCOPED_TRACE(Shown(text));
-        const Outcome outcome = OutcomeOf<LibraryNssReader>(Source{text, slice});
+    for (const Source& source : Sources(text)) {
+        SCOPED_TRACE(::testing::Message() << source);
+        const Outcome outcome = OutcomeOf<LibraryNssReader>(source);
         EXPECT_EQ(outcome.model, GetParam().model);
         EXPECT_EQ(outcome.error.find(std::string(typeid(std::out_of_range).name()) + ": basic_string::at: "), 0U)
             << outcome.error;

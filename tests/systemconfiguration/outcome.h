@@ -32,12 +32,14 @@ struct Source {
     std::string_view text;
     std::size_t slice = kNever;
     std::size_t errorAt = kNever;
+    bool startsFilled = true;
 };
 
 inline std::ostream& operator<<(std::ostream& stream, const Source& source) {
     stream << '"' << Shown(source.text) << '"';
     if (source.slice != kNever) stream << ", " << source.slice << " at a time";
     if (source.errorAt != kNever) stream << ", unreadable at " << source.errorAt;
+    if (!source.startsFilled) stream << ", nothing ready at first";
     return stream;
 }
 
@@ -48,7 +50,7 @@ inline std::ostream& operator<<(std::ostream& stream, const Source& source) {
 //   static std::string ErrorClass(std::exception&)    names the class, alike too
 template <typename Reader, typename Prepare>
 Outcome OutcomeOf(const Source& source, Prepare prepare) {
-    SlicedInput buffer(std::string(source.text), source.slice, source.errorAt);
+    SlicedInput buffer(std::string(source.text), source.slice, source.errorAt, source.startsFilled);
     std::istream stream(&buffer);
     prepare(stream);
     Reader reader;

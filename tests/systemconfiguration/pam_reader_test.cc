@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include "systemconfiguration/pam_outcome.h"
 #include "systemconfiguration/pam_policy.h"
@@ -18,6 +19,11 @@ using SystemConfiguration::PAMPolicy;
 
 constexpr auto kAtEnd = std::ios::eofbit | std::ios::failbit;
 
+// As a string's buffer has it, as a file's has it, and in slices.
+std::vector<Source> Sources(const std::string& text) {
+    return {Source{text}, Source{text, kNever, kNever, false}, Source{text, 1}, Source{text, 3}};
+}
+
 // A text that reads to its end.
 struct Accepted {
     std::string text;
@@ -27,8 +33,7 @@ struct Accepted {
 class PamReaderAccepts : public ::testing::TestWithParam<Accepted> {};
 
 TEST_P(PamReaderAccepts, TextAndEndsWithEofAndFail) {
-    for (const std::size_t slice : {kNever, std::size_t{1}, std::size_t{3}}) {
-        const Source source{GetParam().text, slice};
+    for (const Source& source : Sources(GetParam().text)) {
         SCOPED_TRACE(::testing::Message() << source);
         const Outcome outcome = OutcomeOf<LibraryPamReader>(source);
         EXPECT_EQ(outcome.model, GetParam().model);
@@ -94,8 +99,7 @@ struct Refused {
 class PamReaderRefuses : public ::testing::TestWithParam<Refused> {};
 
 TEST_P(PamReaderRefuses, TextAndKeepsTheRulesBeforeIt) {
-    for (const std::size_t slice : {kNever, std::size_t{1}, std::size_t{3}}) {
-        const Source source{GetParam().text, slice};
+    for (const Source& source : Sources(GetParam().text)) {
         SCOPED_TRACE(::testing::Message() << source);
         const Outcome outcome = OutcomeOf<LibraryPamReader>(source);
         EXPECT_EQ(outcome.model, GetParam().model);

@@ -27,7 +27,8 @@ std::string Rewritten(const std::string& text) {
 // Whole, in slices, and with a read error in the middle. Says on `log` what differs.
 template <typename Library, typename Literal>
 bool SameReading(const std::string& text, std::ostream& log) {
-    const Source sources[] = {{text}, {text, 1}, {text, 7}, {text, 64}, {text, 7, text.size() / 2}};
+    const Source sources[] = {{text},     {text, kNever, kNever, false},  {text, 1}, {text, 7},
+                              {text, 64}, {text, kNever, text.size() / 2}};
     for (const Source& source : sources) {
         const Outcome actual = OutcomeOf<Library>(source);
         const Outcome expected = OutcomeOf<Literal>(source);

@@ -20,11 +20,14 @@ class ReadError : public std::runtime_error {
     ReadError() : std::runtime_error("read error") {}
 };
 
-// A text, of which `slice` characters at a time come into the get area; the character at `errorAt` cannot be read.
+// A text, of which `slice` characters at a time come into the get area; the character at `errorAt` cannot be read. The
+// first slice is there from the start, as in a string's buffer, or only once it is asked for, as in a file's.
 class SlicedInput : public std::streambuf {
  public:
-    explicit SlicedInput(std::string text, std::size_t slice = kNever, std::size_t errorAt = kNever)
-        : _text(std::move(text)), _slice(slice), _errorAt(errorAt) {}
+    SlicedInput(std::string text, std::size_t slice, std::size_t errorAt, bool startsFilled)
+        : _text(std::move(text)), _slice(slice), _errorAt(errorAt) {
+        if (startsFilled && errorAt != 0) Fill();
+    }
 
     // The index of the first character that has not been read.
     std::size_t Position() const { return _loaded - static_cast<std::size_t>(egptr() - gptr()); }
@@ -32,16 +35,19 @@ class SlicedInput : public std::streambuf {
  protected:
     int_type underflow() override {
         if (_loaded == _errorAt) throw ReadError();
-        const std::size_t end = std::min(_text.size(), _errorAt);
-        const std::size_t count = std::min(_slice, end - _loaded);
-        if (count == 0) return traits_type::eof();
-        char* const first = _text.data() + _loaded;
-        setg(first, first, first + count);
-        _loaded += count;
-        return traits_type::to_int_type(*first);
+        return Fill() ? traits_type::to_int_type(*gptr()) : traits_type::eof();
     }
 
  private:
+    bool Fill() {
+        const std::size_t end = std::min(_text.size(), _errorAt);
+        const std::size_t count = std::min(_slice, end - _loaded);
+        char* const first = _text.data() + _loaded;
+        setg(first, first, first + count);
+        _loaded += count;
+        return count > 0;
+    }
+
     std::string _text;
     std::size_t _slice;
     std::size_t _errorAt;
