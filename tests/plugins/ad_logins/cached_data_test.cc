@@ -8,6 +8,8 @@
 namespace nimbrel::ad::test {
 namespace {
 
+using namespace logins;
+
 // A credential cache as Kerberos writes it, up to the name of its owner: version, an empty header, the kind of name, one
 // part, the realm, the part.
 std::string CacheOf(const std::string& realm, const std::string& user) {

@@ -11,6 +11,8 @@
 namespace nimbrel::ad::test {
 namespace {
 
+using namespace logins;
+
 const std::vector<std::string> kHostile = {
     "",      " ",     "a b",      "a\nb",     "a\rb",       "a\tb", std::string("a\0b", 3),
     "a]",    "[a",    "a=b",      "a,b",      "a;b",        "a#b",  "a/b",

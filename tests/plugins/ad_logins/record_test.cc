@@ -8,6 +8,8 @@
 namespace nimbrel::ad::test {
 namespace {
 
+using namespace logins;
+
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

@@ -16,6 +16,8 @@
 namespace nimbrel::ad::test {
 namespace {
 
+using namespace logins;
+
 using ::testing::HasSubstr;
 
 // With -D it is a daemon that writes its pid file and is ready when the first process ends. "stubborn" ignores the

@@ -15,7 +15,7 @@
 #include "files.h"
 #include "names.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 namespace {
 
 constexpr char kState[] = "/var/lib/sss/";
@@ -123,4 +123,4 @@ void RemoveCachedData(const std::string& root, const std::vector<std::string>& d
     steps.End();
 }
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins

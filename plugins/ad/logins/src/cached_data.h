@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 
 // Removes, below `root`, for each domain: SSSD's database and time stamps, its own tickets, the addresses of controllers
 // it wrote down for Kerberos, its group policies; the name-service caches, which all domains share; and the credential
@@ -15,6 +15,6 @@ namespace nimbrel::ad {
 // Removes all it can; throws `LogInsError` for the first that it could not.
 void RemoveCachedData(const std::string& root, const std::vector<std::string>& domains);
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins
 
 #endif  // NIMBREL_AD_LOGINS_CACHED_DATA_H_

@@ -11,7 +11,7 @@
 
 #include "files.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 namespace {
 
 constexpr mode_t kFileMode = 0600;
@@ -132,4 +132,4 @@ bool ChangeFiles(const std::vector<FileChange>& changes) {
     return !pending.empty();
 }
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins

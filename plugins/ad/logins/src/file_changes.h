@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 
 struct FileChange {
     std::string path;
@@ -25,6 +25,6 @@ bool ChangeFiles(const std::vector<FileChange>& changes);
 // Removes what killed processes left behind of changes of the file.
 void RemoveLeftovers(const std::string& path);
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins
 
 #endif  // NIMBREL_AD_LOGINS_FILE_CHANGES_H_

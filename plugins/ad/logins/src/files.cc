@@ -16,7 +16,7 @@
 
 #include "adlogins/log_ins.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 namespace {
 
 constexpr mode_t kFolderMode = 0755;
@@ -147,4 +147,4 @@ FolderLock::FolderLock(const std::string& folder) : _folder(open(folder.c_str(),
     }
 }
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins

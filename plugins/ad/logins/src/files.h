@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 
 class Descriptor {
  public:
@@ -63,6 +63,6 @@ class FolderLock {
     Descriptor _folder;
 };
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins
 
 #endif  // NIMBREL_AD_LOGINS_FILES_H_

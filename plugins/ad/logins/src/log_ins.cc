@@ -22,6 +22,9 @@
 namespace nimbrel::ad {
 namespace {
 
+// The parts have a namespace of their own, because one plug-in links this library beside others.
+using namespace logins;
+
 constexpr char kRecordFolder[] = "/var/lib/nimbrel";
 constexpr char kRecordFile[] = "/var/lib/nimbrel/ad-log-ins.conf";
 constexpr char kDomainFile[] = "/etc/sssd/conf.d/50-nimauth-domain.conf";

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 namespace {
 
 constexpr std::uint32_t kStatusInvalidParameter = 87;
@@ -121,4 +121,4 @@ void CheckServices(const std::vector<std::string>& services) {
     for (const auto& service : services) Require(IsServiceName(service), "service name", service);
 }
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins

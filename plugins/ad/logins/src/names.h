@@ -12,7 +12,7 @@
 
 #include "adlogins/log_ins.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 
 void CheckDomain(const DomainLogIns& domain);
 void CheckOptions(const LogInOptions& options);
@@ -31,6 +31,6 @@ bool IsPath(std::string_view path);
 std::string LowerCase(std::string_view text);
 std::string UpperCase(std::string_view text);
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins
 
 #endif  // NIMBREL_AD_LOGINS_NAMES_H_

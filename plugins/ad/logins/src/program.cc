@@ -13,7 +13,7 @@
 
 #include "files.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 namespace {
 
 constexpr auto kForcedEndTime = std::chrono::seconds(1);
@@ -129,4 +129,4 @@ std::string CommandOf(pid_t pid) {
     return line.substr(open + 1, close - open - 1);
 }
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 
 enum class ProgramEnd {
     Success,
@@ -29,6 +29,6 @@ bool EndProcess(pid_t pid, const std::string& command, std::chrono::milliseconds
 // What the process is called, as the kernel shows it; empty if there is none or it has ended.
 std::string CommandOf(pid_t pid);
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins
 
 #endif  // NIMBREL_AD_LOGINS_PROGRAM_H_

@@ -5,7 +5,7 @@
 
 #include "names.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 namespace {
 
 constexpr char kHeading[] =
@@ -79,4 +79,4 @@ std::string FormatRecord(const Record& record) {
     return text;
 }
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins

@@ -26,7 +26,7 @@
 
 #include "adlogins/log_ins.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 
 struct Record {
     std::optional<DomainLogIns> domain;  // only if lines 2 to 7 are all there
@@ -38,6 +38,6 @@ struct Record {
 Record ParseRecord(const std::string& text);
 std::string FormatRecord(const Record& record);
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins
 
 #endif  // NIMBREL_AD_LOGINS_RECORD_H_

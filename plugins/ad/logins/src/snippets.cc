@@ -6,7 +6,7 @@
 
 #include "names.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 namespace {
 
 constexpr char kHeading[] =
@@ -77,4 +77,4 @@ std::string SmartCardSnippet(const std::vector<std::string>& services) {
     return section + "pam_cert_auth = true\npam_p11_allowed_services = " + Joined(changes) + '\n';
 }
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins

@@ -9,7 +9,7 @@
 
 #include "adlogins/log_ins.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 
 // `services`: what SSSD has to be told to run; empty where it need not be told.
 std::string DomainSnippet(const DomainLogIns& domain, const LogInOptions& options,
@@ -17,6 +17,6 @@ std::string DomainSnippet(const DomainLogIns& domain, const LogInOptions& option
 std::string ControllersSnippet(const DomainLogIns& domain, const std::vector<std::string>& controllers);
 std::string SmartCardSnippet(const std::vector<std::string>& services);
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins
 
 #endif  // NIMBREL_AD_LOGINS_SNIPPETS_H_

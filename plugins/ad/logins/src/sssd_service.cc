@@ -12,7 +12,7 @@
 #include "program.h"
 #include "sssd_settings.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 namespace {
 
 constexpr char kDaemon[] = "/usr/sbin/sssd";
@@ -106,4 +106,4 @@ std::vector<std::string> SssdService::ServicesToName() const {
     return services;
 }
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 
 class SssdService {
  public:
@@ -41,6 +41,6 @@ class SssdService {
     std::string _root;
 };
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins
 
 #endif  // NIMBREL_AD_LOGINS_SSSD_SERVICE_H_

@@ -5,7 +5,7 @@
 
 #include "files.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 namespace {
 
 constexpr std::string_view kDomainPrefix = "domain/";
@@ -69,4 +69,4 @@ SssdSettings ReadForeignSssdSettings(const std::string& root) {
     return settings;
 }
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins

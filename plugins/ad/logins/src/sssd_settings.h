@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace nimbrel::ad {
+namespace nimbrel::ad::logins {
 
 inline constexpr char kSssdFile[] = "/etc/sssd/sssd.conf";
 inline constexpr char kSssdFolder[] = "/etc/sssd/conf.d";
@@ -26,6 +26,6 @@ SssdSettings ReadForeignSssdSettings(const std::string& root);
 // Whether a file in conf.d is one of ours.
 bool IsOwnSnippet(const std::string& name);
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::ad::logins
 
 #endif  // NIMBREL_AD_LOGINS_SSSD_SETTINGS_H_
