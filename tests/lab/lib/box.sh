@@ -27,6 +27,7 @@ box_start() {
     setsid unshare --mount --uts --ipc --net --pid --fork --kill-child \
         bash /mnt/src/tests/lab/lib/box-init "$name" "$fqdn" "$resolver" "$@" >>"$boxes/$name/log" 2>&1 </dev/null &
     starter=$!
+    disown  # its end is wanted and no news
     printf '%s\n' "$starter" >"$boxes/$name/starter"
     box_wait 20 box_started "$name" || true
     if [ ! -e "$boxes/$name/pid" ]; then
@@ -54,7 +55,7 @@ box_started() {
 box_end() {
     [ -e "$boxes/$1/starter" ] || return 0
     kill -KILL "$(<"$boxes/$1/starter")" 2>/dev/null || true
-    wait "$(<"$boxes/$1/starter")" 2>/dev/null || true
+    while kill -0 "$(<"$boxes/$1/starter")" 2>/dev/null; do sleep 0.01; done
     rm -rf "${boxes:?}/$1" 2>/dev/null || true
 }
 

@@ -1,6 +1,6 @@
-# The directory: a switch, a forwarding name server, and domain controllers from a snapshot. Sourced inside the lab.
+# The directory: a switch, a name server, and domain controllers from a snapshot. Sourced inside the lab.
 #
-#   network_up                      the switch and the name server 10.99.0.1
+#   network_up                      the switch and the name server 10.99.0.1 (names.sh)
 #   controllers_up                  dc1.corp.test (box dc1) and dc1.trust.test (box tdc1), joined by a forest trust
 #   controller_start BOX            starts the daemons of a controller that was killed, and waits until it answers
 #
@@ -11,14 +11,10 @@ declare -A controller_forest=([dc1]=corp [tdc1]=trust)
 
 network_up() {
     ip link set lo up
-    ip link add switch type bridge
+    ip link add switch address 02:00:00:00:00:01 type bridge  # else it takes the lowest of its ports
     ip address add 10.99.0.1/16 dev switch
     ip link set switch up
-    mkdir -p /mnt/lab/dns
-    dnsmasq --keep-in-foreground --conf-file=/dev/null --user=root --group=root --no-resolv --no-hosts --no-daemon \
-        --pid-file= --port=53 --listen-address=10.99.0.1 --bind-interfaces --cache-size=0 --local=/test/ \
-        --server=/corp.test/10.99.0.2 --server=/trust.test/10.99.0.3 --log-queries \
-        --log-facility=/mnt/lab/dns/log >>/mnt/lab/dns/log 2>&1 </dev/null &
+    name_server_start 10.99.0.1 corp.test:dc1:10.99.0.2 trust.test:dc1:10.99.0.3
 }
 
 snapshot_key() {
@@ -45,7 +41,7 @@ controllers_up() {
 
 controller_boot() {
     local box=$1 snapshot=$2 forest=${controller_forest[$1]}
-    resolver=10.99.0.1 box_start "$box" "dc1.$forest.test" "${controller_address[$box]}"
+    resolver=${controller_address[$box]} box_start "$box" "dc1.$forest.test" "${controller_address[$box]}"
     if [ ! -e "$snapshot" ]; then
         echo "lab: provisioning $forest.test" >&2
         controller_provision "$box" "$forest" "$snapshot"
