@@ -81,7 +81,7 @@ box_wait() {  # polls: only for what tells nobody when it is ready
 # Process 1 and the signalling shell are spared by the kernel.
 stop() { in_box "$1" bash -c 'kill -STOP -1'; }
 continue_box() { in_box "$1" bash -c 'kill -CONT -1'; }
-kill_processes() { in_box "$1" bash -c 'kill -KILL -1' || true; }
+kill_processes() { in_box "$1" bash -c 'kill -KILL -1' 2>/dev/null || true; }
 
 # A neighbour that nobody is: frames leave and are lost.
 black_hole() { in_box "$1" ip neighbour replace "$2" lladdr 02:00:00:00:0d:ad nud permanent dev eth0; }

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""Fills the databases of one domain controller of the lab, off line: no daemon runs, nothing but files is written.
+"""Fills the databases of one domain controller of the lab.
 
-Usage: provision.py corp|trust ADDRESS FORWARDER
+Usage: provision.py corp|trust ADDRESS FORWARDER    the first of a forest, off line: no daemon runs
+       provision.py second ADDRESS FORWARDER        one more of corp.test, from the first one, which runs
 
 What stands in the two forests is told in tests/lab/README.md. Both sides of the forest trust are written here with the
 same secrets, so that no controller has to talk to the other one.
@@ -37,17 +38,20 @@ def base_dn(forest):
     return ",".join("DC=" + label for label in FORESTS[forest]["dns"].split("."))
 
 
-def provision(forest, address, forwarder):
-    names = FORESTS[forest]
+def samba_tool(forwarder, *arguments):
     samba.provision.setsysvolacl = lambda *args, **kwargs: None
     status = cmd_sambatool("samba-tool")._run(
-        "samba-tool", "domain", "provision", "--server-role=dc", "--realm=" + names["dns"].upper(),
-        "--domain=" + names["netbios"], "--host-name=dc1", "--host-ip=" + address, "--adminpass=" + PASSWORD,
-        "--dns-backend=SAMBA_INTERNAL", "--use-rfc2307", "--domain-sid=" + names["sid"],
-        "--option=dns forwarder = " + forwarder, "--option=interfaces = lo eth0",
-        "--option=bind interfaces only = yes", "--option=log level = 1", "--quiet")
+        "samba-tool", *arguments, "--dns-backend=SAMBA_INTERNAL", "--option=dns forwarder = " + forwarder,
+        "--option=interfaces = lo eth0", "--option=bind interfaces only = yes", "--option=log level = 1", "--quiet")
     if status:
         sys.exit(status)
+
+
+def provision(forest, address, forwarder):
+    names = FORESTS[forest]
+    samba_tool(forwarder, "domain", "provision", "--server-role=dc", "--realm=" + names["dns"].upper(),
+               "--domain=" + names["netbios"], "--host-name=dc1", "--host-ip=" + address, "--adminpass=" + PASSWORD,
+               "--use-rfc2307", "--domain-sid=" + names["sid"])
 
 
 def open_database():
@@ -171,6 +175,9 @@ def add_trust(database, forest):
 
 def main():
     forest, address, forwarder = sys.argv[1:]
+    if forest == "second":
+        samba_tool(forwarder, "domain", "join", "corp.test", "DC", "-Uadministrator%" + PASSWORD)
+        return
     provision(forest, address, forwarder)
     database = open_database()
     database.transaction_start()
