@@ -2,7 +2,7 @@
 
 #include "addirectory/ad_error.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr std::uint32_t kStatusNotImplemented = 120;
@@ -25,4 +25,4 @@ std::vector<std::string> DomainLogInSoftware::SmartCardServices() const {
     throw AdError(kStatusNotImplemented, "Smart-card services are not supported");
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

@@ -9,7 +9,7 @@
 #include "addirectory/log_in_software.h"
 #include "addirectory/settings.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 class DomainLogInSoftware : public LogInSoftware {
  public:
@@ -22,6 +22,6 @@ class DomainLogInSoftware : public LogInSoftware {
     std::vector<std::string> SmartCardServices() const override;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_DOMAIN_LOG_IN_SOFTWARE_H_
