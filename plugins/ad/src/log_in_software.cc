@@ -1,28 +1,50 @@
 #include "log_in_software.h"
 
 #include "addirectory/ad_error.h"
+#include "gate.h"
 
 namespace nimbrel::ad {
 namespace {
 
-constexpr std::uint32_t kStatusNotImplemented = 120;
+LogInOptions OptionsOf(const Settings& settings) {
+    return {settings.logInShell, settings.logInHome, settings.logInFullNames, settings.logInAccess};
+}
+
+template <class Call>
+auto Translate(const Call& call) {
+    const OutsideGate outside;
+    try {
+        return call();
+    } catch (const LogInsError& error) {
+        throw AdError(error.Status(), error.what());
+    }
+}
 
 }  // namespace
 
-DomainLogInSoftware::DomainLogInSoftware(const Settings&) {}
+DomainLogInSoftware::DomainLogInSoftware(const Settings& settings) : _logIns("", OptionsOf(settings)) {}
 
-void DomainLogInSoftware::Enable(const JoinedDomain&) {}
+void DomainLogInSoftware::Enable(const JoinedDomain& domain) {
+    Translate([&] {
+        _logIns.Enable({domain.dnsName, domain.realm, domain.netbiosName, domain.hostName, domain.machineAccount,
+                        domain.keytab, domain.trustedForests});
+    });
+}
 
-void DomainLogInSoftware::Disable() {}
+void DomainLogInSoftware::Disable() {
+    Translate([&] { _logIns.Disable(); });
+}
 
-void DomainLogInSoftware::SetPreferredControllers(const std::vector<std::string>&) {}
+void DomainLogInSoftware::SetPreferredControllers(const std::vector<std::string>& controllers) {
+    Translate([&] { _logIns.SetPreferredControllers(controllers); });
+}
 
-void DomainLogInSoftware::SetSmartCardServices(const std::vector<std::string>&) {
-    throw AdError(kStatusNotImplemented, "Smart-card services are not supported");
+void DomainLogInSoftware::SetSmartCardServices(const std::vector<std::string>& services) {
+    Translate([&] { _logIns.SetSmartCardServices(services); });
 }
 
 std::vector<std::string> DomainLogInSoftware::SmartCardServices() const {
-    throw AdError(kStatusNotImplemented, "Smart-card services are not supported");
+    return Translate([&] { return _logIns.SmartCardServices(); });
 }
 
 }  // namespace nimbrel::ad

@@ -80,7 +80,9 @@ class LogIns {
 
     // Takes everything away: the files above, SSSD's cached data of the domain (without which a cached password would
     // still log in), the credential caches of its users. SSSD is stopped, and started again if there is something else
-    // for it to serve. Does nothing on a host where nothing was enabled or set. The keytab is the caller's.
+    // for it to serve. Does nothing on a host where nothing was enabled or set. The keytab is the caller's; home
+    // directories stay. Cached data that cannot be removed is thrown once everything else is gone, and calling again
+    // tries again.
     void Disable();
 
     // Controllers that SSSD asks first, in this order, before those that DNS names. Empty clears the setting.

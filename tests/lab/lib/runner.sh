@@ -1,0 +1,37 @@
+# Runs scenarios: functions of scenarios/*.sh named scenario_NAME, which may run at the same time as others, or
+# alone_NAME, which change what others see of the directory. Sourced inside the lab.
+
+scenario_seconds=150
+lanes=4
+
+load_scenarios() {
+    local file
+    for file in /mnt/src/tests/lab/scenarios/*.sh; do
+        # shellcheck disable=SC1090
+        . "$file"
+    done
+}
+
+functions_named() { declare -F | sed -n "s/^declare -f \(${1}_[a-z0-9_]*\)\$/\1/p"; }
+
+run_scenarios() {
+    local function wanted=() failed=0
+    load_scenarios
+    directory_log_on
+    mkdir -p /mnt/lab/out
+    for function in "$@"; do wanted+=("scenario_$function" "alone_$function"); done
+    # shellcheck disable=SC2046
+    set -- $(functions_named scenario) $(functions_named alone)
+    if [ ${#wanted[@]} -gt 0 ]; then
+        # shellcheck disable=SC2046
+        set -- $(printf '%s\n' "$@" | grep -xF "$(printf '%s\n' "${wanted[@]}")")
+        [ $# -gt 0 ] || { echo "lab: no such scenario" >&2; return 1; }
+    fi
+    printf '%s\n' "$@" | grep '^scenario_' |
+        xargs -r -P "$lanes" -n 1 bash /mnt/src/tests/lab/lib/run-scenario "$scenario_seconds" || failed=1
+    for function in $(printf '%s\n' "$@" | grep '^alone_'); do
+        bash /mnt/src/tests/lab/lib/run-scenario "$scenario_seconds" "$function" || failed=1
+    done
+    printf 'lab: %d scenarios, %d failed\n' $# "$(cat /mnt/lab/failures 2>/dev/null | wc -l)" >&2
+    return $failed
+}
