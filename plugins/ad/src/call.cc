@@ -8,7 +8,7 @@
 #include "gate.h"
 #include "log_in_software.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 CancellationShield::CancellationShield() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &_before); }
 
@@ -35,4 +35,4 @@ void RunWithHost(HostWork run, void* work) {
     run(work, Host(settings, logIns));
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

@@ -8,7 +8,7 @@
 
 #include "addirectory/host.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // Puts off thread cancellation for as long as it lives: the libraries underneath cannot be left half-way.
 class CancellationShield {
@@ -60,6 +60,6 @@ std::int32_t AnswerValue(std::int32_t fault, Work&& work) {
     }
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_CALL_H_

@@ -1,17 +1,20 @@
 #include "log_in_software.h"
 
 #include "addirectory/ad_error.h"
-#include "adlogins/log_ins.h"
+#include "gate.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
-// Runs `work` with the host's log-ins; its failures become those of the provider.
-template <typename Work>
-auto With(const LogInOptions& options, Work work) {
+LogInOptions OptionsOf(const Settings& settings) {
+    return {settings.logInShell, settings.logInHome, settings.logInFullNames, settings.logInAccess};
+}
+
+template <class Call>
+auto Translate(const Call& call) {
+    const OutsideGate outside;
     try {
-        LogIns logIns("", options);
-        return work(logIns);
+        return call();
     } catch (const LogInsError& error) {
         throw AdError(error.Status(), error.what());
     }
@@ -19,30 +22,29 @@ auto With(const LogInOptions& options, Work work) {
 
 }  // namespace
 
-DomainLogInSoftware::DomainLogInSoftware(const Settings& settings)
-    : _options{settings.logInShell, settings.logInHome, settings.logInFullNames, settings.logInAccess} {}
+DomainLogInSoftware::DomainLogInSoftware(const Settings& settings) : _logIns("", OptionsOf(settings)) {}
 
 void DomainLogInSoftware::Enable(const JoinedDomain& domain) {
-    With(_options, [&](LogIns& logIns) {
-        logIns.Enable({domain.dnsName, domain.realm, domain.netbiosName, domain.hostName, domain.machineAccount,
-                       domain.keytab, domain.trustedForests});
+    Translate([&] {
+        _logIns.Enable({domain.dnsName, domain.realm, domain.netbiosName, domain.hostName, domain.machineAccount,
+                        domain.keytab, domain.trustedForests});
     });
 }
 
 void DomainLogInSoftware::Disable() {
-    With(_options, [](LogIns& logIns) { logIns.Disable(); });
+    Translate([&] { _logIns.Disable(); });
 }
 
 void DomainLogInSoftware::SetPreferredControllers(const std::vector<std::string>& controllers) {
-    With(_options, [&](LogIns& logIns) { logIns.SetPreferredControllers(controllers); });
+    Translate([&] { _logIns.SetPreferredControllers(controllers); });
 }
 
 void DomainLogInSoftware::SetSmartCardServices(const std::vector<std::string>& services) {
-    With(_options, [&](LogIns& logIns) { logIns.SetSmartCardServices(services); });
+    Translate([&] { _logIns.SetSmartCardServices(services); });
 }
 
 std::vector<std::string> DomainLogInSoftware::SmartCardServices() const {
-    return With(_options, [](const LogIns& logIns) { return logIns.SmartCardServices(); });
+    return Translate([&] { return _logIns.SmartCardServices(); });
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

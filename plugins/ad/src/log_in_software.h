@@ -1,4 +1,4 @@
-// The log-in software of this host, as the provider's operations use it.
+// The log-in software of this host, SSSD, as the provider's operations use it.
 
 #ifndef NIMBREL_AD_DOMAIN_LOG_IN_SOFTWARE_H_
 #define NIMBREL_AD_DOMAIN_LOG_IN_SOFTWARE_H_
@@ -10,8 +10,9 @@
 #include "addirectory/settings.h"
 #include "adlogins/log_ins.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
+// Steps outside the gate for each call: programs are started in it, for which the process forks.
 class DomainLogInSoftware : public LogInSoftware {
  public:
     explicit DomainLogInSoftware(const Settings& settings);
@@ -23,9 +24,9 @@ class DomainLogInSoftware : public LogInSoftware {
     std::vector<std::string> SmartCardServices() const override;
 
  private:
-    const LogInOptions _options;
+    LogIns _logIns;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_DOMAIN_LOG_IN_SOFTWARE_H_

@@ -14,7 +14,7 @@
 #include "call.h"
 #include "results.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 std::string TextOrEmpty(const char* text) { return text ? text : ""; }
@@ -172,7 +172,7 @@ static std::uint32_t GetSmartCardEnabledServices(char*** services, NimauthReleas
 }  // extern "C"
 
 }  // namespace
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 // Domain users log in through SSSD.
 const NimauthProviderMetadata ActiveDirectoryClientMetadata = {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <new>
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 struct Free {
@@ -95,4 +95,4 @@ void ReturnDomain(const DomainNames& domain, NimauthDomainRecord* result, Nimaut
     *release = ReleaseResult;
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

@@ -11,7 +11,7 @@
 #include "addirectory/host.h"
 #include "authentication/provider_abi.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 extern "C" void ReleaseResult(void* result);
 
@@ -22,6 +22,6 @@ void ReturnDomains(const std::vector<DomainNames>& domains, NimauthDomainRecord*
 // Two texts, each released on its own.
 void ReturnDomain(const DomainNames& domain, NimauthDomainRecord* result, NimauthRelease* release);
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_RESULTS_H_

@@ -9,7 +9,7 @@
 #include "addirectory/ad_error.h"
 #include "names.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr std::int64_t kAccountDisabled = 0x0002;
@@ -177,18 +177,24 @@ void ComputerAccounts::Create(const Survey& survey, const std::string& computer,
     const std::string control = std::to_string(kWorkstationAccount);
     const Secret password = PasswordValue(secret.View());
     const std::string name = "CN=" + computer + "," + survey.container;
+    std::vector<LdapAttribute> attributes = {
+        {"objectClass", {"top", "person", "organizationalPerson", "user", "computer"}},
+        {"sAMAccountName", {texts.samAccountName}},
+        {"userAccountControl", {control}},
+        {"dNSHostName", {texts.hostName}},
+        {"servicePrincipalName", Views(texts.servicePrincipals)},
+        {"msDS-SupportedEncryptionTypes", {kAesOnly}},
+        {"unicodePwd", {password.View()}},
+    };
+    if (account.note.empty()) {
+        attributes.push_back({"operatingSystem", {texts.systemName}});
+        attributes.push_back({"operatingSystemVersion", {texts.systemVersion}});
+    } else {
+        attributes.push_back({"adminDescription", {account.note}});
+    }
     account.distinguishedName = name;
-    account.secretIsSet = true;
     try {
-        _connection.Add(name, {{"objectClass", {"top", "person", "organizationalPerson", "user", "computer"}},
-                               {"sAMAccountName", {texts.samAccountName}},
-                               {"userAccountControl", {control}},
-                               {"dNSHostName", {texts.hostName}},
-                               {"servicePrincipalName", Views(texts.servicePrincipals)},
-                               {"msDS-SupportedEncryptionTypes", {kAesOnly}},
-                               {"operatingSystem", {texts.systemName}},
-                               {"operatingSystemVersion", {texts.systemVersion}},
-                               {"unicodePwd", {password.View()}}});
+        _connection.Add(name, attributes);
     } catch (const LdapError& error) {
         // A refusal has made nothing; without an answer the account may be there and has to be taken back.
         if (error.Status() != kStatusNoSuchDomain) {
@@ -231,7 +237,6 @@ void ComputerAccounts::Reset(const LdapEntry& existing, const std::string& compu
         }
     }
     const Secret password = PasswordValue(secret.View());
-    account.secretIsSet = true;
     _connection.Modify(existing.distinguishedName, {{LdapChangeKind::Replace, {"unicodePwd", {password.View()}}}});
 }
 
@@ -322,4 +327,4 @@ void ComputerAccounts::DeleteOrDisable(const LdapEntry& account) {
     }
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

@@ -14,13 +14,13 @@
 #include "controller_locator.h"
 #include "ldap_connection.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 struct ComputerAccount {
     std::string distinguishedName;
     std::uint32_t keyVersion = 1;
     std::optional<LdapEntry> before;  // the account as it was; unset if the join made it
-    bool secretIsSet = false;
+    std::string note;                 // goes into a new account's adminDescription, if there is one
 };
 
 // What the domain says of itself to a host that is logged in.
@@ -72,6 +72,6 @@ class ComputerAccounts {
 // The quoted UTF-16 form in which a domain takes a password. Throws 1326 for a text that is not UTF-8.
 Secret PasswordValue(std::string_view password);
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_COMPUTER_ACCOUNT_H_

@@ -13,7 +13,7 @@
 #include "dns.h"
 #include "names.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr std::size_t kMaximumCandidates = 32;
@@ -258,4 +258,4 @@ void AvoidController(const Settings& settings, const std::string& name) {
     memory.avoidUntil[name] = Deadline::Clock::now() + settings.avoidance;
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

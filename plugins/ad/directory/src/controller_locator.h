@@ -22,7 +22,7 @@
 #include "netlogon_reply.h"
 #include "sockets.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 struct Controller {
     std::string name;  // "dc1.corp.test"
@@ -45,6 +45,6 @@ LocatedController LocateController(const Settings& settings, const std::string& 
 // The controller answered the ping but not what came after: it is asked last for a while.
 void AvoidController(const Settings& settings, const std::string& name);
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_CONTROLLER_LOCATOR_H_

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <chrono>
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 class Deadline {
  public:
@@ -31,6 +31,6 @@ class Deadline {
     Clock::time_point _end;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_DEADLINE_H_

@@ -14,7 +14,7 @@
 #include "addirectory/ad_error.h"
 #include "names.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr std::size_t kMaximumReply = 65535;
@@ -231,4 +231,4 @@ DnsAnswer Resolver::Ask(const std::string& name, int type, const Deadline& deadl
     FailDns("No name server answers for '" + name + "'");
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

@@ -18,7 +18,7 @@
 #include "deadline.h"
 #include "sockets.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 struct ServiceRecord {
     std::uint16_t priority = 0;
@@ -56,6 +56,6 @@ class Resolver {
     std::chrono::milliseconds _budget;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_DNS_H_

@@ -17,7 +17,7 @@
 #include "addirectory/ad_error.h"
 #include "gate.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 [[noreturn]] void FailFile(const std::string& action, const std::string& path, int error) {
@@ -198,4 +198,4 @@ FileLock::FileLock(const std::string& path, const Deadline& deadline) {
 // Unlocked by name: a child that was forked meanwhile shares the lock with the descriptor.
 FileLock::~FileLock() { flock(_file.Get(), LOCK_UN); }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

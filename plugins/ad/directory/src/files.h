@@ -13,7 +13,7 @@
 #include "addirectory/secret.h"
 #include "deadline.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // An open file descriptor, or -1.
 class Descriptor {
@@ -78,6 +78,6 @@ class FileLock {
     Descriptor _file;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_FILES_H_

@@ -9,7 +9,7 @@
 
 #include "addirectory/ad_error.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 // Those inside hold it shared; a fork, and for good the end of the process, hold it alone and go first. Needs no
@@ -78,4 +78,4 @@ OutsideGate::~OutsideGate() {
     }
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

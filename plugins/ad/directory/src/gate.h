@@ -11,7 +11,7 @@
 #ifndef NIMBREL_AD_GATE_H_
 #define NIMBREL_AD_GATE_H_
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // One operation. Throws `AdError` (1359) when the process is exiting.
 class InsideGate {
@@ -34,6 +34,6 @@ class OutsideGate {
     bool _wasInside;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_GATE_H_

@@ -7,7 +7,7 @@
 #include "files.h"
 #include "names.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr char kFormat[] = "1";
@@ -128,4 +128,4 @@ void HostState::Save(const std::string& path) const {
     replacement.Commit();
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

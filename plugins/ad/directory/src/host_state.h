@@ -22,7 +22,7 @@
 #include <string_view>
 #include <vector>
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 struct Membership {
     std::string domain;             // DNS name, lower case
@@ -42,6 +42,6 @@ struct HostState {
     void Save(const std::string& path) const;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_HOST_STATE_H_

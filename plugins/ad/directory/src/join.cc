@@ -1,12 +1,15 @@
 // Joining: the account in the domain, the keytab, the log-ins, the membership. One transaction.
 
-#include <syslog.h>
-
+#include <functional>
+#include <memory>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include "addirectory/host.h"
 #include "computer_account.h"
 #include "files.h"
+#include "gate.h"
 #include "host_state.h"
 #include "keytab.h"
 #include "log_on.h"
@@ -16,7 +19,7 @@
 #include "trusts.h"
 #include "undo_list.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 void RequireNotJoined(const HostState& state) {
@@ -42,44 +45,47 @@ class JoinTransaction {
     }
 
     void JoinAsUser(const std::string& unit, const UserCredentials& credentials) {
-        const auto logOn = UserLogOn(_settings, credentials, _deadline);
-        PrepareKeytab();
-        Session session(_settings, _domain, _state.preferredControllers, logOn, _deadline);
-        ComputerAccounts accounts(session.Ldap(), session.At());
-        const auto survey = accounts.Look(_computer, unit);
-        _undo.Add("the machine account", [&] { UndoAccount(session, logOn); });
-        accounts.Prepare(survey, _computer, _fresh, _account);
-        Finish(session, survey.domain);
+        _logOn = UserLogOn(_settings, credentials, _deadline);
+        ComputerAccounts accounts = LogOn();
+        _survey = accounts.Look(_computer, unit);
+        _undo.Add("the machine account", [this] { TakeBack([this](auto& domain) { domain.Undo(_account); }); });
+        accounts.Prepare(_survey, _computer, _fresh, _account);
+        Finish();
     }
 
     void JoinAsMachine(const MachineAccountJoin& join) {
-        const Secret oneTime(join.oneTimeSecret);
-        const auto logOn = [&](Tickets& tickets, const Controller& controller) {
-            LogOnWithOneTimeSecret(tickets, controller, oneTime);
-        };
-        PrepareKeytab();
-        Session session(_settings, _domain, _state.preferredControllers, logOn, _deadline);
-        ComputerAccounts accounts(session.Ldap(), session.At());
-        const auto survey = accounts.Look(_computer, "");
-        if (!survey.existing) {
+        _oneTime = Secret(join.oneTimeSecret);
+        _logOn = SecretLogOn(_oneTime);
+        ComputerAccounts accounts = LogOn();
+        _survey = accounts.Look(_computer, "");
+        if (!_survey.existing) {
             throw AdError(kStatusLogonFailure, "The machine account is unknown");
         }
-        RequireSameDomain(survey.domain, join);
-        _account.distinguishedName = survey.existing->distinguishedName;
-        _undo.Add("the changed secret of the machine account", [&] { UndoSecret(session, *survey.existing, oneTime); });
-        _account.secretIsSet = true;
-        accounts.ChangeSecret(*survey.existing, oneTime, _fresh);
-        accounts.CompleteOwn(_computer, *survey.existing);
+        RequireSameDomain(_survey.domain, join);
+        _account.distinguishedName = _survey.existing->distinguishedName;
+        // The one-time secret is good again, so that the join can be repeated with it.
+        _undo.Add("the changed secret of the machine account", [this] {
+            _logOn = SecretLogOn(_fresh);
+            TakeBack([this](auto& domain) { domain.ChangeSecret(*_survey.existing, _fresh, _oneTime); });
+        });
+        accounts.ChangeSecret(*_survey.existing, _oneTime, _fresh);
+        accounts.CompleteOwn(_computer, *_survey.existing);
         _account.keyVersion = accounts.KeyVersion(_account.distinguishedName);
-        Finish(session, survey.domain);
+        Finish();
     }
 
  private:
     // The keytab's own problems show before the domain is touched.
-    void PrepareKeytab() { _keytab = std::make_unique<KeytabChange>(_settings.keytab); }
+    ComputerAccounts LogOn() {
+        _keytab = std::make_unique<KeytabChange>(_settings.keytab);
+        _session = std::make_unique<Session>(_settings, _domain, _state.preferredControllers, _logOn, _deadline);
+        return {_session->Ldap(), _session->At()};
+    }
 
-    void LogOnWithOneTimeSecret(Tickets& tickets, const Controller& controller, const Secret& oneTime) const {
-        tickets.LogOnWithPassword({_computer + "$@" + UpperCase(controller.facts.domain), false}, oneTime.Text());
+    Session::LogOn SecretLogOn(const Secret& secret) const {
+        return [this, &secret](Tickets& tickets, const Controller& controller) {
+            tickets.LogOnWithPassword({_computer + "$@" + UpperCase(controller.facts.domain), false}, secret.Text());
+        };
     }
 
     static void RequireSameDomain(const DomainFacts& domain, const MachineAccountJoin& join) {
@@ -92,14 +98,15 @@ class JoinTransaction {
     }
 
     // The account stands; now this host.
-    void Finish(Session& session, const DomainFacts& domain) {
-        const auto trusts = ReadTrusts(session.Ldap(), session.At());
+    void Finish() {
+        const auto trusts = ReadTrusts(_session->Ldap(), _session->At());
         _keytab->SetKeys({_computer, _domain, _account.keyVersion}, _fresh);
-        TryKeytab(session.At());
+        TryKeytab(_session->At());
         _keytab->Commit();
         _undo.Add("keys in the keytab", [this] { _keytab->Revert(); });
-        EnableLogIns(domain, trusts);
-        _state.membership = Membership{_domain, domain.netbiosName, domain.sid, _computer, _account.distinguishedName};
+        EnableLogIns(_survey.domain, trusts);
+        _state.membership =
+            Membership{_domain, _survey.domain.netbiosName, _survey.domain.sid, _computer, _account.distinguishedName};
         _state.Save(_settings.membership);
         _undo.Keep();
     }
@@ -130,37 +137,44 @@ class JoinTransaction {
         _undo.Add("the settings of domain log-ins", [this] { _logIns.Disable(); });
     }
 
-    // On the same connection while it answers, else on a new one.
-    void UndoAccount(Session& session, const Session::LogOn& logOn) const {
+    // On the same connection while it answers, else on new ones to the same controller, which alone is sure to know of
+    // the change, for as long as it may take.
+    void TakeBack(const std::function<void(ComputerAccounts& domain)>& work) {
         const Deadline deadline = Deadline::After(_settings.rollBackBudget);
-        try {
-            session.SetDeadline(deadline.OrAfter(_settings.controllerBudget));
-            ComputerAccounts(session.Ldap(), session.At()).Undo(_account);
-        } catch (const AdError& error) {
-            if (error.Status() != kStatusNoSuchDomain) {
-                throw;
+        _session->SetDeadline(deadline.OrAfter(_settings.controllerBudget));
+        while (!TakeBackOn(*_session, work, deadline)) {
+            Pause();
+            try {
+                _session =
+                    std::make_unique<Session>(_settings, _domain, std::vector{_session->At().name}, _logOn, deadline);
+            } catch (const AdError& error) {
+                RequireAnotherTry(error, deadline);
             }
-            Session again(_settings, _domain, {session.At().name}, logOn, deadline);
-            ComputerAccounts(again.Ldap(), again.At()).Undo(_account);
         }
     }
 
-    // The one-time secret is good again, so that the join can be repeated with it.
-    void UndoSecret(Session& session, const LdapEntry& account, const Secret& oneTime) const {
-        const Deadline deadline = Deadline::After(_settings.rollBackBudget);
+    static bool TakeBackOn(Session& session, const std::function<void(ComputerAccounts& domain)>& work,
+                           const Deadline& deadline) {
         try {
-            session.SetDeadline(deadline.OrAfter(_settings.controllerBudget));
-            ComputerAccounts(session.Ldap(), session.At()).ChangeSecret(account, _fresh, oneTime);
+            ComputerAccounts domain(session.Ldap(), session.At());
+            work(domain);
+            return true;
         } catch (const AdError& error) {
-            if (error.Status() != kStatusNoSuchDomain) {
-                throw;
-            }
-            const auto logOn = [&](Tickets& tickets, const Controller& controller) {
-                LogOnWithOneTimeSecret(tickets, controller, _fresh);
-            };
-            Session again(_settings, _domain, {session.At().name}, logOn, deadline);
-            ComputerAccounts(again.Ldap(), again.At()).ChangeSecret(account, _fresh, oneTime);
+            RequireAnotherTry(error, deadline);
+            return false;
         }
+    }
+
+    // Passes the error on unless the controller may answer yet.
+    static void RequireAnotherTry(const AdError& error, const Deadline& deadline) {
+        if (error.Status() != kStatusNoSuchDomain || deadline.HasPassed()) {
+            throw AdError(error);
+        }
+    }
+
+    static void Pause() {
+        const OutsideGate outside;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
 
     const Settings& _settings;
@@ -171,7 +185,11 @@ class JoinTransaction {
     const MembershipLock _lock;
     HostState _state;
     const Secret _fresh;
+    Secret _oneTime;
+    Session::LogOn _logOn;
     std::unique_ptr<KeytabChange> _keytab;
+    std::unique_ptr<Session> _session;
+    ComputerAccounts::Survey _survey;
     ComputerAccount _account;
     UndoList _undo;  // last, so that it runs while everything else is there
 };
@@ -205,4 +223,4 @@ void Host::JoinWithMachineAccount(const std::string& hostName, const MachineAcco
     JoinTransaction(_settings, _logIns, computer, dnsName).JoinAsMachine(join);
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

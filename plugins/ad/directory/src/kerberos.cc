@@ -6,7 +6,7 @@
 #include <cstring>
 #include <utility>
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 // --- The private configuration ---
@@ -265,4 +265,4 @@ krb5_creds* Tickets::TicketFor(const std::string& service) {
     return &_ticket;
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

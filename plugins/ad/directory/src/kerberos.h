@@ -19,7 +19,7 @@
 
 #include "addirectory/ad_error.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // A refusal by Kerberos; the status is the Windows code for it.
 class KerberosError : public AdError {
@@ -83,6 +83,6 @@ class Tickets {
     krb5_creds _ticket = {};
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_KERBEROS_H_

@@ -12,7 +12,7 @@
 #include "kerberos.h"
 #include "names.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 // Version 2 of the format; the entries follow.
@@ -173,4 +173,4 @@ void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
     }
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

@@ -13,7 +13,7 @@
 #include "addirectory/secret.h"
 #include "files.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // The machine account whose keys are written.
 struct KeytabAccount {
@@ -54,6 +54,6 @@ class KeytabChange {
 // without any.
 void RemoveRealmFromKeytab(const std::string& path, const std::string& realm);
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_KEYTAB_H_

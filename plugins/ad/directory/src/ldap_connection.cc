@@ -14,7 +14,7 @@
 #include "ldap_transport.h"
 #include "sealed_channel.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr char kMechanism[] = "GSSAPI";
@@ -410,4 +410,4 @@ void LdapConnection::Delete(const std::string& distinguishedName, bool withChild
     _impl->CheckAnswer(_impl->Wait(request, action).get(), action);
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

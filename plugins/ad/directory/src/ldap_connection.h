@@ -22,7 +22,7 @@
 #include "deadline.h"
 #include "sockets.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // A refusal by the controller, or -1 (libldap's "server down") when there is none to refuse.
 class LdapError : public AdError {
@@ -107,6 +107,6 @@ class LdapConnection {
     std::unique_ptr<Impl> _impl;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_LDAP_CONNECTION_H_

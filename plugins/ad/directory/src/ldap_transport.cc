@@ -6,7 +6,7 @@
 
 #include "addirectory/ad_error.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr std::size_t kLengthBytes = 4;
@@ -155,4 +155,4 @@ void LdapTransport::ForgetPlain() {
     _plainAt = 0;
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

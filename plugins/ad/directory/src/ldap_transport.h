@@ -13,7 +13,7 @@
 #include "sealed_channel.h"
 #include "sockets.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 class LdapTransport {
  public:
@@ -60,6 +60,6 @@ class LdapTransport {
     std::string _fault;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_LDAP_TRANSPORT_H_

@@ -12,7 +12,7 @@
 #include "names.h"
 #include "session.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 void RequireJoined(const HostState& state) {
@@ -64,4 +64,4 @@ void Host::Part(const std::optional<UserCredentials>& credentials) const {
     ForgetLocally(_settings, _logIns, *state.membership);
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

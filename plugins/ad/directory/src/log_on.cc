@@ -6,7 +6,7 @@
 #include "addirectory/ad_error.h"
 #include "names.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 bool MayBeToldApart(const KerberosError& error) {
@@ -112,4 +112,4 @@ Session OpenMachineSession(const Settings& settings, const HostState& state, con
                    MachineLogOn(membership.computer, "FILE:" + settings.keytab), deadline);
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

@@ -12,7 +12,7 @@
 #include "kerberos.h"
 #include "session.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // The Kerberos name of a user as typed, for a log-on at a domain. Throws 1326 for a name that no domain can know.
 Principal PrincipalOf(const std::string& userName, const std::string& domain, const std::string& netbiosName);
@@ -28,6 +28,6 @@ Session OpenMachineSession(const Settings& settings, const HostState& state, con
 // The Windows status in a controller's diagnostic text ("80090308: LdapErr: ..., data 533, v1db1"), or 0.
 std::uint32_t StatusOfDiagnostic(std::string_view diagnostic);
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_LOG_ON_H_

@@ -6,7 +6,7 @@
 #include "addirectory/settings.h"
 #include "files.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 class MembershipLock {
  public:
@@ -17,6 +17,6 @@ class MembershipLock {
     FileLock _lock;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_MEMBERSHIP_LOCK_H_

@@ -5,7 +5,7 @@
 
 #include "addirectory/ad_error.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr std::size_t kMaximumDnsName = 253;
@@ -212,4 +212,4 @@ std::string SidText(std::string_view binary) {
     return text;
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // ASCII letters only; anything else is compared byte for byte.
 std::string LowerCase(std::string_view text);
@@ -55,6 +55,6 @@ std::string ParentDN(const std::string& distinguishedName);
 // A security identifier's binary form -> "S-1-5-21-..."; empty if it is none.
 std::string SidText(std::string_view binary);
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_NAMES_H_

@@ -2,7 +2,7 @@
 
 #include "names.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr std::size_t kNamesStart = 24;
@@ -106,4 +106,4 @@ std::optional<NetlogonReply> ParseNetlogonReply(std::string_view bytes) {
     return named ? std::optional(reply) : std::nullopt;
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

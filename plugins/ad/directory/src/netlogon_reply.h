@@ -17,7 +17,7 @@
 #include <string>
 #include <string_view>
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 struct NetlogonReply {
     std::uint32_t flags = 0;
@@ -35,6 +35,6 @@ struct NetlogonReply {
 // Unset for an answer that is malformed, cut short, of another kind, or names nobody.
 std::optional<NetlogonReply> ParseNetlogonReply(std::string_view bytes);
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_NETLOGON_REPLY_H_

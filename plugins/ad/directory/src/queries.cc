@@ -12,7 +12,7 @@
 #include "session.h"
 #include "trusts.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr std::size_t kMaximumListEntries = 256;
@@ -283,4 +283,4 @@ std::string Host::HostPrincipal(const std::string& domain) const {
     return HostPrincipalName(state.membership->computer, state.membership->domain);
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

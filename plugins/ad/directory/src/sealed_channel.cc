@@ -7,7 +7,7 @@
 
 #include "addirectory/ad_error.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 // The mechanism's name in a token, DER: 1.2.840.113554.1.2.2.
@@ -252,4 +252,4 @@ Secret SealedChannel::OpenSigned(std::string_view header, std::string_view body,
     return Secret(message);
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

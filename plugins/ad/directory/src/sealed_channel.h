@@ -18,7 +18,7 @@
 
 #include "addirectory/secret.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 class SealedChannel {
  public:
@@ -53,6 +53,6 @@ class SealedChannel {
     std::uint64_t _received = 0;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_SEALED_CHANNEL_H_

@@ -9,7 +9,7 @@
 
 #include "addirectory/ad_error.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 void FillRandom(unsigned char* bytes, std::size_t size) {
@@ -70,4 +70,4 @@ Secret Secret::Random() {
     return secret;
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

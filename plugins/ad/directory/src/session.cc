@@ -7,7 +7,7 @@
 #include "dns.h"
 #include "names.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr std::size_t kMaximumKdcReply = 1U << 20;
@@ -119,4 +119,4 @@ void Session::SetDeadline(const Deadline& deadline) {
     _connection->SetDeadline(deadline);
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

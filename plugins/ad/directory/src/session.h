@@ -21,7 +21,7 @@
 #include "kerberos.h"
 #include "ldap_connection.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // Carries Kerberos requests to the key distribution centres: the own realm's is the controller, others are looked up.
 class KdcCarrier {
@@ -67,6 +67,6 @@ class Session {
 // How long one step at a controller that has answered the ping may take.
 Deadline StepDeadline(const Settings& settings, const Deadline& deadline);
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_SESSION_H_

@@ -11,7 +11,7 @@
 #include "addirectory/ad_error.h"
 #include "files.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 using Setter = std::function<bool(Settings&, std::string_view)>;
@@ -165,4 +165,4 @@ Settings Settings::Load(const std::string& path) {
     return text ? Parse(text->View()) : Settings();
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

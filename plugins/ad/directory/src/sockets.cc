@@ -12,7 +12,7 @@
 #include "addirectory/ad_error.h"
 #include "gate.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 [[noreturn]] void FailTime() { throw AdError(kStatusNoSuchDomain, "The other side did not answer in time"); }
@@ -200,4 +200,4 @@ std::string ExchangeFrames(const Endpoint& endpoint, std::string_view request, s
     return reply;
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

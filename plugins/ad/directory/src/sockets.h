@@ -16,7 +16,7 @@
 #include "deadline.h"
 #include "files.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // An IPv4 or IPv6 address with a port.
 class Endpoint {
@@ -50,6 +50,6 @@ void ReceiveExactly(int socket, char* bytes, std::size_t size, const Deadline& d
 std::string ExchangeFrames(const Endpoint& endpoint, std::string_view request, std::size_t lengthBytes,
                            std::size_t maximumReply, const Deadline& deadline);
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_SOCKETS_H_

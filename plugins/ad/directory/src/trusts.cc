@@ -5,7 +5,7 @@
 #include "addirectory/host.h"
 #include "names.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr std::int32_t kDirectionMask = 0x0f;
@@ -87,4 +87,4 @@ std::vector<Trust> ReadTrusts(LdapConnection& connection, const Controller& cont
     return trusts;
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

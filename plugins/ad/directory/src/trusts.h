@@ -10,7 +10,7 @@
 #include "controller_locator.h"
 #include "ldap_connection.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 struct Trust {
     std::string dnsName;            // "trust.test"
@@ -28,6 +28,6 @@ std::int32_t RelationshipOf(std::int64_t direction, std::int64_t type, std::int6
 // The trustedDomain objects, then the domains of the own forest that have none. In the directory's order.
 std::vector<Trust> ReadTrusts(LdapConnection& connection, const Controller& controller);
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_TRUSTS_H_

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 class UndoList {
  public:
@@ -48,6 +48,6 @@ class UndoList {
     std::vector<Step> _steps;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_UNDO_LIST_H_

@@ -8,7 +8,7 @@
 #include "addirectory/ad_error.h"
 #include "names.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 namespace {
 
 constexpr std::size_t kMaximumText = 2048;
@@ -115,4 +115,4 @@ std::string UnitDN(std::string_view unit, const std::string& domain) {
     return distinguishedName + DomainDN(domain);
 }
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad

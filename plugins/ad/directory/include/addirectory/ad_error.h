@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 inline constexpr std::uint32_t kStatusSuccess = 0;
 inline constexpr std::uint32_t kStatusFileNotFound = 2;            // no such organizational unit; not a member
@@ -53,6 +53,6 @@ class AdError : public std::runtime_error {
     std::uint32_t _status;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_AD_ERROR_H_

@@ -20,7 +20,7 @@
 #include "addirectory/log_in_software.h"
 #include "addirectory/settings.h"
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // What the provider answers as overall trust state of the host. 0 (not supported) and 2 (not determined in time) are
 // the library's own and never given here.
@@ -119,6 +119,6 @@ class Host {
     LogInSoftware& _logIns;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_HOST_H_

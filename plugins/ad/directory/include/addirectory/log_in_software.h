@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 struct JoinedDomain {
     std::string dnsName;                      // "corp.test"
@@ -32,6 +32,6 @@ class LogInSoftware {
     virtual std::vector<std::string> SmartCardServices() const = 0;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_LOG_IN_SOFTWARE_H_

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 // Overwrites memory in a way that the compiler keeps.
 void Wipe(void* memory, std::size_t size) noexcept;
@@ -37,6 +37,6 @@ class Secret {
     std::vector<char> _bytes;
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_SECRET_H_

@@ -20,7 +20,7 @@
 #include <string_view>
 #include <vector>
 
-namespace nimbrel::ad::inline directory {
+namespace nimbrel::ad {
 
 inline constexpr char kDefaultSettingsPath[] = "/etc/nimbrel/nimauth/ad.conf";
 
@@ -65,6 +65,6 @@ struct Settings {
     static Settings Parse(std::string_view text);
 };
 
-}  // namespace nimbrel::ad::inline directory
+}  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_SETTINGS_H_
