@@ -172,3 +172,40 @@ scenario_log_in_settings_reach_sssd() {
     succeeds sssctl config-check
     logs_in alice@corp.test
 }
+
+# check_finds EXIT CHECK RESULT
+check_finds() {
+    tool "$1" check --joined
+    output_has "check: $2 result=$3"
+}
+
+scenario_log_in_check_names_what_is_missing() {
+    log_in_member
+    check_finds 3 store fail
+    tool 0 store set "Active Directory"
+    check_finds 4 membership fail
+    join_host
+    check_finds 1 pam fail
+    in_box "$node" bash -c 'sed -i "1i auth sufficient pam_sss.so" /etc/pam.d/common-auth
+        sed -i "1i account sufficient pam_sss.so" /etc/pam.d/common-account'
+    check_finds 0 pam pass
+    output_has "check: keytab result=pass found=\"/etc/krb5.keytab: ${node^^}\$@CORP.TEST\""
+    output_has "check: trust state result=pass"
+    output_has "check: sssd runs result=pass"
+    in_box "$node" sed -i 's/^group: .*/group: files/' /etc/nsswitch.conf
+    check_finds 1 "name service" fail
+    output_has "does not name 'sss' for group"
+    in_box "$node" sed -i 's/^group: .*/group: files sss/' /etc/nsswitch.conf
+    in_box "$node" chmod 644 /etc/sssd/conf.d/50-nimauth-domain.conf
+    check_finds 5 "sssd configuration" fail
+    in_box "$node" chmod 600 /etc/sssd/conf.d/50-nimauth-domain.conf
+    in_box "$node" pkill -x sssd
+    box_wait 5 in_box "$node" bash -c '! pgrep -x sssd'
+    check_finds 1 "sssd runs" fail
+    in_box "$node" mv /etc/krb5.keytab /etc/krb5.keytab.away
+    check_finds 1 keytab fail
+    in_box "$node" mv /etc/krb5.keytab.away /etc/krb5.keytab
+    account_disable "$node"
+    check_finds 7 "trust state" fail
+    output_has "the machine account is disabled"
+}
