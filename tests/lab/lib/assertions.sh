@@ -14,6 +14,11 @@
 #   equals WHAT EXPECTED ACTUAL     the one that all others end in
 
 secret=Lab-Secret-1
+
+# Trust states and relationships of the provider.
+trust_healthy=1 trust_out_of_step=3 trust_disabled=4 trust_missing=5 trust_not_joined=7 trust_unreachable=8 trust_clock=10
+own_domain=1 outbound_forest_trust=19 two_way_forest_trust=21 unknown_domain=6
+
 output=/dev/null
 
 member() {
@@ -108,7 +113,7 @@ is_not_joined() {
         grep -q CORP.TEST "$output" && differs "keytab" "no entry of CORP.TEST" "$(grep -c CORP.TEST "$output") entries"
     }
     capture in_box "$node" find /var/lib/nimbrel/ad /etc/sssd/conf.d -type f
-    equals "files of a membership" "" "$(grep -v '/lock$' "$output" | grep ^/ | tr '\n' ' ')"
+    equals "files of a membership" "" "$(grep -v '[./]lock$' "$output" | grep ^/ | tr '\n' ' ')"
 }
 
 has_no_account() { equals "account in the directory" "" "$(account_of "${1-$node}")"; }

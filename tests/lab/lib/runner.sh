@@ -19,6 +19,7 @@ run_scenarios() {
     load_scenarios
     directory_log_on
     mkdir -p /mnt/lab/out
+    : >/mnt/lab/failures
     for function in "$@"; do wanted+=("scenario_$function" "alone_$function"); done
     # shellcheck disable=SC2046
     set -- $(functions_named scenario) $(functions_named alone)
@@ -32,6 +33,16 @@ run_scenarios() {
     for function in $(printf '%s\n' "$@" | grep '^alone_'); do
         bash /mnt/src/tests/lab/lib/run-scenario "$scenario_seconds" "$function" || failed=1
     done
-    printf 'lab: %d scenarios, %d failed\n' $# "$(cat /mnt/lab/failures 2>/dev/null | wc -l)" >&2
+    [ "$failed" = 0 ] || keep_logs
+    printf 'lab: %d scenarios, %d failed\n' $# "$(wc -l </mnt/lab/failures)" >&2
     return $failed
+}
+
+keep_logs() {
+    local box
+    rm -rf /mnt/work/logs
+    mkdir -p /mnt/work/logs
+    for box in "$boxes"/*/log; do cp "$box" "/mnt/work/logs/$(basename "$(dirname "$box")").log"; done
+    cp /mnt/lab/dns/*.log /mnt/work/logs
+    echo "lab: what the boxes said is in the build tree, lab/logs" >&2
 }
