@@ -2,11 +2,14 @@
 
 #include <functional>
 #include <memory>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include "addirectory/host.h"
 #include "computer_account.h"
 #include "files.h"
+#include "gate.h"
 #include "host_state.h"
 #include "keytab.h"
 #include "log_on.h"
@@ -134,22 +137,44 @@ class JoinTransaction {
         _undo.Add("the settings of domain log-ins", [this] { _logIns.Disable(); });
     }
 
-    // On the same connection while it answers, else on a new one to the same controller, which alone is sure to know of
-    // the change.
+    // On the same connection while it answers, else on new ones to the same controller, which alone is sure to know of
+    // the change, for as long as it may take.
     void TakeBack(const std::function<void(ComputerAccounts& domain)>& work) {
         const Deadline deadline = Deadline::After(_settings.rollBackBudget);
-        try {
-            _session->SetDeadline(deadline.OrAfter(_settings.controllerBudget));
-            ComputerAccounts domain(_session->Ldap(), _session->At());
-            work(domain);
-        } catch (const AdError& error) {
-            if (error.Status() != kStatusNoSuchDomain) {
-                throw;
+        _session->SetDeadline(deadline.OrAfter(_settings.controllerBudget));
+        while (!TakeBackOn(*_session, work, deadline)) {
+            Pause();
+            try {
+                _session =
+                    std::make_unique<Session>(_settings, _domain, std::vector{_session->At().name}, _logOn, deadline);
+            } catch (const AdError& error) {
+                RequireAnotherTry(error, deadline);
             }
-            Session again(_settings, _domain, {_session->At().name}, _logOn, deadline);
-            ComputerAccounts domain(again.Ldap(), again.At());
-            work(domain);
         }
+    }
+
+    static bool TakeBackOn(Session& session, const std::function<void(ComputerAccounts& domain)>& work,
+                           const Deadline& deadline) {
+        try {
+            ComputerAccounts domain(session.Ldap(), session.At());
+            work(domain);
+            return true;
+        } catch (const AdError& error) {
+            RequireAnotherTry(error, deadline);
+            return false;
+        }
+    }
+
+    // Passes the error on unless the controller may answer yet.
+    static void RequireAnotherTry(const AdError& error, const Deadline& deadline) {
+        if (error.Status() != kStatusNoSuchDomain || deadline.HasPassed()) {
+            throw AdError(error);
+        }
+    }
+
+    static void Pause() {
+        const OutsideGate outside;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
 
     const Settings& _settings;
