@@ -124,6 +124,10 @@ Descriptor ConnectTcp(const Endpoint& endpoint, const Deadline& deadline) {
     Descriptor socket_ = OpenSocket(endpoint, SOCK_STREAM);
     const int on = 1;
     setsockopt(socket_.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    // What was given up is not sent either: else the kernel would still deliver a deletion or a new password minutes
+    // later, when the way to the controller is open again, and undo the next join.
+    const linger discard = {1, 0};
+    setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
     if (connect(socket_.Get(), endpoint.Address(), endpoint.Size()) != 0) {
         const int error = errno;
         if (error != EINPROGRESS && error != EINTR) {
