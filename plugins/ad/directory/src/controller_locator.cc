@@ -11,6 +11,7 @@
 
 #include "addirectory/ad_error.h"
 #include "dns.h"
+#include "ldap_library.h"
 #include "names.h"
 
 namespace nimbrel::ad {
@@ -240,6 +241,7 @@ class Search {
 
 LocatedController LocateController(const Settings& settings, const std::string& domain,
                                    const std::vector<std::string>& preferred, const Deadline& deadline) {
+    AwaitLdapLibrary(deadline);
     Search search(settings, domain, deadline);
     auto found = search.Run(preferred);
     if (!found) {

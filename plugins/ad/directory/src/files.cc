@@ -22,7 +22,10 @@ namespace {
 
 [[noreturn]] void FailFile(const std::string& action, const std::string& path, int error) {
     const bool refused = error == EACCES || error == EPERM || error == ELOOP || error == EROFS;
-    throw AdError(refused ? kStatusAccessDenied : kStatusInternalError,
+    const bool full = error == ENOSPC || error == EDQUOT;
+    throw AdError(refused ? kStatusAccessDenied
+                  : full  ? kStatusDiskFull
+                          : kStatusInternalError,
                   "Unable to " + action + " '" + path + "': " + std::generic_category().message(error));
 }
 

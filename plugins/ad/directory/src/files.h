@@ -1,7 +1,7 @@
 // Small files that this host's trust depends on: read whole, replaced atomically, mode 0600.
 //
 // Errors: `AdError` with 5 for a file that may not be used (no right, not a regular file, somebody else may write it),
-// 1359 for any other fault of the file system.
+// 112 when there is no room, 1359 for any other fault of the file system.
 
 #ifndef NIMBREL_AD_FILES_H_
 #define NIMBREL_AD_FILES_H_

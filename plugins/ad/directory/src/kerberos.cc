@@ -203,7 +203,7 @@ Tickets::~Tickets() {
 }
 
 template <class Prepare>
-void Tickets::LogOn(const Principal& principal, const Prepare& prepare) {
+void Tickets::LogOn(const Principal& principal, bool hasKey, const Prepare& prepare) {
     const std::string action = "log on as '" + principal.name + "'";
     PrincipalGuard client(Context());
     const int flags = principal.isEnterprise ? KRB5_PRINCIPAL_PARSE_ENTERPRISE : 0;
@@ -211,6 +211,11 @@ void Tickets::LogOn(const Principal& principal, const Prepare& prepare) {
     OptionsGuard options(Context());
     CheckKerberos(Context(), krb5_get_init_creds_opt_alloc(Context(), options.Out()), action);
     krb5_get_init_creds_opt_set_canonicalize(options.Get(), principal.isEnterprise ? 1 : 0);
+    // With a keytab the key needs no salt of the realm's, so the proof can go out with the first request.
+    krb5_preauthtype timestamp = KRB5_PADATA_ENC_TIMESTAMP;
+    if (hasKey) {
+        krb5_get_init_creds_opt_set_preauth_list(options.Get(), &timestamp, 1);
+    }
     LogOnGuard request(Context());
     CheckKerberos(Context(),
                   krb5_init_creds_init(Context(), client.Get(), nullptr, nullptr, 0, options.Get(), request.Out()),
@@ -234,14 +239,14 @@ void Tickets::Store(krb5_init_creds_context request) {
 }
 
 void Tickets::LogOnWithPassword(const Principal& principal, const char* password) {
-    LogOn(principal,
+    LogOn(principal, false,
           [&](krb5_init_creds_context request) { return krb5_init_creds_set_password(Context(), request, password); });
 }
 
 void Tickets::LogOnWithKeytab(const Principal& principal, const std::string& keytab) {
     KeytabGuard keys(Context());
     CheckKerberos(Context(), krb5_kt_resolve(Context(), keytab.c_str(), keys.Out()), "open '" + keytab + "'");
-    LogOn(principal,
+    LogOn(principal, true,
           [&](krb5_init_creds_context request) { return krb5_init_creds_set_keytab(Context(), request, keys.Get()); });
 }
 

@@ -73,7 +73,7 @@ class Tickets {
 
  private:
     template <class Prepare>
-    void LogOn(const Principal& principal, const Prepare& prepare);
+    void LogOn(const Principal& principal, bool hasKey, const Prepare& prepare);
     void Store(krb5_init_creds_context request);
 
     std::string _realm;

@@ -106,10 +106,4 @@ Session::LogOn MachineLogOn(const std::string& computer, const std::string& keyt
     };
 }
 
-Session OpenMachineSession(const Settings& settings, const HostState& state, const Deadline& deadline) {
-    const Membership& membership = *state.membership;
-    return Session(settings, membership.domain, state.preferredControllers,
-                   MachineLogOn(membership.computer, "FILE:" + settings.keytab), deadline);
-}
-
 }  // namespace nimbrel::ad

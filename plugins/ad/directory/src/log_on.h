@@ -8,7 +8,6 @@
 #include "addirectory/host.h"
 #include "addirectory/settings.h"
 #include "deadline.h"
-#include "host_state.h"
 #include "kerberos.h"
 #include "session.h"
 
@@ -21,9 +20,6 @@ Principal PrincipalOf(const std::string& userName, const std::string& domain, co
 Session::LogOn UserLogOn(const Settings& settings, const UserCredentials& credentials, const Deadline& deadline);
 // The machine account's, with a keytab as libkrb5 names it. An unknown account is 1787.
 Session::LogOn MachineLogOn(const std::string& computer, const std::string& keytab);
-
-// A session of this joined host.
-Session OpenMachineSession(const Settings& settings, const HostState& state, const Deadline& deadline);
 
 // The Windows status in a controller's diagnostic text ("80090308: LdapErr: ..., data 533, v1db1"), or 0.
 std::uint32_t StatusOfDiagnostic(std::string_view diagnostic);

@@ -147,6 +147,9 @@ UserName SplitUserName(std::string_view text) {
         throw AdError(kStatusInvalidAccountName, "The user name is malformed");
     }
     const auto backslash = text.find('\\');
+    if (backslash == 0) {
+        throw AdError(kStatusInvalidAccountName, "The user name is malformed");
+    }
     if (backslash != std::string_view::npos) {
         return CheckedUserName(text.substr(backslash + 1), text.substr(0, backslash));
     }

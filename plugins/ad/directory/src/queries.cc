@@ -10,12 +10,15 @@
 #include "membership_lock.h"
 #include "names.h"
 #include "session.h"
+#include "session_pool.h"
 #include "trusts.h"
 
 namespace nimbrel::ad {
 namespace {
 
 constexpr std::size_t kMaximumListEntries = 256;
+// A log-on that succeeded so short a time ago answers for the trust state, too.
+constexpr std::chrono::seconds kTrustStateAge{3};
 
 std::string WithoutFinalDot(const std::string& name) {
     return name.size() > 1 && name.back() == '.' ? name.substr(0, name.size() - 1) : name;
@@ -34,9 +37,8 @@ HostState LoadJoined(const Settings& settings, std::uint32_t otherwise) {
 }
 
 std::vector<Trust> AskTrusts(const Settings& settings, const HostState& state) {
-    const Deadline deadline = Deadline::After(settings.queryBudget);
-    Session session = OpenMachineSession(settings, state, deadline);
-    return ReadTrusts(session.Ldap(), session.At());
+    return OnMachineSession(settings, state, Deadline::After(settings.queryBudget),
+                            [](Session& session) { return ReadTrusts(session.Ldap(), session.At()); });
 }
 
 const Trust* FindTrust(const std::vector<Trust>& trusts, const std::string& domain) {
@@ -82,10 +84,6 @@ std::int32_t RelationshipOfStatus(std::uint32_t status) {
 }
 
 // --- Canonical user names ---
-
-[[noreturn]] void FailUnknownUser(const std::string& name) {
-    throw AdError(kStatusNoSuchAccount, "There is no user '" + name + "'");
-}
 
 // The account name, spelled as in the directory, of a user known by account name or by user principal name.
 std::optional<std::string> FindUser(LdapConnection& connection, const Controller& controller, const UserName& user) {
@@ -153,6 +151,26 @@ std::optional<std::string> FindTrustedUser(const Settings& settings, Session& se
     return RealmKnowsUser(settings, controller, user, deadline) ? std::optional(LowerCase(user.name)) : std::nullopt;
 }
 
+// "user@domain" of a user of the own domain or a trusted one.
+std::optional<std::string> FindAnywhere(const Settings& settings, const Membership& own, Session& session,
+                                        const UserName& user, const Deadline& deadline) {
+    const auto in = [](const std::optional<std::string>& found, const std::string& domain) {
+        return found ? std::optional(*found + "@" + domain) : std::nullopt;
+    };
+    if (user.domain.empty() || IsDomain(own, user.domain)) {
+        return in(FindUser(session.Ldap(), session.At(), {user.name, own.domain}), own.domain);
+    }
+    const auto trusts = ReadTrusts(session.Ldap(), session.At());
+    const Trust* trust = FindTrust(trusts, user.domain);
+    if (!trust) {
+        return in(FindByPrincipalName(session.Ldap(), session.At(), user), own.domain);
+    }
+    if (!trust->LetsUsersIn()) {
+        return std::nullopt;
+    }
+    return in(FindTrustedUser(settings, session, *trust, {user.name, trust->dnsName}, deadline), trust->dnsName);
+}
+
 }  // namespace
 
 DomainNames Host::ActiveDomain() const {
@@ -204,7 +222,12 @@ void Host::SetSmartCardServices(const std::vector<std::string>& services) const 
 std::int32_t Host::TrustState() const {
     try {
         const HostState state = LoadJoined(_settings, kStatusNotJoined);
-        OpenMachineSession(_settings, state, Deadline::After(_settings.queryBudget));
+        const std::string key = SessionKey(_settings, state);
+        PooledSession session = TakeSession(key);
+        if (!session.session || !session.IsYoungerThan(kTrustStateAge)) {
+            session = LogOnMachine(_settings, state, Deadline::After(_settings.queryBudget));
+        }
+        GiveBackSession(key, std::move(session));
         return kTrustStateHealthy;
     } catch (const AdError& error) {
         return TrustStateOf(error.Status());  // translated: the query has no status, only values
@@ -258,20 +281,13 @@ std::string Host::CanonicalUserName(const std::string& name) const {
     const UserName user = SplitUserName(name);
     const HostState state = LoadJoined(_settings, kStatusNotJoined);
     const Deadline deadline = Deadline::After(_settings.queryBudget);
-    Session session = OpenMachineSession(_settings, state, deadline);
-    const Membership& own = *state.membership;
-    if (user.domain.empty() || IsDomain(own, user.domain)) {
-        const auto found = FindUser(session.Ldap(), session.At(), {user.name, own.domain});
-        return found ? *found + "@" + own.domain : (FailUnknownUser(name), "");
+    const auto found = OnMachineSession(_settings, state, deadline, [&](Session& session) {
+        return FindAnywhere(_settings, *state.membership, session, user, deadline);
+    });
+    if (!found) {
+        throw AdError(kStatusNoSuchAccount, "There is no user '" + name + "'");
     }
-    const auto trusts = ReadTrusts(session.Ldap(), session.At());
-    const Trust* trust = FindTrust(trusts, user.domain);
-    if (trust && trust->LetsUsersIn()) {
-        const auto found = FindTrustedUser(_settings, session, *trust, {user.name, trust->dnsName}, deadline);
-        return found ? *found + "@" + trust->dnsName : (FailUnknownUser(name), "");
-    }
-    const auto found = trust ? std::nullopt : FindByPrincipalName(session.Ldap(), session.At(), user);
-    return found ? *found + "@" + own.domain : (FailUnknownUser(name), "");
+    return *found;
 }
 
 std::string Host::HostPrincipal(const std::string& domain) const {

@@ -40,6 +40,9 @@ std::string DomainOf(LDAPRDN* names) {
     std::string domain;
     for (; *names; ++names) {
         const LDAPAVA& first = *(*names)[0];
+        if (first.la_value.bv_len == 0) {
+            FailMalformed();
+        }
         if (SameName(Text(first.la_attr), "dc")) {
             domain += domain.empty() ? "" : ".";
             domain += Text(first.la_value);

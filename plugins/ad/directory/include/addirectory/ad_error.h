@@ -17,6 +17,7 @@ inline constexpr std::uint32_t kStatusFileNotFound = 2;            // no such or
 inline constexpr std::uint32_t kStatusAccessDenied = 5;            // the user has no right; a file may not be used
 inline constexpr std::uint32_t kStatusNotEnoughMemory = 8;         //
 inline constexpr std::uint32_t kStatusInvalidParameter = 87;       // null, or out of range
+inline constexpr std::uint32_t kStatusDiskFull = 112;              //
 inline constexpr std::uint32_t kStatusBusy = 170;                  // another process is joining or leaving
 inline constexpr std::uint32_t kStatusInvalidUnitName = 267;       // malformed organizational unit
 inline constexpr std::uint32_t kStatusInvalidComputerName = 1210;  //
