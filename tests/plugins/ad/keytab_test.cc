@@ -148,6 +148,32 @@ TEST_F(Keytab, RealmOfASimilarNameStays) {
     EXPECT_EQ(ReadFile(File()), before);
 }
 
+TEST_F(Keytab, CutAndChangedFilesAreReadWithinTheirBounds) {
+    Write({"NODE01", "other.test", 1});
+    const std::string good = ReadFile(File());
+    for (std::size_t at = 0; at < 100; ++at) {
+        for (const char value : {'\x00', '\x7f', '\x80', '\xff'}) {
+            std::string changed = good;
+            changed[at] = value;
+            WriteFile(File(), changed);
+            const auto status = StatusOf([&] { RemoveRealmFromKeytab(File(), "CORP.TEST"); });
+            EXPECT_TRUE(status == 0 || status == kStatusInternalError);
+        }
+        WriteFile(File(), good.substr(0, at));
+        StatusOf([&] { RemoveRealmFromKeytab(File(), "OTHER.TEST"); });
+    }
+}
+
+TEST_F(Keytab, EntriesDeletedInPlaceAreNoEntries) {
+    Write({"NODE01", "other.test", 1});
+    const std::string good = ReadFile(File());
+    WriteFile(File(), good.substr(0, 2) + std::string("\xff\xff\xff\xfd", 4) + "abc" + good.substr(2));
+    Write({"NODE01", "corp.test", 1});
+    EXPECT_THAT(Entries(), SizeIs(20));
+    RemoveRealmFromKeytab(File(), "CORP.TEST");
+    EXPECT_EQ(ReadFile(File()), good);
+}
+
 TEST_F(Keytab, DamagedFileIsNeverReplaced) {
     WriteFile(File(), "no keytab");
     EXPECT_EQ(StatusOf([&] { Write({"NODE01", "corp.test", 1}); }), kStatusInternalError);

@@ -30,28 +30,6 @@ class OpenKeytab {
 
     void Add(krb5_keytab_entry& entry) const { Check(krb5_kt_add_entry(_context, _keytab, &entry), "write a keytab"); }
 
-    // Calls `take` with each entry.
-    void ForEach(const std::function<void(krb5_keytab_entry&)>& take) const {
-        krb5_kt_cursor cursor = nullptr;
-        Check(krb5_kt_start_seq_get(_context, _keytab, &cursor), "read the keytab");
-        krb5_error_code error = 0;
-        std::exception_ptr thrown;
-        krb5_keytab_entry entry = {};
-        while (!thrown && (error = krb5_kt_next_entry(_context, _keytab, &entry, &cursor)) == 0) {
-            try {
-                take(entry);
-            } catch (...) {
-                thrown = std::current_exception();  // the cursor has to be closed first
-            }
-            krb5_kt_free_entry(_context, &entry);
-        }
-        krb5_kt_end_seq_get(_context, _keytab, &cursor);
-        if (thrown) {
-            std::rethrow_exception(thrown);
-        }
-        Check(error == KRB5_KT_END ? 0 : error, "read the keytab");
-    }
-
  private:
     void Check(krb5_error_code error, const std::string& action) const {
         try {
@@ -65,12 +43,72 @@ class OpenKeytab {
     krb5_keytab _keytab = nullptr;
 };
 
-std::string NameOf(krb5_context context, krb5_const_principal principal) {
-    char* text = nullptr;
-    CheckKerberos(context, krb5_unparse_name(context, principal, &text), "read the keytab");
-    const std::string name = text;
-    krb5_free_unparsed_name(context, text);
-    return name;
+[[noreturn]] void FailDamaged() { throw AdError(kStatusInternalError, "The keytab is damaged or of another format"); }
+
+// Reads a keytab's bytes: big-endian numbers, and texts after their length. What would lie outside is damage.
+class KeytabReader {
+ public:
+    explicit KeytabReader(std::string_view bytes) : _rest(bytes) {}
+
+    bool AtEnd() const { return _rest.empty(); }
+
+    std::string_view Bytes(std::size_t size) {
+        if (size > _rest.size()) {
+            FailDamaged();
+        }
+        const auto bytes = _rest.substr(0, size);
+        _rest.remove_prefix(size);
+        return bytes;
+    }
+
+    std::uint32_t Number(std::size_t size) {
+        std::uint32_t value = 0;
+        for (const char byte : Bytes(size)) {
+            value = value << 8 | static_cast<unsigned char>(byte);
+        }
+        return value;
+    }
+
+    std::string_view Text() { return Bytes(Number(2)); }
+
+ private:
+    std::string_view _rest;
+};
+
+// "host/node01.corp.test@CORP.TEST"
+std::string PrincipalOfEntry(std::string_view entry) {
+    KeytabReader reader(entry);
+    const std::uint32_t components = reader.Number(2);
+    const std::string realm(reader.Text());
+    std::string name;
+    for (std::uint32_t i = 0; i < components; ++i) {
+        name += i == 0 ? "" : "/";
+        name += reader.Text();
+    }
+    return name + "@" + realm;
+}
+
+// Calls `take` with each entry as it stands in the file, its length included, and its principal. Entries that were
+// deleted in place have a negative length; a length of 0 ends the file.
+void ForEachEntry(std::string_view file,
+                  const std::function<void(std::string_view entry, const std::string& principal)>& take) {
+    KeytabReader reader(file);
+    if (!reader.AtEnd() && reader.Bytes(kEmptyKeytab.size()) != kEmptyKeytab) {
+        FailDamaged();
+    }
+    std::string_view from = file.substr(std::min(file.size(), kEmptyKeytab.size()));
+    while (!reader.AtEnd()) {
+        const auto length = static_cast<std::int32_t>(reader.Number(4));
+        if (length == 0) {
+            return;
+        }
+        const auto size = static_cast<std::size_t>(length < 0 ? -std::int64_t{length} : length);
+        const auto entry = reader.Bytes(size);
+        if (length > 0) {
+            take(from.substr(0, 4 + size), PrincipalOfEntry(entry));
+        }
+        from.remove_prefix(4 + size);
+    }
 }
 
 void AddKey(krb5_context context, const OpenKeytab& keytab, const std::string& principal, std::uint32_t version,
@@ -83,19 +121,6 @@ void AddKey(krb5_context context, const OpenKeytab& keytab, const std::string& p
     entry.timestamp = static_cast<krb5_timestamp>(std::time(nullptr));
     entry.key = key;
     keytab.Add(entry);
-}
-
-// Copies the entries that are wanted; returns how many.
-std::size_t CopyEntries(krb5_context context, const std::string& from, const OpenKeytab& to,
-                        const std::function<bool(const std::string& principal)>& isWanted) {
-    std::size_t count = 0;
-    OpenKeytab(context, "FILE:" + from).ForEach([&](krb5_keytab_entry& entry) {
-        if (isWanted(NameOf(context, entry.principal))) {
-            to.Add(entry);
-            ++count;
-        }
-    });
-    return count;
 }
 
 bool EndsWith(const std::string& text, const std::string& end) {
@@ -123,13 +148,13 @@ KeytabChange::~KeytabChange() = default;
 
 void KeytabChange::SetKeys(const KeytabAccount& account, const Secret& machineSecret) {
     const KerberosContext context = MakeKerberosContext(UpperCase(account.domain));
-    const OpenKeytab keytab(context.get(), "WR" + TrialName());
     const auto principals = KeytabPrincipals(account.computer, account.domain);
-    if (_before) {
-        CopyEntries(context.get(), _path, keytab, [&](const std::string& principal) {
-            return std::find(principals.begin(), principals.end(), principal) == principals.end();
-        });
-    }
+    ForEachEntry(_before ? _before->View() : "", [&](std::string_view entry, const std::string& principal) {
+        if (std::find(principals.begin(), principals.end(), principal) == principals.end()) {
+            _replacement.Write(entry);
+        }
+    });
+    const OpenKeytab keytab(context.get(), "WR" + TrialName());
     std::string salt = MachineSalt(account.computer, account.domain);
     krb5_data saltData = {0, static_cast<unsigned>(salt.size()), salt.data()};
     krb5_data secretData = {0, static_cast<unsigned>(machineSecret.View().size()),
@@ -155,17 +180,18 @@ void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
     if (!before) {
         return;
     }
-    const KerberosContext context = MakeKerberosContext(realm);
     FileReplacement replacement(path);
     replacement.Write(kEmptyKeytab);
     std::size_t removed = 0;
-    const std::size_t kept =
-        CopyEntries(context.get(), path, OpenKeytab(context.get(), "WRFILE:" + replacement.TemporaryPath()),
-                    [&](const std::string& principal) {
-                        const bool isOurs = EndsWith(principal, "@" + realm);
-                        removed += isOurs ? 1 : 0;
-                        return !isOurs;
-                    });
+    std::size_t kept = 0;
+    ForEachEntry(before->View(), [&](std::string_view entry, const std::string& principal) {
+        if (EndsWith(principal, "@" + realm)) {
+            ++removed;
+        } else {
+            ++kept;
+            replacement.Write(entry);
+        }
+    });
     if (removed > 0 && kept == 0) {
         RemoveFile(path);
     } else if (removed > 0) {
