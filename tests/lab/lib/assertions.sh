@@ -5,7 +5,7 @@
 #   join_gives STATUS DOMAIN USER [UNIT [PASSWORD]]    one call of the provider's join
 #   join_account_gives STATUS DOMAIN ACCOUNT SECRET
 #   leave_gives STATUS [USER [PASSWORD]]
-#   ask OPERATION [ARGUMENT]...     another slot; then answer_has LINE
+#   ask OPERATION [ARGUMENT]...     another slot; then answer_has LINE, answer_lacks TEXT
 #   tool EXIT ARGUMENT...           the shipped tool, its exit status; then output_has TEXT
 #   trust_state_is VALUE
 #   is_joined [UNIT]                on the host and in the directory, by other tools
@@ -79,6 +79,8 @@ leave_gives() {
 ask() { capture probe "$node" "$@"; }
 answer_has() { grep -qxE -- "$1" "$output" || differs "a line of the answer" "$1" "$(tr '\n' '|' <"$output")"; }
 
+answer_lacks() { ! grep -qF -- "$1" "$output" || differs "answer without" "$1" "$(tr '\n' '|' <"$output")"; }
+
 trust_state_is() {
     capture probe "$node" trust-state
     equals "trust state" "$1" "$(sed -n 's/^trust-state value=\(-\?[0-9]*\).*/\1/p' "$output")"
@@ -112,7 +114,7 @@ is_not_joined() {
         capture in_box "$node" klist -k
         grep -q CORP.TEST "$output" && differs "keytab" "no entry of CORP.TEST" "$(grep -c CORP.TEST "$output") entries"
     }
-    capture in_box "$node" find /var/lib/nimbrel/ad /etc/sssd/conf.d -type f
+    capture in_box "$node" bash -c 'ls -d /etc/krb5.keytab?* /etc/sssd/conf.d/* /var/lib/nimbrel/ad/* 2>/dev/null'
     equals "files of a membership" "" "$(grep -v '[./]lock$' "$output" | grep ^/ | tr '\n' ' ')"
 }
 

@@ -6,7 +6,7 @@ scenario_join_query_leave_by_the_tool() {
     tool 0 join corp.test -U administrator --password-stdin <<<"$secret"
     is_joined
     tool 0 status --timeout 30
-    output_has "trust state: 1 (healthy)"
+    output_has "trust state: 1 ("
     output_has "trust.test"
     output_has "CN=${node^^},CN=Computers,DC=corp,DC=test"
     tool 0 leave -U administrator --password-stdin <<<"$secret"

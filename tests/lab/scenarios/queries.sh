@@ -72,8 +72,8 @@ scenario_trust_state_of_a_deleted_account() {
 scenario_trust_added_and_removed() {
     joined_member
     ask trusted-domains
-    equals "third.test before" 0 "$(grep -c third.test "$output")"
-    in_box dc1 ldbadd -q -H /var/lib/samba/private/sam.ldb --relax - <<'END' >/dev/null
+    answer_lacks third.test
+    in_box dc1 ldbadd -H /var/lib/samba/private/sam.ldb --relax /dev/stdin <<'END' >/dev/null
 dn: CN=third.test,CN=System,DC=corp,DC=test
 objectClass: trustedDomain
 trustPartner: third.test
@@ -87,9 +87,9 @@ END
     answer_has "domain=third.test netbios=THIRD"
     ask relationship third.test
     answer_has "relationship value=$outbound_forest_trust .*"
-    in_box dc1 ldbdel -q -H /var/lib/samba/private/sam.ldb CN=third.test,CN=System,DC=corp,DC=test >/dev/null
+    in_box dc1 ldbdel -H /var/lib/samba/private/sam.ldb CN=third.test,CN=System,DC=corp,DC=test >/dev/null
     ask trusted-domains
-    equals "third.test after" 0 "$(grep -c third.test "$output")"
+    answer_lacks third.test
 }
 
 scenario_clock_off_by_twenty_minutes() {
