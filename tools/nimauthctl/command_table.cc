@@ -18,6 +18,7 @@ std::vector<Command> MakeCommands() {
         JoinCommand(),
         LeaveCommand(),
         StatusCommand(),
+        CheckCommand(),
         StoreListCommand(),
         StoreShowCommand(),
         StoreSetCommand(),

@@ -10,6 +10,7 @@ namespace nimbrel::nimauthctl {
 Command JoinCommand();
 Command LeaveCommand();
 Command StatusCommand();
+Command CheckCommand();
 
 Command StoreListCommand();
 Command StoreShowCommand();
