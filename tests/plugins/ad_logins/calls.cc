@@ -1,5 +1,6 @@
 #include "calls.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -36,7 +37,6 @@ extern "C" {
 
 int __real_chmod(const char* path, mode_t mode);
 int __real_fchmod(int fd, mode_t mode);
-int __real_fsync(int fd);
 int __real_link(const char* from, const char* to);
 int __real_lstat(const char* path, struct stat* status);
 int __real_mkdir(const char* path, mode_t mode);
@@ -48,7 +48,8 @@ ssize_t __real_write(int fd, const void* data, size_t size);
 
 int __wrap_chmod(const char* path, mode_t mode) { return Strikes() ? -1 : __real_chmod(path, mode); }
 int __wrap_fchmod(int fd, mode_t mode) { return Strikes() ? -1 : __real_fchmod(fd, mode); }
-int __wrap_fsync(int fd) { return Strikes() ? -1 : __real_fsync(fd); }
+// Nobody cuts the power here, and a busy disk takes its time.
+int __wrap_fsync(int fd) { return Strikes() ? -1 : fcntl(fd, F_GETFD) < 0 ? -1 : 0; }
 int __wrap_link(const char* from, const char* to) { return Strikes() ? -1 : __real_link(from, to); }
 int __wrap_mkdir(const char* path, mode_t mode) { return Strikes() ? -1 : __real_mkdir(path, mode); }
 int __wrap_mkostemp(char* pattern, int flags) { return Strikes() ? -1 : __real_mkostemp(pattern, flags); }
