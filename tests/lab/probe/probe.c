@@ -33,8 +33,10 @@ static double Now(void) {
     return (double)now.tv_sec * 1e3 + (double)now.tv_nsec / 1e6;
 }
 
-static const char* ReadSecret(void) {
-    static char secret[4096];
+static char secret[4096];
+static pthread_once_t secretRead = PTHREAD_ONCE_INIT;
+
+static void ReadSecretOnce(void) {
     size_t size = 0;
     ssize_t count;
     while (size < sizeof secret - 1 && (count = read(STDIN_FILENO, secret + size, sizeof secret - 1 - size)) > 0) {
@@ -42,6 +44,11 @@ static const char* ReadSecret(void) {
     }
     secret[size] = '\0';
     secret[strcspn(secret, "\n")] = '\0';
+}
+
+/* The same for every thread and every repetition. */
+static const char* ReadSecret(void) {
+    pthread_once(&secretRead, ReadSecretOnce);
     return secret;
 }
 
