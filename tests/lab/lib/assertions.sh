@@ -5,7 +5,7 @@
 #   join_gives STATUS DOMAIN USER [UNIT [PASSWORD]]    one call of the provider's join
 #   join_account_gives STATUS DOMAIN ACCOUNT SECRET
 #   leave_gives STATUS [USER [PASSWORD]]
-#   ask OPERATION [ARGUMENT]...     another slot; then answer_has LINE
+#   ask OPERATION [ARGUMENT]...     another slot; then answer_has LINE, answer_lacks TEXT
 #   tool EXIT ARGUMENT...           the shipped tool, its exit status; then output_has TEXT
 #   trust_state_is VALUE
 #   is_joined [UNIT]                on the host and in the directory, by other tools
@@ -14,6 +14,11 @@
 #   equals WHAT EXPECTED ACTUAL     the one that all others end in
 
 secret=Lab-Secret-1
+
+# Trust states and relationships of the provider.
+trust_healthy=1 trust_out_of_step=3 trust_disabled=4 trust_missing=5 trust_not_joined=7 trust_unreachable=8 trust_clock=10
+own_domain=1 outbound_forest_trust=19 two_way_forest_trust=21 unknown_domain=6
+
 output=/dev/null
 
 member() {
@@ -74,6 +79,8 @@ leave_gives() {
 ask() { capture probe "$node" "$@"; }
 answer_has() { grep -qxE -- "$1" "$output" || differs "a line of the answer" "$1" "$(tr '\n' '|' <"$output")"; }
 
+answer_lacks() { ! grep -qF -- "$1" "$output" || differs "answer without" "$1" "$(tr '\n' '|' <"$output")"; }
+
 trust_state_is() {
     capture probe "$node" trust-state
     equals "trust state" "$1" "$(sed -n 's/^trust-state value=\(-\?[0-9]*\).*/\1/p' "$output")"
@@ -107,8 +114,8 @@ is_not_joined() {
         capture in_box "$node" klist -k
         grep -q CORP.TEST "$output" && differs "keytab" "no entry of CORP.TEST" "$(grep -c CORP.TEST "$output") entries"
     }
-    capture in_box "$node" find /var/lib/nimbrel/ad /etc/sssd/conf.d -type f
-    equals "files of a membership" "" "$(grep -v '/lock$' "$output" | grep ^/ | tr '\n' ' ')"
+    capture in_box "$node" bash -c 'ls -d /etc/krb5.keytab?* /etc/sssd/conf.d/* /var/lib/nimbrel/ad/* 2>/dev/null'
+    equals "files of a membership" "" "$(grep -v '[./]lock$' "$output" | grep ^/ | tr '\n' ' ')"
 }
 
 has_no_account() { equals "account in the directory" "" "$(account_of "${1-$node}")"; }

@@ -119,7 +119,7 @@ snapshot() {
 # each start, signed by nobody.
 make_certificates() {  # make_certificates FQDN
     mkdir -p /var/lib/samba/private/tls
-    cd /var/lib/samba/private/tls
+    cd /var/lib/samba/private/tls || return 1
     openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 3650 -subj "/CN=Lab authority of $1"
     openssl req -newkey rsa:2048 -nodes -keyout key.pem -out request.pem -subj "/CN=$1"
     openssl x509 -req -in request.pem -CA ca.pem -CAkey ca.key -CAcreateserial -out cert.pem -days 3650 \
@@ -135,7 +135,7 @@ controller_start() {
     # Serving files means changing identity, which a lone mapped user cannot. Log-ons, directory, names and RPC remain.
     [ -n "${lab_is_root-}" ] ||
         services=(--option="server services = rpc, nbt, wrepl, ldap, cldap, kdc, drepl, ntp_signd, kcc, dnsupdate, dns")
-    in_box "$1" setsid samba --foreground --no-process-group "${services[@]}" >>"$boxes/$1/log" 2>&1 </dev/null &
+    in_box "$1" setsid samba --foreground --debug-stdout --no-process-group "${services[@]}" >>"$boxes/$1/log" 2>&1 </dev/null &
     disown
     box_wait 40 controller_answers "$1" || {
         echo "lab: $1 does not answer" >&2

@@ -29,6 +29,20 @@ directory_delete() {
     [ -z "$dn" ] || with_ticket ldapdelete -Q -Y GSSAPI -N -H ldap://dc1.corp.test "$dn"
 }
 
+make_account() {  # make_account NODE CONTAINER PASSWORD: prepared by an administrator
+    directory_change <<END
+dn: CN=${1^^},$2,DC=corp,DC=test
+changetype: add
+objectClass: computer
+sAMAccountName: ${1^^}\$
+userAccountControl: 4096
+dNSHostName: $1.corp.test
+unicodePwd:: $(quoted_password "$3")
+END
+}
+
+quoted_password() { printf '"%s"' "$1" | iconv -t UTF-16LE | base64 -w0; }
+
 account_disable() {
     directory_change <<END
 dn: $(account_of "$1")
@@ -43,6 +57,6 @@ account_reset_password() {  # as an administrator would: the host is not told
 dn: $(account_of "$1")
 changetype: modify
 replace: unicodePwd
-unicodePwd:: $(printf '"%s"' 'Another-Secret-2' | iconv -t UTF-16LE | base64 -w0)
+unicodePwd:: $(quoted_password Another-Secret-2)
 END
 }

@@ -3,7 +3,7 @@
 lab_is_root=
 [ "$(awk '{ print $3 }' /proc/self/uid_map)" = 1 ] || lab_is_root=yes
 
-for part in box names controllers member directory assertions runner; do
+for part in box names controllers member directory assertions faults runner; do
     # shellcheck disable=SC1090
     . "/mnt/src/tests/lab/lib/$part.sh"
 done

@@ -102,9 +102,14 @@ class JoinTransaction {
         const auto trusts = ReadTrusts(_session->Ldap(), _session->At());
         _keytab->SetKeys({_computer, _domain, _account.keyVersion}, _fresh);
         TryKeytab(_session->At());
-        _keytab->Commit();
+        // First the way back: a file may be replaced and the call fail all the same, when its folder cannot be synced.
         _undo.Add("keys in the keytab", [this] { _keytab->Revert(); });
+        _keytab->Commit();
         EnableLogIns(_survey.domain, trusts);
+        _undo.Add("the membership", [this] {
+            _state.membership.reset();
+            _state.Save(_settings.membership);
+        });
         _state.membership =
             Membership{_domain, _survey.domain.netbiosName, _survey.domain.sid, _computer, _account.distinguishedName};
         _state.Save(_settings.membership);
