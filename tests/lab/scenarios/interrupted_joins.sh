@@ -97,7 +97,7 @@ loses_controller_at_step() {  # loses_controller_at_step WAY HOST STEP
 # What cannot succeed is not tried for as long as it would be on a wide network.
 impatient() {
     patient "$1"
-    in_box "$1" sed -i '$a controller_seconds = 1\nroll_back_seconds = 1' /etc/nimbrel/nimauth/ad.conf
+    in_box "$1" sed -i '$a controller_seconds = 1\njoin_seconds = 3\nroll_back_seconds = 1' /etc/nimbrel/nimauth/ad.conf
 }
 
 patient() { in_box "$1" sed -i '/_seconds/d' /etc/nimbrel/nimauth/ad.conf; }
