@@ -33,8 +33,8 @@ void AugeasText::Check(bool good, const std::string& what) const {
     if (good) return;
     const char* line = nullptr;
     const char* message = nullptr;
-    aug_get(_augeas.get(), (std::string("/augeas") + kTree + "/error/line").c_str(), &line);
-    aug_get(_augeas.get(), (std::string("/augeas") + kTree + "/error/message").c_str(), &message);
+    aug_get(_augeas.get(), (std::string("/augeas/text") + kTree + "/error/line").c_str(), &line);
+    aug_get(_augeas.get(), (std::string("/augeas/text") + kTree + "/error/message").c_str(), &message);
     std::string text = "libaugeas cannot " + what;
     if (line != nullptr) text += ", line " + std::string(line);
     if (message != nullptr) text += ": " + std::string(message);

@@ -12,7 +12,9 @@ namespace {
 
 void EditNsswitch(const ProviderModules& provider, bool enable, ChangeSet& changes) {
     const std::string text = changes.Content(kNsswitch).value_or("");
-    changes.SetContent(kNsswitch, enable ? WithNssService(text, provider) : WithoutNssService(text, provider));
+    changes.SetContent(kNsswitch, EditOf(kNsswitch, [&] {
+                           return enable ? WithNssService(text, provider) : WithoutNssService(text, provider);
+                       }));
 }
 
 void RequireServices(const std::vector<std::string>& services) {

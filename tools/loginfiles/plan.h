@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "tools/loginfiles/journal.h"
+#include "tools/loginfiles/logins_error.h"
 #include "tools/loginfiles/pam_text.h"
 #include "tools/loginfiles/provider_modules.h"
 
@@ -61,6 +62,10 @@ Plan PlanEnable(const Journal& journal, const ProviderModules& provider, const s
 // If nothing has touched the files since, exactly what they were before they were enabled, byte for byte.
 Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services);
 
+// Runs one edit of a file; a refusal names the file.
+template <typename Edit>
+std::string EditOf(const std::string& path, Edit edit);
+
 // The service files as they would be.
 PamFiles FilesAfter(const std::vector<Change>& changes);
 
@@ -78,6 +83,13 @@ void DisableAuthselect(const Journal& journal, const ProviderModules& provider, 
 void MakeAuthselectCandidate(const std::string& folder, const std::vector<std::string>& words);
 void AddPlain(const ProviderModules& provider, const std::vector<std::string>& services, ChangeSet& changes);
 void RemovePlain(const ProviderModules& provider, const std::vector<std::string>& services, ChangeSet& changes);
+
+template <typename Edit>
+std::string EditOf(const std::string& path, Edit edit) try {
+    return edit();
+} catch (const LoginsError& error) {
+    throw LoginsError(error.Reason(), "'" + path + "' cannot be edited: " + error.what(), error.Remedy());
+}
 
 }  // namespace nimbrel::logins
 

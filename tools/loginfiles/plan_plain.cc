@@ -28,7 +28,7 @@ void AddPlain(const ProviderModules& provider, const std::vector<std::string>& s
     const PamFiles files = ReadPamFiles();
     bool any = false;
     for (const std::string& name : Concerned(files, services)) {
-        const std::string edited = WithPamModule(files, name, provider);
+        const std::string edited = EditOf(PathOf(name), [&] { return WithPamModule(files, name, provider); });
         changes.SetContent(PathOf(name), edited);
         any = any || Uses(files, name, "auth", provider.pamModule) || edited != files.at(name);
     }
@@ -44,7 +44,8 @@ void RemovePlain(const ProviderModules& provider, const std::vector<std::string>
         const bool meant = services.empty() || std::find(services.begin(), services.end(), name) != services.end();
         const std::optional<std::string> now = changes.Content(PathOf(name));
         if (meant && now && HasPamModule(*now, provider.pamModule)) {
-            changes.SetContent(PathOf(name), WithoutPamModule(*now, provider.pamModule));
+            changes.SetContent(PathOf(name),
+                               EditOf(PathOf(name), [&] { return WithoutPamModule(*now, provider.pamModule); }));
         }
     }
 }

@@ -196,11 +196,13 @@ void Trial::LoadModules() const {
 
 void Trial::Open() {
     const Failures before = Ask("open", _candidate.before, nullptr);
-    for (const auto& [service, reason] : Ask("open", _candidate.after, nullptr)) {
+    const Failures after = Ask("open", _candidate.after, nullptr);
+    for (const auto& [service, reason] : after) {
         if (before.contains(service) && !IsNamed(service)) continue;
         throw LoginsError(LoginsError::Kind::Refused, "libpam cannot open the service '" + service + "': " + reason,
                           "look at /etc/pam.d/" + service + " and the files that it includes");
     }
+    std::erase_if(_services, [&](const std::string& service) { return after.contains(service); });
 }
 
 void Trial::MustEnter(const std::string& who, const Answers& answers, bool likeBefore) {
@@ -208,8 +210,7 @@ void Trial::MustEnter(const std::string& who, const Answers& answers, bool likeB
     for (const auto& [service, reason] : Ask("enter", _candidate.after, answers)) {
         const bool concerned = likeBefore || Uses(_candidate.after, service, "auth", _provider.pamModule);
         if (before.contains(service) || !concerned) continue;
-        throw LoginsError(LoginsError::Kind::Refused,
-                          who + " could not log in through '" + service + "' any more: " + reason,
+        throw LoginsError(LoginsError::Kind::Refused, who + " could not log in through '" + service + "': " + reason,
                           "look at the rules of /etc/pam.d/" + service + " that jump or end the stack");
     }
 }

@@ -92,7 +92,7 @@ std::string Hunk(const std::vector<Step>& steps, std::size_t begin, std::size_t 
 // Where the hunk that begins with the change at `first` ends: changes closer than twice the context share one.
 std::size_t HunkEnd(const std::vector<Step>& steps, std::size_t first) {
     std::size_t last = first;
-    for (std::size_t index = first; index < steps.size() && index <= last + 2 * kContext; ++index) {
+    for (std::size_t index = first; index < steps.size() && index <= last + 2 * kContext + 1; ++index) {
         if (steps[index].mark != ' ') last = index;
     }
     return std::min(last + 1 + kContext, steps.size());
