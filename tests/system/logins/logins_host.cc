@@ -19,6 +19,9 @@ constexpr const char* kFolders[] = {"/etc/pam.d", "/var/lib/pam", "/usr/share/pa
 constexpr char kNsswitch[] = "/etc/nsswitch.conf";
 constexpr char kStockNsswitch[] = "/usr/share/libc-bin/nsswitch.conf";
 
+// After a wrong password PAM waits for seconds; what it waits in returns at once here.
+constexpr char kNoDelay[] = "LD_PRELOAD=" NIMAUTH_NO_DELAY;
+
 // The machine's own files, as they are installed.
 LoginFiles& Installed() {
     static LoginFiles files;
@@ -119,8 +122,10 @@ void LoginsHost::TearDown() {
 }
 
 bool LoginsHost::LogsIn(const std::string& service, const std::string& user, const std::string& password) {
-    const ProgramResult result = RunProgram(
-        "/usr/bin/pamtester", {.arguments = {service, user, "authenticate", "acct_mgmt"}, .input = password + '\n'});
+    const ProgramResult result =
+        RunProgram("/usr/bin/pamtester", {.arguments = {service, user, "authenticate", "acct_mgmt"},
+                                          .input = password + '\n',
+                                          .environment = {kNoDelay}});
     EXPECT_FALSE(result.limitReached);
     EXPECT_EQ(0, result.signal);
     return result.exitStatus == 0;
@@ -136,7 +141,8 @@ void LoginsHost::ExpectRefused(const std::vector<Attempt>& attempts) {
     for (const Attempt& attempt : attempts) {
         input += attempt.service + ' ' + attempt.user + ' ' + attempt.password + '\n';
     }
-    const ProgramResult result = RunProgram("/bin/sh", {.arguments = {"-c", kScript}, .input = input});
+    const ProgramResult result =
+        RunProgram("/bin/sh", {.arguments = {"-c", kScript}, .input = input, .environment = {kNoDelay}});
     EXPECT_FALSE(result.limitReached);
     for (const Attempt& attempt : attempts) {
         EXPECT_THAT(result.output, HasLine(attempt.service + ' ' + attempt.user + " 1"));

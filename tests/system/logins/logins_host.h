@@ -37,7 +37,7 @@ class LoginsHost : public ToolHost {
 
     // `pamtester` with the password typed; true if it says yes to logging in and to the account.
     static bool LogsIn(const std::string& service, const std::string& user, const std::string& password);
-    // Many at once, because PAM makes a wrong password wait: expects each of them to be refused.
+    // Many at once: expects each of them to be refused.
     struct Attempt {
         std::string service;
         std::string user;
