@@ -43,7 +43,11 @@ void Mount(const char* source, const std::string& target, const char* type, unsi
 void PutCopyOver(const std::string& folder, const std::string& space) {
     if (!fs::is_directory(folder)) return;
     const std::string copy = space + '/' + fs::path(folder).filename().string();
-    MustRun({"/bin/cp", "-a", folder, copy});
+    // What cannot be read or kept as it is matters only where authselect needs it, and then it says so.
+    const RunResult result = Run({"/bin/cp", "-a", folder, copy});
+    if (!fs::is_directory(copy)) {
+        throw LoginsError(LoginsError::Kind::System, "'" + folder + "' cannot be copied: " + result.output);
+    }
     Mount(copy.c_str(), folder, nullptr, MS_BIND);
 }
 

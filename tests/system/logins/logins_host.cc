@@ -42,7 +42,7 @@ std::string HashOf(const std::string& password) {
 }
 
 void WriteState(const std::string& path, const FileState& state) {
-    if (fs::is_symlink(path) || state.kind == FileState::Kind::Absent) fs::remove(path);
+    fs::remove(path);
     fs::create_directories(logins::FolderOf(path));
     logins::Stage(path, 999, state);
     if (state.kind != FileState::Kind::Absent) logins::Replace(path, 999, state);
@@ -84,16 +84,19 @@ std::vector<std::string> Differences(const LoginFiles& a, const LoginFiles& b) {
     return paths;
 }
 
+// Folders of this root's own, for an ordinary user's root, too, in which the machine's folders belong to nobody.
 void LoginsHost::SetUpTestSuite() {
     if (!Installed().empty()) return;
     Installed() = ReadLoginFiles();
     Installed()[kNsswitch] = logins::ReadState(kStockNsswitch);
-    // From here on a folder of this root's own.
-    ASSERT_EQ(0, umount2("/var/lib/pam", MNT_DETACH));
+    for (auto& [path, state] : Installed()) state.owner = state.group = 0;
+    for (const char* const folder : {"/etc/pam.d", "/var/lib/pam", "/usr/share/pam-configs"}) {
+        ASSERT_EQ(0, mount("tmpfs", folder, "tmpfs", 0, "mode=0755")) << folder;
+    }
     WriteFile("/etc/passwd", ReadFile("/etc/passwd") + "bob:x:1000:1000:Bob:/home/bob:/bin/bash\n");
     WriteFile("/etc/group", ReadFile("/etc/group") + "bob:x:1000:\n");
-    WriteFile("/etc/shadow", "root:" + HashOf(kRootPassword) + ":19000:0:99999:7:::\nbob:" + HashOf(kBobPassword) +
-                                 ":19000:0:99999:7:::\n");
+    WriteState("/etc/shadow", FileState().With("root:" + HashOf(kRootPassword) + ":19000:0:99999:7:::\nbob:" +
+                                               HashOf(kBobPassword) + ":19000:0:99999:7:::\n"));
     PutBack(Installed());
 }
 

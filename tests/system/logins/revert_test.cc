@@ -1,5 +1,6 @@
 // A change that nobody confirms goes away by itself.
 
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -140,10 +141,11 @@ TEST_F(LoginsRevertTest, WithoutItsWatcherNothingIsChanged) {
 // Where systemd runs, a transient timer watches. This stand-in remembers what it was asked for.
 TEST_F(LoginsRevertTest, SystemdsTimerWatchesWhereItRuns) {
     const char* const kRun = "/usr/bin/systemd-run";
-    const bool there = fs::exists(kRun);
-    if (there) fs::rename(kRun, "/usr/bin/systemd-run.moved");
-    WriteFile(kRun, "#!/bin/sh\necho \"$@\" >/tmp/systemd-run-words\n");
-    ASSERT_EQ(0, chmod(kRun, 0755));
+    const char* const kStandIn = "/tmp/systemd-run";
+    WriteFile(kStandIn, "#!/bin/sh\necho \"$@\" >/tmp/systemd-run-words\n");
+    ASSERT_EQ(0, chmod(kStandIn, 0755));
+    if (!fs::exists(kRun)) WriteFile(kRun, "");
+    ASSERT_EQ(0, mount(kStandIn, kRun, nullptr, MS_BIND, nullptr));
     fs::create_directories("/run/systemd/system");
     Enable({"--confirm-within", "90"});
     EXPECT_EQ(
@@ -153,13 +155,12 @@ TEST_F(LoginsRevertTest, SystemdsTimerWatchesWhereItRuns) {
     EXPECT_EQ("applied", StateOf(1));
     // One that does not answer: the tool watches by itself.
     Done({"logins", "undo"});
-    WriteFile(kRun, "#!/bin/sh\nexit 1\n");
+    WriteFile(kStandIn, "#!/bin/sh\nexit 1\n");
     Enable({"--confirm-within", "1"});
     AwaitState(3, "restored");
     ExpectUntouched();
     fs::remove_all("/run/systemd");
-    fs::remove(kRun);
-    if (there) fs::rename("/usr/bin/systemd-run.moved", kRun);
+    EXPECT_EQ(0, umount2(kRun, MNT_DETACH));
 }
 
 }  // namespace
