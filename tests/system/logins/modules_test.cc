@@ -94,10 +94,16 @@ TEST_F(LoginModulesTest, MissingModuleLetsLocalUsersIn) {
     ASSERT_EQ(0, std::rename(moved.c_str(), kPamModulePath));
 }
 
+// An ordinary user's root has no numbers but its own, so that there su gets as far as becoming the user.
 TEST_F(LoginModulesTest, SuChangesToTheDirectorysUser) {
+    const bool allNumbers = ReadFile("/proc/self/uid_map").find("4294967295") != std::string::npos;
     const ProgramResult result =
         RunProgram("/bin/su", {.arguments = {"-s", "/bin/sh", "-c", "id -un; id -u", "alice"}});
-    EXPECT_EQ("alice\n1900000002\n", result.output) << result.errors;
+    if (allNumbers) {
+        EXPECT_EQ("alice\n1900000002\n", result.output) << result.errors;
+    } else {
+        EXPECT_THAT(result.errors, HasSubstr("su: cannot set groups"));
+    }
 }
 
 TEST_F(LoginModulesTest, ModulesExportNothingElse) {
