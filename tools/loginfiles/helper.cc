@@ -7,6 +7,8 @@
 //   load FILE...             tries to load shared objects
 //   authselect FOLDER WORD...  lets authselect work on a copy
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -36,13 +38,20 @@ int CarryOut(const std::vector<std::string>& words) {
     return 2;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Guarded(const std::vector<std::string>& words) {
     try {
-        return CarryOut({argv + (argc > 0 ? 1 : 0), argv + argc});
+        return CarryOut(words);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "logins-helper: %s\n", error.what());
         return 1;
     }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int status = Guarded({argv + (argc > 0 ? 1 : 0), argv + argc});
+    // Handlers that a module has left for the exit do not run.
+    std::fflush(nullptr);
+    _exit(status);
 }
