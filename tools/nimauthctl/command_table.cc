@@ -13,6 +13,12 @@ constexpr char kEmbedded[] =
     "slow or failing domain. It is not a real domain: nobody can log in against it from the network, and whoever can "
     "write the file administers it.";
 
+constexpr char kLogins[] =
+    "Turns logins of directory users on and off in the host's PAM files and nsswitch.conf. Every change is previewed "
+    "as a "
+    "diff, tried on a copy, made for all files or none, written to a journal, and taken back by itself unless it is "
+    "confirmed, so that nobody is locked out.";
+
 std::vector<Command> MakeCommands() {
     return {
         JoinCommand(),
@@ -26,6 +32,12 @@ std::vector<Command> MakeCommands() {
         OptionListCommand(),
         OptionGetCommand(),
         OptionSetCommand(),
+        LoginsShowCommand(),
+        LoginsEnableCommand(),
+        LoginsDisableCommand(),
+        LoginsConfirmCommand(),
+        LoginsUndoCommand(),
+        LoginsHistoryCommand(),
         DirectoryShowCommand(),
         DirectoryDomainAddCommand(),
         DirectoryDomainRemoveCommand(),
@@ -79,6 +91,7 @@ const std::vector<CommandGroup>& CommandGroups() {
         {"store", "which authentication store the host uses"},
         {"config", "where the settings come from"},
         {"option", "the host's advanced options"},
+        {"logins", "directory logins: the host's PAM files and name services", kLogins},
         {"directory", "the embedded directory: not a real domain, for evaluation and rehearsals", kEmbedded},
         {"directory domain", "domains of the embedded directory", kEmbedded},
         {"directory user", "users of the embedded directory", kEmbedded},

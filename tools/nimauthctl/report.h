@@ -68,6 +68,9 @@ class Report {
     // Adds to the list, which is opened if need be. The reference holds until the report is destroyed.
     Row& AddRow(std::string_view rowLabel, std::string_view label, std::string_view headline);
 
+    // Text of several lines, shown as it is: a diff. Nothing is shown for an empty one.
+    void Verbatim(std::string_view label, std::string_view text);
+
     // Marks a value or list that was added as the last known one: a time-out struck.
     void MarkStale(std::string_view label);
 
@@ -94,13 +97,16 @@ class Report {
         std::deque<Row> rows;
     };
     struct UnavailableValue {};
+    struct VerbatimValue {
+        std::string text;
+    };
     struct CodedValue {
         std::int64_t value;
         std::string words;
     };
     struct Entry {
         std::string label;
-        std::variant<Scalar, CodedValue, ListValue, UnavailableValue> value;
+        std::variant<Scalar, CodedValue, ListValue, UnavailableValue, VerbatimValue> value;
         bool stale = false;
     };
     friend class ReportText;

@@ -1,5 +1,6 @@
 // The report as `label: value` lines.
 
+#include <algorithm>
 #include <array>
 
 #include "tools/nimauthctl/report.h"
@@ -58,6 +59,18 @@ std::string Escaped(unsigned char c) {
     return {'\\', 'x', kDigits[c >> 4], kDigits[c & 15]};
 }
 
+// Tabs and line ends stay.
+std::string PrintableLines(std::string_view text) {
+    std::string shown;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find_first_of("\t\n"), text.size());
+        shown += Printable(text.substr(0, end));
+        shown += text.substr(end, 1);
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return shown;
+}
+
 }  // namespace
 
 class ReportText {
@@ -79,6 +92,8 @@ class ReportText {
             return Line(entry.label, std::to_string(coded->value) + " (" + coded->words + ')', entry.stale);
         }
         if (const auto* list = std::get_if<Report::ListValue>(&entry.value)) return Of(entry, *list);
+        if (const auto* verbatim = std::get_if<Report::VerbatimValue>(&entry.value))
+            return PrintableLines(verbatim->text);
         return Line(entry.label, "unavailable", entry.stale);
     }
 

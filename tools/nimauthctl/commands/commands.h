@@ -22,6 +22,13 @@ Command OptionListCommand();
 Command OptionGetCommand();
 Command OptionSetCommand();
 
+Command LoginsShowCommand();
+Command LoginsEnableCommand();
+Command LoginsDisableCommand();
+Command LoginsConfirmCommand();
+Command LoginsUndoCommand();
+Command LoginsHistoryCommand();
+
 Command DirectoryShowCommand();
 Command DirectoryDomainAddCommand();
 Command DirectoryDomainRemoveCommand();
