@@ -3,9 +3,11 @@
 #include <curl/curl.h>
 #include <openssl/crypto.h>
 #include <openssl/ssl.h>
+#include <pthread.h>
 #include <syslog.h>
 
 #include <cerrno>
+#include <csignal>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -29,6 +31,32 @@ int OnCertificate(X509_STORE_CTX* presented, void* trust) {
         return 0;
     }
 }
+
+// Writing on a connection that is gone raises SIGPIPE, which would end a process that has made no provision. Held back in
+// this thread, and one that was raised meanwhile taken away.
+class WithoutBrokenPipes {
+ public:
+    WithoutBrokenPipes() {
+        sigemptyset(&_brokenPipe);
+        sigaddset(&_brokenPipe, SIGPIPE);
+        sigset_t pending;
+        sigpending(&pending);
+        _alreadyPending = sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &_brokenPipe, &_before);
+    }
+    WithoutBrokenPipes(const WithoutBrokenPipes&) = delete;
+    WithoutBrokenPipes& operator=(const WithoutBrokenPipes&) = delete;
+    ~WithoutBrokenPipes() {
+        const timespec now = {0, 0};
+        if (!_alreadyPending) sigtimedwait(&_brokenPipe, nullptr, &now);
+        pthread_sigmask(SIG_SETMASK, &_before, nullptr);
+    }
+
+ private:
+    sigset_t _brokenPipe;
+    sigset_t _before;
+    bool _alreadyPending;
+};
 
 // The check takes the place of the library's own; it ends the handshake before the request is sent.
 CURLcode OnTls(CURL* /*handle*/, void* context, void* trust) {
@@ -148,7 +176,12 @@ std::uint32_t Conversation::JudgeFailure(CURLcode result) {
     const std::string reason = _error[0] != '\0' ? _error : curl_easy_strerror(result);
     long error = 0;
     curl_easy_getinfo(_handle.get(), CURLINFO_OS_ERRNO, &error);
-    if (result == CURLE_OUT_OF_MEMORY) return Fail(kNotEnoughMemory, reason);
+    if (result == CURLE_OUT_OF_MEMORY) {
+        // So it calls a head of more than 100 KiB, too.
+        curl_off_t firstByte = 0;
+        curl_easy_getinfo(_handle.get(), CURLINFO_STARTTRANSFER_TIME_T, &firstByte);
+        return firstByte == 0 ? Fail(kNotEnoughMemory, reason) : Fail(kConnectionInvalid, "the answer is too long");
+    }
     if (result == CURLE_OPERATION_TIMEDOUT) return Fail(kTimedOut, reason);
     if (result == CURLE_COULDNT_CONNECT && error == ETIMEDOUT) return Fail(kTimedOut, reason);
     if (result == CURLE_COULDNT_CONNECT && error == ECONNREFUSED) return Fail(kConnectionRefused, reason);
@@ -179,6 +212,7 @@ Body::~Body() {
 
 std::uint32_t Ask(const Service& service, const std::string& path, const std::string& request, Body& body) {
     if (!IsSetUp()) return kNotEnoughMemory;
+    const WithoutBrokenPipes guard;
     return Conversation(service, path, body).Hold(request);
 }
 

@@ -131,6 +131,7 @@ void Reload(const std::string& configFile, std::unique_ptr<Generation>& current)
     try {
         std::unique_ptr<Generation> next = Start(configFile, current.get());
         current.swap(next);
+        next->server->Retire();
         LogStart("reloaded", *current);
         next->server->Drain();
     } catch (const std::exception& error) {
@@ -155,6 +156,7 @@ int Serve(const std::string& configFile) {
     Notify("READY=1");
     for (int number = 0; sigwait(&signals, &number) == 0 && number == SIGHUP;) Reload(configFile, current);
     Notify("STOPPING=1");
+    current->server->Retire();
     current->server->Drain();
     LogLine("stopped").Write();
     return 0;

@@ -30,6 +30,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char kPriorities[] = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2:%SERVER_PRECEDENCE";
 constexpr std::size_t kConnectionMemory = 16384;  // bounds request line and header fields
+constexpr std::chrono::milliseconds kHearing(50);
 constexpr int kBacklog = 512;
 
 [[noreturn]] void FailWith(int error, const std::string& what) {
@@ -329,6 +330,7 @@ class Server::Impl {
     Impl(const Config& config, Handler& handler, const TlsFiles& files, std::shared_ptr<Listener> listener);
     ~Impl();
 
+    void Retire();
     void Drain();
 
  private:
@@ -383,8 +385,13 @@ Server::Impl::~Impl() {
     MHD_stop_daemon(_daemon);
 }
 
-void Server::Impl::Drain() {
+// The accepting thread is told, but nothing tells when it has heard, and until then it may take one more connection.
+void Server::Impl::Retire() {
     MHD_quiesce_daemon(_daemon);
+    std::this_thread::sleep_for(kHearing);
+}
+
+void Server::Impl::Drain() {
     if (_connections.WaitForNone(std::chrono::seconds(_config.stopSeconds))) return;
     LogLine("cut").Add("reason", "requests under way have outlasted stop-seconds").Write();
 }
@@ -465,6 +472,7 @@ Server::Server(const Config& config, Handler& handler, const TlsFiles& files, st
 
 Server::~Server() = default;
 
+void Server::Retire() { _impl->Retire(); }
 void Server::Drain() { _impl->Drain(); }
 
 }  // namespace nimbrel::apxd

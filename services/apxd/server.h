@@ -5,7 +5,8 @@
 //
 //     Server server(config, handler, ListenOn(config));
 //     ...
-//     server.Drain();       // takes no more requests, and ends those that are under way
+//     server.Retire();      // takes no more requests
+//     server.Drain();       // and ends those that are under way
 //
 // Threads: one, besides its own.
 
@@ -56,7 +57,10 @@ class Server {
     // Cuts what is still under way.
     ~Server();
 
-    // Leaves the listening socket to others, and waits up to `stop-seconds` for requests under way.
+    // Leaves the listening socket to others.
+    void Retire();
+
+    // Waits up to `stop-seconds` for requests under way, after `Retire`.
     void Drain();
 
  private:

@@ -353,7 +353,7 @@ TEST_F(Apx, ReloadTakesUpNewRulesAndKeepsTheOldOnesIfTheyAreWrong) {
     EXPECT_EQ(AskDomain(kNear, Pinned()).status, 5U);
     Configure(certificate, "allow = nonsense\n");
     service.Signal(SIGHUP);
-    service.WaitForLog("not-reloaded reason=\"/etc/nimbrel/apxd.conf:5: 'allow':");
+    service.WaitForLog("not-reloaded reason=\"/etc/nimbrel/apxd.conf:7: 'allow':");
     EXPECT_EQ(AskDomain(kHere, Pinned()).status, 0U);
     EXPECT_EQ(AskDomain(kNear, Pinned()).status, 5U);
     EXPECT_EQ(service.Stop(), 0);
@@ -367,9 +367,9 @@ TEST_F(Apx, CheckConfigTellsWhatIsWrong) {
     };
     EXPECT_EQ(check(), 0);
     EXPECT_EQ(said(), "/etc/nimbrel/apxd.conf: in order\n");
-    Configure(certificate, "burst = many\n");
+    Configure(certificate, "requests-per-minute = many\n");
     EXPECT_EQ(check(), 1);
-    EXPECT_THAT(said(), HasSubstr("apxd: /etc/nimbrel/apxd.conf:9: 'burst': "));
+    EXPECT_THAT(said(), HasSubstr("apxd: /etc/nimbrel/apxd.conf:7: 'requests-per-minute': "));
     Configure(certificate);
     std::ofstream("/etc/nimbrel/apxd/key.pem") << MakeCertificate("x").key;
     EXPECT_EQ(check(), 1);

@@ -18,6 +18,7 @@ struct Free {
     void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
     void operator()(X509* certificate) const { X509_free(certificate); }
     void operator()(BIO* memory) const { BIO_free(memory); }
+    void operator()(X509_EXTENSION* extension) const { X509_EXTENSION_free(extension); }
 };
 template <typename Object>
 using Owned = std::unique_ptr<Object, Free>;
@@ -77,6 +78,9 @@ Certificate MakeCertificate(const std::string& commonName, const Certificate* is
         X509_set_issuer_name(x509, X509_get_subject_name(parent.get()));
     } else {
         X509_set_issuer_name(x509, X509_get_subject_name(x509));
+        // May sign others.
+        const Owned<X509_EXTENSION> authority(X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "CA:TRUE"));
+        Require(authority && X509_add_ext(x509, authority.get(), -1) == 1);
     }
     Require(X509_sign(x509, issuerKey ? issuerKey.get() : key.get(), EVP_sha256()) != 0);
 

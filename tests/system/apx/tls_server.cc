@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -70,6 +71,10 @@ std::string TlsServer::Request() {
 }
 
 void TlsServer::Serve() {
+    sigset_t brokenPipe;
+    sigemptyset(&brokenPipe);
+    sigaddset(&brokenPipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
     const int connection = accept4(_listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (connection < 0) return;
     const timeval patience = {5, 0};
