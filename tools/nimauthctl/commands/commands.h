@@ -21,6 +21,10 @@ Command OptionListCommand();
 Command OptionGetCommand();
 Command OptionSetCommand();
 
+Command ProxyDomainCommand();
+Command ProxyCertImportCommand();
+Command ProxyCertShowCommand();
+
 Command DirectoryShowCommand();
 Command DirectoryDomainAddCommand();
 Command DirectoryDomainRemoveCommand();
