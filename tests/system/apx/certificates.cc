@@ -58,7 +58,7 @@ void SetName(X509_NAME* name, const std::string& commonName) {
 }  // namespace
 
 Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer, long notBefore, long notAfter) {
-    const Owned<EVP_PKEY> key(EVP_EC_gen("P-256"));
+    const Owned<EVP_PKEY> key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
     const Owned<X509> certificate(X509_new());
     Require(key && certificate);
     X509* const x509 = certificate.get();
