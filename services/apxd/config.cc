@@ -167,6 +167,7 @@ void Reader::CheckComplete() {
     }
     if (_config.backEnd == "ad" && _config.keytab.empty())
         Fail("'keytab' is missing: the back end 'ad' logs on with it");
+    if (_config.backEnd == "ad" && _config.principal.empty()) Fail("'principal' is missing: the service's own account");
     if (_config.domain.find('.') == std::string::npos) Fail("'domain' is not a DNS name");
 }
 
