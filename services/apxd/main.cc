@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "services/apxd/ad_back_end.h"
 #include "services/apxd/config.h"
 #include "services/apxd/embedded_back_end.h"
 #include "services/apxd/handler.h"
@@ -83,7 +84,7 @@ void Notify(const std::string& state) {
 }
 
 std::unique_ptr<BackEnd> MakeBackEnd(const Config& config) {
-    if (config.backEnd != "embedded") throw ConfigError("this build of apxd has no back end '" + config.backEnd + "'");
+    if (config.backEnd == "ad") return MakeAdBackEnd(config.domain, config.principal, config.keytab);
     return MakeEmbeddedBackEnd(config.directoryFile, config.domain);
 }
 
