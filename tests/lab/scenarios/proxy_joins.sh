@@ -102,3 +102,11 @@ scenario_proxy_answers_that_the_domain_cannot_be_reached() {
     is_not_joined
     has_no_account
 }
+
+scenario_proxy_back_end_keeps_its_contract() {
+    member
+    printf 'addent -password -p administrator@CORP.TEST -k 1 -e aes256-cts-hmac-sha1-96 -f\n%s\nwkt /root/administrator.keytab\n' \
+        "$secret" | in_box "$node" ktutil >/dev/null
+    succeeds /mnt/build/tests/contract/contract_proxy_back_end_ad
+    output_has "[  PASSED  ] 10 tests."
+}
