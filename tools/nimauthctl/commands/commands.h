@@ -28,6 +28,9 @@ Command LoginsDisableCommand();
 Command LoginsConfirmCommand();
 Command LoginsUndoCommand();
 Command LoginsHistoryCommand();
+Command ProxyDomainCommand();
+Command ProxyCertImportCommand();
+Command ProxyCertShowCommand();
 
 Command DirectoryShowCommand();
 Command DirectoryDomainAddCommand();

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "authentication/directory_config_store.h"
 #include "orbconfigstore/config_store.h"
 #include "tools/nimauthctl/commands/commands.h"
 #include "tools/nimauthctl/commands/membership.h"
@@ -16,6 +17,7 @@
 namespace nimbrel::nimauthctl {
 namespace {
 
+using authentication::ActiveDirectoryConfigStore;
 using authentication::ActiveDirectoryStore;
 using authentication::ActiveDirectoryStoreConfiguration;
 
@@ -88,6 +90,15 @@ void AnnounceJoin(const Target& target, const Settings& settings) {
     WriteError("joining " + Printable(target.domain) + "; a refused log-on is tried 4 times, 30 seconds apart\n");
 }
 
+// Call it in a catch block.
+ExitCode ShowJoinTakenBack(Report& report) {
+    const Failure failure = DescribeCurrentException();
+    report.Flag("joined", false);
+    report.Note("the host joined, but the domain settings could not be stored, so it has left again");
+    report.AddFailure(failure);
+    return failure.exitCode;
+}
+
 void CallJoin(ActiveDirectoryStore& store, const Target& target, const Invocation& invocation) {
     const std::string user = invocation.Text("user");
     Password password;
@@ -98,18 +109,60 @@ void CallJoin(ActiveDirectoryStore& store, const Target& target, const Invocatio
                      invocation.Has("skip-hostname-check"));
 }
 
+// ---------------------------------------------------------------- through an authentication proxy
+
+void CheckProxyWords(const Invocation& invocation) {
+    for (const char* const key : {kTarget, "user", "password-stdin", "password-fd"}) {
+        if (!invocation.Has(key)) continue;
+        throw UsageError("a join with --proxy takes neither a domain nor a user: the proxy knows them",
+                         "leave them out, and give the organizational unit with --ou");
+    }
+}
+
+bool IsJoinedThroughProxy(const ActiveDirectoryStore& store, const Invocation& invocation, Report& report) {
+    const auto answer = AskConfiguration(store, invocation);
+    if (answer.stale || answer.value.DomainDNSName().empty()) return false;
+    const std::string present = ActiveDirectoryConfigStore().GetAuthProxyAddr();
+    if (present != invocation.Text("proxy")) {
+        throw ToolError(ExitCode::OtherState, "the host is joined to " + answer.value.DomainDNSName() + " already",
+                        "it was not joined through this proxy", "leave first with 'nimauthctl leave'");
+    }
+    report.Flag("joined", true);
+    report.Flag("changed", false);
+    ShowMembership(answer.value, report);
+    report.Text("proxy address", present);
+    return true;
+}
+
+ExitCode JoinThroughProxy(const Invocation& invocation, Report& report) {
+    CheckProxyWords(invocation);
+    const std::string proxy = invocation.Text("proxy");
+    const StorePointer store = OpenStore(invocation);
+    if (invocation.Has("if-needed") && IsJoinedThroughProxy(*store, invocation, report)) return ExitCode::Ok;
+    AnnounceJoin({"through the proxy " + proxy, ""}, invocation.Global());
+    invocation.Trace("joining through the proxy " + proxy);
+    try {
+        store->JoinDomainWithAPX(proxy, invocation.Text("ou"), invocation.Has("skip-hostname-check"));
+    } catch (const OrbConfigStore::ConfigStoreException&) {
+        return ShowJoinTakenBack(report);
+    }
+    const Target target = {ActiveDirectoryConfigStore().GetDomainName(), invocation.Text("ou")};
+    ShowJoin(target, invocation.Has("skip-hostname-check"), report);
+    report.Text("proxy address", proxy);
+    ShowMachineAccount(*store, invocation, report);
+    return ExitCode::Ok;
+}
+
 ExitCode Join(const Invocation& invocation, Report& report) {
+    if (invocation.Has("proxy")) return JoinThroughProxy(invocation, report);
+    if (invocation.Has("ou")) throw UsageError("--ou belongs to --proxy", "write DOMAIN/OU instead");
     const Target target = SplitTarget(invocation.Text(kTarget));
     const StorePointer store = OpenStore(invocation);
     if (invocation.Has("if-needed") && IsJoinedAlready(*store, target, invocation, report)) return ExitCode::Ok;
     try {
         CallJoin(*store, target, invocation);
     } catch (const OrbConfigStore::ConfigStoreException&) {
-        const Failure failure = DescribeCurrentException();
-        report.Flag("joined", false);
-        report.Note("the host joined, but the domain settings could not be stored, so it has left again");
-        report.AddFailure(failure);
-        return failure.exitCode;
+        return ShowJoinTakenBack(report);
     }
     ShowJoin(target, invocation.Has("skip-hostname-check"), report);
     ShowMachineAccount(*store, invocation, report);
@@ -119,6 +172,10 @@ ExitCode Join(const Invocation& invocation, Report& report) {
 std::vector<Option> JoinOptions() {
     std::vector<Option> options = {
         {.flags = "-U,--user", .value = "USER", .help = "the user whose rights the join uses", .required = true},
+        {.flags = "--proxy",
+         .value = "ADDRESS",
+         .help = "join through the authentication proxy at this IPv4 address, without a user"},
+        {.flags = "--ou", .value = "OU", .help = "with --proxy: the organizational unit for the computer account"},
         {.flags = "--if-needed", .help = "do nothing, and succeed, if the host is in this domain already"},
         {.flags = "--skip-hostname-check",
          .help = "take the host's name as it is, and leave the hosts file and the DNS search list alone"}};
@@ -138,17 +195,22 @@ Command JoinCommand() {
             "The password is asked for without echo unless --password-stdin or --password-fd says where to read it; "
             "it never comes from the command line or the environment. A log-on that the directory refuses is tried "
             "four times, 30 seconds apart, because a new account may not have reached every controller yet: a wrong "
-            "password is reported after two minutes.",
+            "password is reported after two minutes.\n\n"
+            "With --proxy the host needs no user: an authentication proxy creates its computer account, and tells "
+            "which "
+            "domain that is in. Import the proxy's certificate first, with 'nimauthctl proxy cert import'.",
         .arguments = {{kTarget,
                        "the domain's DNS name and, behind a slash, the organizational unit for the computer "
                        "account, outermost first"}},
         .options = JoinOptions(),
         .examples = {{"nimauthctl join corp.test -U administrator", "join, computer account in the default container"},
                      {"nimauthctl join corp.test/Hosts/Lab -U alice@corp.test", "computer account in Hosts/Lab"},
+                     {"nimauthctl join --proxy 192.0.2.7 --ou Hosts", "through a proxy, without a user's password"},
                      {"nimauthctl join corp.test -U joiner --if-needed --password-stdin <secret",
                       "from a script that may run again"}},
         .exitCodes = {ExitCode::OtherState, ExitCode::Permission, ExitCode::Authentication, ExitCode::HostName,
                       ExitCode::Network},
+        .alternative = "proxy",
         .changes = true,
         .needsRoot = true,
         .run = Join};

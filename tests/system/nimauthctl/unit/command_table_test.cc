@@ -123,7 +123,8 @@ TEST(CommandTableTest, HelpShowsEveryPartOfTheCommand) {
 
 TEST(CommandTableTest, SynopsisIsMadeFromTheParts) {
     EXPECT_EQ(
-        "nimauthctl join -U USER [--if-needed] [--skip-hostname-check] [--password-stdin] [--password-fd N] "
+        "nimauthctl join -U USER [--proxy ADDRESS] [--ou OU] [--if-needed] [--skip-hostname-check] "
+        "[--password-stdin] [--password-fd N] "
         "DOMAIN[/OU]",
         Synopsis(*FindCommand("join")));
     EXPECT_EQ("nimauthctl directory user list [DOMAIN]", Synopsis(*FindCommand("directory user list")));
