@@ -34,14 +34,16 @@ if [ "$1" = -D ]; then
     rm "$root/ready"
     exit 0
 fi
-sleep 1000 &
+mkfifo "$root/forever"
+exec 3<>"$root/forever"
+rm "$root/forever"
 if [ -e "$root/stubborn" ]; then
     trap '' TERM
 else
-    trap 'echo stop >>"$root/journal"; rm -f "$root/run/sssd.pid"; kill %1; exit 0' TERM
+    trap 'echo stop >>"$root/journal"; rm -f "$root/run/sssd.pid"; exit 0' TERM
 fi
 echo >"$root/ready"
-wait
+read -r _ <&3
 )sh";
 
 constexpr char kSystemctl[] = R"sh(#!/bin/sh
