@@ -348,6 +348,7 @@ class Server::Impl {
     Handler& _handler;
     const std::shared_ptr<Listener> _listener;
     Connections _connections;
+    std::mutex _messageLock;  // guards the two below: connections may come before the start has ended
     std::string _startMessage;
     bool _started = false;
     MHD_Daemon* _daemon = nullptr;
@@ -375,6 +376,7 @@ Server::Impl::Impl(const Config& config, Handler& handler, const TlsFiles& files
                                MHD_OPTION_HTTPS_MEM_CERT, files.certificate.c_str(),             //
                                MHD_OPTION_HTTPS_MEM_KEY, files.key.Text().c_str(),               //
                                trust, files.clientCa.c_str(), MHD_OPTION_END);
+    const std::lock_guard<std::mutex> lock(_messageLock);
     if (_daemon == nullptr) throw std::runtime_error("the HTTPS server cannot be started: " + _startMessage);
     _started = true;
 }
@@ -399,6 +401,7 @@ void Server::Impl::Drain() {
 // What the HTTP library has to say matters at the start only; later it speaks of clients that break off.
 void Server::Impl::OnMessage(void* self, const char* format, va_list arguments) {
     auto* const server = static_cast<Impl*>(self);
+    const std::lock_guard<std::mutex> lock(server->_messageLock);
     if (server->_started) return;
     char text[512] = {};
     std::vsnprintf(text, sizeof text, format, arguments);
