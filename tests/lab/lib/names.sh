@@ -24,11 +24,12 @@ name_server_start() {
             records+=("--srv-host=${service%:*}.$domain,$host.$domain,${service#*:},${priority:-0},${weight:-100}")
         done
     done
-    dnsmasq --keep-in-foreground --conf-file=/dev/null --user=root --group=root --no-resolv --no-hosts --pid-file= \
+    # As for debugging: else it would give up rights that a lone mapped user has not got.
+    dnsmasq --no-daemon --conf-file=/dev/null --user=root --group=root --no-resolv --no-hosts --pid-file= \
         --port=53 --listen-address="$address" --bind-interfaces --cache-size=0 --local=/test/ --local=/arpa/ \
-        --log-queries --log-facility="/mnt/lab/dns/$address.log" "${records[@]}" </dev/null >/dev/null 2>&1 &
+        --log-queries --log-facility=- "${records[@]}" </dev/null >"/mnt/lab/dns/$address.log" 2>&1 &
     printf '%s\n' "$!" >"/mnt/lab/dns/$address.pid"
-    box_wait 5 grep -q started "/mnt/lab/dns/$address.log"
+    box_wait 5 grep -q started "/mnt/lab/dns/$address.log" || { cat "/mnt/lab/dns/$address.log" >&2; return 1; }
 }
 
 name_server_stop() {

@@ -176,7 +176,7 @@ def add_trust(database, forest):
 def main():
     forest, address, forwarder = sys.argv[1:]
     if forest == "second":
-        samba_tool(forwarder, "domain", "join", "corp.test", "DC", "-Uadministrator%" + PASSWORD)
+        samba_tool(forwarder, "domain", "join", "corp.test", "DC", "--use-krb5-ccache=/run/join.cc")
         return
     provision(forest, address, forwarder)
     database = open_database()

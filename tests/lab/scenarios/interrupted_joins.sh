@@ -23,7 +23,7 @@ for_every_step() {  # for_every_step LAST BODY [ARGUMENT]...
         jobs+=($!)
     done
     for job in "${jobs[@]}"; do wait "$job" || exit 1; done
-    for node in "${hosts[@]}"; do cat "/mnt/lab/steps.$node"; done | sort -n | tail -n 1 >/mnt/lab/steps.last
+    last_step=$(cd /mnt/lab && printf 'steps.%s\n' "${hosts[@]}" | xargs cat | sort -n | tail -n 1)
 }
 
 # There is no such step: the join went through undisturbed, and is taken back for the next one.
@@ -62,17 +62,17 @@ fails_at_step() {  # fails_at_step CALLS ERROR HOST STEP
 
 sweep_interrupted_join_one_message_is_lost() {
     for_every_step 200 fails_at_step "$message_calls" ECONNRESET
-    echo "note: one message fails, each of $(</mnt/lab/steps.last): all or nothing"
+    echo "note: one message fails, each of $last_step: all or nothing"
 }
 
 sweep_interrupted_join_one_answer_is_lost() {
     for_every_step 400 fails_at_step read,recvfrom,recvmsg ECONNRESET
-    echo "note: one read fails, each of $(</mnt/lab/steps.last): all or nothing"
+    echo "note: one read fails, each of $last_step: all or nothing"
 }
 
 sweep_interrupted_join_disk_is_full() {
     for_every_step 60 fails_at_step "rename,renameat,renameat2,fsync,fdatasync,ftruncate,fchmod,mkdir,mkdirat" ENOSPC
-    echo "note: one file operation fails, each of $(</mnt/lab/steps.last): all or nothing"
+    echo "note: one file operation fails, each of $last_step: all or nothing"
 }
 
 # The controller goes away for good in the middle of a join, and comes back later. What it did not hear of cannot be
@@ -97,19 +97,43 @@ loses_controller_at_step() {  # loses_controller_at_step WAY HOST STEP
 # What cannot succeed is not tried for as long as it would be on a wide network.
 impatient() {
     patient "$1"
-    in_box "$1" sed -i '$a controller_seconds = 1\nroll_back_seconds = 1' /etc/nimbrel/nimauth/ad.conf
+    in_box "$1" sed -i '$a controller_seconds = 1\njoin_seconds = 3\nroll_back_seconds = 1' /etc/nimbrel/nimauth/ad.conf
 }
 
 patient() { in_box "$1" sed -i '/_seconds/d' /etc/nimbrel/nimauth/ad.conf; }
 
 sweep_interrupted_join_controller_vanishes() {
     for_every_step 200 loses_controller_at_step black_hole
-    echo "note: controller black-holed at each of $(</mnt/lab/steps.last) messages: host clean, next join succeeds"
+    echo "note: controller black-holed at each of $last_step messages: host clean, next join succeeds"
 }
 
 sweep_interrupted_join_controller_closes() {
     for_every_step 200 loses_controller_at_step refuse
-    echo "note: controller refuses from each of $(</mnt/lab/steps.last) messages on: host clean, next join succeeds"
+    echo "note: controller refuses from each of $last_step messages on: host clean, next join succeeds"
+}
+
+# A stopped controller still takes what is sent to it, and carries it out when it goes on.
+alone_interrupted_join_controller_stops() {
+    local step
+    member
+    for ((step = 1; ; step += 5)); do
+        impatient "$node"
+        join_held "$node" "$step" || no_such_step "$node" || break
+        stop dc1
+        join_let_go "$node"
+        continue_box dc1
+        patient "$node"
+        output=/mnt/lab/fault.$node
+        if [ "$(join_status "$node")" != 0 ]; then
+            is_not_joined
+            box_wait 10 controller_answers dc1
+            join_gives 0 corp.test joiner Hosts
+        fi
+        trust_state_is "$trust_healthy"
+        leave_gives 0 joiner
+        node_is_untouched "a stop of the controller at message $step"
+    done
+    echo "note: controller stopped at every fifth message, up to $((step - 5)): host clean, next join succeeds"
 }
 
 # The process is killed: nobody is left to take anything back. The host has joined or it has not, and can join.
@@ -129,5 +153,5 @@ killed_at_step() {  # killed_at_step HOST STEP
 
 sweep_interrupted_join_process_is_killed() {
     for_every_step 200 killed_at_step
-    echo "note: killed at each of $(</mnt/lab/steps.last) messages: in or out, next join succeeds"
+    echo "note: killed at each of $last_step messages: in or out, next join succeeds"
 }

@@ -5,7 +5,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
@@ -202,6 +204,58 @@ TEST_F(AdProvider, ManyThreadsAtOnce) {
     }
     for (auto& thread : threads) {
         thread.join();
+    }
+}
+
+// Runs `work` in a process of its own, which ends by exit(7) while the work's threads are still in calls.
+template <class Work>
+void ExpectCleanExit(const Work& work) {
+    const pid_t child = fork();
+    if (child == 0) {
+        work();
+        std::exit(7);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+}
+
+TEST_F(AdProvider, ProcessExitsWhileACallWaits) {
+    BeJoined();
+    // An address of nobody: the question for the controllers hangs.
+    WriteFile("/etc/nimbrel/nimauth/ad.conf", "name_servers = 192.0.2.77\nname_seconds = 60\nquery_seconds = 60\n");
+    const auto start = std::chrono::steady_clock::now();
+    ExpectCleanExit([] {
+        std::atomic<bool> entered = false;
+        std::thread([&entered] {
+            entered = true;
+            Table().getDomainTrustState();
+        }).detach();
+        while (!entered) {
+            std::this_thread::yield();
+        }
+    });
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+}
+
+TEST_F(AdProvider, ProcessExitsInTheMiddleOfManyCalls) {
+    BeJoined();
+    for (int round = 0; round < 10; ++round) {
+        ExpectCleanExit([] {
+            static std::atomic<int> answers = 0;
+            for (int i = 0; i < 4; ++i) {
+                std::thread([] {
+                    while (true) {
+                        Table().getDomainTrustState();
+                        ++answers;
+                    }
+                }).detach();
+            }
+            while (answers < 50) {
+                std::this_thread::yield();
+            }
+        });
     }
 }
 

@@ -184,7 +184,6 @@ void ComputerAccounts::Create(const Survey& survey, const std::string& computer,
         {"dNSHostName", {texts.hostName}},
         {"servicePrincipalName", Views(texts.servicePrincipals)},
         {"msDS-SupportedEncryptionTypes", {kAesOnly}},
-        {"unicodePwd", {password.View()}},
     };
     if (account.note.empty()) {
         attributes.push_back({"operatingSystem", {texts.systemName}});
@@ -192,6 +191,8 @@ void ComputerAccounts::Create(const Survey& survey, const std::string& computer,
     } else {
         attributes.push_back({"adminDescription", {account.note}});
     }
+    // Last: libldap moves what it has encoded when it needs more room, and leaves the old place as it is.
+    attributes.push_back({"unicodePwd", {password.View()}});
     account.distinguishedName = name;
     try {
         _connection.Add(name, attributes);

@@ -125,8 +125,9 @@ void CreateFolders(const std::string& path) {
     }
 }
 
-FileReplacement::FileReplacement(std::string path) : _path(std::move(path)), _temporary(_path + ".XXXXXX") {
-    _file = Descriptor(mkostemp(_temporary.data(), O_CLOEXEC));
+FileReplacement::FileReplacement(std::string path) : _path(std::move(path)), _temporary(_path + ".new") {
+    unlink(_temporary.c_str());  // what a process left that was killed
+    _file = Descriptor(open(_temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (_file.Get() < 0) {
         const int error = errno;
         _temporary.clear();

@@ -41,7 +41,8 @@ std::optional<Secret> ReadTrustedFile(const std::string& path);
 void CreateFolders(const std::string& path);
 
 // A new file beside the one that it is to replace. Until `Commit` nothing of it can be seen under the final name;
-// destroyed before that it leaves nothing behind.
+// destroyed before that it leaves nothing behind. Its name is fixed, as it may hold keys: what a killed process left is
+// gone with the next replacement. One at a time for a path, which the lock of joins and leaves sees to.
 class FileReplacement {
  public:
     explicit FileReplacement(std::string path);

@@ -208,6 +208,7 @@ class LdapConnection::Impl {
     ~Impl() { ldap_destroy(_handle); }
 
     LDAP* Handle() const { return _handle; }
+    void SetStepLimit(std::chrono::milliseconds limit) { _stepLimit = limit; }
     LdapTransport& Transport() { return _transport; }
 
     // Throws for a code that tells of a failure.
@@ -219,6 +220,7 @@ class LdapConnection::Impl {
 
     // The complete answer to a request; waits outside the gate.
     Message Wait(int request, const std::string& action) {
+        const Deadline deadline = _transport.CurrentDeadline().OrAfter(_stepLimit);
         while (true) {
             timeval now = {};
             LDAPMessage* message = nullptr;
@@ -229,7 +231,7 @@ class LdapConnection::Impl {
             if (kind < 0) {
                 Check(LDAP_SERVER_DOWN, action);
             }
-            if (!_transport.HasPlain() && !WaitFor(_transport.Socket(), POLLIN, _transport.CurrentDeadline())) {
+            if (!_transport.HasPlain() && !WaitFor(_transport.Socket(), POLLIN, deadline)) {
                 Check(LDAP_TIMEOUT, action);
             }
         }
@@ -283,6 +285,7 @@ class LdapConnection::Impl {
 
     LdapTransport _transport;  // outlives the handle, which reads and writes through it
     LDAP* _handle = nullptr;
+    std::chrono::milliseconds _stepLimit = std::chrono::hours(1);
 };
 
 LdapConnection::LdapConnection(const Endpoint& endpoint, const std::string& host, const Deadline& deadline)
@@ -291,6 +294,8 @@ LdapConnection::LdapConnection(const Endpoint& endpoint, const std::string& host
 LdapConnection::~LdapConnection() = default;
 
 void LdapConnection::SetDeadline(const Deadline& deadline) { _impl->Transport().SetDeadline(deadline); }
+
+void LdapConnection::SetStepLimit(std::chrono::milliseconds limit) { _impl->SetStepLimit(limit); }
 
 // SASL "GSSAPI" (RFC 4752): two Kerberos tokens, then the choice of the layer, then sealed messages only.
 void LdapConnection::BindSealed(krb5_context context, krb5_creds* ticket) {

@@ -84,6 +84,8 @@ class LdapConnection {
 
     // Counts for everything from now on.
     void SetDeadline(const Deadline& deadline);
+    // How long the controller has for each single answer; without limit unless set.
+    void SetStepLimit(std::chrono::milliseconds limit);
 
     // Logs in with a service ticket and seals the connection. The context and the ticket must outlive the connection.
     void BindSealed(krb5_context context, krb5_creds* ticket);

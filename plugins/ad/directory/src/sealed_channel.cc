@@ -89,8 +89,9 @@ std::uint64_t BigEndian(std::string_view bytes, std::size_t at, std::size_t size
 
 // Both kinds of protection cover the message followed by the header.
 Secret Joined(std::string_view message, std::string_view header) {
-    std::vector<char> bytes(message.begin(), message.end());
+    std::vector<char> bytes;
     bytes.reserve(message.size() + header.size());
+    bytes.insert(bytes.end(), message.begin(), message.end());
     bytes.insert(bytes.end(), header.begin(), header.end());
     Secret joined(std::string_view(bytes.data(), bytes.size()));
     Wipe(bytes.data(), bytes.size());

@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kMaximumKdcReply = 1U << 20;
 constexpr std::size_t kMaximumCentres = 3;
 constexpr std::chrono::seconds kMaximumSkew{300};
-constexpr int kAttempts = 3;
+constexpr int kAttempts = 4;
 
 void RequireClock(const Controller& controller) {
     if (std::chrono::abs(controller.clockOffset) > kMaximumSkew) {
@@ -24,10 +24,7 @@ void RequireClock(const Controller& controller) {
 
 }  // namespace
 
-// Longer than the ping: the controller is there, and may be busy.
-Deadline StepDeadline(const Settings& settings, const Deadline& deadline) {
-    return deadline.OrAfter(3 * settings.controllerBudget);
-}
+std::chrono::milliseconds StepLimit(const Settings& settings) { return 5 * settings.controllerBudget; }
 
 KdcCarrier::KdcCarrier(const Settings& settings, std::string realm, const Endpoint& controller,
                        const Deadline& deadline)
@@ -40,7 +37,7 @@ std::string KdcCarrier::Exchange(const std::string& realm, std::string_view requ
     if (known == _centres.end()) {
         return ExchangeElsewhere(UpperCase(realm), request);
     }
-    return ExchangeFrames(known->second, request, 4, kMaximumKdcReply, StepDeadline(_settings, _deadline));
+    return ExchangeFrames(known->second, request, 4, kMaximumKdcReply, _deadline.OrAfter(StepLimit(_settings)));
 }
 
 std::string KdcCarrier::ExchangeElsewhere(const std::string& realm, std::string_view request) {
@@ -72,20 +69,21 @@ std::string KdcCarrier::ExchangeElsewhere(const std::string& realm, std::string_
 Session::Session(const Settings& settings, const std::string& domain, const std::vector<std::string>& preferred,
                  const LogOn& logOn, const Deadline& deadline)
     : _realm(UpperCase(domain)) {
+    LocatedController located = LocateController(settings, domain, preferred, deadline);
+    std::string name;
     for (int attempt = 1;; ++attempt) {
-        LocatedController located = LocateController(settings, domain, preferred, deadline);
-        const std::string name = located.controller.name;
         try {
-            Open(settings, std::move(located), logOn, deadline);
+            if (!located.connection) {
+                located = LocateController(settings, domain, preferred, deadline);
+            }
+            name = located.controller.name;
+            Open(settings, std::exchange(located, {}), logOn, deadline);
             return;
         } catch (const AdError& error) {
-            if (error.Status() != kStatusNoSuchDomain) {
+            if (error.Status() != kStatusNoSuchDomain || attempt == kAttempts || deadline.HasPassed()) {
                 throw;
             }
             AvoidController(settings, name);
-            if (attempt == kAttempts || deadline.HasPassed()) {
-                throw;
-            }
         }
     }
 }
@@ -102,10 +100,9 @@ void Session::Open(const Settings& settings, LocatedController located, const Lo
         });
     logOn(*_tickets, _controller);
     krb5_creds* ticket = _tickets->TicketFor("ldap/" + _controller.name + "@" + _realm);
-    located.connection->SetDeadline(StepDeadline(settings, deadline));
+    located.connection->SetStepLimit(StepLimit(settings));
     located.connection->BindSealed(_tickets->Context(), ticket);
     _connection = std::move(located.connection);
-    _connection->SetDeadline(deadline);
 }
 
 std::unique_ptr<LdapConnection> Session::ConnectTo(LocatedController other) {

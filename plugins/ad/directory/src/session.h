@@ -1,7 +1,7 @@
 // A log-in at a controller: the tickets of one account and a sealed connection that it is logged in on.
 //
-// Opening one tries another controller when one that answered the ping fails after it. Nothing has been changed in the
-// domain until then.
+// Opening one tries again, another controller first, when one that answered the ping fails after it; nothing has been
+// changed in the domain until then. When none answers the ping it fails at once.
 //
 // One object belongs to one thread. Errors: `AdError` with the status of the refusal, 1398 when the clocks are more than
 // five minutes apart, 1355 when no controller answers.
@@ -64,8 +64,9 @@ class Session {
     std::unique_ptr<LdapConnection> _connection;  // last, so that it goes first: it stands on the ticket
 };
 
-// How long one step at a controller that has answered the ping may take.
-Deadline StepDeadline(const Settings& settings, const Deadline& deadline);
+// How long one step at a controller that has answered the ping may take: longer than the ping, as the controller is there
+// and may be busy.
+std::chrono::milliseconds StepLimit(const Settings& settings);
 
 }  // namespace nimbrel::ad
 
