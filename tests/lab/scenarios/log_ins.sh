@@ -21,8 +21,17 @@ leave_domain() {
     equals "exit status of leave" 0 "$result"
 }
 
+# SSSD checks a password as the user, whose id must exist: an ordinary user's lab has one id alone. There a scenario ends
+# with what it has seen so far, and says so.
+needs_user_ids() {
+    [ -z "$lab_is_root" ] || return 0
+    echo "note: up to the first password only, which root's lab alone can check"
+    exit 0
+}
+
 # log_in_says TEXT USER [PASSWORD]: what pamtester ends with
 log_in_says() {
+    needs_user_ids
     capture in_box "$node" timeout 60 pamtester domain "$2" authenticate acct_mgmt <<<"${3-$secret}"
     output_has "$1"
 }
@@ -76,6 +85,7 @@ scenario_log_in_users_of_a_trusted_forest() {
 scenario_log_in_while_no_controller_answers() {
     log_in_member
     join_host
+    is_known alice@corp.test
     logs_in alice@corp.test
     cut_off
     within 30 logs_in alice@corp.test
@@ -94,6 +104,7 @@ scenario_log_in_while_no_controller_answers() {
 scenario_log_in_ends_with_the_membership() {
     log_in_member
     join_host
+    is_known alice@corp.test
     logs_in alice@corp.test
     capture in_box "$node" bash -c 'ls /tmp/krb5cc_* /var/lib/sss/db/cache_corp.test.ldb'
     equals "tickets and cached data of a user" 0 "$result"
@@ -107,6 +118,7 @@ scenario_log_in_ends_with_the_membership() {
     has_no_account
     # And again: nothing of the first membership is in the way of a second.
     join_host
+    is_known alice@corp.test
     logs_in alice@corp.test
 }
 
@@ -139,6 +151,7 @@ simple_allow_users = alice@corp.test
 END
     succeeds sssd -D
     join_host
+    is_known alice@corp.test
     logs_in alice@corp.test
     log_in_says "Permission denied" bob@corp.test
     succeeds pgrep -f sssd_ssh
