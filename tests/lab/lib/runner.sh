@@ -42,9 +42,9 @@ run_kind() {  # run_kind KIND LANES [WANTED]...
 
 keep_logs() {
     local box
-    rm -rf /mnt/work/logs
-    mkdir -p /mnt/work/logs
-    for box in "$boxes"/*/log; do cp "$box" "/mnt/work/logs/$(basename "$(dirname "$box")").log"; done
-    cp /mnt/lab/dns/*.log /mnt/work/logs
+    rm -rf /mnt/kept/logs
+    mkdir -p /mnt/kept/logs
+    for box in "$boxes"/*/log; do cp "$box" "/mnt/kept/logs/$(basename "$(dirname "$box")").log"; done
+    cp /mnt/lab/dns/*.log /mnt/kept/logs
     echo "lab: what the boxes said is in the build tree, lab/logs" >&2
 }

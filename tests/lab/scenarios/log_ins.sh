@@ -3,8 +3,8 @@
 
 # A host with SSSD, not joined yet. The PAM service `domain` has SSSD's module alone, so that each result is its own.
 log_in_member() {
-    [ -d /mnt/work/sssd ] || differs "SSSD's packages in /mnt/work/sssd (tests/lab/lib/sssd-packages)" there missing
-    member /mnt/work/sssd
+    [ -d /mnt/kept/sssd ] || differs "SSSD's packages in /mnt/kept/sssd (tests/lab/lib/sssd-packages)" there missing
+    member /mnt/kept/sssd
     in_box "$node" bash -c '
         mkdir -p /var/lib/sss/{db,mc,pipes/private,pubconf/krb5.include.d,gpo_cache,secrets,deskprofile} /var/log/sssd
         sed -i "s/^\(passwd\|group\): .*/\1: files sss/" /etc/nsswitch.conf
