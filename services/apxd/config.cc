@@ -73,7 +73,7 @@ void AddNetwork(Config& config, const std::string& value) {
 }
 
 void AddPreStaged(Config& config, const std::string& value) {
-    if (!IsHostPart(value)) throw ValueError("the value must be an account's name, as NODE07");
+    if (!kit::IsComputerName(value)) throw ValueError("the value must be an account's name, as NODE07");
     config.preStaged.insert(UpperCase(value));
 }
 

@@ -12,12 +12,7 @@
 namespace nimbrel::apxd {
 namespace {
 
-constexpr std::size_t kLongestHostPart = 15;
 constexpr std::array<std::uint8_t, 12> kMappedPrefix = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
-
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
 // Whether all bits from `first` on are clear.
 bool IsClearFrom(const std::array<std::uint8_t, 16>& bytes, unsigned first) {
@@ -29,27 +24,10 @@ bool IsClearFrom(const std::array<std::uint8_t, 16>& bytes, unsigned first) {
 
 }  // namespace
 
-std::string UpperCase(std::string_view text) {
-    std::string upper(text);
-    std::transform(upper.begin(), upper.end(), upper.begin(), Upper);
-    return upper;
-}
-
-bool SameName(std::string_view left, std::string_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char a, char b) { return Upper(a) == Upper(b); });
-}
-
-bool IsHostPart(std::string_view name) {
-    if (name.empty() || name.size() > kLongestHostPart || name.front() == '-' || name.back() == '-') return false;
-    const auto allowed = [](char c) { return IsLetter(c) || IsDigit(c) || c == '-'; };
-    return std::all_of(name.begin(), name.end(), allowed) && !std::all_of(name.begin(), name.end(), IsDigit);
-}
-
 std::string AccountName(std::string_view hostName, std::string_view domain) {
     const std::size_t dot = hostName.find('.');
     const std::string_view host = hostName.substr(0, dot);
-    if (!IsHostPart(host)) {
+    if (!kit::IsComputerName(host)) {
         throw Refusal(kInvalidComputerName,
                       "the host's name is not 1 to 15 letters, digits and inner hyphens, or is digits alone");
     }

@@ -11,17 +11,16 @@
 #include <string>
 #include <string_view>
 
+#include "pluginkit/directory_names.h"
+
 namespace nimbrel::apxd {
 
 // "node01.corp.test" and "node01" -> "NODE01". The host part is 1 to 15 letters, digits and hyphens, no hyphen first or
 // last, not digits alone; a DNS suffix must be `domain`, in whatever case. Throws `Refusal` 1210.
 std::string AccountName(std::string_view hostName, std::string_view domain);
 
-// True for a name that `AccountName` accepts as host part.
-bool IsHostPart(std::string_view name);
-
-std::string UpperCase(std::string_view text);
-bool SameName(std::string_view left, std::string_view right);
+using kit::SameName;
+using kit::UpperCase;
 
 // An IPv4 or IPv6 address; an IPv4 address is the same as its IPv6-mapped form.
 class Address {

@@ -27,7 +27,7 @@ class MemoryBackEnd : public BackEnd {
     HandOver Create(const NewAccount& account) override {
         const std::lock_guard<std::mutex> lock(mutex);
         if (beforeCreate) beforeCreate();
-        if (!IsHostPart(account.name)) throw Refusal(kInvalidComputerName, "malformed");
+        if (!kit::IsComputerName(account.name)) throw Refusal(kInvalidComputerName, "malformed");
         if (account.organizationalUnit == "Nowhere") throw Refusal(kFileNotFound, "no such unit");
         if (accounts.count(account.name) != 0) throw Refusal(kAccountExists, "taken");
         accounts[account.name] = {NextSecret(), account.mark, account.organizationalUnit};

@@ -1,6 +1,5 @@
 #include "call.h"
 
-#include <pthread.h>
 #include <syslog.h>
 
 #include <new>
@@ -9,10 +8,6 @@
 #include "log_in_software.h"
 
 namespace nimbrel::ad {
-
-CancellationShield::CancellationShield() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &_before); }
-
-CancellationShield::~CancellationShield() { pthread_setcancelstate(_before, nullptr); }
 
 std::uint32_t StatusOfCurrentException() noexcept {
     try {

@@ -7,20 +7,9 @@
 #include <cstdint>
 
 #include "addirectory/host.h"
+#include "pluginkit/cancellation.h"
 
 namespace nimbrel::ad {
-
-// Puts off thread cancellation for as long as it lives: the libraries underneath cannot be left half-way.
-class CancellationShield {
- public:
-    CancellationShield();
-    CancellationShield(const CancellationShield&) = delete;
-    CancellationShield& operator=(const CancellationShield&) = delete;
-    ~CancellationShield();
-
- private:
-    int _before = 0;
-};
 
 // The status of the exception being handled: an `AdError`'s own, 8 for exhausted memory, 1359 for anything else.
 std::uint32_t StatusOfCurrentException() noexcept;
@@ -30,14 +19,14 @@ using HostWork = void (*)(void* work, const Host& host);
 void RunWithHost(HostWork run, void* work);
 
 template <class Work>
-void WithHost(Work&& work) {
-    RunWithHost([](void* one, const Host& host) { (*static_cast<std::remove_reference_t<Work>*>(one))(host); }, &work);
+void WithHost(Work work) {
+    RunWithHost([](void* one, const Host& host) { (*static_cast<Work*>(one))(host); }, &work);
 }
 
 // The answer of an operation with a status.
 template <class Work>
-std::uint32_t AnswerStatus(Work&& work) {
-    const CancellationShield shield;
+std::uint32_t AnswerStatus(const Work& work) {
+    const kit::CancellationShield shield;
     try {
         WithHost(work);
         return kStatusSuccess;
@@ -48,12 +37,11 @@ std::uint32_t AnswerStatus(Work&& work) {
 
 // The answer of an operation with a value.
 template <class Work>
-std::int32_t AnswerValue(std::int32_t fault, Work&& work) {
-    const CancellationShield shield;
+std::int32_t AnswerValue(std::int32_t fault, const Work& work) {
+    const kit::CancellationShield shield;
     try {
         std::int32_t value = fault;
-        auto keep = [&](const Host& host) { value = work(host); };
-        WithHost(keep);
+        WithHost([&](const Host& host) { value = work(host); });
         return value;
     } catch (...) {
         return fault;  // translated: there is no status to answer with

@@ -1,7 +1,5 @@
 #include "call.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -44,7 +42,7 @@ void SleepUntil(steady_clock::time_point end) {
     }
 }
 
-void Wait(milliseconds delay, std::int64_t ticket, const CancellationShield& shield) {
+void Wait(milliseconds delay, std::int64_t ticket, const kit::CancellationShield& shield) {
     const auto end = steady_clock::now() + delay;
     do {
         shield.Lower();
@@ -55,15 +53,7 @@ void Wait(milliseconds delay, std::int64_t ticket, const CancellationShield& shi
 
 }  // namespace
 
-CancellationShield::CancellationShield() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &_before); }
-
-CancellationShield::~CancellationShield() { Lower(); }
-
-void CancellationShield::Lower() const { pthread_setcancelstate(_before, nullptr); }
-
-void CancellationShield::Raise() const { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr); }
-
-std::optional<std::int64_t> Rehearse(std::string_view operation, const CancellationShield& shield) {
+std::optional<std::int64_t> Rehearse(std::string_view operation, const kit::CancellationShield& shield) {
     const auto taken = Take(operation);
     if (!taken) {
         return std::nullopt;

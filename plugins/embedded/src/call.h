@@ -12,28 +12,13 @@
 #include <string_view>
 
 #include "embeddeddirectory/host.h"
+#include "pluginkit/cancellation.h"
 
 namespace nimbrel::embedded {
 
-// Puts off thread cancellation for as long as it lives.
-class CancellationShield {
- public:
-    CancellationShield();
-    CancellationShield(const CancellationShield&) = delete;
-    CancellationShield& operator=(const CancellationShield&) = delete;
-    ~CancellationShield();
-
-    // Inside its life time: lets the caller's own setting count again.
-    void Lower() const;
-    void Raise() const;
-
- private:
-    int _before = 0;
-};
-
 // Does what is rehearsed for the operation: counts the call, waits, and gives the status or value to answer with. Unset
 // when the call shall do its work. A directory that cannot be read rehearses nothing.
-std::optional<std::int64_t> Rehearse(std::string_view operation, const CancellationShield& shield);
+std::optional<std::int64_t> Rehearse(std::string_view operation, const kit::CancellationShield& shield);
 
 // The status of the exception being handled: a `DirectoryError`'s own, 8 for exhausted memory, 1359 for anything else.
 std::uint32_t StatusOfCurrentException() noexcept;
@@ -41,7 +26,7 @@ std::uint32_t StatusOfCurrentException() noexcept;
 // The answer of an operation with a status; `work` takes the host.
 template <class Work>
 std::uint32_t AnswerStatus(std::string_view operation, const Work& work) {
-    const CancellationShield shield;
+    const kit::CancellationShield shield;
     if (const auto rehearsed = Rehearse(operation, shield)) {
         return static_cast<std::uint32_t>(*rehearsed);
     }
@@ -56,7 +41,7 @@ std::uint32_t AnswerStatus(std::string_view operation, const Work& work) {
 // The answer of an operation with a value.
 template <class Work>
 std::int32_t AnswerValue(std::string_view operation, std::int32_t fault, const Work& work) {
-    const CancellationShield shield;
+    const kit::CancellationShield shield;
     if (const auto rehearsed = Rehearse(operation, shield)) {
         return static_cast<std::int32_t>(*rehearsed);
     }

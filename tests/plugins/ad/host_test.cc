@@ -177,7 +177,7 @@ TEST_F(HostAlone, SmartCardServicesAreCheckedAndPassedOn) {
 
 TEST_F(HostAlone, MachineAccountJoinChecksItsTexts) {
     const auto join = [&](const std::string& account, const std::string& host = "node01") {
-        return StatusOf([&] { TheHost().JoinWithMachineAccount(host, {"corp.test", "", "", account, "secret"}); });
+        return StatusOf([&] { TheHost().JoinWithMachineAccount({host, "corp.test", "", "", account, "secret"}); });
     };
     EXPECT_EQ(join("NODE01$", "abcdefghijklmnop"), kStatusInvalidComputerName);
     EXPECT_EQ(join("no good"), kStatusLogonFailure);

@@ -181,16 +181,5 @@ TEST(Names, ComputersHaveADistinguishedNameAndAPrincipal) {
     EXPECT_EQ(HostPrincipalName("NODE01", "corp.test"), "host/node01.corp.test@CORP.TEST");
 }
 
-TEST(Names, Utf8) {
-    for (const auto& good : {std::string(), "a"s, "\xc3\xa9"s, "\xe2\x82\xac"s, "\xf0\x9f\x98\x80"s, "\x7f"s}) {
-        EXPECT_TRUE(IsUtf8(good)) << good;
-    }
-    // Lone continuation, overlong, truncated, surrogate, beyond the last code point, never a first byte.
-    for (const auto& bad :
-         {"\x80"s, "\xc0\xaf"s, "\xc3"s, "\xe2\x82"s, "\xed\xa0\x80"s, "\xf4\x90\x80\x80"s, "\xff"s, "\xe0\x80\x80"s}) {
-        EXPECT_FALSE(IsUtf8(bad)) << ::testing::PrintToString(bad);
-    }
-}
-
 }  // namespace
 }  // namespace nimbrel::embedded::test

@@ -213,10 +213,10 @@ void Host::Join(const std::string& domain, const std::string& hostName, const st
     JoinTransaction(_settings, _logIns, computer, dnsName).JoinAsUser(unit, credentials);
 }
 
-void Host::JoinWithMachineAccount(const std::string& hostName, const MachineAccountJoin& join) const {
+void Host::JoinWithMachineAccount(const MachineAccountJoin& join) const {
     RequireNotJoined(HostState::Load(_settings.membership));
-    if (!hostName.empty()) {
-        ComputerName(hostName);
+    if (!join.hostName.empty()) {
+        ComputerName(join.hostName);
     }
     const std::string dnsName = DnsName(join.dnsName);
     std::string computer;

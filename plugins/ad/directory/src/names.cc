@@ -1,6 +1,5 @@
 #include "names.h"
 
-#include <algorithm>
 #include <cstdint>
 
 #include "addirectory/ad_error.h"
@@ -8,62 +7,11 @@
 namespace nimbrel::ad {
 namespace {
 
-constexpr std::size_t kMaximumDnsName = 253;
-constexpr std::size_t kMaximumLabel = 63;
-constexpr std::size_t kMaximumComputerName = 15;
 constexpr std::size_t kMaximumUserName = 256;
 constexpr char kHexDigits[] = "0123456789abcdef";
 
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-bool IsLabelCharacter(char c) { return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'z') || c == '-' || c == '_'; }
-
-bool IsLabel(std::string_view label) {
-    return !label.empty() && label.size() <= kMaximumLabel && label.front() != '-' && label.back() != '-' &&
-           std::all_of(label.begin(), label.end(), IsLabelCharacter);
-}
-
-bool IsDnsName(std::string_view name) {
-    if (name.size() > kMaximumDnsName) {
-        return false;
-    }
-    while (true) {
-        const auto dot = name.find('.');
-        if (!IsLabel(name.substr(0, dot))) {
-            return false;
-        }
-        if (dot == std::string_view::npos) {
-            return true;
-        }
-        name.remove_prefix(dot + 1);
-    }
-}
-
-std::string_view WithoutFinalDot(std::string_view name) {
-    return name.size() > 1 && name.back() == '.' ? name.substr(0, name.size() - 1) : name;
-}
-
-// The length of the well-formed sequence at the front of `text`, or 0.
-std::size_t Utf8Sequence(std::string_view text) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char first = byte(0);
-    const std::size_t length = first < 0x80 ? 1 : first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
-    if (length == 0 || first > 0xf4 || length > text.size()) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xc0) != 0x80) {
-            return 0;
-        }
-    }
-    const bool overlong = (first == 0xe0 && byte(1) < 0xa0) || (first == 0xf0 && byte(1) < 0x90);
-    const bool noScalar = (first == 0xed && byte(1) > 0x9f) || (first == 0xf4 && byte(1) > 0x8f);
-    return overlong || noScalar ? 0 : length;
-}
-
 UserName CheckedUserName(std::string_view name, std::string_view domain) {
-    const bool domainIsGood = domain.empty() || IsDnsName(domain);
+    const bool domainIsGood = domain.empty() || kit::IsDnsName(domain);
     if (name.empty() || !domainIsGood || name.find_first_of("\"/\\[]:;|=,+*?<>@") != std::string_view::npos) {
         throw AdError(kStatusInvalidAccountName, "The user name is malformed");
     }
@@ -72,54 +20,17 @@ UserName CheckedUserName(std::string_view name, std::string_view domain) {
 
 }  // namespace
 
-std::string LowerCase(std::string_view text) {
-    std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(), Lower);
-    return lower;
-}
-
-std::string UpperCase(std::string_view text) {
-    std::string upper(text);
-    std::transform(upper.begin(), upper.end(), upper.begin(), Upper);
-    return upper;
-}
-
-bool SameName(std::string_view left, std::string_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char a, char b) { return Lower(a) == Lower(b); });
-}
-
-bool IsUtf8(std::string_view text) {
-    while (!text.empty()) {
-        const std::size_t length = Utf8Sequence(text);
-        if (length == 0) {
-            return false;
-        }
-        text.remove_prefix(length);
-    }
-    return true;
-}
-
-bool HasControlCharacters(std::string_view text) {
-    return std::any_of(text.begin(), text.end(), [](char c) { return (c >= 0 && c < ' ') || c == 0x7f; });
-}
-
 std::string DnsName(std::string_view name) {
-    name = WithoutFinalDot(name);
-    if (!IsDnsName(name)) {
+    name = kit::WithoutFinalDot(name);
+    if (!kit::IsDnsName(name)) {
         throw AdError(kStatusInvalidDomainName, "The domain name is malformed");
     }
     return LowerCase(name);
 }
 
 std::string ComputerName(std::string_view name) {
-    name = name.substr(0, name.find('.'));
-    if (!name.empty() && name.back() == '$') {
-        name.remove_suffix(1);
-    }
-    const bool wellFormed = name.size() <= kMaximumComputerName && IsLabel(name) &&
-                            name.find('_') == std::string_view::npos && !std::all_of(name.begin(), name.end(), IsDigit);
-    if (!wellFormed) {
+    name = kit::BareComputerName(name);
+    if (!kit::IsComputerName(name)) {
         throw AdError(kStatusInvalidComputerName,
                       "The host name is malformed: a computer account takes 1 to 15 letters, digits and hyphens");
     }
@@ -127,8 +38,8 @@ std::string ComputerName(std::string_view name) {
 }
 
 std::string ControllerName(std::string_view name) {
-    name = WithoutFinalDot(name);
-    if (!IsDnsName(name)) {
+    name = kit::WithoutFinalDot(name);
+    if (!kit::IsDnsName(name)) {
         throw AdError(kStatusInvalidComputerName, "The domain controller's name is malformed");
     }
     return LowerCase(name);
@@ -136,10 +47,6 @@ std::string ControllerName(std::string_view name) {
 
 std::string HostName(const std::string& computer, const std::string& domain) {
     return LowerCase(computer) + "." + domain;
-}
-
-std::string HostPrincipalName(const std::string& computer, const std::string& domain) {
-    return "host/" + HostName(computer, domain) + "@" + UpperCase(domain);
 }
 
 UserName SplitUserName(std::string_view text) {
@@ -155,7 +62,7 @@ UserName SplitUserName(std::string_view text) {
     }
     const auto at = text.rfind('@');
     if (at != std::string_view::npos) {
-        return CheckedUserName(text.substr(0, at), WithoutFinalDot(text.substr(at + 1)));
+        return CheckedUserName(text.substr(0, at), kit::WithoutFinalDot(text.substr(at + 1)));
     }
     return CheckedUserName(text, "");
 }

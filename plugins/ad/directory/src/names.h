@@ -11,14 +11,16 @@
 #include <string_view>
 #include <vector>
 
+#include "pluginkit/directory_names.h"
+
 namespace nimbrel::ad {
 
-// ASCII letters only; anything else is compared byte for byte.
-std::string LowerCase(std::string_view text);
-std::string UpperCase(std::string_view text);
-bool SameName(std::string_view left, std::string_view right);
-bool IsUtf8(std::string_view text);
-bool HasControlCharacters(std::string_view text);
+using kit::HasControlCharacters;
+using kit::HostPrincipalName;
+using kit::IsUtf8;
+using kit::LowerCase;
+using kit::SameName;
+using kit::UpperCase;
 
 // "Corp.Test." -> "corp.test". 1212.
 std::string DnsName(std::string_view name);
@@ -28,8 +30,6 @@ std::string ComputerName(std::string_view name);
 std::string ControllerName(std::string_view name);
 // "NODE01", "corp.test" -> "node01.corp.test".
 std::string HostName(const std::string& computer, const std::string& domain);
-// "NODE01", "corp.test" -> "host/node01.corp.test@CORP.TEST".
-std::string HostPrincipalName(const std::string& computer, const std::string& domain);
 
 // "alice", "alice@corp.test" or "CORP\alice" in its two parts; `domain` is empty if the name carries none. 1315.
 struct UserName {

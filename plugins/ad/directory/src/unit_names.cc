@@ -24,17 +24,6 @@ using ParsedDn = std::unique_ptr<LDAPRDN, FreeDn>;
 
 std::string_view Text(const berval& value) { return {value.bv_val, value.bv_len}; }
 
-// True if the text starts with one of the attribute types of a container's distinguished name.
-bool LooksLikeDistinguishedName(std::string_view unit) {
-    const auto equals = unit.find('=');
-    if (equals == std::string_view::npos) {
-        return false;
-    }
-    std::string type = LowerCase(unit.substr(0, equals));
-    type.erase(std::remove(type.begin(), type.end(), ' '), type.end());
-    return type == "ou" || type == "cn" || type == "dc";
-}
-
 // The domain that the last names spell; empty if there are none.
 std::string DomainOf(LDAPRDN* names) {
     std::string domain;
@@ -69,20 +58,6 @@ std::string CheckDistinguishedName(const std::string& text, const std::string& d
     return text;
 }
 
-std::vector<std::string> SplitPath(std::string_view path) {
-    std::vector<std::string> names(1);
-    for (std::size_t i = 0; i < path.size(); ++i) {
-        if (path[i] == '/') {
-            names.emplace_back();
-        } else if (path[i] == '\\' && i + 1 < path.size() && (path[i + 1] == '/' || path[i + 1] == '\\')) {
-            names.back() += path[++i];
-        } else {
-            names.back() += path[i];
-        }
-    }
-    return names;
-}
-
 std::string EscapeDnValue(const std::string& value) {
     static constexpr std::string_view kSpecial = ",+\"\\<>;=";
     std::string escaped;
@@ -103,10 +78,10 @@ std::string UnitDN(std::string_view unit, const std::string& domain) {
     if (unit.empty() || unit.size() > kMaximumText || !IsUtf8(unit) || HasControlCharacters(unit)) {
         FailMalformed();
     }
-    if (LooksLikeDistinguishedName(unit)) {
+    if (kit::LooksLikeDistinguishedName(unit)) {
         return CheckDistinguishedName(std::string(unit), domain);
     }
-    const auto names = SplitPath(unit);
+    const auto names = kit::SplitUnitPath(unit);
     const auto bad = [](const std::string& name) { return name.empty() || name.size() > kMaximumUnitName; };
     if (names.size() > kMaximumUnitDepth || std::any_of(names.begin(), names.end(), bad)) {
         FailMalformed();

@@ -19,8 +19,6 @@ constexpr std::size_t kMaximumEntries = 256;
 // Without the locale, which belongs to the process.
 bool IsLetterOrDigit(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
 bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
 bool HasOnly(std::string_view text, std::string_view besides) {
     return std::all_of(text.begin(), text.end(),
@@ -79,18 +77,6 @@ bool IsMachineAccount(std::string_view name) {
 bool IsPath(std::string_view path) {
     return !path.empty() && path.size() <= kMaximumPath && path.front() == '/' &&
            std::none_of(path.begin(), path.end(), IsControl) && path.back() != ' ';
-}
-
-std::string LowerCase(std::string_view text) {
-    std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(), Lower);
-    return lower;
-}
-
-std::string UpperCase(std::string_view text) {
-    std::string upper(text);
-    std::transform(upper.begin(), upper.end(), upper.begin(), Upper);
-    return upper;
 }
 
 void CheckDomain(const DomainLogIns& domain) {

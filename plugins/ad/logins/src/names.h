@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "adlogins/log_ins.h"
+#include "pluginkit/directory_names.h"
 
 namespace nimbrel::ad::logins {
 
@@ -28,8 +29,8 @@ bool IsMachineAccount(std::string_view name);
 // An absolute path without control characters.
 bool IsPath(std::string_view path);
 
-std::string LowerCase(std::string_view text);
-std::string UpperCase(std::string_view text);
+using kit::LowerCase;
+using kit::UpperCase;
 
 }  // namespace nimbrel::ad::logins
 

@@ -11,14 +11,18 @@
 #include <string_view>
 #include <vector>
 
+#include "pluginkit/directory_names.h"
+
 namespace nimbrel::embedded {
 
-bool IsUtf8(std::string_view text);
+using kit::HostPrincipalName;
+using kit::IsUtf8;
+using kit::LowerCase;
+using kit::SameName;
+using kit::UpperCase;
+
 // UTF-8 without control characters, of 1 to `maximumBytes` bytes.
 bool IsPlainText(std::string_view text, std::size_t maximumBytes);
-std::string LowerCase(std::string_view text);
-std::string UpperCase(std::string_view text);
-bool SameName(std::string_view left, std::string_view right);
 
 // "Corp.Test." -> "corp.test". 1212.
 std::string DnsName(std::string_view name);
@@ -51,8 +55,6 @@ std::string UnitPath(const UnitNames& names);
 std::string UnitDistinguishedName(const UnitNames& names, const std::string& domainDnsName);
 std::string ComputerDistinguishedName(const std::string& computer, const UnitNames& names,
                                       const std::string& domainDnsName);
-// "NODE01", "corp.test" -> "host/node01.corp.test@CORP.TEST".
-std::string HostPrincipalName(const std::string& computer, const std::string& domainDnsName);
 
 }  // namespace nimbrel::embedded
 

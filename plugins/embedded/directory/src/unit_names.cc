@@ -108,17 +108,6 @@ class DnReader {
     std::size_t _at = 0;
 };
 
-// True if the text starts with one of the attribute types of a unit's distinguished name.
-bool LooksLikeDistinguishedName(std::string_view unit) {
-    const auto equals = unit.find('=');
-    if (equals == std::string_view::npos) {
-        return false;
-    }
-    std::string type = LowerCase(unit.substr(0, equals));
-    type.erase(std::remove(type.begin(), type.end(), ' '), type.end());
-    return type == "ou" || type == "cn" || type == "dc";
-}
-
 UnitNames ParseDistinguishedName(std::string_view text, const std::string& domainDnsName) {
     UnitNames units;
     std::string domain;
@@ -141,20 +130,6 @@ UnitNames ParseDistinguishedName(std::string_view text, const std::string& domai
     }
     std::reverse(units.begin(), units.end());
     return units;
-}
-
-UnitNames ParsePath(std::string_view path) {
-    UnitNames names(1);
-    for (std::size_t i = 0; i < path.size(); ++i) {
-        if (path[i] == '/') {
-            names.emplace_back();
-        } else if (path[i] == '\\' && i + 1 < path.size() && (path[i + 1] == '/' || path[i + 1] == '\\')) {
-            names.back() += path[++i];
-        } else {
-            names.back() += path[i];
-        }
-    }
-    return names;
 }
 
 std::string EscapePathName(const std::string& name) {
@@ -199,7 +174,8 @@ UnitNames ParseUnit(std::string_view unit, const std::string& domainDnsName) {
     if (unit.size() > kMaximumText || !IsUtf8(unit)) {
         FailMalformed();
     }
-    UnitNames names = LooksLikeDistinguishedName(unit) ? ParseDistinguishedName(unit, domainDnsName) : ParsePath(unit);
+    UnitNames names =
+        kit::LooksLikeDistinguishedName(unit) ? ParseDistinguishedName(unit, domainDnsName) : kit::SplitUnitPath(unit);
     const auto wellFormed = [](const std::string& name) { return IsPlainText(name, kMaximumUnitName); };
     if (names.size() > kMaximumUnitDepth || !std::all_of(names.begin(), names.end(), wellFormed)) {
         FailMalformed();

@@ -58,6 +58,7 @@ struct UserCredentials {
 
 // A domain and a machine account as an authentication proxy names them. Empty `netbiosName` and `sid` are not looked at.
 struct MachineAccountJoin {
+    std::string hostName;  // this host's; may be empty
     std::string dnsName;
     std::string netbiosName;
     std::string sid;
@@ -83,7 +84,7 @@ class Host {
               const UserCredentials& credentials) const;
     // Takes over an account that was made for this host, and changes its secret. Throws 1810 if the SID or the NetBIOS
     // name is not the domain's, 1326 for a wrong or used secret or an unknown account, else as above.
-    void JoinWithMachineAccount(const std::string& hostName, const MachineAccountJoin& join) const;
+    void JoinWithMachineAccount(const MachineAccountJoin& join) const;
     // Leaves. With credentials the account is deleted, or disabled where the user may not delete it; 5 when neither is
     // allowed, and the host stays joined. Without, the host forgets, and asks nobody. Throws 2692 (not joined).
     void Part(const std::optional<UserCredentials>& credentials) const;

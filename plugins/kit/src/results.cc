@@ -1,11 +1,11 @@
-#include "results.h"
+#include "pluginkit/results.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
 
-namespace nimbrel::embedded {
+namespace nimbrel::kit {
 namespace {
 
 struct Free {
@@ -68,7 +68,7 @@ void ReturnTexts(const std::vector<std::string>& texts, char*** result, NimauthR
     *release = ReleaseResult;
 }
 
-void ReturnDomains(const std::vector<DomainInfo>& domains, NimauthDomainRecord*** result, NimauthRelease* release) {
+void ReturnDomains(const std::vector<DomainNames>& domains, NimauthDomainRecord*** result, NimauthRelease* release) {
     std::size_t size = (domains.size() + 1) * sizeof(void*) + domains.size() * sizeof(NimauthDomainRecord);
     for (const auto& domain : domains) {
         size += domain.dnsName.size() + domain.netbiosName.size() + 2;
@@ -87,7 +87,7 @@ void ReturnDomains(const std::vector<DomainInfo>& domains, NimauthDomainRecord**
     *release = ReleaseResult;
 }
 
-void ReturnDomain(const DomainInfo& domain, NimauthDomainRecord* result, NimauthRelease* release) {
+void ReturnDomain(const DomainNames& domain, NimauthDomainRecord* result, NimauthRelease* release) {
     Block dnsName = CopyText(domain.dnsName);
     Block netbiosName = CopyText(domain.netbiosName);
     result->dnsName = static_cast<char*>(dnsName.release());
@@ -95,4 +95,4 @@ void ReturnDomain(const DomainInfo& domain, NimauthDomainRecord* result, Nimauth
     *release = ReleaseResult;
 }
 
-}  // namespace nimbrel::embedded
+}  // namespace nimbrel::kit

@@ -2,18 +2,22 @@
 //
 // Each function fills both out-parameters or, when memory is short, neither (`std::bad_alloc`).
 
-#ifndef NIMBREL_AD_RESULTS_H_
-#define NIMBREL_AD_RESULTS_H_
+#ifndef NIMBREL_PLUGINKIT_RESULTS_H_
+#define NIMBREL_PLUGINKIT_RESULTS_H_
 
 #include <string>
 #include <vector>
 
-#include "addirectory/host.h"
 #include "authentication/provider_abi.h"
 
-namespace nimbrel::ad {
+namespace nimbrel::kit {
 
 extern "C" void ReleaseResult(void* result);
+
+struct DomainNames {
+    std::string dnsName;
+    std::string netbiosName;
+};
 
 void ReturnText(const std::string& text, char** result, NimauthRelease* release);
 void ReturnTexts(const std::vector<std::string>& texts, char*** result, NimauthRelease* release);
@@ -22,6 +26,6 @@ void ReturnDomains(const std::vector<DomainNames>& domains, NimauthDomainRecord*
 // Two texts, each released on its own.
 void ReturnDomain(const DomainNames& domain, NimauthDomainRecord* result, NimauthRelease* release);
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::kit
 
-#endif  // NIMBREL_AD_RESULTS_H_
+#endif  // NIMBREL_PLUGINKIT_RESULTS_H_
