@@ -18,6 +18,17 @@ std::vector<Command> MakeCommands() {
         JoinCommand(),
         LeaveCommand(),
         StatusCommand(),
+        TrustsCommand(),
+        ControllerListCommand(),
+        ControllerPreferCommand(),
+        ControllerAnyCommand(),
+        UserCanonicalCommand(),
+        HostPrincipalCommand(),
+        SmartCardListCommand(),
+        SmartCardSetCommand(),
+        SmartCardChangeCommand(),
+        SmartCardDecideCommand(),
+        ExplainCommand(),
         StoreListCommand(),
         StoreShowCommand(),
         StoreSetCommand(),
@@ -75,6 +86,10 @@ const std::vector<Command>& Commands() {
 
 const std::vector<CommandGroup>& CommandGroups() {
     static const std::vector<CommandGroup> groups = {
+        {"dc", "the domain controllers that the host asks"},
+        {"user", "users as the directory knows them"},
+        {"host", "this host as the directory knows it"},
+        {"smartcard", "the services that take smart cards", "", "smartcard change"},
         {"store", "which authentication store the host uses"},
         {"config", "where the settings come from"},
         {"option", "the host's advanced options"},
@@ -111,6 +126,7 @@ std::string Synopsis(const Command& command) {
     for (const Option& option : command.options) text += ' ' + Usage(option);
     for (const Argument& argument : command.arguments) {
         text += argument.optional ? " [" + argument.name + ']' : ' ' + argument.name;
+        if (argument.repeatable) text += "...";
     }
     return text;
 }

@@ -10,6 +10,20 @@ namespace nimbrel::nimauthctl {
 Command JoinCommand();
 Command LeaveCommand();
 Command StatusCommand();
+Command TrustsCommand();
+Command ExplainCommand();
+
+Command ControllerListCommand();
+Command ControllerPreferCommand();
+Command ControllerAnyCommand();
+
+Command UserCanonicalCommand();
+Command HostPrincipalCommand();
+
+Command SmartCardListCommand();
+Command SmartCardSetCommand();
+Command SmartCardChangeCommand();
+Command SmartCardDecideCommand();
 
 Command StoreListCommand();
 Command StoreShowCommand();

@@ -1,57 +1,47 @@
 // nimauthctl status
 
-#include <set>
 #include <string>
 
 #include "authentication/configuration.h"
 #include "authentication/directory_config_store.h"
-#include "authentication/exceptions.h"
 #include "orbconfigstore/config_store.h"
 #include "tools/nimauthctl/commands/commands.h"
-#include "tools/nimauthctl/commands/membership.h"
-#include "tools/nimauthctl/failure.h"
-#include "tools/nimauthctl/report.h"
-#include "tools/nimauthctl/trust_words.h"
+#include "tools/nimauthctl/commands/trust_report.h"
 
 namespace nimbrel::nimauthctl {
 namespace {
 
 using authentication::ActiveDirectoryConfigStore;
-using authentication::Domain;
 
-constexpr char kTrustedDomain[] = "trusted domain";
-constexpr char kTrustedDomains[] = "trusted domains";
 constexpr char kSmartCardServices[] = "smart-card services";
 
 // One look at the host. Each answer stands for itself: one that cannot be had does not take the others along.
 class Status {
  public:
-    Status(const Invocation& invocation, Report& report) : _invocation(invocation), _report(report) {}
+    Status(const Invocation& invocation, AnswerLog& log, Report& report)
+        : _invocation(invocation), _log(log), _report(report) {}
 
     ExitCode Show();
 
  private:
-    // Runs one part; a failure makes `label` unavailable.
     template <typename Part>
-    void Try(const std::string& label, Part part);
+    void Try(const std::string& label, Part part) {
+        TryPart(label, _report, part);
+    }
 
     void ShowActiveStore();
     void ShowProvider();
     void ShowDirectory();
     void ShowConfiguration();
-    void ShowTrustState();
-    void ShowTrustedDomains();
-    void ShowTrustedDomain(const Domain& domain);
-    void ShowOwnRelationship();
     void ShowSmartCardServices();
     void ShowStoredSettings();
     void NoteContradiction();
 
     // Whether the host may be a member: it is, or nobody answered in time.
     bool MayBeJoined() const { return _configurationStale || !_domain.empty(); }
-    ExitCode Result() const;
 
     const Invocation& _invocation;
+    AnswerLog& _log;
     Report& _report;
     std::string _provider;
     StorePointer _store;
@@ -61,22 +51,14 @@ class Status {
     std::string _storedDomain;
 };
 
-template <typename Part>
-void Status::Try(const std::string& label, Part part) {
-    try {
-        part();
-    } catch (...) {
-        _report.Unavailable(label, DescribeCurrentException());
-    }
-}
-
 ExitCode Status::Show() {
     Try("active store", [this] { ShowActiveStore(); });
     Try("provider", [this] { ShowProvider(); });
     Try("directory", [this] { ShowDirectory(); });
     Try("stored domain", [this] { ShowStoredSettings(); });
+    _log.Show(_report);
     NoteContradiction();
-    return Result();
+    return ResultOf(_report);
 }
 
 void Status::ShowActiveStore() {
@@ -93,14 +75,16 @@ void Status::ShowProvider() {
 void Status::ShowDirectory() {
     _store = OpenStore(_invocation);
     Try("joined", [this] { ShowConfiguration(); });
-    if (MayBeJoined()) Try(kTrustedDomains, [this] { ShowTrustedDomains(); });
-    Try("trust state", [this] { ShowTrustState(); });
-    if (!_domain.empty()) Try("own relationship", [this] { ShowOwnRelationship(); });
+    TrustReport trusts(_store, _provider, _invocation, _log, _report);
+    if (MayBeJoined()) Try("trusted domains", [&] { trusts.ShowTrustedDomains(_configurationKnown); });
+    Try("trust state", [&] { trusts.ShowTrustState(); });
+    if (!_domain.empty()) Try("own relationship", [&] { trusts.ShowOwnRelationship(_domain); });
     Try(kSmartCardServices, [this] { ShowSmartCardServices(); });
 }
 
 void Status::ShowConfiguration() {
     const auto answer = AskConfiguration(*_store, _invocation);
+    _log.Note("membership", answer.stale);
     _configurationKnown = !answer.stale;
     _configurationStale = answer.stale;
     _domain = answer.value.DomainDNSName();
@@ -123,51 +107,12 @@ void Status::ShowConfiguration() {
     }
 }
 
-void Status::ShowTrustState() {
-    const auto answer = AskTraced(_invocation, "the trust state", [this] { return _store->GetDomainTrustState(); });
-    _report.Coded("trust state", answer.value, TrustStateWords(_provider, answer.value));
-    if (answer.stale) _report.MarkStale("trust state");
-}
-
-void Status::ShowTrustedDomains() try {
-    const auto answer = AskTraced(_invocation, "the trusted domains", [this] { return _store->GetTrustedDomains(); });
-    _report.List(kTrustedDomain, kTrustedDomains);
-    if (answer.stale) _report.MarkStale(kTrustedDomains);
-    std::set<std::string> shown;
-    for (const Domain& domain : answer.value) {
-        if (shown.insert(domain.DNSName()).second) ShowTrustedDomain(domain);
-    }
-} catch (const authentication::FileNotFoundException&) {
-    // So a provider says that the host is no member, which is news only if it said otherwise before.
-    if (_configurationKnown) throw;
-    _report.List(kTrustedDomain, kTrustedDomains);
-}
-
-void Status::ShowTrustedDomain(const Domain& domain) {
-    Row& row = _report.AddRow(kTrustedDomain, kTrustedDomains, domain.DNSName()).Text("netbios", domain.NetBIOSName());
-    try {
-        const auto answer = AskTraced(_invocation, "the relationship to " + domain.DNSName(),
-                                      [&] { return _store->GetDomainTrustRelationship(domain.DNSName()); });
-        row.Number("relationship", answer.value).Text("means", TrustRelationshipWords(_provider, answer.value));
-        if (answer.stale) row.Stale();
-    } catch (...) {
-        row.None("relationship");
-        _report.AddFailure(DescribeCurrentException());
-    }
-}
-
-void Status::ShowOwnRelationship() {
-    const auto answer = AskTraced(_invocation, "the relationship to " + _domain,
-                                  [this] { return _store->GetDomainTrustRelationship(_domain); });
-    _report.Coded("own relationship", answer.value, TrustRelationshipWords(_provider, answer.value));
-    if (answer.stale) _report.MarkStale("own relationship");
-}
-
 // The library asks this one without a time-out.
 void Status::ShowSmartCardServices() {
     _invocation.Trace("asking for the smart-card services");
     const auto services = AskWithin(_invocation.Global().timeoutSeconds,
                                     [store = _store] { return store->GetSmartCardEnabledServices(); });
+    _log.Note(kSmartCardServices, !services);
     _report.List("smart-card service", kSmartCardServices);
     if (!services) return _report.MarkStale(kSmartCardServices);
     for (const std::string& service : *services) _report.AddRow("smart-card service", kSmartCardServices, service);
@@ -197,12 +142,10 @@ void Status::NoteContradiction() {
     }
 }
 
-ExitCode Status::Result() const {
-    if (!_report.Failures().empty()) return _report.Failures().front().exitCode;
-    return _report.HasStale() ? ExitCode::Stale : ExitCode::Ok;
+ExitCode ShowStatus(const Invocation& invocation, Report& report) {
+    AnswerLog log(invocation.Global());
+    return Status(invocation, log, report).Show();
 }
-
-ExitCode ShowStatus(const Invocation& invocation, Report& report) { return Status(invocation, report).Show(); }
 
 }  // namespace
 
@@ -216,7 +159,9 @@ Command StatusCommand() {
             "domain settings. A host that is not joined is no failure.\n\n"
             "The directory is given --timeout seconds for each answer. One that does not come in time is marked "
             "[stale], shown with the last known value (unknown, if there is none), and makes the exit status 6. An "
-            "answer that fails is shown as unavailable, with the reason on standard error.",
+            "answer that fails is shown as unavailable, with the reason on standard error. The lines 'answer:' tell "
+            "how "
+            "old each answer is, and which setting's time-out struck.",
         .examples = {{"nimauthctl status", "how does this host stand?"},
                      {"nimauthctl status --json --timeout 5", "for a monitor"}},
         .exitCodes = {ExitCode::Permission, ExitCode::Stale, ExitCode::Authentication, ExitCode::Network},
