@@ -42,8 +42,13 @@ struct Example {
     std::string comment;
 };
 
+enum class ColorUse { Auto, Always, Never };
+enum class ProgressForm { Auto, Json, None };
+
 // The options that every command takes.
 struct Settings {
+    ColorUse color = ColorUse::Auto;
+    ProgressForm progress = ProgressForm::Auto;
     bool json = false;
     bool quiet = false;
     bool verbose = false;

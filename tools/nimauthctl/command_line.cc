@@ -179,8 +179,19 @@ void CheckComplete(const Command& command, const Invocation& invocation) {
     }
 }
 
+// One of the words, by their numbers.
+std::size_t ReadChoice(const Invocation& given, const std::string& key, const std::vector<std::string>& words) {
+    if (!given.Has(key)) return 0;
+    if (given.Texts(key).size() > 1) throw UsageError("option --" + key + " needs one value, given once");
+    const auto found = std::find(words.begin(), words.end(), given.Text(key));
+    if (found != words.end()) return static_cast<std::size_t>(found - words.begin());
+    throw UsageError("--" + key + " takes " + words[0] + ", " + words[1] + " or " + words[2]);
+}
+
 Settings ReadSettings(const Invocation& given) {
     Settings settings;
+    settings.color = static_cast<ColorUse>(ReadChoice(given, "color", {"auto", "always", "never"}));
+    settings.progress = static_cast<ProgressForm>(ReadChoice(given, "progress", {"auto", "json", "none"}));
     settings.json = given.Has("json");
     settings.quiet = given.Has("quiet");
     settings.verbose = given.Has("verbose");

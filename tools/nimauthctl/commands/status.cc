@@ -1,12 +1,20 @@
 // nimauthctl status
 
+#include <unistd.h>
+
+#include <chrono>
 #include <string>
+#include <system_error>
+#include <thread>
 
 #include "authentication/configuration.h"
 #include "authentication/directory_config_store.h"
 #include "orbconfigstore/config_store.h"
 #include "tools/nimauthctl/commands/commands.h"
 #include "tools/nimauthctl/commands/trust_report.h"
+#include "tools/nimauthctl/numbers.h"
+#include "tools/nimauthctl/presentation.h"
+#include "tools/nimauthctl/standard_streams.h"
 
 namespace nimbrel::nimauthctl {
 namespace {
@@ -142,8 +150,47 @@ void Status::NoteContradiction() {
     }
 }
 
+constexpr char kClearScreen[] = "\x1b[H\x1b[2J";
+constexpr int kUsualInterval = 5;
+
+// Shows one look as soon as it is had. A terminal shows the latest one; a pipe gets them all, each followed by an empty
+// line, or with --json one object after the other.
+void ShowLook(const Report& look, const Settings& settings) {
+    const bool isTerminal = !settings.json && isatty(STDOUT_FILENO) == 1;
+    const std::string text = (isTerminal ? kClearScreen : "") + Present(look, settings) + (settings.json ? "" : "\n");
+    const int error = WriteAll(STDOUT_FILENO, text);
+    if (error != 0) {
+        throw ToolError(ExitCode::Failure,
+                        "unable to write to standard output: " + std::generic_category().message(error), "", "");
+    }
+    WriteError(PresentFailures(look, settings));
+}
+
+// Looks again and again; the last look is left to the caller. A value that a time-out made stale is the one of an earlier
+// look then, and its age grows.
+ExitCode Watch(const Invocation& invocation, AnswerLog& log, Report& report) {
+    const auto interval = std::chrono::seconds(invocation.Has("interval")
+                                                   ? ParseInteger("--interval", invocation.Text("interval"), 1, 86400)
+                                                   : kUsualInterval);
+    const std::int64_t count =
+        invocation.Has("count") ? ParseInteger("--count", invocation.Text("count"), 1, 1'000'000'000) : 0;
+    for (std::int64_t looks = 1; looks != count; ++looks) {
+        Report look;
+        log.BeginLook();
+        Status(invocation, log, look).Show();
+        ShowLook(look, invocation.Global());
+        std::this_thread::sleep_for(interval);
+    }
+    log.BeginLook();
+    return Status(invocation, log, report).Show();
+}
+
 ExitCode ShowStatus(const Invocation& invocation, Report& report) {
     AnswerLog log(invocation.Global());
+    if (invocation.Has("watch")) return Watch(invocation, log, report);
+    if (invocation.Has("interval") || invocation.Has("count")) {
+        throw UsageError("--interval and --count are of no use without --watch", "add --watch");
+    }
     return Status(invocation, log, report).Show();
 }
 
@@ -162,7 +209,11 @@ Command StatusCommand() {
             "answer that fails is shown as unavailable, with the reason on standard error. The lines 'answer:' tell "
             "how "
             "old each answer is, and which setting's time-out struck.",
+        .options = {{.flags = "-w,--watch", .help = "look again every few seconds, until Ctrl-C"},
+                    {.flags = "--interval", .value = "SECONDS", .help = "how long between looks; 5 unless given"},
+                    {.flags = "--count", .value = "N", .help = "look so many times only"}},
         .examples = {{"nimauthctl status", "how does this host stand?"},
+                     {"nimauthctl status --watch --timeout 5", "stay and look; ages of stale answers grow"},
                      {"nimauthctl status --json --timeout 5", "for a monitor"}},
         .exitCodes = {ExitCode::Permission, ExitCode::Stale, ExitCode::Authentication, ExitCode::Network},
         .run = ShowStatus};

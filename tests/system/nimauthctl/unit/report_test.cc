@@ -135,7 +135,7 @@ TEST(ReportTest, FailureIsLines) {
 TEST(ReportTest, FailureIsOneObject) {
     const Failure failure{.exception = "LogonFailureException", .code = 1326, .message = "m\xff", .cause = "c"};
     EXPECT_EQ(json::parse(R"({"schema": 1, "error": {"exception": "LogonFailureException", "code": 1326,
-                              "message": "m\ufffd", "where": null, "cause": "c", "remedy": null}})"),
+                              "message": "m\ufffd", "where": null, "cause": "c", "remedy": null, "log": null}})"),
               json::parse(FailureAsJson(failure)));
 }
 
