@@ -15,6 +15,7 @@ constexpr char kEmbedded[] =
 
 std::vector<Command> MakeCommands() {
     return {
+        CheckCommand(),
         JoinCommand(),
         LeaveCommand(),
         StatusCommand(),

@@ -7,6 +7,7 @@
 
 namespace nimbrel::nimauthctl {
 
+Command CheckCommand();
 Command JoinCommand();
 Command LeaveCommand();
 Command StatusCommand();
