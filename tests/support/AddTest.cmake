@@ -1,5 +1,5 @@
 # nimauth_add_test(<name> RING <ring> SOURCES <file>... [LIBRARIES <target>...] [PRIVATE_ROOT | STAGED]
-#                  [ROOT_OPTIONS <option>...])
+#                  [ROOT_OPTIONS <option>...] [OWN_FLAGS])
 #
 # Builds the GoogleTest program <name> and registers it as one ctest test with the label <ring>.
 #
@@ -8,16 +8,20 @@
 #   STAGED        the same, with the installed tree laid over the private root: the shipped library, plug-ins, tool and
 #                 configuration files lie at their real absolute paths
 #   ROOT_OPTIONS  further options for scripts/private-root
+#   OWN_FLAGS     the program gets compiler flags of its own, and so cannot use the precompiled header
 #
 # Build trees are shown at their own path inside a private root.
 function(nimauth_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_ROOT;STAGED" "RING" "SOURCES;LIBRARIES;ROOT_OPTIONS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_ROOT;STAGED;OWN_FLAGS" "RING" "SOURCES;LIBRARIES;ROOT_OPTIONS")
     if(NOT arg_RING OR NOT arg_SOURCES OR arg_UNPARSED_ARGUMENTS)
         message(FATAL_ERROR "nimauth_add_test(${name}): RING or SOURCES missing, or unknown: ${arg_UNPARSED_ARGUMENTS}")
     endif()
     add_executable(${name} ${arg_SOURCES})
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/tests")
     target_link_libraries(${name} PRIVATE nimauth_build_flags ${arg_LIBRARIES} GTest::gmock_main)
+    if(NIMAUTH_PRECOMPILE_TESTS AND NOT arg_OWN_FLAGS)
+        target_precompile_headers(${name} REUSE_FROM nimauth_test_headers)
+    endif()
 
     set(command $<TARGET_FILE:${name}>)
     if(arg_STAGED)
@@ -34,6 +38,20 @@ function(nimauth_add_test name)
         set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED staged)
     endif()
 endfunction()
+
+# A compiler cache works on whole files and gains nothing from a precompiled header.
+if(CMAKE_CXX_COMPILER_LAUNCHER)
+    set(precompile OFF)
+else()
+    set(precompile ON)
+endif()
+option(NIMAUTH_PRECOMPILE_TESTS "Compile the headers that all tests share once" ${precompile})
+if(NIMAUTH_PRECOMPILE_TESTS)
+    file(CONFIGURE OUTPUT "${CMAKE_CURRENT_BINARY_DIR}/test_headers.cc" CONTENT "#include <gmock/gmock.h>\n" @ONLY)
+    add_executable(nimauth_test_headers "${CMAKE_CURRENT_BINARY_DIR}/test_headers.cc")
+    target_link_libraries(nimauth_test_headers PRIVATE nimauth_build_flags GTest::gmock_main)
+    target_precompile_headers(nimauth_test_headers PRIVATE "${CMAKE_CURRENT_LIST_DIR}/precompiled.h")
+endif()
 
 # Leaks that are wanted are named one by one in the suppression file; everything else ends the test.
 set(NIMAUTH_SANITIZER_ENVIRONMENT "")

@@ -164,11 +164,13 @@ TEST_F(ConfigurationLines, LineOfCarriageReturnIsNotBlank) {
     EXPECT_EQ(Read("\r\n").error, "Error parsing configuration on line 1: no delimiter found");
 }
 
-TEST_F(ConfigurationLines, EveryShortTextReadsAsTheLiteralReaderReadsIt) { ExpectAgreement("a=\"' \t\n\r#", 6); }
+TEST_F(ConfigurationLines, EveryShortTextReadsAsTheLiteralReaderReadsIt) {
+    ExpectAgreement("a=\"' \t\n\r#", EXHAUSTIVE_LENGTH);
+}
 
 // Fewer characters, longer texts: two settings with quotes and repeated keys fit in.
 TEST_F(ConfigurationLines, EveryLongerTextOverFourCharactersReadsAsTheLiteralReaderReadsIt) {
-    ExpectAgreement("a=\"\n", 8);
+    ExpectAgreement("a=\"\n", EXHAUSTIVE_LENGTH + 2);
 }
 
 }  // namespace

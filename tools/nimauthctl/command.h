@@ -90,6 +90,7 @@ struct Command {
     std::vector<Option> options = {};
     std::vector<Example> examples = {};
     std::vector<ExitCode> exitCodes = {};  // besides Ok, Failure and Usage, which every command has
+    std::string alternative = {};          // key of an option that makes the required arguments and options needless
     bool changes = false;                  // changes something: --quiet leaves out its text
     bool needsRoot = false;                // refused early for anyone else, before a password is asked for
     bool signedWords = false;  // words such as -sshd are arguments, unless they are options of every command

@@ -167,6 +167,7 @@ std::string TakeName(std::vector<std::string>& words) {
 }
 
 void CheckComplete(const Command& command, const Invocation& invocation) {
+    if (!command.alternative.empty() && invocation.Has(command.alternative)) return;
     for (const Argument& argument : command.arguments) {
         if (!argument.optional && !invocation.Has(argument.name)) {
             throw UsageError(argument.name + " is missing", SeeHelp(command.name));

@@ -13,6 +13,12 @@ constexpr char kEmbedded[] =
     "slow or failing domain. It is not a real domain: nobody can log in against it from the network, and whoever can "
     "write the file administers it.";
 
+constexpr char kLogins[] =
+    "Turns logins of directory users on and off in the host's PAM files and nsswitch.conf. Every change is previewed "
+    "as a "
+    "diff, tried on a copy, made for all files or none, written to a journal, and taken back by itself unless it is "
+    "confirmed, so that nobody is locked out.";
+
 std::vector<Command> MakeCommands() {
     return {
         CheckCommand(),
@@ -37,6 +43,15 @@ std::vector<Command> MakeCommands() {
         OptionListCommand(),
         OptionGetCommand(),
         OptionSetCommand(),
+        LoginsShowCommand(),
+        LoginsEnableCommand(),
+        LoginsDisableCommand(),
+        LoginsConfirmCommand(),
+        LoginsUndoCommand(),
+        LoginsHistoryCommand(),
+        ProxyDomainCommand(),
+        ProxyCertImportCommand(),
+        ProxyCertShowCommand(),
         DirectoryShowCommand(),
         DirectoryDomainAddCommand(),
         DirectoryDomainRemoveCommand(),
@@ -72,10 +87,35 @@ const Entry* Find(const std::vector<Entry>& entries, std::string_view name) {
     return found == entries.end() ? nullptr : &*found;
 }
 
-std::string Usage(const Option& option) {
+std::string Bare(const Option& option) {
     const std::string first = option.flags.substr(0, option.flags.find(','));
-    const std::string text = option.value.empty() ? first : first + ' ' + option.value;
-    return (option.required ? text : '[' + text + ']') + (option.repeatable ? "..." : "");
+    return option.value.empty() ? first : first + ' ' + option.value;
+}
+
+std::string Usage(const Option& option) {
+    return (option.required ? Bare(option) : '[' + Bare(option) + ']') + (option.repeatable ? "..." : "");
+}
+
+std::string Usage(const Argument& argument) {
+    return (argument.optional ? '[' + argument.name + ']' : argument.name) + (argument.repeatable ? "..." : "");
+}
+
+// " {-U USER DOMAIN | --proxy ADDRESS} [--if-needed]": either what is required, or the option in its place.
+std::string SynopsisOfAlternatives(const Command& command) {
+    std::string required;
+    std::string alternative;
+    std::string others;
+    for (const Option& option : command.options) {
+        if (option.Key() == command.alternative) {
+            alternative = Bare(option);
+        } else {
+            (option.required ? required : others) += ' ' + Usage(option);
+        }
+    }
+    for (const Argument& argument : command.arguments) {
+        (argument.optional ? others : required) += ' ' + Usage(argument);
+    }
+    return " {" + required.substr(1) + " | " + alternative + '}' + others;
 }
 
 }  // namespace
@@ -94,6 +134,9 @@ const std::vector<CommandGroup>& CommandGroups() {
         {"store", "which authentication store the host uses"},
         {"config", "where the settings come from"},
         {"option", "the host's advanced options"},
+        {"logins", "directory logins: the host's PAM files and name services", kLogins},
+        {"proxy", "the authentication proxy that a host can join through"},
+        {"proxy cert", "the certificate by which the host knows the proxy"},
         {"directory", "the embedded directory: not a real domain, for evaluation and rehearsals", kEmbedded},
         {"directory domain", "domains of the embedded directory", kEmbedded},
         {"directory user", "users of the embedded directory", kEmbedded},
@@ -128,11 +171,9 @@ const CommandGroup* FindGroup(std::string_view name) { return Find(CommandGroups
 
 std::string Synopsis(const Command& command) {
     std::string text = "nimauthctl " + command.name;
+    if (!command.alternative.empty()) return text + SynopsisOfAlternatives(command);
     for (const Option& option : command.options) text += ' ' + Usage(option);
-    for (const Argument& argument : command.arguments) {
-        text += argument.optional ? " [" + argument.name + ']' : ' ' + argument.name;
-        if (argument.repeatable) text += "...";
-    }
+    for (const Argument& argument : command.arguments) text += ' ' + Usage(argument);
     return text;
 }
 

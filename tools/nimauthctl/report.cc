@@ -32,6 +32,10 @@ void Report::List(std::string_view rowLabel, std::string_view label) {
     _entries.push_back({std::string(label), ListValue{std::string(rowLabel), {}}});
 }
 
+void Report::Verbatim(std::string_view label, std::string_view text) {
+    _entries.push_back({std::string(label), VerbatimValue{std::string(text)}});
+}
+
 Row& Report::AddRow(std::string_view rowLabel, std::string_view label, std::string_view headline) {
     if (Find(label) == nullptr) List(rowLabel, label);
     Row& row = std::get<ListValue>(Find(label)->value).rows.emplace_back();

@@ -68,6 +68,9 @@ class Report {
     // Adds to the list, which is opened if need be. The reference holds until the report is destroyed.
     Row& AddRow(std::string_view rowLabel, std::string_view label, std::string_view headline);
 
+    // Text of several lines, shown as it is: a diff. Nothing is shown for an empty one.
+    void Verbatim(std::string_view label, std::string_view text);
+
     // Marks a value or list that was added as the last known one: a time-out struck.
     void MarkStale(std::string_view label);
 
@@ -86,7 +89,7 @@ class Report {
     // Lines, each with its line end; failures are not among them. `colors` marks what is stale, good or bad.
     std::string AsText(bool colors = false) const;
     // The same for a person at a terminal of so many columns: values in a column, lists as tables. A list that is wider
-    // stays as lines.
+    // has its long texts wrapped, or else each row's details below it.
     std::string AsTable(int columns, bool colors) const;
     // One object with a line end.
     std::string AsJson() const;
@@ -97,13 +100,16 @@ class Report {
         std::deque<Row> rows;
     };
     struct UnavailableValue {};
+    struct VerbatimValue {
+        std::string text;
+    };
     struct CodedValue {
         std::int64_t value;
         std::string words;
     };
     struct Entry {
         std::string label;
-        std::variant<Scalar, CodedValue, ListValue, UnavailableValue> value;
+        std::variant<Scalar, CodedValue, ListValue, UnavailableValue, VerbatimValue> value;
         bool stale = false;
 
         // The value in one line, but for its staleness; of a list, what stands for an empty one.

@@ -67,6 +67,8 @@ class ReportJson {
         } else if (const auto* coded = std::get_if<Report::CodedValue>(&entry.value)) {
             value = coded->value;
             object[name + "Text"] = coded->words;
+        } else if (const auto* verbatim = std::get_if<Report::VerbatimValue>(&entry.value)) {
+            value = verbatim->text;
         }
     }
 };

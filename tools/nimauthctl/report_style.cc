@@ -1,5 +1,7 @@
 #include "tools/nimauthctl/report_style.h"
 
+#include <algorithm>
+
 namespace nimbrel::nimauthctl {
 namespace {
 
@@ -22,6 +24,20 @@ const char* ColorOf(const std::string& text, std::string_view name) {
     return text == "warn" ? kYellow : kRed;
 }
 
+const char* ColorOfDiffLine(std::string_view line) {
+    if (line.starts_with("+++") || line.starts_with("---")) return nullptr;
+    if (line.starts_with('+')) return kGreen;
+    return line.starts_with('-') ? kRed : nullptr;
+}
+
+std::string PrintableButTabs(std::string_view line) {
+    std::string shown;
+    for (std::size_t tab; (tab = line.find('\t')) != std::string_view::npos; line.remove_prefix(tab + 1)) {
+        shown += Printable(line.substr(0, tab)) + '\t';
+    }
+    return shown + Printable(line);
+}
+
 }  // namespace
 
 std::string ScalarAsText(const Scalar& value) { return std::visit(ScalarText(), value); }
@@ -34,6 +50,19 @@ std::string StaleMark(bool stale, bool colors) {
 std::string Painted(const std::string& text, std::string_view name, bool colors) {
     const char* const color = colors ? ColorOf(text, name) : nullptr;
     return color == nullptr ? text : color + text + kPlain;
+}
+
+std::string VerbatimText(std::string_view text, bool colors) {
+    std::string shown;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        const std::string_view line = text.substr(0, end);
+        const char* const color = colors ? ColorOfDiffLine(line) : nullptr;
+        shown += (color == nullptr ? "" : color) + PrintableButTabs(line) + (color == nullptr ? "" : kPlain);
+        shown += text.substr(end, 1);
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return shown;
 }
 
 std::string Report::Entry::AsText() const {

@@ -19,6 +19,10 @@ std::string StaleMark(bool stale, bool colors);
 // The text of a detail in its colour: "result" is green, yellow or red, what is stale is yellow.
 std::string Painted(const std::string& text, std::string_view name, bool colors);
 
+// Text of several lines with its control characters shown; tabs and line ends stay. In colour, lines that a diff takes
+// out are red and those that it puts in green.
+std::string VerbatimText(std::string_view text, bool colors);
+
 }  // namespace nimbrel::nimauthctl
 
 #endif  // NIMAUTHCTL_REPORT_STYLE_H_

@@ -63,6 +63,9 @@ class ReportText {
             for (const Row& row : list->rows) text += RowLine(row, entry.stale, colors);
             return text;
         }
+        if (const auto* verbatim = std::get_if<Report::VerbatimValue>(&entry.value)) {
+            return VerbatimText(verbatim->text, colors);
+        }
         return Line(entry.label, entry.AsText(), entry.stale, colors);
     }
 };

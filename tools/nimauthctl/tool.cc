@@ -37,8 +37,11 @@ void CheckUser(const Command& command) {
                     "run it again as root, for example with sudo");
 }
 
-Display Show(const Command& command, const Settings& settings, const Report& report, ExitCode exitCode) {
-    const bool silent = settings.quiet && !settings.json && command.changes && exitCode == ExitCode::Ok;
+// A preview changes nothing: it is an answer.
+Display Show(const CommandLine& line, const Report& report, ExitCode exitCode) {
+    const Settings& settings = line.invocation.Global();
+    const bool confirms = line.command->changes && !line.invocation.Has("dry-run");
+    const bool silent = settings.quiet && !settings.json && confirms && exitCode == ExitCode::Ok;
     return {silent ? "" : Present(report, settings), PresentFailures(report, settings), exitCode};
 }
 
@@ -49,7 +52,7 @@ Display RunCommand(const CommandLine& line) {
         WatchWorkItems();
         Report report;
         const ExitCode exitCode = line.command->run(line.invocation, report);
-        return Show(*line.command, settings, report, exitCode);
+        return Show(line, report, exitCode);
     } catch (const InterruptedFailure& interruption) {
         Display display = Refused(settings);
         display.signal = interruption.Signal();

@@ -1,6 +1,6 @@
 // What the numbers of a trust state and a trust relationship mean.
 //
-// The numbers are the provider's. Those of the provider "embedded" are known here; of any other provider only the three
+// The numbers are the provider's. Those of the providers "embedded" and "ad" are known here; of any other only the three
 // states and two relationships are told that the library itself answers with.
 
 #ifndef NIMAUTHCTL_TRUST_WORDS_H_

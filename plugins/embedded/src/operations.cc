@@ -186,10 +186,9 @@ static std::uint32_t GetSmartCardEnabledServices(char*** services, NimauthReleas
 }  // namespace
 }  // namespace nimbrel::embedded
 
-// The log-in modules are those of a host in a real domain: an agent that writes them into PAM and name-service files
-// rehearses exactly what it will write there. Nobody logs in through them against the embedded directory.
+// Both come with this provider (see logins/) and let the users of the joined domain log in on this host.
 const NimauthProviderMetadata ActiveDirectoryClientMetadata = {
-    NIMAUTH_PROVIDER_API_VERSION, "pam_sss.so", nullptr, "sss", nullptr,
+    NIMAUTH_PROVIDER_API_VERSION, "pam_nimauth_embedded.so", nullptr, "nimembedded", nullptr,
 };
 
 const NimauthProviderOperations ActiveDirectoryClientOperations = {

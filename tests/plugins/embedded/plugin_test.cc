@@ -18,8 +18,8 @@ using ::testing::IsEmpty;
 
 TEST(Module, DeclaresItsVersionsAndLogInModules) {
     EXPECT_EQ(Metadata().apiVersion, 3);
-    EXPECT_STREQ(Metadata().pamModule, "pam_sss.so");
-    EXPECT_STREQ(Metadata().nssModule, "sss");
+    EXPECT_STREQ(Metadata().pamModule, "pam_nimauth_embedded.so");
+    EXPECT_STREQ(Metadata().nssModule, "nimembedded");
     EXPECT_EQ(Metadata().pamModuleParameters, nullptr);
     EXPECT_EQ(Metadata().nssModuleParameters, nullptr);
     EXPECT_EQ(Table().tableVersion, 2);

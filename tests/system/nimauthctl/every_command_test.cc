@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -58,8 +59,10 @@ std::string SchemaFile(const Command& command) {
 class EveryCommandTest : public ::testing::Test {
  protected:
     void SetUp() override {
+        umask(022);
         fs::remove_all(kState);
         fs::create_directories(kState);
+        if (!fs::exists("/etc/pam.d/sshd")) fs::copy("/etc/pam.d/login", "/etc/pam.d/sshd");
         fs::create_directories(kSettings);
         WriteFile(std::string(kSettings) + "/authentication.conf", "remote-authentication-store = \"None\"\n");
         WriteFile(std::string(kSettings) + "/provider.conf", "provider = \"embedded\"\n");

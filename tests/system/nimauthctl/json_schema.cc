@@ -37,6 +37,17 @@ std::string SchemaFolder::Check(const std::string& file, const Json& value) {
     return Against(file, Load(file), value, "result");
 }
 
+std::string SchemaFolder::CheckOutput(const std::vector<std::string>& words, const std::string& output) {
+    const Json object = Json::parse(output, nullptr, false);
+    if (!object.is_object()) return "no object: " + output;
+    std::string name;
+    for (const std::string& word : words) {
+        name += (name.empty() ? "" : "-") + word;
+        if (Has(name + ".json")) return Check(name + ".json", object);
+    }
+    return "there is no schema for " + name;
+}
+
 bool SchemaFolder::Has(const std::string& file) const { return std::filesystem::exists(_path + '/' + file); }
 
 std::string SchemaFolder::Against(const std::string& file, const Json& schema, const Json& value,

@@ -7,6 +7,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 namespace nimbrel::testing {
 
@@ -16,6 +17,9 @@ class SchemaFolder {
 
     // What is wrong with the value, or the empty text. Throws `std::runtime_error` for a schema that cannot be used.
     std::string Check(const std::string& file, const nlohmann::json& value);
+
+    // The same for what a command line with --json has written.
+    std::string CheckOutput(const std::vector<std::string>& words, const std::string& output);
 
     bool Has(const std::string& file) const;
 

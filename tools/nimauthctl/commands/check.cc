@@ -1,9 +1,11 @@
-// nimauthctl check: whether the host can join, before anything is changed.
+// nimauthctl check: what stands in the way of a join, or of log-ins on a joined host.
+
+#include "tools/nimauthctl/checks/check.h"
 
 #include <string>
 
 #include "sysnet/network_info.h"
-#include "tools/nimauthctl/commands/check_table.h"
+#include "tools/nimauthctl/checks/name_checks.h"
 #include "tools/nimauthctl/commands/commands.h"
 #include "tools/nimauthctl/failure.h"
 #include "tools/nimauthctl/report.h"
@@ -11,46 +13,78 @@
 namespace nimbrel::nimauthctl {
 namespace {
 
+constexpr char kSssdService[] = "sss";
+
 const char* Word(Verdict verdict) {
-    switch (verdict) {
-        case Verdict::Pass:
-            return "pass";
-        case Verdict::Warn:
-            return "warn";
-        case Verdict::Fail:
-            return "fail";
-    }
-    return "";
+    constexpr const char* kWords[] = {"pass", "warn", "fail"};
+    return kWords[static_cast<int>(verdict)];
 }
 
-Finding Run(const Check& check, const CheckTarget& target) {
+bool IsMet(Needs needs, const CheckSubject& subject) {
+    const bool hasDomain = !subject.domain.empty();
+    const bool hasProvider = !subject.nssService.empty();
+    switch (needs) {
+        case Needs::Nothing:
+            return true;
+        case Needs::Domain:
+            return hasDomain;
+        case Needs::Settings:
+            return !subject.provider.empty();
+        case Needs::Provider:
+            return hasProvider;
+        case Needs::DomainAndProvider:
+            return hasDomain && hasProvider;
+        case Needs::Sssd:
+            return hasDomain && subject.nssService == kSssdService;
+    }
+    return false;
+}
+
+// Whether the check has no place on this host, rather than being kept back by one that failed.
+bool IsBesideThePoint(Needs needs, const CheckSubject& subject) {
+    return needs == Needs::Sssd && !subject.nssService.empty() && subject.nssService != kSssdService;
+}
+
+Finding Run(const Check& check, CheckSubject& subject) {
     try {
-        return check.run(target);
+        return check.run(subject);
     } catch (...) {
         const Failure failure = DescribeCurrentException();
-        return Fail(failure.exitCode == ExitCode::Ok ? ExitCode::Failure : failure.exitCode, failure.message,
-                    failure.remedy);
+        return Fail(failure.message, failure.remedy.empty() ? "see the message" : failure.remedy,
+                    failure.exitCode == ExitCode::Ok ? ExitCode::Failure : failure.exitCode);
     }
 }
 
-// The worst of all, and the exit status of the first check that failed.
-struct Outcome {
-    Verdict worst = Verdict::Pass;
-    ExitCode exitCode = ExitCode::Ok;
-};
+void Show(const Check& check, const Finding& finding, Report& report) {
+    Row& row = report.AddRow("check", "checks", check.name);
+    row.Text("result", Word(finding.verdict)).Text("found", finding.found);
+    if (finding.verdict != Verdict::Pass) row.Text("remedy", finding.remedy);
+}
 
-Outcome RunChecks(std::span<const Check> checks, const CheckTarget& target, Report& report) {
-    Outcome outcome;
+bool NeedsDomain(Needs needs) { return needs == Needs::Domain || needs == Needs::DomainAndProvider; }
+
+// Names one after the other.
+void AddName(std::string_view name, std::string& names) { names += (names.empty() ? "" : ", ") + std::string(name); }
+
+// Returns the exit status: that of the first failed check.
+ExitCode RunChecks(std::span<const Check> checks, CheckSubject& subject, bool domainIsLearned, Report& report) {
+    const bool lacksDomain = subject.domain.empty() && !domainIsLearned;
+    Finding worst;
+    std::string withoutDomain;
+    std::string afterFailure;
     for (const Check& check : checks) {
-        if (check.needsDomain && target.domain.empty()) continue;
-        const Finding finding = Run(check, target);
-        Row& row = report.AddRow("check", "checks", check.name).Text("result", Word(finding.verdict));
-        row.Text("finding", finding.text);
-        if (!finding.remedy.empty()) row.Text("remedy", finding.remedy);
-        if (finding.verdict == Verdict::Fail && outcome.worst != Verdict::Fail) outcome.exitCode = finding.exitCode;
-        if (finding.verdict > outcome.worst) outcome.worst = finding.verdict;
+        if (IsMet(check.needs, subject)) {
+            const Finding finding = Run(check, subject);
+            Show(check, finding, report);
+            if (finding.verdict > worst.verdict) worst = finding;
+        } else if (!IsBesideThePoint(check.needs, subject)) {
+            AddName(check.name, lacksDomain && NeedsDomain(check.needs) ? withoutDomain : afterFailure);
+        }
     }
-    return outcome;
+    report.Text("result", Word(worst.verdict));
+    if (!withoutDomain.empty()) report.Note("not checked, because no domain was given: " + withoutDomain);
+    if (!afterFailure.empty()) report.Note("not checked, because of what failed: " + afterFailure);
+    return worst.exitCode;
 }
 
 std::string HostsLine(const std::string& domain) try {
@@ -71,20 +105,19 @@ void AddChanges(const std::string& domain, Report& report) {
     add("DNS search list", domain + " added, if the host's full name lies elsewhere and the domain resolves");
     add("the directory", "a computer account for this host created or taken over");
     add("the provider's own files", "this host's membership and machine secret");
-    add("configuration store orb/identity/active_directory", "domain " + domain + ", the organizational unit");
+    add("configuration store", "orb/identity/active_directory: domain " + domain + ", the organizational unit");
 }
 
 ExitCode RunCheck(const Invocation& invocation, Report& report) {
     const std::string target = invocation.Text("DOMAIN");
-    const CheckTarget about = {invocation, target.substr(0, target.find('/'))};
-    const Outcome outcome = RunChecks(PreflightChecks(), about, report);
-    report.Text("worst", Word(outcome.worst));
-    if (about.domain.empty()) {
-        report.Note("no domain was given, so full name, domain name and domain controller are not checked");
-    } else {
-        AddChanges(about.domain, report);
+    CheckSubject subject = {.invocation = invocation, .domain = target.substr(0, target.find('/'))};
+    if (invocation.Has("joined")) {
+        if (invocation.Has("DOMAIN")) throw UsageError("--joined takes no domain: the host knows its own");
+        return RunChecks(JoinedChecks(), subject, true, report);
     }
-    return outcome.exitCode;
+    const ExitCode exitCode = RunChecks(JoinChecks(), subject, false, report);
+    if (!subject.domain.empty()) AddChanges(subject.domain, report);
+    return exitCode;
 }
 
 }  // namespace
@@ -92,19 +125,26 @@ ExitCode RunCheck(const Invocation& invocation, Report& report) {
 Command CheckCommand() {
     return {
         .name = "check",
-        .summary = "check whether the host can join, before anything is changed",
+        .summary = "check whether the host can join, or why log-ins on a joined host fail",
         .description =
-            "Looks at everything that a join needs and changes nothing: the user, the settings files, the provider, "
-            "the host's name and how it resolves, the domain and its controllers, the clock, and whether the files "
-            "that a join changes can be written. Each line passes, warns or fails, with a remedy; at the end stands "
-            "what a join would change.\n\n"
-            "The exit status is 0 if no check fails, warnings included, else that of the first one that does: a join "
-            "would end with it.",
+            "Without --joined: whether the host can join. Looks at the user, the settings files, the provider, the "
+            "host's name and how it resolves, the domain and its controllers, the clock, and whether the files that a "
+            "join changes can be written; at the end stands what a join would change.\n\n"
+            "With --joined: why users of the domain cannot log in on this host. Looks at the same, and at the active "
+            "store, the membership, the machine account and the trust state; at the provider's modules in "
+            "/etc/nsswitch.conf and in the PAM services login and sshd; and, where these modules are SSSD's, at SSSD "
+            "itself, its configuration of the domain and the keytab.\n\n"
+            "Nothing is changed. Each check is one line with its result (pass, warn or fail), what was found, and a "
+            "remedy; the line 'result' is the gravest. The exit status is that of the first check that fails; "
+            "warnings leave it 0.",
         .arguments = {{.name = "DOMAIN", .help = "the domain to join, as join takes it", .optional = true}},
+        .options = {{.flags = "--joined", .help = "check what log-ins of a joined host need"}},
         .examples = {{"nimauthctl check corp.test", "can this host join corp.test?"},
-                     {"nimauthctl check corp.test | grep 'result=fail'", "what stands in the way?"}},
-        .exitCodes = {ExitCode::OtherState, ExitCode::Permission, ExitCode::Authentication, ExitCode::HostName,
-                      ExitCode::Network},
+                     {"nimauthctl check corp.test | grep 'result=fail'", "what stands in the way?"},
+                     {"nimauthctl check --joined", "why can nobody log in?"},
+                     {"nimauthctl check --joined --json", "for a monitor"}},
+        .exitCodes = {ExitCode::OtherState, ExitCode::NotJoined, ExitCode::Permission, ExitCode::Stale,
+                      ExitCode::Authentication, ExitCode::HostName, ExitCode::Network},
         .run = RunCheck};
 }
 

@@ -36,6 +36,16 @@ Command OptionListCommand();
 Command OptionGetCommand();
 Command OptionSetCommand();
 
+Command LoginsShowCommand();
+Command LoginsEnableCommand();
+Command LoginsDisableCommand();
+Command LoginsConfirmCommand();
+Command LoginsUndoCommand();
+Command LoginsHistoryCommand();
+Command ProxyDomainCommand();
+Command ProxyCertImportCommand();
+Command ProxyCertShowCommand();
+
 Command DirectoryShowCommand();
 Command DirectoryDomainAddCommand();
 Command DirectoryDomainRemoveCommand();

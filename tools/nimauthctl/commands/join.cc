@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "authentication/directory_config_store.h"
 #include "tools/nimauthctl/commands/commands.h"
 #include "tools/nimauthctl/commands/interruption.h"
 #include "tools/nimauthctl/commands/membership.h"
@@ -17,6 +18,7 @@
 namespace nimbrel::nimauthctl {
 namespace {
 
+using authentication::ActiveDirectoryConfigStore;
 using authentication::ActiveDirectoryStore;
 using authentication::ActiveDirectoryStoreConfiguration;
 
@@ -114,6 +116,16 @@ bool JoinWork::operator()() {
     return true;
 }
 
+// Carries the work out, which owns what it uses: it goes on after an interruption.
+template <typename Work>
+void RunJoin(const StorePointer& store, Progress& progress, const Invocation& invocation, Work work) {
+    try {
+        RunLong(progress, std::move(work));
+    } catch (const Interrupted& interruption) {
+        TellInterruption(interruption, store, progress, invocation);
+    }
+}
+
 void CallJoin(const StorePointer& store, const Target& target, const Invocation& invocation) {
     const auto progress = std::make_shared<Progress>(invocation.Global());
     JoinWork work = {store,
@@ -125,25 +137,83 @@ void CallJoin(const StorePointer& store, const Target& target, const Invocation&
                      invocation.Has("skip-hostname-check")};
     ReadPassword(*work.password, work.user, invocation);
     invocation.Trace("joining " + work.whole);
-    try {
-        RunLong(*progress, std::move(work));
-    } catch (const Interrupted& interruption) {
-        TellInterruption(interruption, store, *progress, invocation);
+    RunJoin(store, *progress, invocation, std::move(work));
+}
+
+// Call it in the catch block. The library takes a join back whose settings could not be stored; any other failure is
+// thrown on.
+ExitCode ShowJoinTakenBack(const CarriedFailure& error, Report& report) {
+    if (error.Described().exception != "ConfigStoreException") throw;
+    report.Flag("joined", false);
+    report.Note("the host joined, but the domain settings could not be stored, so it has left again");
+    report.AddFailure(error.Described());
+    return error.Described().exitCode;
+}
+
+// ---------------------------------------------------------------- through an authentication proxy
+
+void CheckProxyWords(const Invocation& invocation) {
+    for (const char* const key : {kTarget, "user", "password-stdin", "password-fd"}) {
+        if (!invocation.Has(key)) continue;
+        throw UsageError("a join with --proxy takes neither a domain nor a user: the proxy knows them",
+                         "leave them out, and give the organizational unit with --ou");
     }
 }
 
+bool IsJoinedThroughProxy(const ActiveDirectoryStore& store, const Invocation& invocation, Report& report) {
+    const auto answer = AskConfiguration(store, invocation);
+    if (answer.stale || answer.value.DomainDNSName().empty()) return false;
+    const std::string present = ActiveDirectoryConfigStore().GetAuthProxyAddr();
+    if (present != invocation.Text("proxy")) {
+        throw ToolError(ExitCode::OtherState, "the host is joined to " + answer.value.DomainDNSName() + " already",
+                        "it was not joined through this proxy", "leave first with 'nimauthctl leave'");
+    }
+    report.Flag("joined", true);
+    report.Flag("changed", false);
+    ShowMembership(answer.value, report);
+    report.Text("proxy address", present);
+    return true;
+}
+
+void CallProxyJoin(const StorePointer& store, const std::string& proxy, const Invocation& invocation) {
+    const auto progress = std::make_shared<Progress>(invocation.Global());
+    const bool skipHostNameCheck = invocation.Has("skip-hostname-check");
+    invocation.Trace("joining through the proxy " + proxy);
+    RunJoin(store, *progress, invocation, [store, progress, proxy, unit = invocation.Text("ou"), skipHostNameCheck] {
+        const PauseWatch watch(*progress);
+        progress->Attempts("joining through the proxy " + Printable(proxy), kAttempts);
+        store->JoinDomainWithAPX(proxy, unit, skipHostNameCheck);
+        return true;
+    });
+}
+
+ExitCode JoinThroughProxy(const Invocation& invocation, Report& report) {
+    CheckProxyWords(invocation);
+    const std::string proxy = invocation.Text("proxy");
+    const StorePointer store = OpenStore(invocation);
+    if (invocation.Has("if-needed") && IsJoinedThroughProxy(*store, invocation, report)) return ExitCode::Ok;
+    try {
+        CallProxyJoin(store, proxy, invocation);
+    } catch (const CarriedFailure& error) {
+        return ShowJoinTakenBack(error, report);
+    }
+    const Target target = {ActiveDirectoryConfigStore().GetDomainName(), invocation.Text("ou")};
+    ShowJoin(target, invocation.Has("skip-hostname-check"), report);
+    report.Text("proxy address", proxy);
+    ShowMachineAccount(*store, invocation, report);
+    return ExitCode::Ok;
+}
+
 ExitCode Join(const Invocation& invocation, Report& report) {
+    if (invocation.Has("proxy")) return JoinThroughProxy(invocation, report);
+    if (invocation.Has("ou")) throw UsageError("--ou belongs to --proxy", "write DOMAIN/OU instead");
     const Target target = SplitTarget(invocation.Text(kTarget));
     const StorePointer store = OpenStore(invocation);
     if (invocation.Has("if-needed") && IsJoinedAlready(*store, target, invocation, report)) return ExitCode::Ok;
     try {
         CallJoin(store, target, invocation);
     } catch (const CarriedFailure& error) {
-        if (error.Described().exception != "ConfigStoreException") throw;
-        report.Flag("joined", false);
-        report.Note("the host joined, but the domain settings could not be stored, so it has left again");
-        report.AddFailure(error.Described());
-        return error.Described().exitCode;
+        return ShowJoinTakenBack(error, report);
     }
     ShowJoin(target, invocation.Has("skip-hostname-check"), report);
     ShowMachineAccount(*store, invocation, report);
@@ -153,6 +223,10 @@ ExitCode Join(const Invocation& invocation, Report& report) {
 std::vector<Option> JoinOptions() {
     std::vector<Option> options = {
         {.flags = "-U,--user", .value = "USER", .help = "the user whose rights the join uses", .required = true},
+        {.flags = "--proxy",
+         .value = "ADDRESS",
+         .help = "join through the authentication proxy at this IPv4 address, without a user"},
+        {.flags = "--ou", .value = "OU", .help = "with --proxy: the organizational unit for the computer account"},
         {.flags = "--if-needed", .help = "do nothing, and succeed, if the host is in this domain already"},
         {.flags = "--skip-hostname-check",
          .help = "take the host's name as it is, and leave the hosts file and the DNS search list alone"}};
@@ -173,17 +247,21 @@ Command JoinCommand() {
             "it never comes from the command line or the environment. A log-on that the directory refuses is tried "
             "four times, 30 seconds apart, because a new account may not have reached every controller yet: a wrong "
             "password is reported after two minutes. A terminal shows each attempt and how long the pauses still "
-            "last; Ctrl-C ends them and tells what state the host is in.",
+            "last; Ctrl-C ends them and tells what state the host is in.\n\n"
+            "With --proxy the host needs no user: an authentication proxy creates its computer account, and tells "
+            "which domain that is in. Import the proxy's certificate first, with 'nimauthctl proxy cert import'.",
         .arguments = {{kTarget,
                        "the domain's DNS name and, behind a slash, the organizational unit for the computer "
                        "account, outermost first"}},
         .options = JoinOptions(),
         .examples = {{"nimauthctl join corp.test -U administrator", "join, computer account in the default container"},
                      {"nimauthctl join corp.test/Hosts/Lab -U alice@corp.test", "computer account in Hosts/Lab"},
+                     {"nimauthctl join --proxy 192.0.2.7 --ou Hosts", "through a proxy, without a user's password"},
                      {"nimauthctl join corp.test -U joiner --if-needed --password-stdin <secret",
                       "from a script that may run again"}},
         .exitCodes = {ExitCode::OtherState, ExitCode::Permission, ExitCode::Authentication, ExitCode::HostName,
                       ExitCode::Network},
+        .alternative = "proxy",
         .changes = true,
         .needsRoot = true,
         .run = Join};

@@ -29,6 +29,19 @@ std::string AccountName(const std::string& name) {
     return !name.empty() && name.back() == '$' ? name.substr(0, name.size() - 1) : name;
 }
 
+struct NewPreStaged {
+    ComputerRow row;
+    Secret secret = Secret::Random();
+
+    explicit NewPreStaged(const std::string& name) {
+        row.name = ComputerName(name);
+        row.preStaged = true;
+        row.secretHash = HashSecret(secret.View(), HashCost::RandomSecret);
+    }
+};
+
+}  // namespace
+
 ComputerRow RequireComputer(const Database& db, const DomainRow& domain, const std::string& name) {
     auto row = FindComputerRow(db, domain.id, AccountName(name));
     if (!row) {
@@ -46,19 +59,6 @@ ComputerInfo InsertPreStaged(const Database& db, const DomainRow& domain, Comput
     InsertComputer(db, computer);
     return ToInfo(db, computer, domain.info);
 }
-
-struct NewPreStaged {
-    ComputerRow row;
-    Secret secret = Secret::Random();
-
-    explicit NewPreStaged(const std::string& name) {
-        row.name = ComputerName(name);
-        row.preStaged = true;
-        row.secretHash = HashSecret(secret.View(), HashCost::RandomSecret);
-    }
-};
-
-}  // namespace
 
 std::optional<ComputerRow> FindComputerRow(const Database& db, RowId domainId, const std::string& name) {
     auto rows = db.Prepare(std::string(kColumns) + "WHERE domain_id = ? AND name = ?");

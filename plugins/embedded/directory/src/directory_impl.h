@@ -117,6 +117,10 @@ std::vector<OrganizationalUnitInfo> ReadUnits(const Database& db, std::optional<
 // --- Computers (directory_computers.cc) ---
 
 std::optional<ComputerRow> FindComputerRow(const Database& db, RowId domainId, const std::string& name);
+// `name` may end in "$". Throws 1317.
+ComputerRow RequireComputer(const Database& db, const DomainRow& domain, const std::string& name);
+// Adds a pre-staged account. Throws 1316.
+ComputerInfo InsertPreStaged(const Database& db, const DomainRow& domain, ComputerRow computer);
 ComputerInfo ToInfo(const Database& db, const ComputerRow& row, const DomainInfo& domain);
 void InsertComputer(const Database& db, const ComputerRow& row);
 // Writes the unit, secret, state and key version of the row with the same id.

@@ -19,6 +19,7 @@ UserRow ReadRow(const Statement& row) {
     user.passwordHash = row.Text(2);
     user.info.domain = row.Text(3);
     user.info.name = row.Text(4);
+    user.info.number = user.id;
     user.info.flags = {row.Flag(5), row.Flag(6), row.Flag(7), row.Flag(8), row.Flag(9), row.Flag(10)};
     return user;
 }

@@ -127,6 +127,13 @@ ParsedHash Parse(std::string_view text) {
     return hash;
 }
 
+std::string HashWith(std::string_view secret, const Costs& costs, const Salt& salt) {
+    const Key key = DeriveKey(secret, salt, costs);
+    return "scrypt$" + std::to_string(costs.logarithm) + "$" + std::to_string(costs.blockSize) + "$" +
+           std::to_string(costs.parallelism) + "$" + EncodeHex(salt.data(), salt.size()) + "$" +
+           EncodeHex(key.bytes.data(), key.bytes.size());
+}
+
 }  // namespace
 
 void FillRandom(void* bytes, std::size_t size) {
@@ -145,13 +152,22 @@ void FillRandom(void* bytes, std::size_t size) {
 }
 
 std::string HashSecret(std::string_view secret, HashCost cost) {
-    const Costs& costs = cost == HashCost::Password ? kPasswordCosts : kRandomSecretCosts;
     Salt salt = {};
     FillRandom(salt.data(), salt.size());
-    const Key key = DeriveKey(secret, salt, costs);
-    return "scrypt$" + std::to_string(costs.logarithm) + "$" + std::to_string(costs.blockSize) + "$" +
-           std::to_string(costs.parallelism) + "$" + EncodeHex(salt.data(), salt.size()) + "$" +
-           EncodeHex(key.bytes.data(), key.bytes.size());
+    return HashWith(secret, cost == HashCost::Password ? kPasswordCosts : kRandomSecretCosts, salt);
+}
+
+std::string HashMarkedSecret(std::string_view secret, const std::string& salt) {
+    Salt bytes = {};
+    if (!DecodeHex(salt, bytes.data(), bytes.size())) {
+        throw DirectoryError(kStatusInvalidParameter, "A mark is not 32 hexadecimal digits");
+    }
+    return HashWith(secret, kRandomSecretCosts, bytes);
+}
+
+std::string SaltOf(const std::string& hash) {
+    const ParsedHash parsed = Parse(hash);
+    return EncodeHex(parsed.salt.data(), parsed.salt.size());
 }
 
 bool SecretMatches(std::string_view secret, const std::string& hash) {

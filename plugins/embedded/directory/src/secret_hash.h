@@ -21,6 +21,10 @@ enum class HashCost { Password, RandomSecret };
 
 // 32 MiB and about 0.1 s for a password. Throws `DirectoryError` 1359 if the hash cannot be computed.
 std::string HashSecret(std::string_view secret, HashCost cost);
+// The same for a machine's secret, with a salt of the caller's choice: 32 hexadecimal digits, else 87. `SaltOf` reads
+// it back.
+std::string HashMarkedSecret(std::string_view secret, const std::string& salt);
+std::string SaltOf(const std::string& hash);
 // Compares in constant time. Throws `DirectoryError` 1359 for a text that is no such hash.
 bool SecretMatches(std::string_view secret, const std::string& hash);
 // Takes as long as a look at a real password does: a caller must not learn from the time that there is no such user.

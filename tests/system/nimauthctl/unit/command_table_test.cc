@@ -139,8 +139,8 @@ TEST(CommandTableTest, HelpShowsEveryPartOfTheCommand) {
 
 TEST(CommandTableTest, SynopsisIsMadeFromTheParts) {
     EXPECT_EQ(
-        "nimauthctl join -U USER [--if-needed] [--skip-hostname-check] [--password-stdin] [--password-fd N] "
-        "DOMAIN[/OU]",
+        "nimauthctl join {-U USER DOMAIN[/OU] | --proxy ADDRESS} [--ou OU] [--if-needed] [--skip-hostname-check] "
+        "[--password-stdin] [--password-fd N]",
         Synopsis(*FindCommand("join")));
     EXPECT_EQ("nimauthctl user canonical NAME...", Synopsis(*FindCommand("user canonical")));
     EXPECT_EQ("nimauthctl dc prefer [--none] [NAME]...", Synopsis(*FindCommand("dc prefer")));

@@ -22,13 +22,18 @@ std::string ReadFile(const std::filesystem::path& path) {
 
 std::string Page() { return ReadFile(NIMAUTH_SOURCE "/docs/operations.md"); }
 
-// The first literal behind each match of `call` in the library's and the platform's sources.
-std::vector<std::string> Literals(const std::string& call) {
+using Folders = std::vector<std::string>;
+
+const Folders kLibrary = {NIMAUTH_SOURCE "/src", NIMAUTH_SOURCE "/platform"};
+const Folders kPlugins = {NIMAUTH_SOURCE "/plugins", NIMAUTH_SOURCE "/tools"};
+
+// The first literal behind each match of `call` in the sources below the folders.
+std::vector<std::string> Literals(const Folders& folders, const std::string& call) {
     const std::regex pattern(call + "\"((?:[^\"\\\\]|\\\\.)*)\"");
     std::vector<std::string> literals;
-    for (const char* const folder : {NIMAUTH_SOURCE "/src", NIMAUTH_SOURCE "/platform"}) {
+    for (const std::string& folder : folders) {
         for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
-            if (entry.path().extension() != ".cc") continue;
+            if (entry.path().extension() != ".cc" && entry.path().extension() != ".h") continue;
             const std::string text = ReadFile(entry.path());
             for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end; ++match) {
                 literals.push_back((*match)[1]);
@@ -38,16 +43,24 @@ std::vector<std::string> Literals(const std::string& call) {
     return literals;
 }
 
+constexpr char kLogCall[] = "[sS]yslog\\((?:handle, )?\\s*LOG_[A-Z]+,\\s*";
+
+TEST(OperationsPageTest, EveryLogLineOfThePluginsIsOnThePage) {
+    const std::vector<std::string> lines = Literals(kPlugins, kLogCall);
+    EXPECT_GE(lines.size(), 11u);
+    for (const std::string& line : lines) EXPECT_THAT(Page(), HasSubstr("| `" + line + "` |"));
+}
+
 TEST(OperationsPageTest, EveryLogLineIsOnThePage) {
     const std::string page = Page();
-    std::vector<std::string> lines = Literals("(?:NimauthSyslog|syslog)\\(\\s*LOG_[A-Z]+,\\s*");
+    std::vector<std::string> lines = Literals(kLibrary, kLogCall);
     EXPECT_GE(lines.size(), 15u);
     for (std::string line : lines) {
         if (line == "%s: %s") continue;  // the four below
         if (line.ends_with("\\n")) line.resize(line.size() - 2);
         EXPECT_THAT(page, HasSubstr("| `" + line + "` |"));
     }
-    const std::vector<std::string> refreshes = Literals("\\(");
+    const std::vector<std::string> refreshes = Literals(kLibrary, "\\(");
     int steps = 0;
     for (const std::string& literal : refreshes) {
         if (!literal.starts_with("Failed to get ") || literal.find('%') != std::string::npos ||

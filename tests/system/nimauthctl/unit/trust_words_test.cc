@@ -11,6 +11,23 @@ TEST(TrustWordsTest, StatesOfTheEmbeddedProviderAreTold) {
     EXPECT_EQ("not a member", TrustStateWords("embedded", 7));
 }
 
+TEST(TrustWordsTest, StatesOfActiveDirectoryAreTold) {
+    EXPECT_EQ("healthy", TrustStateWords("ad", 1));
+    EXPECT_EQ("the clocks of host and domain are too far apart", TrustStateWords("ad", 10));
+    EXPECT_EQ("no answer in time", TrustStateWords("ad", 2));
+    EXPECT_EQ("as the provider defines it", TrustStateWords("ad", 11));
+}
+
+TEST(TrustWordsTest, RelationshipsOfActiveDirectoryHaveDirectionAndKind) {
+    EXPECT_EQ("own domain", TrustRelationshipWords("ad", 1));
+    EXPECT_EQ("users of either can log in at the other", TrustRelationshipWords("ad", 5));
+    EXPECT_EQ("users of either can log in at the other, forest trust", TrustRelationshipWords("ad", 21));
+    EXPECT_EQ("its users can log in here, Kerberos realm", TrustRelationshipWords("ad", 51));
+    EXPECT_EQ("the provider cannot tell", TrustRelationshipWords("ad", 0));
+    EXPECT_EQ("as the provider defines it", TrustRelationshipWords("ad", 69));
+    EXPECT_EQ("as the provider defines it", TrustRelationshipWords("ad", -11));
+}
+
 TEST(TrustWordsTest, OtherProvidersKeepTheirSecrets) {
     EXPECT_EQ("as the provider defines it", TrustStateWords("other", 1));
     EXPECT_EQ("as the provider defines it", TrustRelationshipWords("other", 5));

@@ -36,6 +36,7 @@ struct UserInfo {
     std::string name;    // "alice"
     UserFlags flags;
     std::vector<std::string> delegatedUnits;  // path form; units, with all below, whose computer accounts it may write
+    std::int64_t number = 0;                  // never changes, and is never given to another user of the file; from 1
 };
 
 struct OrganizationalUnitInfo {

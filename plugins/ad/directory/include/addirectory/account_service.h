@@ -1,0 +1,69 @@
+// Machine accounts made for other hosts: what an authentication-proxy service does in the domain, with a keytab of its
+// own account. The host then joins with the account's name and a secret that is good once.
+//
+// A mark, 32 lower-case hexadecimal digits that the caller draws, is kept with the account together with the key version
+// of its secret (attribute adminDescription: "nimauth:<mark>:<key version>"). By it the caller tells its own unused
+// account from everybody else's: as soon as a host has joined, the key version is another one.
+//
+// Threads: any calls at once. Every call ends within `Settings::joinBudget`.
+// Errors: `AdError` with 1355 (no controller answers), 1398 (clock), 1326, 1331 or 1787 (the service's own log-on), 5 (no
+// right), 2 or 267 (unit), 1210 (malformed name), 1316 and 1317 as told at each call.
+//
+//     AccountService service(settings, {"corp.test", "apxd", "/etc/nimbrel/apxd.keytab"});
+//     const HandedOutAccount account = service.Create("NODE01", "Hosts", mark);
+//     Answer(account.accountName, account.oneTimeSecret.View());     // "NODE01$", and its secret
+
+#ifndef NIMBREL_AD_ACCOUNT_SERVICE_H_
+#define NIMBREL_AD_ACCOUNT_SERVICE_H_
+
+#include <functional>
+#include <string>
+
+#include "addirectory/ad_error.h"
+#include "addirectory/secret.h"
+#include "addirectory/settings.h"
+
+namespace nimbrel::ad {
+
+// Who the service is in the domain.
+struct ServiceAccount {
+    std::string domain;  // "corp.test"
+    std::string name;    // "apxd" or "APX01$"
+    std::string keytab;  // a file that holds its key
+};
+
+struct ServiceDomain {
+    std::string dnsName;      // "corp.test"
+    std::string netbiosName;  // "CORP"
+    std::string sid;          // "S-1-5-21-1004336348-1177238915-682003330"
+};
+
+struct HandedOutAccount {
+    std::string accountName;  // "NODE01$"
+    Secret oneTimeSecret;
+};
+
+class AccountService {
+ public:
+    AccountService(Settings settings, ServiceAccount account)
+        : _settings(std::move(settings)), _account(std::move(account)) {}
+
+    ServiceDomain Domain() const;
+
+    // Makes the account; an empty `unit` means the default container. 1316 if it exists.
+    HandedOutAccount Create(const std::string& name, const std::string& unit, const std::string& mark) const;
+    // A fresh secret for an account that carries the mark and whose secret nobody has used. 1316 for any other account,
+    // 1317 if there is none.
+    HandedOutAccount Renew(const std::string& name, const std::string& mark) const;
+    // Hands out an account that an administrator has made ahead of its host and that no host has logged on with; it
+    // carries the mark then. 1316 if it is in use, 1317 if there is none.
+    HandedOutAccount TakeOver(const std::string& name, const std::string& mark) const;
+
+ private:
+    Settings _settings;
+    ServiceAccount _account;
+};
+
+}  // namespace nimbrel::ad
+
+#endif  // NIMBREL_AD_ACCOUNT_SERVICE_H_

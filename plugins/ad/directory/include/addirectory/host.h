@@ -1,0 +1,124 @@
+// What the provider does for one host: joining, leaving and answering questions. The C table of the plug-in is a thin
+// coat over this class.
+//
+// Every operation ends within its budget (`Settings`), whatever the controllers and name servers do; a join that has
+// to be taken back has `rollBackBudget` besides.
+//
+// Threads: stateless; any calls at once. Joins and leaves of one host take turns, other processes included.
+// Errors: `AdError`; 1355 whenever no controller answers in time, 1398 when this host's clock is off.
+
+#ifndef NIMBREL_AD_HOST_H_
+#define NIMBREL_AD_HOST_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "addirectory/ad_error.h"
+#include "addirectory/log_in_software.h"
+#include "addirectory/settings.h"
+
+namespace nimbrel::ad {
+
+// What the provider answers as overall trust state of the host. 0 (not supported) and 2 (not determined in time) are
+// the library's own and never given here.
+inline constexpr std::int32_t kTrustStateHealthy = 1;
+inline constexpr std::int32_t kTrustStateSecretMismatch = 3;
+inline constexpr std::int32_t kTrustStateAccountDisabled = 4;
+inline constexpr std::int32_t kTrustStateAccountMissing = 5;
+inline constexpr std::int32_t kTrustStateNotMember = 7;
+inline constexpr std::int32_t kTrustStateNoController = 8;
+inline constexpr std::int32_t kTrustStateUnreadable = 9;  // a local file: membership, keytab or settings
+inline constexpr std::int32_t kTrustStateClockOff = 10;
+
+// What the provider answers as relationship to one domain: one of the first kind, or a direction plus the trust's kind.
+// 0 (not supported) is the library's own.
+inline constexpr std::int32_t kRelationshipOwnDomain = 1;
+inline constexpr std::int32_t kRelationshipOutbound = 3;
+inline constexpr std::int32_t kRelationshipInbound = 4;
+inline constexpr std::int32_t kRelationshipBidirectional = 5;
+inline constexpr std::int32_t kRelationshipUnknownDomain = 6;
+inline constexpr std::int32_t kRelationshipNotMember = 7;
+inline constexpr std::int32_t kRelationshipNoController = 8;
+inline constexpr std::int32_t kRelationshipUnreadable = 9;
+inline constexpr std::int32_t kRelationshipClockOff = 10;
+inline constexpr std::int32_t kRelationshipKindExternal = 0;
+inline constexpr std::int32_t kRelationshipKindForest = 16;
+inline constexpr std::int32_t kRelationshipKindWithinForest = 32;
+inline constexpr std::int32_t kRelationshipKindRealm = 48;  // a Kerberos realm that is no Windows domain
+
+// A user as an administrator types it: "alice", "alice@corp.test" or "CORP\alice". The caller keeps and wipes the texts,
+// each of which ends with a NUL.
+struct UserCredentials {
+    const char* userName;
+    const char* password;
+};
+
+// A domain and a machine account as an authentication proxy names them. Empty `netbiosName` and `sid` are not looked at.
+struct MachineAccountJoin {
+    std::string dnsName;
+    std::string netbiosName;
+    std::string sid;
+    std::string accountName;  // with or without "$"
+    std::string_view oneTimeSecret;
+};
+
+struct DomainNames {
+    std::string dnsName;
+    std::string netbiosName;
+};
+
+class Host {
+ public:
+    // `logIns` must outlive the object.
+    Host(Settings settings, LogInSoftware& logIns) : _settings(std::move(settings)), _logIns(logIns) {}
+
+    // Joins as `hostName` (its part before the first "."): first the account in the domain, then the keytab, the
+    // log-ins, and last this host's membership. A failure of any step takes the earlier ones back. An empty `unit`
+    // means the default container. Throws 2691 (already joined, looked at first), 1210, 1212, 1355, 1398, 1326, 1331,
+    // 1793, 1909, 1907 (the user's log-in), 2 or 267 (unit), 5, 1316, 8557.
+    void Join(const std::string& domain, const std::string& hostName, const std::string& unit,
+              const UserCredentials& credentials) const;
+    // Takes over an account that was made for this host, and changes its secret. Throws 1810 if the SID or the NetBIOS
+    // name is not the domain's, 1326 for a wrong or used secret or an unknown account, else as above.
+    void JoinWithMachineAccount(const std::string& hostName, const MachineAccountJoin& join) const;
+    // Leaves. With credentials the account is deleted, or disabled where the user may not delete it; 5 when neither is
+    // allowed, and the host stays joined. Without, the host forgets, and asks nobody. Throws 2692 (not joined).
+    void Part(const std::optional<UserCredentials>& credentials) const;
+
+    // Both names empty when not joined.
+    DomainNames ActiveDomain() const;
+    // As it was at the join; empty when not joined.
+    std::string MachineAccountDN() const;
+    std::vector<std::string> PreferredControllers() const;
+    // Emptied by a leave. Throws 1210 for a malformed name, 87 for more than 256.
+    void SetPreferredControllers(const std::vector<std::string>& controllers) const;
+    std::vector<std::string> SmartCardServices() const;
+    void SetSmartCardServices(const std::vector<std::string>& services) const;
+
+    // One of the kTrustState values; never throws for a fault that has a value of its own.
+    std::int32_t TrustState() const;
+    // One of the kRelationship values.
+    std::int32_t TrustRelationship(const std::string& domain) const;
+    // The domains whose users can log in here. Throws 2 (not joined), 1355, and when the domain refuses the host's own
+    // log-on 1326 (secret out of step), 1331 (disabled), 1787 (deleted).
+    std::vector<DomainNames> TrustedDomains() const;
+    // A controller of `domain` (empty: the joined one) that answers: `firstChoice`, else the first preferred one, else
+    // the one in use. Throws 1355, 1212.
+    std::string AnyController(const std::string& firstChoice, const std::string& domain) const;
+    // "user@corp.test", spelled as in the directory, for "user", "user@domain" and "DOMAIN\user" of the own domain or a
+    // trusted one. Throws 1317 (unknown), 1315 (malformed), 2692 (not joined), and as `TrustedDomains`.
+    std::string CanonicalUserName(const std::string& name) const;
+    // "host/node01.corp.test@CORP.TEST" for the own domain and those with a trust. Throws 1355 otherwise.
+    std::string HostPrincipal(const std::string& domain) const;
+
+ private:
+    Settings _settings;
+    LogInSoftware& _logIns;
+};
+
+}  // namespace nimbrel::ad
+
+#endif  // NIMBREL_AD_HOST_H_

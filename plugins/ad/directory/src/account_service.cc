@@ -1,0 +1,165 @@
+#include "addirectory/account_service.h"
+
+#include <ldap.h>
+
+#include <algorithm>
+#include <ctime>
+#include <optional>
+
+#include "computer_account.h"
+#include "gate.h"
+#include "log_on.h"
+#include "names.h"
+#include "session.h"
+
+namespace nimbrel::ad {
+namespace {
+
+constexpr char kMarkAttribute[] = "adminDescription";
+constexpr std::size_t kMarkDigits = 32;
+// From 1601 to 1970, in the domain's units of 100 nanoseconds.
+constexpr std::int64_t kEpochDifference = 116'444'736'000'000'000;
+
+void CheckMark(const std::string& mark) {
+    const bool good = mark.size() == kMarkDigits && mark.find_first_not_of("0123456789abcdef") == std::string::npos;
+    if (!good) {
+        throw AdError(kStatusInvalidParameter, "A mark has 32 lower-case hexadecimal digits");
+    }
+}
+
+std::string MarkText(const std::string& mark) { return "nimauth:" + mark; }
+
+// True if the secret was set when the account was made and not since: for an account whose maker was interrupted before
+// it had noted the key version.
+bool SecretIsFirst(const LdapEntry& account) {
+    std::tm time = {};
+    if (!strptime(account.Text("whencreated").c_str(), "%Y%m%d%H%M%S", &time)) {
+        return false;
+    }
+    const std::int64_t created = std::int64_t{timegm(&time)};
+    const std::int64_t set = (account.Number("pwdlastset") - kEpochDifference) / 10'000'000;
+    return account.Number("pwdlastset") != 0 && set - created <= 1;
+}
+
+bool IsUnusedUnderMark(const LdapEntry& account, const std::string& mark) {
+    const std::string text = account.Text(LowerCase(kMarkAttribute));
+    if (text == MarkText(mark)) {
+        return SecretIsFirst(account);
+    }
+    return text == MarkText(mark) + ":" + account.Text("msds-keyversionnumber");
+}
+
+bool HasNeverLoggedOn(const LdapEntry& account) {
+    return account.Number("lastlogon") == 0 && account.Number("lastlogontimestamp") == 0 &&
+           account.Number("logoncount") == 0 && account.Text(LowerCase(kMarkAttribute)).empty();
+}
+
+// One piece of the service's work: its session and what it does to accounts on it.
+class Work {
+ public:
+    Work(const Settings& settings, const ServiceAccount& account)
+        : _deadline(Deadline::After(settings.joinBudget)),
+          _session(settings, DnsName(account.domain), {}, LogOn(account), _deadline),
+          _accounts(_session.Ldap(), _session.At()) {}
+
+    ComputerAccounts& Accounts() { return _accounts; }
+
+    // With what tells whether somebody uses it.
+    LdapEntry Require(const std::string& computer) {
+        const auto found =
+            _session.Ldap().Search({_session.At().domainDN,
+                                    LdapScope::Subtree,
+                                    "(sAMAccountName=" + EscapeFilter(computer + "$") + ")",
+                                    {"objectClass", "userAccountControl", "msDS-KeyVersionNumber", "whenCreated",
+                                     "pwdLastSet", "lastLogon", "lastLogonTimestamp", "logonCount", kMarkAttribute}});
+        if (found.empty()) {
+            throw AdError(kStatusNoSuchAccount, "There is no machine account '" + computer + "'");
+        }
+        return found.front();
+    }
+
+    // Notes the key version with the mark: from now on a join can be told from the outside.
+    void NoteKeyVersion(const std::string& distinguishedName, const std::string& mark) {
+        const std::string text = MarkText(mark) + ":" + std::to_string(_accounts.KeyVersion(distinguishedName));
+        _session.Ldap().Modify(distinguishedName, {{LdapChangeKind::Replace, {kMarkAttribute, {text}}}});
+    }
+
+    HandedOutAccount SetSecret(const LdapEntry& account, const std::string& computer, const std::string& mark) {
+        Secret secret = Secret::Random();
+        const Secret password = PasswordValue(secret.View());
+        const std::string text = MarkText(mark);
+        _session.Ldap().Modify(account.distinguishedName,
+                               {{LdapChangeKind::Replace, {kMarkAttribute, {text}}},
+                                {LdapChangeKind::Replace, {"unicodePwd", {password.View()}}}});
+        NoteKeyVersion(account.distinguishedName, mark);
+        return {computer + "$", std::move(secret)};
+    }
+
+ private:
+    static Session::LogOn LogOn(const ServiceAccount& account) {
+        return [&account](Tickets& tickets, const Controller& controller) {
+            tickets.LogOnWithKeytab({account.name + "@" + UpperCase(controller.facts.domain), false},
+                                    "FILE:" + account.keytab);
+        };
+    }
+
+    Deadline _deadline;
+    Session _session;
+    ComputerAccounts _accounts;
+};
+
+[[noreturn]] void FailInUse(const std::string& computer) {
+    throw AdError(kStatusAccountExists, "The machine account '" + computer + "' exists or is in use");
+}
+
+}  // namespace
+
+ServiceDomain AccountService::Domain() const {
+    const InsideGate gate;
+    const auto facts = Work(_settings, _account).Accounts().Look("", "").domain;
+    return {facts.dnsName, facts.netbiosName, facts.sid};
+}
+
+HandedOutAccount AccountService::Create(const std::string& name, const std::string& unit,
+                                        const std::string& mark) const {
+    const InsideGate gate;
+    CheckMark(mark);
+    const std::string computer = ComputerName(name);
+    Work work(_settings, _account);
+    const auto survey = work.Accounts().Look(computer, unit);
+    if (survey.existing) {
+        FailInUse(computer);
+    }
+    Secret secret = Secret::Random();
+    ComputerAccount account;
+    account.note = MarkText(mark);
+    work.Accounts().Prepare(survey, computer, secret, account);
+    work.NoteKeyVersion(account.distinguishedName, mark);
+    return {computer + "$", std::move(secret)};
+}
+
+HandedOutAccount AccountService::Renew(const std::string& name, const std::string& mark) const {
+    const InsideGate gate;
+    CheckMark(mark);
+    const std::string computer = ComputerName(name);
+    Work work(_settings, _account);
+    const LdapEntry account = work.Require(computer);
+    if (!IsUnusedUnderMark(account, mark)) {
+        FailInUse(computer);
+    }
+    return work.SetSecret(account, computer, mark);
+}
+
+HandedOutAccount AccountService::TakeOver(const std::string& name, const std::string& mark) const {
+    const InsideGate gate;
+    CheckMark(mark);
+    const std::string computer = ComputerName(name);
+    Work work(_settings, _account);
+    const LdapEntry account = work.Require(computer);
+    if (!HasNeverLoggedOn(account)) {
+        FailInUse(computer);
+    }
+    return work.SetSecret(account, computer, mark);
+}
+
+}  // namespace nimbrel::ad

@@ -1,0 +1,77 @@
+// The machine account in the domain: made or reset for a join, put back when the join fails, taken away by a leave.
+//
+// Threads: as the connection given. Errors: `AdError` with 2 (no such unit), 5 (no right), 1316 (the name belongs to
+// something that is no ordinary computer), 1325, 8557, and 1355 when the controller does not answer.
+
+#ifndef NIMBREL_AD_COMPUTER_ACCOUNT_H_
+#define NIMBREL_AD_COMPUTER_ACCOUNT_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "addirectory/secret.h"
+#include "controller_locator.h"
+#include "ldap_connection.h"
+
+namespace nimbrel::ad {
+
+struct ComputerAccount {
+    std::string distinguishedName;
+    std::uint32_t keyVersion = 1;
+    std::optional<LdapEntry> before;  // the account as it was; unset if the join made it
+    std::string note;                 // goes into a new account's adminDescription, if there is one
+};
+
+// What the domain says of itself to a host that is logged in.
+struct DomainFacts {
+    std::string dnsName;      // "corp.test"
+    std::string netbiosName;  // "CORP"
+    std::string sid;          // "S-1-5-21-..."
+};
+
+class ComputerAccounts {
+ public:
+    // `connection` is logged in at `controller`; both outlive the object.
+    ComputerAccounts(LdapConnection& connection, const Controller& controller)
+        : _connection(connection), _controller(controller) {}
+
+    // Finds out where the account stands or would stand, and about the domain, before anything is changed. An empty
+    // `unit` means the default container.
+    struct Survey {
+        DomainFacts domain;
+        std::string container;
+        std::optional<LdapEntry> existing;
+    };
+    Survey Look(const std::string& computer, const std::string& unit);
+
+    // Makes the account, or resets the existing one where it stands, with the secret. `account` tells at every moment
+    // what `Undo` has to take back, also when this throws.
+    void Prepare(const Survey& survey, const std::string& computer, const Secret& secret, ComputerAccount& account);
+    // As the account's own owner: changes the secret from `old` to `fresh`.
+    void ChangeSecret(const LdapEntry& account, const Secret& old, const Secret& fresh);
+    // As the account's own owner: the host's names, where the domain lets it write them.
+    void CompleteOwn(const std::string& computer, const LdapEntry& account);
+    std::uint32_t KeyVersion(const std::string& distinguishedName);
+    // Deletes what the join made; gives a reset account its attributes back. Its former secret is lost.
+    void Undo(const ComputerAccount& account);
+
+    // The machine account of that name, if there is one.
+    std::optional<LdapEntry> Find(const std::string& computer);
+    // Deletes the account, or disables it where it may not be deleted.
+    void DeleteOrDisable(const LdapEntry& account);
+
+ private:
+    void Create(const Survey& survey, const std::string& computer, const Secret& secret, ComputerAccount& account);
+    void Reset(const LdapEntry& existing, const std::string& computer, const Secret& secret, ComputerAccount& account);
+
+    LdapConnection& _connection;
+    const Controller& _controller;
+};
+
+// The quoted UTF-16 form in which a domain takes a password. Throws 1326 for a text that is not UTF-8.
+Secret PasswordValue(std::string_view password);
+
+}  // namespace nimbrel::ad
+
+#endif  // NIMBREL_AD_COMPUTER_ACCOUNT_H_

@@ -1,0 +1,50 @@
+// Finds a domain controller that answers.
+//
+// Asked in this order, the ones that failed lately last: the controllers that the caller prefers; the one in use; those
+// that the DNS names for the host's site; those that it names for the whole domain, by priority and weight. The first
+// that answers the NetLogon ping over LDAP, without credentials, and serves the domain is taken, its connection with it.
+//
+// What was learnt (the controller in use, the host's site, who failed) is kept for the life of the process.
+//
+// Threads: any. Errors: `AdError` with 1355 when no controller answers in time or the DNS names none.
+
+#ifndef NIMBREL_AD_CONTROLLER_LOCATOR_H_
+#define NIMBREL_AD_CONTROLLER_LOCATOR_H_
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "addirectory/settings.h"
+#include "deadline.h"
+#include "ldap_connection.h"
+#include "netlogon_reply.h"
+#include "sockets.h"
+
+namespace nimbrel::ad {
+
+struct Controller {
+    std::string name;  // "dc1.corp.test"
+    Endpoint endpoint;
+    NetlogonReply facts;
+    std::string domainDN;                 // "DC=corp,DC=test"
+    std::string configurationDN;          // "CN=Configuration,DC=corp,DC=test"
+    std::chrono::seconds clockOffset{0};  // the controller's clock minus this host's
+};
+
+struct LocatedController {
+    Controller controller;
+    std::unique_ptr<LdapConnection> connection;  // nobody is logged in on it
+};
+
+// `domain` is a DNS name in lower case. `preferred` are host names or addresses.
+LocatedController LocateController(const Settings& settings, const std::string& domain,
+                                   const std::vector<std::string>& preferred, const Deadline& deadline);
+
+// The controller answered the ping but not what came after: it is asked last for a while.
+void AvoidController(const Settings& settings, const std::string& name);
+
+}  // namespace nimbrel::ad
+
+#endif  // NIMBREL_AD_CONTROLLER_LOCATOR_H_

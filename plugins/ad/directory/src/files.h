@@ -1,0 +1,84 @@
+// Small files that this host's trust depends on: read whole, replaced atomically, mode 0600.
+//
+// Errors: `AdError` with 5 for a file that may not be used (no right, not a regular file, somebody else may write it),
+// 112 when there is no room, 1359 for any other fault of the file system.
+
+#ifndef NIMBREL_AD_FILES_H_
+#define NIMBREL_AD_FILES_H_
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "addirectory/secret.h"
+#include "deadline.h"
+
+namespace nimbrel::ad {
+
+// An open file descriptor, or -1.
+class Descriptor {
+ public:
+    explicit Descriptor(int fd = -1) noexcept : _fd(fd) {}
+    Descriptor(Descriptor&& other) noexcept;
+    Descriptor& operator=(Descriptor&& other) noexcept;
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor();
+
+    int Get() const noexcept { return _fd; }
+    int Release() noexcept;
+
+ private:
+    int _fd;
+};
+
+// The file's contents; unset if it does not exist. Wiped by whoever holds them, as they may be keys.
+std::optional<Secret> ReadWholeFile(const std::string& path);
+// The same for a file that must be its owner's alone to write, the owner being this user or root.
+std::optional<Secret> ReadTrustedFile(const std::string& path);
+
+// Creates the folder (0755) and those above it where missing.
+void CreateFolders(const std::string& path);
+
+// A new file beside the one that it is to replace. Until `Commit` nothing of it can be seen under the final name;
+// destroyed before that it leaves nothing behind. Its name is fixed, as it may hold keys: what a killed process left is
+// gone with the next replacement. One at a time for a path, which the lock of joins and leaves sees to.
+class FileReplacement {
+ public:
+    explicit FileReplacement(std::string path);
+    FileReplacement(const FileReplacement&) = delete;
+    FileReplacement& operator=(const FileReplacement&) = delete;
+    ~FileReplacement();
+
+    const std::string& TemporaryPath() const { return _temporary; }
+    void Write(std::string_view contents);
+    // Durable when it returns.
+    void Commit();
+
+ private:
+    std::string _path;
+    std::string _temporary;
+    Descriptor _file;
+};
+
+// Puts back what `ReadWholeFile` returned: the contents, or no file.
+void RestoreFile(const std::string& path, const std::optional<Secret>& contents);
+// Durable; a missing file is as good.
+void RemoveFile(const std::string& path);
+
+// One change of this host's membership at a time, between threads and processes. Throws 170 if another one holds it
+// beyond the deadline.
+class FileLock {
+ public:
+    FileLock(const std::string& path, const Deadline& deadline);
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+    ~FileLock();
+
+ private:
+    Descriptor _file;
+};
+
+}  // namespace nimbrel::ad
+
+#endif  // NIMBREL_AD_FILES_H_

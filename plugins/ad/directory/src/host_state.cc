@@ -1,0 +1,131 @@
+#include "host_state.h"
+
+#include <filesystem>
+#include <map>
+
+#include "addirectory/ad_error.h"
+#include "files.h"
+#include "names.h"
+
+namespace nimbrel::ad {
+namespace {
+
+constexpr char kFormat[] = "1";
+constexpr char kPreferred[] = "preferred_controller";
+
+[[noreturn]] void FailDamaged() { throw AdError(kStatusInternalError, "This host's membership file is damaged"); }
+
+struct Line {
+    std::string_view key;
+    std::string_view value;
+};
+
+// `key = "value"`, nothing else.
+Line ParseLine(std::string_view line) {
+    static constexpr std::string_view kMiddle = " = \"";
+    const auto middle = line.find(kMiddle);
+    if (middle == std::string_view::npos || line.back() != '"' || line.size() < middle + kMiddle.size() + 1) {
+        FailDamaged();
+    }
+    const auto value = line.substr(middle + kMiddle.size());
+    return {line.substr(0, middle), value.substr(0, value.size() - 1)};
+}
+
+void PutLine(std::string& text, std::string_view key, const std::string& value) {
+    if (value.empty() || HasControlCharacters(value)) {
+        throw AdError(kStatusInternalError, "The domain has told a name that cannot be kept");
+    }
+    text.append(key).append(" = \"").append(value).append("\"\n");
+}
+
+struct Field {
+    const char* key;
+    std::string Membership::*value;
+};
+constexpr Field kFields[] = {
+    {"domain", &Membership::domain},
+    {"netbios_name", &Membership::netbiosName},
+    {"sid", &Membership::sid},
+    {"computer", &Membership::computer},
+    {"distinguished_name", &Membership::distinguishedName},
+};
+
+std::optional<Membership> TakeMembership(std::map<std::string, std::string, std::less<>>& values) {
+    Membership membership;
+    std::size_t found = 0;
+    for (const Field& field : kFields) {
+        const auto value = values.find(field.key);
+        if (value != values.end() && !value->second.empty()) {
+            membership.*field.value = value->second;
+            values.erase(value);
+            ++found;
+        }
+    }
+    if (found != 0 && found != std::size(kFields)) {
+        FailDamaged();
+    }
+    return found == 0 ? std::nullopt : std::optional(membership);
+}
+
+}  // namespace
+
+HostState HostState::Load(const std::string& path) {
+    const auto text = ReadTrustedFile(path);
+    return text ? Parse(text->View()) : HostState();
+}
+
+HostState HostState::Parse(std::string_view text) {
+    HostState state;
+    std::map<std::string, std::string, std::less<>> values;
+    while (!text.empty()) {
+        const auto end = text.find('\n');
+        if (end == std::string_view::npos || end == 0) {
+            FailDamaged();
+        }
+        const Line line = ParseLine(text.substr(0, end));
+        text.remove_prefix(end + 1);
+        if (line.key == kPreferred) {
+            state.preferredControllers.emplace_back(line.value);
+        } else if (!values.emplace(line.key, line.value).second) {
+            FailDamaged();
+        }
+    }
+    const auto format = values.find("format");
+    if (format == values.end() || format->second != kFormat) {
+        FailDamaged();
+    }
+    values.erase(format);
+    state.membership = TakeMembership(values);
+    if (!values.empty()) {
+        FailDamaged();
+    }
+    return state;
+}
+
+std::string HostState::Format() const {
+    std::string text;
+    PutLine(text, "format", kFormat);
+    for (const Field& field : kFields) {
+        if (membership) {
+            PutLine(text, field.key, (*membership).*field.value);
+        }
+    }
+    for (const auto& controller : preferredControllers) {
+        PutLine(text, kPreferred, controller);
+    }
+    return text;
+}
+
+void HostState::Save(const std::string& path) const {
+    if (!membership && preferredControllers.empty()) {
+        RemoveFile(path);
+        return;
+    }
+    const std::string text = Format();
+    CreateFolders(std::filesystem::path(path).parent_path());
+    FileReplacement replacement(path);
+    replacement.Write(text);
+    replacement.Commit();
+}
+
+}  // namespace nimbrel::ad

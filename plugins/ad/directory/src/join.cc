@@ -1,0 +1,231 @@
+// Joining: the account in the domain, the keytab, the log-ins, the membership. One transaction.
+
+#include <functional>
+#include <memory>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "addirectory/host.h"
+#include "computer_account.h"
+#include "files.h"
+#include "gate.h"
+#include "host_state.h"
+#include "keytab.h"
+#include "log_on.h"
+#include "membership_lock.h"
+#include "names.h"
+#include "session.h"
+#include "trusts.h"
+#include "undo_list.h"
+
+namespace nimbrel::ad {
+namespace {
+
+void RequireNotJoined(const HostState& state) {
+    if (state.membership) {
+        throw AdError(kStatusAlreadyJoined,
+                      "This host is already joined to the domain '" + state.membership->domain + "'");
+    }
+}
+
+// One join under way.
+class JoinTransaction {
+ public:
+    JoinTransaction(const Settings& settings, LogInSoftware& logIns, std::string computer, std::string domain)
+        : _settings(settings),
+          _logIns(logIns),
+          _computer(std::move(computer)),
+          _domain(std::move(domain)),
+          _deadline(Deadline::After(settings.joinBudget)),
+          _lock(settings, _deadline),
+          _state(HostState::Load(settings.membership)),
+          _fresh(Secret::Random()) {
+        RequireNotJoined(_state);
+    }
+
+    void JoinAsUser(const std::string& unit, const UserCredentials& credentials) {
+        _logOn = UserLogOn(_settings, credentials, _deadline);
+        ComputerAccounts accounts = LogOn();
+        _survey = accounts.Look(_computer, unit);
+        _undo.Add("the machine account", [this] { TakeBack([this](auto& domain) { domain.Undo(_account); }); });
+        accounts.Prepare(_survey, _computer, _fresh, _account);
+        Finish();
+    }
+
+    void JoinAsMachine(const MachineAccountJoin& join) {
+        _oneTime = Secret(join.oneTimeSecret);
+        _logOn = SecretLogOn(_oneTime);
+        ComputerAccounts accounts = LogOn();
+        _survey = accounts.Look(_computer, "");
+        if (!_survey.existing) {
+            throw AdError(kStatusLogonFailure, "The machine account is unknown");
+        }
+        RequireSameDomain(_survey.domain, join);
+        _account.distinguishedName = _survey.existing->distinguishedName;
+        // The one-time secret is good again, so that the join can be repeated with it.
+        _undo.Add("the changed secret of the machine account", [this] {
+            _logOn = SecretLogOn(_fresh);
+            TakeBack([this](auto& domain) { domain.ChangeSecret(*_survey.existing, _fresh, _oneTime); });
+        });
+        accounts.ChangeSecret(*_survey.existing, _oneTime, _fresh);
+        accounts.CompleteOwn(_computer, *_survey.existing);
+        _account.keyVersion = accounts.KeyVersion(_account.distinguishedName);
+        Finish();
+    }
+
+ private:
+    // The keytab's own problems show before the domain is touched.
+    ComputerAccounts LogOn() {
+        _keytab = std::make_unique<KeytabChange>(_settings.keytab);
+        _session = std::make_unique<Session>(_settings, _domain, _state.preferredControllers, _logOn, _deadline);
+        return {_session->Ldap(), _session->At()};
+    }
+
+    Session::LogOn SecretLogOn(const Secret& secret) const {
+        return [this, &secret](Tickets& tickets, const Controller& controller) {
+            tickets.LogOnWithPassword({_computer + "$@" + UpperCase(controller.facts.domain), false}, secret.Text());
+        };
+    }
+
+    static void RequireSameDomain(const DomainFacts& domain, const MachineAccountJoin& join) {
+        const bool sameSid = join.sid.empty() || SameName(join.sid, domain.sid);
+        const bool sameName = join.netbiosName.empty() || SameName(join.netbiosName, domain.netbiosName);
+        if (!sameSid || !sameName) {
+            throw AdError(kStatusDomainInconsistent,
+                          "The SID or the NetBIOS name is not that of the domain '" + domain.dnsName + "'");
+        }
+    }
+
+    // The account stands; now this host.
+    void Finish() {
+        const auto trusts = ReadTrusts(_session->Ldap(), _session->At());
+        _keytab->SetKeys({_computer, _domain, _account.keyVersion}, _fresh);
+        TryKeytab(_session->At());
+        // First the way back: a file may be replaced and the call fail all the same, when its folder cannot be synced.
+        _undo.Add("keys in the keytab", [this] { _keytab->Revert(); });
+        _keytab->Commit();
+        EnableLogIns(_survey.domain, trusts);
+        _undo.Add("the membership", [this] {
+            _state.membership.reset();
+            _state.Save(_settings.membership);
+        });
+        _state.membership =
+            Membership{_domain, _survey.domain.netbiosName, _survey.domain.sid, _computer, _account.distinguishedName};
+        _state.Save(_settings.membership);
+        _undo.Keep();
+    }
+
+    // A ticket by the new keys, from the controller that has just made the account.
+    void TryKeytab(const Controller& controller) const {
+        KdcCarrier carrier(_settings, UpperCase(_domain), controller.endpoint, _deadline);
+        Tickets tickets(UpperCase(_domain), [&](const std::string& realm, std::string_view request) {
+            return carrier.Exchange(realm, request);
+        });
+        MachineLogOn(_computer, _keytab->TrialName())(tickets, controller);
+    }
+
+    void EnableLogIns(const DomainFacts& domain, const std::vector<Trust>& trusts) {
+        JoinedDomain joined = {_domain,
+                               UpperCase(_domain),
+                               domain.netbiosName,
+                               HostName(_computer, _domain),
+                               _computer + "$",
+                               _settings.keytab,
+                               {}};
+        for (const auto& trust : trusts) {
+            if (trust.LetsUsersIn() && !trust.netbiosName.empty()) {
+                joined.trustedForests.push_back(trust.dnsName);
+            }
+        }
+        _logIns.Enable(joined);
+        _undo.Add("the settings of domain log-ins", [this] { _logIns.Disable(); });
+    }
+
+    // On the same connection while it answers, else on new ones to the same controller, which alone is sure to know of
+    // the change, for as long as it may take.
+    void TakeBack(const std::function<void(ComputerAccounts& domain)>& work) {
+        const Deadline deadline = Deadline::After(_settings.rollBackBudget);
+        _session->SetDeadline(deadline.OrAfter(_settings.controllerBudget));
+        while (!TakeBackOn(*_session, work, deadline)) {
+            Pause();
+            try {
+                _session =
+                    std::make_unique<Session>(_settings, _domain, std::vector{_session->At().name}, _logOn, deadline);
+            } catch (const AdError& error) {
+                RequireAnotherTry(error, deadline);
+            }
+        }
+    }
+
+    static bool TakeBackOn(Session& session, const std::function<void(ComputerAccounts& domain)>& work,
+                           const Deadline& deadline) {
+        try {
+            ComputerAccounts domain(session.Ldap(), session.At());
+            work(domain);
+            return true;
+        } catch (const AdError& error) {
+            RequireAnotherTry(error, deadline);
+            return false;
+        }
+    }
+
+    // Passes the error on unless the controller may answer yet.
+    static void RequireAnotherTry(const AdError& error, const Deadline& deadline) {
+        if (error.Status() != kStatusNoSuchDomain || deadline.HasPassed()) {
+            throw AdError(error);
+        }
+    }
+
+    static void Pause() {
+        const OutsideGate outside;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+
+    const Settings& _settings;
+    LogInSoftware& _logIns;
+    const std::string _computer;
+    const std::string _domain;
+    const Deadline _deadline;
+    const MembershipLock _lock;
+    HostState _state;
+    const Secret _fresh;
+    Secret _oneTime;
+    Session::LogOn _logOn;
+    std::unique_ptr<KeytabChange> _keytab;
+    std::unique_ptr<Session> _session;
+    ComputerAccounts::Survey _survey;
+    ComputerAccount _account;
+    UndoList _undo;  // last, so that it runs while everything else is there
+};
+
+}  // namespace
+
+void Host::Join(const std::string& domain, const std::string& hostName, const std::string& unit,
+                const UserCredentials& credentials) const {
+    RequireNotJoined(HostState::Load(_settings.membership));
+    const std::string computer = ComputerName(hostName);
+    const std::string dnsName = DnsName(domain);
+    if (!unit.empty()) {
+        UnitDN(unit, dnsName);
+    }
+    JoinTransaction(_settings, _logIns, computer, dnsName).JoinAsUser(unit, credentials);
+}
+
+void Host::JoinWithMachineAccount(const std::string& hostName, const MachineAccountJoin& join) const {
+    RequireNotJoined(HostState::Load(_settings.membership));
+    if (!hostName.empty()) {
+        ComputerName(hostName);
+    }
+    const std::string dnsName = DnsName(join.dnsName);
+    std::string computer;
+    try {
+        computer = ComputerName(join.accountName);
+    } catch (const AdError&) {
+        throw AdError(kStatusLogonFailure,
+                      "The machine account is unknown");  // to a domain a malformed one is just that
+    }
+    JoinTransaction(_settings, _logIns, computer, dnsName).JoinAsMachine(join);
+}
+
+}  // namespace nimbrel::ad

@@ -1,0 +1,202 @@
+#include "keytab.h"
+
+#include <krb5/krb5.h>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <functional>
+#include <memory>
+
+#include "addirectory/ad_error.h"
+#include "kerberos.h"
+#include "names.h"
+
+namespace nimbrel::ad {
+namespace {
+
+// Version 2 of the format; the entries follow.
+constexpr std::string_view kEmptyKeytab("\x05\x02", 2);
+constexpr std::array<krb5_enctype, 2> kEncryptions = {ENCTYPE_AES256_CTS_HMAC_SHA1_96, ENCTYPE_AES128_CTS_HMAC_SHA1_96};
+
+class OpenKeytab {
+ public:
+    OpenKeytab(krb5_context context, const std::string& name) : _context(context) {
+        Check(krb5_kt_resolve(_context, name.c_str(), &_keytab), "open '" + name + "'");
+    }
+    OpenKeytab(const OpenKeytab&) = delete;
+    OpenKeytab& operator=(const OpenKeytab&) = delete;
+    ~OpenKeytab() { krb5_kt_close(_context, _keytab); }
+
+    void Add(krb5_keytab_entry& entry) const { Check(krb5_kt_add_entry(_context, _keytab, &entry), "write a keytab"); }
+
+ private:
+    void Check(krb5_error_code error, const std::string& action) const {
+        try {
+            CheckKerberos(_context, error, action);
+        } catch (const KerberosError& failure) {
+            throw AdError(error == EACCES ? kStatusAccessDenied : kStatusInternalError, failure.what());
+        }
+    }
+
+    krb5_context _context;
+    krb5_keytab _keytab = nullptr;
+};
+
+[[noreturn]] void FailDamaged() { throw AdError(kStatusInternalError, "The keytab is damaged or of another format"); }
+
+// Reads a keytab's bytes: big-endian numbers, and texts after their length. What would lie outside is damage.
+class KeytabReader {
+ public:
+    explicit KeytabReader(std::string_view bytes) : _rest(bytes) {}
+
+    bool AtEnd() const { return _rest.empty(); }
+
+    std::string_view Bytes(std::size_t size) {
+        if (size > _rest.size()) {
+            FailDamaged();
+        }
+        const auto bytes = _rest.substr(0, size);
+        _rest.remove_prefix(size);
+        return bytes;
+    }
+
+    std::uint32_t Number(std::size_t size) {
+        std::uint32_t value = 0;
+        for (const char byte : Bytes(size)) {
+            value = value << 8 | static_cast<unsigned char>(byte);
+        }
+        return value;
+    }
+
+    std::string_view Text() { return Bytes(Number(2)); }
+
+ private:
+    std::string_view _rest;
+};
+
+// "host/node01.corp.test@CORP.TEST"
+std::string PrincipalOfEntry(std::string_view entry) {
+    KeytabReader reader(entry);
+    const std::uint32_t components = reader.Number(2);
+    const std::string realm(reader.Text());
+    std::string name;
+    for (std::uint32_t i = 0; i < components; ++i) {
+        name += i == 0 ? "" : "/";
+        name += reader.Text();
+    }
+    return name + "@" + realm;
+}
+
+// Calls `take` with each entry as it stands in the file, its length included, and its principal. Entries that were
+// deleted in place have a negative length; a length of 0 ends the file.
+void ForEachEntry(std::string_view file,
+                  const std::function<void(std::string_view entry, const std::string& principal)>& take) {
+    KeytabReader reader(file);
+    if (!reader.AtEnd() && reader.Bytes(kEmptyKeytab.size()) != kEmptyKeytab) {
+        FailDamaged();
+    }
+    std::string_view from = file.substr(std::min(file.size(), kEmptyKeytab.size()));
+    while (!reader.AtEnd()) {
+        const auto length = static_cast<std::int32_t>(reader.Number(4));
+        if (length == 0) {
+            return;
+        }
+        const auto size = static_cast<std::size_t>(length < 0 ? -std::int64_t{length} : length);
+        const auto entry = reader.Bytes(size);
+        if (length > 0) {
+            take(from.substr(0, 4 + size), PrincipalOfEntry(entry));
+        }
+        from.remove_prefix(4 + size);
+    }
+}
+
+void AddKey(krb5_context context, const OpenKeytab& keytab, const std::string& principal, std::uint32_t version,
+            const krb5_keyblock& key) {
+    krb5_keytab_entry entry = {};
+    CheckKerberos(context, krb5_parse_name(context, principal.c_str(), &entry.principal), "write a keytab");
+    const std::unique_ptr<std::remove_pointer_t<krb5_principal>, std::function<void(krb5_principal)>> guard(
+        entry.principal, [context](krb5_principal one) { krb5_free_principal(context, one); });
+    entry.vno = version;
+    entry.timestamp = static_cast<krb5_timestamp>(std::time(nullptr));
+    entry.key = key;
+    keytab.Add(entry);
+}
+
+bool EndsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+}  // namespace
+
+std::vector<std::string> KeytabPrincipals(const std::string& computer, const std::string& domain) {
+    const std::string realm = "@" + UpperCase(domain);
+    const std::string full = HostName(computer, domain);
+    return {computer + "$" + realm, "host/" + full + realm, "host/" + computer + realm,
+            "RestrictedKrbHost/" + full + realm, "RestrictedKrbHost/" + computer + realm};
+}
+
+std::string MachineSalt(const std::string& computer, const std::string& domain) {
+    return UpperCase(domain) + "host" + HostName(computer, domain);
+}
+
+KeytabChange::KeytabChange(const std::string& path) : _path(path), _before(ReadWholeFile(path)), _replacement(path) {
+    _replacement.Write(kEmptyKeytab);
+}
+
+KeytabChange::~KeytabChange() = default;
+
+void KeytabChange::SetKeys(const KeytabAccount& account, const Secret& machineSecret) {
+    const KerberosContext context = MakeKerberosContext(UpperCase(account.domain));
+    const auto principals = KeytabPrincipals(account.computer, account.domain);
+    ForEachEntry(_before ? _before->View() : "", [&](std::string_view entry, const std::string& principal) {
+        if (std::find(principals.begin(), principals.end(), principal) == principals.end()) {
+            _replacement.Write(entry);
+        }
+    });
+    const OpenKeytab keytab(context.get(), "WR" + TrialName());
+    std::string salt = MachineSalt(account.computer, account.domain);
+    krb5_data saltData = {0, static_cast<unsigned>(salt.size()), salt.data()};
+    krb5_data secretData = {0, static_cast<unsigned>(machineSecret.View().size()),
+                            const_cast<char*>(machineSecret.View().data())};
+    for (const krb5_enctype encryption : kEncryptions) {
+        krb5_keyblock key = {};
+        CheckKerberos(context.get(), krb5_c_string_to_key(context.get(), encryption, &secretData, &saltData, &key),
+                      "make a key");
+        const std::unique_ptr<krb5_keyblock, std::function<void(krb5_keyblock*)>> guard(
+            &key, [&](krb5_keyblock* one) { krb5_free_keyblock_contents(context.get(), one); });
+        for (const auto& principal : principals) {
+            AddKey(context.get(), keytab, principal, account.keyVersion, key);
+        }
+    }
+}
+
+void KeytabChange::Commit() { _replacement.Commit(); }
+
+void KeytabChange::Revert() const { RestoreFile(_path, _before); }
+
+void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
+    const auto before = ReadWholeFile(path);
+    if (!before) {
+        return;
+    }
+    FileReplacement replacement(path);
+    replacement.Write(kEmptyKeytab);
+    std::size_t removed = 0;
+    std::size_t kept = 0;
+    ForEachEntry(before->View(), [&](std::string_view entry, const std::string& principal) {
+        if (EndsWith(principal, "@" + realm)) {
+            ++removed;
+        } else {
+            ++kept;
+            replacement.Write(entry);
+        }
+    });
+    if (removed > 0 && kept == 0) {
+        RemoveFile(path);
+    } else if (removed > 0) {
+        replacement.Commit();
+    }
+}
+
+}  // namespace nimbrel::ad

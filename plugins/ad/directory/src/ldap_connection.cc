@@ -1,0 +1,418 @@
+#include "ldap_connection.h"
+
+#define LDAP_DEPRECATED 0
+#include <ldap.h>
+#include <openldap.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <optional>
+
+#include "addirectory/secret.h"
+#include "ldap_transport.h"
+#include "sealed_channel.h"
+
+namespace nimbrel::ad {
+namespace {
+
+constexpr char kMechanism[] = "GSSAPI";
+constexpr unsigned char kSealingLayer = 0x04;
+constexpr std::size_t kOurMaximumMessage = 0xffff;
+constexpr char kTreeDeleteControl[] = "1.2.840.113556.1.4.805";
+// An answer to any of our questions is far smaller.
+constexpr ber_len_t kMaximumIncoming = 16U << 20;
+
+struct FreeMessage {
+    void operator()(LDAPMessage* message) const { ldap_msgfree(message); }
+};
+using Message = std::unique_ptr<LDAPMessage, FreeMessage>;
+
+struct FreeMemory {
+    void operator()(char* memory) const { ldap_memfree(memory); }
+};
+using Memory = std::unique_ptr<char, FreeMemory>;
+
+struct FreeValues {
+    void operator()(berval** values) const { ldap_value_free_len(values); }
+};
+
+struct FreeElement {
+    void operator()(BerElement* element) const { ber_free(element, 0); }
+};
+
+// The texts of a request in the form that libldap takes. It reads them only.
+berval Value(std::string_view text) {
+    berval value = {};
+    value.bv_val = const_cast<char*>(text.data());
+    value.bv_len = text.size();
+    return value;
+}
+
+class Modifications {
+ public:
+    void Add(int operation, const LdapAttribute& attribute) {
+        auto& one = _storage.emplace_back(std::make_unique<One>());
+        for (const auto& value : attribute.values) {
+            one->values.push_back(Value(value));
+        }
+        for (auto& value : one->values) {
+            one->pointers.push_back(&value);
+        }
+        one->pointers.push_back(nullptr);
+        one->modification.mod_op = operation | LDAP_MOD_BVALUES;
+        one->modification.mod_type = const_cast<char*>(attribute.name.c_str());
+        one->modification.mod_bvalues = one->pointers.data();
+    }
+
+    LDAPMod** Get() {
+        _pointers.clear();
+        for (auto& one : _storage) {
+            _pointers.push_back(&one->modification);
+        }
+        _pointers.push_back(nullptr);
+        return _pointers.data();
+    }
+
+ private:
+    struct One {
+        LDAPMod modification = {};
+        std::vector<berval> values;
+        std::vector<berval*> pointers;
+    };
+
+    std::vector<std::unique_ptr<One>> _storage;
+    std::vector<LDAPMod*> _pointers;
+};
+
+int Operation(LdapChangeKind kind) {
+    switch (kind) {
+        case LdapChangeKind::Add:
+            return LDAP_MOD_ADD;
+        case LdapChangeKind::Delete:
+            return LDAP_MOD_DELETE;
+        default:
+            return LDAP_MOD_REPLACE;
+    }
+}
+
+int Scope(LdapScope scope) {
+    switch (scope) {
+        case LdapScope::Base:
+            return LDAP_SCOPE_BASE;
+        case LdapScope::OneLevel:
+            return LDAP_SCOPE_ONELEVEL;
+        default:
+            return LDAP_SCOPE_SUBTREE;
+    }
+}
+
+LdapEntry ReadEntry(LDAP* handle, LDAPMessage* message) {
+    LdapEntry entry;
+    if (const Memory name{ldap_get_dn(handle, message)}) {
+        entry.distinguishedName = name.get();
+    }
+    BerElement* position = nullptr;
+    Memory attribute{ldap_first_attribute(handle, message, &position)};
+    const std::unique_ptr<BerElement, FreeElement> guard(position);
+    for (; attribute; attribute.reset(ldap_next_attribute(handle, message, position))) {
+        const std::unique_ptr<berval*, FreeValues> values(ldap_get_values_len(handle, message, attribute.get()));
+        std::string name = attribute.get();
+        std::transform(name.begin(), name.end(), name.begin(),
+                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+        for (berval** value = values.get(); value && *value; ++value) {
+            entry.attributes[name].emplace_back((*value)->bv_val, (*value)->bv_len);
+        }
+    }
+    return entry;
+}
+
+}  // namespace
+
+// --- LdapError, LdapEntry ---
+
+std::uint32_t StatusOfLdapCode(int code, std::string_view diagnostic) {
+    std::uint32_t windows = 0;
+    const auto [end, error] = std::from_chars(
+        diagnostic.data(), diagnostic.data() + std::min<std::size_t>(diagnostic.size(), 8), windows, 16);
+    const bool hasWindows = error == std::errc() && end == diagnostic.data() + 8;
+    if (hasWindows && (windows == kStatusQuotaExceeded || windows == kStatusPasswordRestriction)) {
+        return windows;
+    }
+    switch (code) {
+        case LDAP_NO_SUCH_OBJECT:
+            return kStatusFileNotFound;
+        case LDAP_INSUFFICIENT_ACCESS:
+            return kStatusAccessDenied;
+        case LDAP_INVALID_CREDENTIALS:
+            return kStatusLogonFailure;
+        case LDAP_ALREADY_EXISTS:
+            return kStatusAccountExists;
+        case LDAP_INVALID_DN_SYNTAX:
+        case LDAP_NAMING_VIOLATION:
+            return kStatusInvalidUnitName;
+        case LDAP_NO_MEMORY:
+            return kStatusNotEnoughMemory;
+        case LDAP_SERVER_DOWN:
+        case LDAP_TIMEOUT:
+        case LDAP_CONNECT_ERROR:
+        case LDAP_DECODING_ERROR:
+        case LDAP_BUSY:
+        case LDAP_UNAVAILABLE:
+            return kStatusNoSuchDomain;
+        default:
+            return kStatusInternalError;
+    }
+}
+
+LdapError::LdapError(int code, const std::string& action, const std::string& diagnostic)
+    : AdError(StatusOfLdapCode(code, diagnostic), "Unable to " + action + ": " + ldap_err2string(code) +
+                                                      (diagnostic.empty() ? "" : " (" + diagnostic + ")")),
+      _code(code),
+      _diagnostic(diagnostic) {}
+
+std::string LdapEntry::Text(const std::string& name) const {
+    const auto found = attributes.find(name);
+    return found == attributes.end() || found->second.empty() ? "" : found->second.front();
+}
+
+std::int64_t LdapEntry::Number(const std::string& name) const {
+    const std::string text = Text(name);
+    std::int64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size() ? value : 0;
+}
+
+std::vector<std::string> LdapEntry::Values(const std::string& name) const {
+    const auto found = attributes.find(name);
+    return found == attributes.end() ? std::vector<std::string>() : found->second;
+}
+
+// --- LdapConnection ---
+
+class LdapConnection::Impl {
+ public:
+    Impl(Descriptor socket, const std::string& host, const Deadline& deadline)
+        : _transport(std::move(socket), deadline) {
+        const std::string url = "ldap://" + (host.empty() ? "controller" : host);
+        if (ldap_init_fd(_transport.Socket(), LDAP_PROTO_EXT, url.c_str(), &_handle) != LDAP_SUCCESS) {
+            throw AdError(kStatusInternalError, "The LDAP library takes no connection");
+        }
+        SetOptions();
+        _transport.Attach(Buffer());
+    }
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+    // The peer notices by the end of the connection; a farewell might have to wait.
+    ~Impl() { ldap_destroy(_handle); }
+
+    LDAP* Handle() const { return _handle; }
+    void SetStepLimit(std::chrono::milliseconds limit) { _stepLimit = limit; }
+    LdapTransport& Transport() { return _transport; }
+
+    // Throws for a code that tells of a failure.
+    void Check(int code, const std::string& action, const std::string& diagnostic = "") const {
+        if (code != LDAP_SUCCESS) {
+            throw LdapError(code, action, diagnostic.empty() ? _transport.Fault() : diagnostic);
+        }
+    }
+
+    // The complete answer to a request; waits outside the gate.
+    Message Wait(int request, const std::string& action) {
+        const Deadline deadline = _transport.CurrentDeadline().OrAfter(_stepLimit);
+        while (true) {
+            timeval now = {};
+            LDAPMessage* message = nullptr;
+            const int kind = ldap_result(_handle, request, LDAP_MSG_ALL, &now, &message);
+            if (kind > 0) {
+                return Message(message);
+            }
+            if (kind < 0) {
+                Check(LDAP_SERVER_DOWN, action);
+            }
+            if (!_transport.HasPlain() && !WaitFor(_transport.Socket(), POLLIN, deadline)) {
+                Check(LDAP_TIMEOUT, action);
+            }
+        }
+    }
+
+    // Throws unless the answer says success or `alsoGood`.
+    void CheckAnswer(LDAPMessage* message, const std::string& action, int alsoGood = LDAP_SUCCESS) const {
+        int code = LDAP_OTHER;
+        char* text = nullptr;
+        const int parsed = ldap_parse_result(_handle, message, &code, nullptr, &text, nullptr, nullptr, 0);
+        const Memory diagnostic(text);
+        Check(parsed, action);
+        Check(code == alsoGood ? LDAP_SUCCESS : code, action, text ? text : "");
+    }
+
+    // One step of the log-in: our token, then the controller's.
+    std::string ExchangeToken(std::string_view token, int expected) {
+        static const std::string kAction = "log in to the controller";
+        berval ours = Value(token);
+        int request = 0;
+        Check(ldap_sasl_bind(_handle, nullptr, kMechanism, &ours, nullptr, nullptr, &request), kAction);
+        const Message answer = Wait(request, kAction);
+        berval* theirs = nullptr;
+        ldap_parse_sasl_bind_result(_handle, answer.get(), &theirs, 0);
+        const std::string reply = theirs ? std::string(theirs->bv_val, theirs->bv_len) : "";
+        ber_bvfree(theirs);
+        CheckAnswer(answer.get(), kAction, expected);
+        return reply;
+    }
+
+ private:
+    Sockbuf* Buffer() const {
+        Sockbuf* buffer = nullptr;
+        ldap_get_option(_handle, LDAP_OPT_SOCKBUF, &buffer);
+        return buffer;
+    }
+
+    // The machine's ldap.conf and the environment have set defaults that must not count here.
+    void SetOptions() const {
+        const int version = LDAP_VERSION3;
+        const int never = LDAP_DEREF_NEVER;
+        const int none = 0;
+        ber_len_t maximum = kMaximumIncoming;
+        ldap_set_option(_handle, LDAP_OPT_PROTOCOL_VERSION, &version);
+        ldap_set_option(_handle, LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
+        ldap_set_option(_handle, LDAP_OPT_DEREF, &never);
+        ldap_set_option(_handle, LDAP_OPT_SIZELIMIT, &none);
+        ldap_set_option(_handle, LDAP_OPT_TIMELIMIT, &none);
+        ber_sockbuf_ctrl(Buffer(), LBER_SB_OPT_SET_MAX_INCOMING, &maximum);
+    }
+
+    LdapTransport _transport;  // outlives the handle, which reads and writes through it
+    LDAP* _handle = nullptr;
+    std::chrono::milliseconds _stepLimit = std::chrono::hours(1);
+};
+
+LdapConnection::LdapConnection(const Endpoint& endpoint, const std::string& host, const Deadline& deadline)
+    : _impl(std::make_unique<Impl>(ConnectTcp(endpoint, deadline), host, deadline)) {}
+
+LdapConnection::~LdapConnection() = default;
+
+void LdapConnection::SetDeadline(const Deadline& deadline) { _impl->Transport().SetDeadline(deadline); }
+
+void LdapConnection::SetStepLimit(std::chrono::milliseconds limit) { _impl->SetStepLimit(limit); }
+
+// SASL "GSSAPI" (RFC 4752): two Kerberos tokens, then the choice of the layer, then sealed messages only.
+void LdapConnection::BindSealed(krb5_context context, krb5_creds* ticket) {
+    auto channel = std::make_unique<SealedChannel>(context, ticket);
+    channel->Accept(_impl->ExchangeToken(channel->Request(), LDAP_SASL_BIND_IN_PROGRESS));
+    const Secret offer = channel->Open(_impl->ExchangeToken("", LDAP_SASL_BIND_IN_PROGRESS), false);
+    const std::string_view layers = offer.View();
+    if (layers.size() != 4 || (static_cast<unsigned char>(layers[0]) & kSealingLayer) == 0) {
+        throw AdError(kStatusNoSuchDomain, "The controller offers no sealed connection");
+    }
+    std::size_t maximum = 0;
+    for (const char byte : layers.substr(1)) {
+        maximum = maximum << 8 | static_cast<unsigned char>(byte);
+    }
+    const std::string choice = {static_cast<char>(kSealingLayer), 0, static_cast<char>(kOurMaximumMessage >> 8),
+                                static_cast<char>(kOurMaximumMessage & 0xff)};
+    _impl->ExchangeToken(channel->Sign(choice), LDAP_SUCCESS);
+    _impl->Transport().Seal(std::move(channel), maximum);
+}
+
+void LdapConnection::StartTls(const std::string& authorityFile) {
+    LDAP* handle = _impl->Handle();
+    const int demand = LDAP_OPT_X_TLS_DEMAND;
+    const int client = 0;
+    const auto left = _impl->Transport().CurrentDeadline().Remaining();
+    timeval limit = {};
+    limit.tv_sec = left.count() / 1000;
+    limit.tv_usec = (left.count() % 1000) * 1000;
+    ldap_set_option(handle, LDAP_OPT_NETWORK_TIMEOUT, &limit);
+    _impl->Check(ldap_set_option(handle, LDAP_OPT_X_TLS_REQUIRE_CERT, &demand), "demand a certificate");
+    _impl->Check(ldap_set_option(handle, LDAP_OPT_X_TLS_CACERTFILE, authorityFile.c_str()),
+                 "use '" + authorityFile + "'");
+    _impl->Check(ldap_set_option(handle, LDAP_OPT_X_TLS_NEWCTX, &client), "use '" + authorityFile + "'");
+    _impl->Check(ldap_install_tls(handle), "start TLS");
+}
+
+void LdapConnection::BindSimple(const std::string& name, const char* password) {
+    static const std::string kAction = "log in to the controller";
+    berval secret = Value(password);
+    int request = 0;
+    _impl->Transport().SetWiping(true);
+    const int code =
+        ldap_sasl_bind(_impl->Handle(), name.c_str(), LDAP_SASL_SIMPLE, &secret, nullptr, nullptr, &request);
+    _impl->Transport().SetWiping(false);
+    _impl->Check(code, kAction);
+    _impl->CheckAnswer(_impl->Wait(request, kAction).get(), kAction);
+}
+
+std::vector<LdapEntry> LdapConnection::Search(const LdapSearch& search) { return Finish(Start(search)); }
+
+int LdapConnection::Start(const LdapSearch& search) {
+    std::vector<char*> names;
+    for (const auto& name : search.attributes) {
+        names.push_back(const_cast<char*>(name.c_str()));
+    }
+    names.push_back(nullptr);
+    int request = 0;
+    _impl->Check(ldap_search_ext(_impl->Handle(), search.base.c_str(), Scope(search.scope), search.filter.c_str(),
+                                 names.data(), 0, nullptr, nullptr, nullptr, 0, &request),
+                 "ask the controller");
+    return request;
+}
+
+std::vector<LdapEntry> LdapConnection::Finish(int question) {
+    static const std::string kAction = "read the controller's answer";
+    LDAP* handle = _impl->Handle();
+    const Message answer = _impl->Wait(question, kAction);
+    std::vector<LdapEntry> entries;
+    for (LDAPMessage* one = ldap_first_message(handle, answer.get()); one; one = ldap_next_message(handle, one)) {
+        if (ldap_msgtype(one) == LDAP_RES_SEARCH_ENTRY) {
+            entries.push_back(ReadEntry(handle, one));
+        } else if (ldap_msgtype(one) == LDAP_RES_SEARCH_RESULT) {
+            _impl->CheckAnswer(one, kAction);
+        }
+    }
+    return entries;
+}
+
+void LdapConnection::Add(const std::string& distinguishedName, const std::vector<LdapAttribute>& attributes) {
+    const std::string action = "create '" + distinguishedName + "'";
+    Modifications modifications;
+    for (const auto& attribute : attributes) {
+        modifications.Add(LDAP_MOD_ADD, attribute);
+    }
+    int request = 0;
+    _impl->Transport().SetWiping(true);
+    const int code =
+        ldap_add_ext(_impl->Handle(), distinguishedName.c_str(), modifications.Get(), nullptr, nullptr, &request);
+    _impl->Transport().SetWiping(false);
+    _impl->Check(code, action);
+    _impl->CheckAnswer(_impl->Wait(request, action).get(), action);
+}
+
+void LdapConnection::Modify(const std::string& distinguishedName, const std::vector<LdapChange>& changes) {
+    const std::string action = "change '" + distinguishedName + "'";
+    Modifications modifications;
+    for (const auto& change : changes) {
+        modifications.Add(Operation(change.kind), change.attribute);
+    }
+    int request = 0;
+    _impl->Transport().SetWiping(true);
+    const int code =
+        ldap_modify_ext(_impl->Handle(), distinguishedName.c_str(), modifications.Get(), nullptr, nullptr, &request);
+    _impl->Transport().SetWiping(false);
+    _impl->Check(code, action);
+    _impl->CheckAnswer(_impl->Wait(request, action).get(), action);
+}
+
+void LdapConnection::Delete(const std::string& distinguishedName, bool withChildren) {
+    const std::string action = "delete '" + distinguishedName + "'";
+    LDAPControl tree = {};
+    tree.ldctl_oid = const_cast<char*>(kTreeDeleteControl);
+    tree.ldctl_iscritical = 1;
+    LDAPControl* controls[] = {withChildren ? &tree : nullptr, nullptr};
+    int request = 0;
+    _impl->Check(ldap_delete_ext(_impl->Handle(), distinguishedName.c_str(), controls, nullptr, &request), action);
+    _impl->CheckAnswer(_impl->Wait(request, action).get(), action);
+}
+
+}  // namespace nimbrel::ad

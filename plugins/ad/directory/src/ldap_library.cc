@@ -1,0 +1,74 @@
+#include "ldap_library.h"
+
+#include <ldap.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <condition_variable>
+#include <mutex>
+
+#include "addirectory/ad_error.h"
+#include "gate.h"
+
+namespace nimbrel::ad {
+namespace {
+
+struct Start {
+    std::mutex lock;  // guards what follows
+    std::condition_variable ended;
+    bool isRunning = false;
+    bool isReady = false;
+};
+
+// Never destroyed: the thread may outlive everything else.
+Start& TheStart() {
+    static Start* start = new Start;  // lives as long as the process
+    return *start;
+}
+
+void* RunStart(void*) {
+    LDAP* handle = nullptr;
+    const bool ready = ldap_create(&handle) == LDAP_SUCCESS;
+    if (ready) {
+        ldap_destroy(handle);
+    }
+    Start& start = TheStart();
+    const std::lock_guard guard(start.lock);
+    start.isReady = ready;
+    start.isRunning = false;
+    start.ended.notify_all();
+    return nullptr;
+}
+
+// Signals stay with the process's own threads.
+bool StartThread() {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    pthread_t thread = {};
+    const bool started = pthread_create(&thread, nullptr, RunStart, nullptr) == 0;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (started) {
+        pthread_detach(thread);
+    }
+    return started;
+}
+
+}  // namespace
+
+void AwaitLdapLibrary(const Deadline& deadline) {
+    Start& start = TheStart();
+    const OutsideGate waiting;
+    std::unique_lock guard(start.lock);
+    if (start.isReady) {
+        return;
+    }
+    start.isRunning = start.isRunning || StartThread();
+    start.ended.wait_for(guard, deadline.Remaining(), [&] { return start.isReady || !start.isRunning; });
+    if (!start.isReady) {
+        throw AdError(kStatusNoSuchDomain, "The LDAP library waits for the look-up of this host's own name");
+    }
+}
+
+}  // namespace nimbrel::ad

@@ -1,0 +1,65 @@
+// The byte stream under libldap: a non-blocking socket, plain or sealed, whose writes end with a deadline.
+
+#ifndef NIMBREL_AD_LDAP_TRANSPORT_H_
+#define NIMBREL_AD_LDAP_TRANSPORT_H_
+
+#include <lber.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "deadline.h"
+#include "sealed_channel.h"
+#include "sockets.h"
+
+namespace nimbrel::ad {
+
+class LdapTransport {
+ public:
+    LdapTransport(Descriptor socket, const Deadline& deadline) : _socket(std::move(socket)), _deadline(deadline) {}
+    LdapTransport(const LdapTransport&) = delete;
+    LdapTransport& operator=(const LdapTransport&) = delete;
+    ~LdapTransport() { ForgetPlain(); }
+
+    // Puts itself below `buffer`, which must not outlive it.
+    void Attach(Sockbuf* buffer);
+    // From the next byte on everything is sealed; the peer takes messages of `maximumMessage` bytes at most.
+    void Seal(std::unique_ptr<SealedChannel> channel, std::size_t maximumMessage);
+
+    int Socket() const { return _socket.Get(); }
+    void SetDeadline(const Deadline& deadline) { _deadline = deadline; }
+    const Deadline& CurrentDeadline() const { return _deadline; }
+    // What is written from now on is wiped in the writer's own buffer too.
+    void SetWiping(bool wiping) { _wiping = wiping; }
+    // True if `Read` would return bytes without the socket.
+    bool HasPlain() const { return _plainAt < _plain.View().size(); }
+    // Why the last read or write failed, where it was more than the end of the connection.
+    const std::string& Fault() const { return _fault; }
+
+    // As read(2) and write(2) on a non-blocking socket; a write waits for room until the deadline.
+    ber_slen_t Read(void* bytes, std::size_t size) noexcept;
+    ber_slen_t Write(void* bytes, std::size_t size) noexcept;
+
+ private:
+    enum class Progress { Waiting, Complete, Closed };
+
+    ber_slen_t ReadSealed(char* bytes, std::size_t size);
+    Progress ReadToken();
+    void WriteSealed(std::string_view bytes);
+    void ForgetPlain();
+
+    Descriptor _socket;
+    Deadline _deadline;
+    std::unique_ptr<SealedChannel> _channel;
+    std::size_t _maximumMessage = 0;
+    std::string _token;  // as far as it has come, its four bytes of length first
+    Secret _plain;       // opened, and read from `_plainAt` on
+    std::size_t _plainAt = 0;
+    bool _wiping = false;
+    std::string _fault;
+};
+
+}  // namespace nimbrel::ad
+
+#endif  // NIMBREL_AD_LDAP_TRANSPORT_H_

@@ -1,0 +1,60 @@
+// The names of hosts, domains, users and organizational units: which are well formed, and the one spelling under which
+// each is compared.
+//
+// Each function takes a name as an administrator or an agent typed it and throws `AdError` with the status named at it
+// when the name is malformed.
+
+#ifndef NIMBREL_AD_NAMES_H_
+#define NIMBREL_AD_NAMES_H_
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace nimbrel::ad {
+
+// ASCII letters only; anything else is compared byte for byte.
+std::string LowerCase(std::string_view text);
+std::string UpperCase(std::string_view text);
+bool SameName(std::string_view left, std::string_view right);
+bool IsUtf8(std::string_view text);
+bool HasControlCharacters(std::string_view text);
+
+// "Corp.Test." -> "corp.test". 1212.
+std::string DnsName(std::string_view name);
+// "node01.corp.test" and "NODE01$" -> "NODE01"; at most 15 letters, digits and hyphens, not digits alone. 1210.
+std::string ComputerName(std::string_view name);
+// "DC1.corp.test." -> "dc1.corp.test". 1210.
+std::string ControllerName(std::string_view name);
+// "NODE01", "corp.test" -> "node01.corp.test".
+std::string HostName(const std::string& computer, const std::string& domain);
+// "NODE01", "corp.test" -> "host/node01.corp.test@CORP.TEST".
+std::string HostPrincipalName(const std::string& computer, const std::string& domain);
+
+// "alice", "alice@corp.test" or "CORP\alice" in its two parts; `domain` is empty if the name carries none. 1315.
+struct UserName {
+    std::string name;
+    std::string domain;
+};
+UserName SplitUserName(std::string_view text);
+
+// "corp.test" -> "DC=corp,DC=test".
+std::string DomainDN(const std::string& domain);
+// "Hosts/Sub" -> "OU=Sub,OU=Hosts,DC=corp,DC=test". A slash inside a name is written "\/". A text that is a
+// distinguished name stays what it is; one without the domain's part gets it. 267 for a malformed one, 2 for one of
+// another domain.
+std::string UnitDN(std::string_view unit, const std::string& domain);
+
+// "a*b" -> "a\2ab": safe inside a search filter.
+std::string EscapeFilter(std::string_view value);
+// A binary value as search filters take it: each byte as "\hh".
+std::string HexFilter(std::string_view value);
+// The first name of a distinguished name taken off: the container.
+std::string ParentDN(const std::string& distinguishedName);
+
+// A security identifier's binary form -> "S-1-5-21-..."; empty if it is none.
+std::string SidText(std::string_view binary);
+
+}  // namespace nimbrel::ad
+
+#endif  // NIMBREL_AD_NAMES_H_

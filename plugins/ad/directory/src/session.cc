@@ -1,0 +1,119 @@
+#include "session.h"
+
+#include <cstdlib>
+#include <utility>
+
+#include "addirectory/ad_error.h"
+#include "dns.h"
+#include "names.h"
+
+namespace nimbrel::ad {
+namespace {
+
+constexpr std::size_t kMaximumKdcReply = 1U << 20;
+constexpr std::size_t kMaximumCentres = 3;
+constexpr std::chrono::seconds kMaximumSkew{300};
+constexpr int kAttempts = 4;
+
+void RequireClock(const Controller& controller) {
+    if (std::chrono::abs(controller.clockOffset) > kMaximumSkew) {
+        throw AdError(kStatusTimeSkew, "This host's clock and that of '" + controller.name + "' are " +
+                                           std::to_string(controller.clockOffset.count()) + " seconds apart");
+    }
+}
+
+}  // namespace
+
+std::chrono::milliseconds StepLimit(const Settings& settings) { return 5 * settings.controllerBudget; }
+
+KdcCarrier::KdcCarrier(const Settings& settings, std::string realm, const Endpoint& controller,
+                       const Deadline& deadline)
+    : _settings(settings), _deadline(deadline) {
+    _centres.emplace(std::move(realm), controller.WithPort(settings.kerberosPort));
+}
+
+std::string KdcCarrier::Exchange(const std::string& realm, std::string_view request) {
+    const auto known = _centres.find(UpperCase(realm));
+    if (known == _centres.end()) {
+        return ExchangeElsewhere(UpperCase(realm), request);
+    }
+    return ExchangeFrames(known->second, request, 4, kMaximumKdcReply, _deadline.OrAfter(StepLimit(_settings)));
+}
+
+std::string KdcCarrier::ExchangeElsewhere(const std::string& realm, std::string_view request) {
+    const Resolver resolver(_settings);
+    DnsAnswer answer = resolver.Services("_kerberos._tcp." + LowerCase(realm), _deadline);
+    std::minstd_rand random(std::random_device{}());
+    OrderServices(answer.services, random);
+    if (answer.services.size() > kMaximumCentres) {
+        answer.services.resize(kMaximumCentres);
+    }
+    for (const auto& service : answer.services) {
+        try {
+            const auto endpoints = resolver.Addresses(service.host, _deadline);
+            if (endpoints.empty()) {
+                continue;
+            }
+            const Endpoint centre = endpoints.front().WithPort(_settings.kerberosPort);
+            std::string reply =
+                ExchangeFrames(centre, request, 4, kMaximumKdcReply, _deadline.OrAfter(_settings.controllerBudget));
+            _centres.emplace(realm, centre);
+            return reply;
+        } catch (const AdError&) {
+            continue;  // the next one may do better
+        }
+    }
+    throw AdError(kStatusNoSuchDomain, "No key distribution centre of the realm '" + realm + "' is reachable");
+}
+
+Session::Session(const Settings& settings, const std::string& domain, const std::vector<std::string>& preferred,
+                 const LogOn& logOn, const Deadline& deadline)
+    : _realm(UpperCase(domain)) {
+    LocatedController located = LocateController(settings, domain, preferred, deadline);
+    std::string name;
+    for (int attempt = 1;; ++attempt) {
+        try {
+            if (!located.connection) {
+                located = LocateController(settings, domain, preferred, deadline);
+            }
+            name = located.controller.name;
+            Open(settings, std::exchange(located, {}), logOn, deadline);
+            return;
+        } catch (const AdError& error) {
+            if (error.Status() != kStatusNoSuchDomain || attempt == kAttempts || deadline.HasPassed()) {
+                throw;
+            }
+            AvoidController(settings, name);
+        }
+    }
+}
+
+void Session::Open(const Settings& settings, LocatedController located, const LogOn& logOn, const Deadline& deadline) {
+    RequireClock(located.controller);
+    _connection.reset();
+    _tickets.reset();
+    _controller = std::move(located.controller);
+    _carrier = std::make_unique<KdcCarrier>(settings, _realm, _controller.endpoint, deadline);
+    _tickets = std::make_unique<Tickets>(
+        _realm, [carrier = _carrier.get()](const std::string& realm, std::string_view request) {
+            return carrier->Exchange(realm, request);
+        });
+    logOn(*_tickets, _controller);
+    krb5_creds* ticket = _tickets->TicketFor("ldap/" + _controller.name + "@" + _realm);
+    located.connection->SetStepLimit(StepLimit(settings));
+    located.connection->BindSealed(_tickets->Context(), ticket);
+    _connection = std::move(located.connection);
+}
+
+std::unique_ptr<LdapConnection> Session::ConnectTo(LocatedController other) {
+    const std::string service = "ldap/" + other.controller.name + "@" + UpperCase(other.controller.facts.domain);
+    other.connection->BindSealed(_tickets->Context(), _tickets->TicketFor(service));
+    return std::move(other.connection);
+}
+
+void Session::SetDeadline(const Deadline& deadline) {
+    _carrier->SetDeadline(deadline);
+    _connection->SetDeadline(deadline);
+}
+
+}  // namespace nimbrel::ad

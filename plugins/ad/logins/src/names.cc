@@ -1,0 +1,124 @@
+#include "names.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+namespace nimbrel::ad::logins {
+namespace {
+
+constexpr std::uint32_t kStatusInvalidParameter = 87;
+constexpr std::size_t kMaximumDnsName = 253;
+constexpr std::size_t kMaximumLabel = 63;
+constexpr std::size_t kMaximumNetbiosName = 15;
+constexpr std::size_t kMaximumAccount = 20;
+constexpr std::size_t kMaximumService = 64;
+constexpr std::size_t kMaximumPath = 1024;
+constexpr std::size_t kMaximumEntries = 256;
+
+// Without the locale, which belongs to the process.
+bool IsLetterOrDigit(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
+bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
+char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+bool HasOnly(std::string_view text, std::string_view besides) {
+    return std::all_of(text.begin(), text.end(),
+                       [&](char c) { return IsLetterOrDigit(c) || besides.find(c) != std::string_view::npos; });
+}
+
+bool IsLabel(std::string_view label) {
+    return !label.empty() && label.size() <= kMaximumLabel && IsLetterOrDigit(label.front()) && HasOnly(label, "-_");
+}
+
+bool IsNetbiosName(std::string_view name) {
+    return !name.empty() && name.size() <= kMaximumNetbiosName && HasOnly(name, "-_.&");
+}
+
+// The offender is shown without what makes it dangerous to show.
+std::string Shown(std::string_view text) {
+    std::string shown(text.substr(0, kMaximumDnsName));
+    std::replace_if(shown.begin(), shown.end(), IsControl, '?');
+    return shown;
+}
+
+void Require(bool wellFormed, const std::string& what, std::string_view name) {
+    if (!wellFormed) {
+        throw LogInsError(kStatusInvalidParameter, "The " + what + " '" + Shown(name) + "' is malformed");
+    }
+}
+
+void RequireCount(std::size_t count) {
+    if (count > kMaximumEntries) {
+        throw LogInsError(kStatusInvalidParameter, "The list has more than 256 entries");
+    }
+}
+
+}  // namespace
+
+bool IsDnsName(std::string_view name) {
+    if (name.size() > kMaximumDnsName) return false;
+    for (;;) {
+        const auto dot = name.find('.');
+        if (!IsLabel(name.substr(0, dot))) return false;
+        if (dot == std::string_view::npos) return true;
+        name.remove_prefix(dot + 1);
+    }
+}
+
+bool IsServiceName(std::string_view name) {
+    return !name.empty() && name.size() <= kMaximumService && (IsLetterOrDigit(name.front()) || name.front() == '_') &&
+           HasOnly(name, "._-");
+}
+
+bool IsMachineAccount(std::string_view name) {
+    return name.size() >= 2 && name.size() <= kMaximumAccount && name.back() == '$' && IsLetterOrDigit(name.front()) &&
+           HasOnly(name.substr(0, name.size() - 1), "-_");
+}
+
+bool IsPath(std::string_view path) {
+    return !path.empty() && path.size() <= kMaximumPath && path.front() == '/' &&
+           std::none_of(path.begin(), path.end(), IsControl) && path.back() != ' ';
+}
+
+std::string LowerCase(std::string_view text) {
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(), Lower);
+    return lower;
+}
+
+std::string UpperCase(std::string_view text) {
+    std::string upper(text);
+    std::transform(upper.begin(), upper.end(), upper.begin(), Upper);
+    return upper;
+}
+
+void CheckDomain(const DomainLogIns& domain) {
+    Require(IsDnsName(domain.dnsName), "domain name", domain.dnsName);
+    Require(IsDnsName(domain.realm), "realm", domain.realm);
+    Require(IsNetbiosName(domain.netbiosName), "domain's NetBIOS name", domain.netbiosName);
+    Require(IsDnsName(domain.hostName), "host name", domain.hostName);
+    Require(IsMachineAccount(domain.machineAccount), "machine account", domain.machineAccount);
+    Require(IsPath(domain.keytab), "keytab's path", domain.keytab);
+    RequireCount(domain.trustedForests.size());
+    for (const auto& forest : domain.trustedForests) Require(IsDnsName(forest), "trusted forest's name", forest);
+}
+
+void CheckOptions(const LogInOptions& options) {
+    Require(IsPath(options.shell), "log-in shell", options.shell);
+    Require(IsPath(options.home), "home directory", options.home);
+    Require(options.access == "ad" || options.access == "simple" || options.access == "deny", "kind of access",
+            options.access);
+}
+
+void CheckControllers(const std::vector<std::string>& controllers) {
+    RequireCount(controllers.size());
+    for (const auto& controller : controllers) Require(IsDnsName(controller), "domain controller's name", controller);
+}
+
+void CheckServices(const std::vector<std::string>& services) {
+    RequireCount(services.size());
+    for (const auto& service : services) Require(IsServiceName(service), "service name", service);
+}
+
+}  // namespace nimbrel::ad::logins

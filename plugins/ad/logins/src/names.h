@@ -1,0 +1,36 @@
+// Which names may go into SSSD's configuration.
+//
+// That configuration is made of lines, so every name is checked before it is written: nothing that could end a line,
+// open a section or add an element to a list passes. Each function throws `LogInsError` 87 that names the offender.
+
+#ifndef NIMBREL_AD_LOGINS_NAMES_H_
+#define NIMBREL_AD_LOGINS_NAMES_H_
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "adlogins/log_ins.h"
+
+namespace nimbrel::ad::logins {
+
+void CheckDomain(const DomainLogIns& domain);
+void CheckOptions(const LogInOptions& options);
+void CheckControllers(const std::vector<std::string>& controllers);
+void CheckServices(const std::vector<std::string>& services);
+
+// Dotted labels of letters, digits, hyphens and underscores, none of them empty, longer than 63 characters, or with a
+// hyphen or underscore in front; 253 characters at most.
+bool IsDnsName(std::string_view name);
+// A PAM service: letters, digits, ".", "_" and "-", the last not in front; 64 characters at most.
+bool IsServiceName(std::string_view name);
+bool IsMachineAccount(std::string_view name);
+// An absolute path without control characters.
+bool IsPath(std::string_view path);
+
+std::string LowerCase(std::string_view text);
+std::string UpperCase(std::string_view text);
+
+}  // namespace nimbrel::ad::logins
+
+#endif  // NIMBREL_AD_LOGINS_NAMES_H_

@@ -1,0 +1,120 @@
+#include "accounts.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "embeddeddirectory/directory.h"
+#include "embeddeddirectory/host.h"
+#include "embeddeddirectory/membership.h"
+#include "fork_gate.h"
+
+namespace nimbrel::embedded {
+namespace {
+
+constexpr std::int64_t kLastNumber = 100'000'000;
+constexpr std::size_t kLongestName = 64;
+
+bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
+bool IsFurther(char c) { return IsLetter(c) || (c >= '0' && c <= '9') || c == '.' || c == '-'; }
+
+bool IsPortable(const std::string& name) {
+    return !name.empty() && name.size() <= kLongestName && IsLetter(name.front()) &&
+           std::all_of(name.begin(), name.end(), IsFurther);
+}
+
+std::string LowerCase(std::string name) {
+    for (char& c : name) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return name;
+}
+
+std::string ReadFile(const char* path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<Account> FromDirectory() {
+    const std::string domain = JoinedDomain();
+    std::vector<Account> accounts;
+    if (domain.empty()) return accounts;
+    const ForkGate gate;
+    for (const UserInfo& user : Directory::Open().ListUsers(domain)) {
+        if (auto account = ToAccount(user)) accounts.push_back(std::move(*account));
+    }
+    return accounts;
+}
+
+bool WriteWhole(const std::string& path, const std::string& text) {
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+    if (file < 0) return false;
+    const bool written =
+        fchmod(file, 0644) == 0 && write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    return close(file) == 0 && written;
+}
+
+}  // namespace
+
+std::optional<Account> ToAccount(const UserInfo& user) {
+    if (!IsPortable(user.name) || user.number < 1 || user.number > kLastNumber) return std::nullopt;
+    return Account{user.name, kFirstUid + static_cast<uid_t>(user.number), user.flags};
+}
+
+std::string JoinedDomain() { return Host().ActiveDomain().dnsName; }
+
+std::vector<Account> Accounts() {
+    return geteuid() == 0 ? FromDirectory() : ParsePublished(ReadFile(kPublishedAccounts));
+}
+
+std::optional<Account> FindAccount(const std::string& name) {
+    if (!IsPortable(name)) return std::nullopt;
+    for (Account& account : Accounts()) {
+        if (LowerCase(account.name) == LowerCase(name)) return std::move(account);
+    }
+    return std::nullopt;
+}
+
+std::optional<Account> FindAccount(uid_t uid) {
+    if (uid <= kFirstUid || uid > kFirstUid + kLastNumber) return std::nullopt;
+    for (Account& account : Accounts()) {
+        if (account.uid == uid) return std::move(account);
+    }
+    return std::nullopt;
+}
+
+void PublishAccounts() noexcept try {
+    const std::string text = PublishedText(FromDirectory());
+    if (text == ReadFile(kPublishedAccounts)) return;
+    const std::string built = std::string(kPublishedAccounts) + '.' + std::to_string(getpid());
+    if (!WriteWhole(built, text) || std::rename(built.c_str(), kPublishedAccounts) != 0) unlink(built.c_str());
+} catch (...) {
+    // A log-in does not fail for it: only names are missing in listings.
+}
+
+std::string PublishedText(const std::vector<Account>& accounts) {
+    std::string text;
+    for (const Account& account : accounts) text += account.name + ':' + std::to_string(account.uid) + '\n';
+    return text;
+}
+
+std::vector<Account> ParsePublished(const std::string& text) {
+    std::vector<Account> accounts;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t colon = line.find(':');
+        const long uid = colon == std::string::npos ? 0 : std::atol(line.c_str() + colon + 1);
+        const std::string name = line.substr(0, colon);
+        if (IsPortable(name) && uid > long{kFirstUid} && uid <= long{kFirstUid} + kLastNumber) {
+            accounts.push_back({name, static_cast<uid_t>(uid)});
+        }
+    }
+    return accounts;
+}
+
+}  // namespace nimbrel::embedded

@@ -1,0 +1,190 @@
+// apxd: creates machine accounts in a directory on behalf of hosts that hold no user's password.
+
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "services/apxd/ad_back_end.h"
+#include "services/apxd/config.h"
+#include "services/apxd/embedded_back_end.h"
+#include "services/apxd/handler.h"
+#include "services/apxd/ledger.h"
+#include "services/apxd/server.h"
+#include "services/apxd/service_log.h"
+
+namespace nimbrel::apxd {
+namespace {
+
+constexpr char kUsage[] =
+    "Usage: apxd [--config FILE] [--check-config]\n"
+    "\n"
+    "Creates machine accounts in a directory on behalf of hosts that join through it.\n"
+    "\n"
+    "  --config FILE   the configuration, /etc/nimbrel/apxd.conf unless given\n"
+    "  --check-config  read the configuration and the files that it names, and end\n"
+    "  --version       show the version\n"
+    "  --help          show this help\n"
+    "\n"
+    "SIGHUP reads the configuration and the certificate anew, SIGTERM ends the service\n"
+    "when the requests under way are answered.\n";
+
+struct Options {
+    std::string configFile = kDefaultConfigFile;
+    bool checkOnly = false;
+};
+
+class UsageError : public std::runtime_error {
+ public:
+    using std::runtime_error::runtime_error;
+};
+
+// Ends the process for --help and --version.
+Options ParseOptions(int count, char** words) {
+    Options options;
+    for (int index = 1; index < count; ++index) {
+        const std::string word = words[index];
+        if (word == "--check-config") {
+            options.checkOnly = true;
+        } else if (word == "--config" && index + 1 < count) {
+            options.configFile = words[++index];
+        } else if (word == "--help" || word == "--version") {
+            std::fputs(word == "--help" ? kUsage : "apxd " NIMAUTH_VERSION "\n", stdout);
+            std::exit(std::fflush(stdout) == 0 ? 0 : 1);
+        } else {
+            throw UsageError(word == "--config" ? "--config needs a value" : "unknown option '" + word + "'");
+        }
+    }
+    return options;
+}
+
+// Tells the service manager, if there is one: "READY=1".
+void Notify(const std::string& state) {
+    const char* const path = std::getenv("NOTIFY_SOCKET");
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path == nullptr || std::strlen(path) < 2 || std::strlen(path) >= sizeof address.sun_path) return;
+    std::strcpy(address.sun_path, path);
+    if (address.sun_path[0] == '@') address.sun_path[0] = '\0';
+    const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (socket < 0) return;
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + std::strlen(path));
+    sendto(socket, state.data(), state.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address), size);
+    close(socket);
+}
+
+std::unique_ptr<BackEnd> MakeBackEnd(const Config& config) {
+    if (config.backEnd == "ad") return MakeAdBackEnd(config.domain, config.principal, config.keytab);
+    return MakeEmbeddedBackEnd(config.directoryFile, config.domain);
+}
+
+// The service with one reading of its configuration.
+struct Generation {
+    Config config;
+    std::shared_ptr<Ledger> ledger;
+    std::unique_ptr<BackEnd> backEnd;
+    std::shared_ptr<Listener> listener;
+    std::unique_ptr<Handler> handler;
+    std::unique_ptr<Server> server;
+};
+
+bool SameListener(const Config& a, const Config& b) { return a.address == b.address && a.port == b.port; }
+
+// Takes over from `before`, if there is one, what must not be there twice: the socket and the ledger.
+std::unique_ptr<Generation> Start(const std::string& configFile, const Generation* before) {
+    auto made = std::make_unique<Generation>();
+    made->config = ReadConfig(configFile);
+    const Config& config = made->config;
+    const TlsFiles files = TlsFiles::Read(config);
+    made->backEnd = MakeBackEnd(config);
+    made->ledger = before != nullptr && before->config.ledgerFile == config.ledgerFile
+                       ? before->ledger
+                       : std::make_shared<Ledger>(config.ledgerFile);
+    made->ledger->Prune(std::time(nullptr) - static_cast<std::int64_t>(config.retrySeconds), config.preStaged);
+    made->listener = before != nullptr && SameListener(before->config, config) ? before->listener
+                                                                               : std::make_shared<Listener>(config);
+    made->handler = std::make_unique<Handler>(config, *made->backEnd, *made->ledger);
+    made->server = std::make_unique<Server>(config, *made->handler, files, made->listener);
+    return made;
+}
+
+void LogStart(const char* event, const Generation& generation) {
+    LogLine(event)
+        .Add("listen", generation.listener->Address())
+        .Add("domain", generation.config.domain)
+        .Add("back-end", generation.config.backEnd)
+        .Write();
+}
+
+// A configuration that cannot be used leaves the one in force.
+void Reload(const std::string& configFile, std::unique_ptr<Generation>& current) {
+    Notify("RELOADING=1");
+    try {
+        std::unique_ptr<Generation> next = Start(configFile, current.get());
+        current.swap(next);
+        next->server->Retire();
+        LogStart("reloaded", *current);
+        next->server->Drain();
+    } catch (const std::exception& error) {
+        LogLine("not-reloaded").Add("reason", error.what()).Write();
+    }
+    Notify("READY=1");
+}
+
+sigset_t ServiceSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, number);
+    return signals;
+}
+
+int Serve(const std::string& configFile) {
+    const sigset_t signals = ServiceSignals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // for the threads to come, too
+    std::signal(SIGPIPE, SIG_IGN);
+    std::unique_ptr<Generation> current = Start(configFile, nullptr);
+    LogStart("ready", *current);
+    Notify("READY=1");
+    for (int number = 0; sigwait(&signals, &number) == 0 && number == SIGHUP;) Reload(configFile, current);
+    Notify("STOPPING=1");
+    current->server->Retire();
+    current->server->Drain();
+    LogLine("stopped").Write();
+    return 0;
+}
+
+int Check(const std::string& configFile) {
+    const Config config = ReadConfig(configFile);
+    TlsFiles::Read(config);
+    MakeBackEnd(config);
+    std::printf("%s: in order\n", configFile.c_str());
+    return std::fflush(stdout) == 0 ? 0 : 1;
+}
+
+int Run(int count, char** words) {
+    try {
+        const Options options = ParseOptions(count, words);
+        return options.checkOnly ? Check(options.configFile) : Serve(options.configFile);
+    } catch (const UsageError& error) {
+        std::fprintf(stderr, "apxd: %s\n%s", error.what(), kUsage);
+        return 2;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "apxd: %s\n", error.what());
+        return 1;
+    }
+}
+
+}  // namespace
+}  // namespace nimbrel::apxd
+
+int main(int count, char** words) { return nimbrel::apxd::Run(count, words); }

@@ -1,0 +1,481 @@
+#include "services/apxd/server.h"
+
+#include <arpa/inet.h>
+#include <gnutls/gnutls.h>
+#include <gnutls/x509.h>
+#include <microhttpd.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "services/apxd/service_log.h"
+
+namespace nimbrel::apxd {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr char kPriorities[] = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2:%SERVER_PRECEDENCE";
+constexpr std::size_t kConnectionMemory = 16384;  // bounds request line and header fields
+constexpr std::chrono::milliseconds kHearing(50);
+constexpr int kBacklog = 512;
+
+[[noreturn]] void FailWith(int error, const std::string& what) {
+    throw std::system_error(error, std::generic_category(), what);
+}
+
+// ---------------------------------------------------------------- the connections and their deadlines
+
+class Connections {
+ public:
+    explicit Connections(std::chrono::seconds patience) : _patience(patience), _watch([this] { Watch(); }) {}
+    Connections(const Connections&) = delete;
+    Connections& operator=(const Connections&) = delete;
+    ~Connections() {
+        {
+            const std::lock_guard<std::mutex> lock(_lock);
+            _ending = true;
+        }
+        _changed.notify_all();
+        _watch.join();
+    }
+
+    void Open(int socket, const std::string& client) {
+        {
+            const std::lock_guard<std::mutex> lock(_lock);
+            _open[socket] = {Clock::now() + _patience, client};
+        }
+        _changed.notify_all();
+    }
+    void Close(int socket) {
+        {
+            const std::lock_guard<std::mutex> lock(_lock);
+            _open.erase(socket);
+        }
+        _changed.notify_all();
+    }
+    // The request is there: no deadline, or a new one for the answer.
+    void Suspend(int socket) { SetDeadline(socket, Clock::time_point::max()); }
+    void Resume(int socket) { SetDeadline(socket, Clock::now() + _patience); }
+
+    // False if some are still open when the time is over.
+    bool WaitForNone(std::chrono::seconds time) {
+        std::unique_lock<std::mutex> lock(_lock);
+        return _changed.wait_for(lock, time, [this] { return _open.empty(); });
+    }
+
+ private:
+    struct Connection {
+        Clock::time_point deadline;
+        std::string client;
+    };
+
+    void SetDeadline(int socket, Clock::time_point deadline) {
+        {
+            const std::lock_guard<std::mutex> lock(_lock);
+            const auto found = _open.find(socket);
+            if (found != _open.end()) found->second.deadline = deadline;
+        }
+        _changed.notify_all();
+    }
+    void Watch();
+    Clock::time_point CutOverdue();
+
+    const std::chrono::seconds _patience;
+    std::mutex _lock;  // guards all below
+    std::condition_variable _changed;
+    std::map<int, Connection> _open;
+    bool _ending = false;
+    std::thread _watch;
+};
+
+// Returns the next deadline. The socket stays open, so that its number cannot be another connection's.
+Clock::time_point Connections::CutOverdue() {
+    auto next = Clock::time_point::max();
+    for (auto& [socket, connection] : _open) {
+        if (connection.deadline <= Clock::now()) {
+            LogLine("cut").Add("client", connection.client).Add("reason", "too slow").Write();
+            shutdown(socket, SHUT_RDWR);
+            connection.deadline = Clock::time_point::max();
+        }
+        next = std::min(next, connection.deadline);
+    }
+    return next;
+}
+
+void Connections::Watch() {
+    std::unique_lock<std::mutex> lock(_lock);
+    while (!_ending) {
+        const auto next = CutOverdue();
+        if (next == Clock::time_point::max()) {
+            _changed.wait(lock);
+        } else {
+            _changed.wait_until(lock, next);
+        }
+    }
+}
+
+// ---------------------------------------------------------------- what a connection tells
+
+int SocketOf(MHD_Connection* connection) {
+    return MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+}
+
+std::optional<Address> ClientOf(MHD_Connection* connection) {
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+    return info == nullptr || info->client_addr == nullptr ? std::nullopt : Address::From(*info->client_addr);
+}
+
+std::string TextOf(const std::optional<Address>& client) { return client ? client->Text() : "unknown"; }
+
+std::string HeaderOf(MHD_Connection* connection, const char* name) {
+    const char* const value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
+    return value == nullptr ? "" : value;
+}
+
+std::optional<std::uint64_t> ContentLengthOf(MHD_Connection* connection) {
+    const std::string text = HeaderOf(connection, MHD_HTTP_HEADER_CONTENT_LENGTH);
+    std::uint64_t length = 0;
+    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), length);
+    return error == std::errc() && rest == text.data() + text.size() ? std::optional(length) : std::nullopt;
+}
+
+std::string Fingerprint(const gnutls_datum_t& certificate) {
+    unsigned char digest[32] = {};
+    std::size_t size = sizeof digest;
+    std::string text;
+    if (gnutls_fingerprint(GNUTLS_DIG_SHA256, &certificate, digest, &size) != GNUTLS_E_SUCCESS) return text;
+    for (const unsigned char byte : digest) {
+        text += "0123456789abcdef"[byte >> 4U];
+        text += "0123456789abcdef"[byte & 0xFU];
+    }
+    return text;
+}
+
+void ReadCertificate(MHD_Connection* connection, Request& request) {
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+    if (info == nullptr) return;
+    auto* const session = static_cast<gnutls_session_t>(info->tls_session);
+    unsigned count = 0;
+    const gnutls_datum_t* const chain = gnutls_certificate_get_peers(session, &count);
+    unsigned status = 0;
+    if (chain == nullptr || count == 0 || gnutls_certificate_verify_peers2(session, &status) < 0 || status != 0) return;
+    request.certificate = Fingerprint(chain[0]);
+    request.certificateVerified = !request.certificate.empty();
+}
+
+Request HeadOf(MHD_Connection* connection, const char* method, const char* path, bool certificates) {
+    Request request;
+    request.method = method;
+    request.path = path;
+    request.contentType = HeaderOf(connection, MHD_HTTP_HEADER_CONTENT_TYPE);
+    request.contentLength = ContentLengthOf(connection);
+    request.client = ClientOf(connection);
+    if (certificates) ReadCertificate(connection, request);
+    return request;
+}
+
+// One request on its way through.
+struct Exchange {
+    Request request;
+    std::optional<Answer> refused;
+    bool answered = false;
+    Clock::time_point begin = Clock::now();
+};
+
+void Log(const Exchange& exchange, const Answer& answer) {
+    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - exchange.begin);
+    LogLine line("request");
+    line.Add("client", TextOf(exchange.request.client))
+        .AddIfAny("certificate", exchange.request.certificate)
+        .Add("method", exchange.request.method)
+        .Add("path", exchange.request.path)
+        .AddIfAny("account", answer.account)
+        .AddIfAny("unit", answer.organizationalUnit)
+        .Add("http", answer.httpStatus)
+        .Add("status", answer.status)
+        .AddIfAny("way", answer.way)
+        .AddIfAny("reason", answer.message)
+        .Add("ms", static_cast<std::uint64_t>(took.count()))
+        .Write();
+}
+
+void LogBrokenOff(const Exchange& exchange) {
+    LogLine("request")
+        .Add("client", TextOf(exchange.request.client))
+        .Add("method", exchange.request.method)
+        .Add("path", exchange.request.path)
+        .Add("reason", "broken off by the client")
+        .Write();
+}
+
+void FreeBody(void* body) { delete static_cast<SecretText*>(body); }
+
+MHD_Result Send(MHD_Connection* connection, Answer answer) {
+    auto body = std::make_unique<SecretText>(std::move(answer.body));
+    // The bytes are only read.
+    auto* const bytes = const_cast<char*>(body->Text().data());
+    const std::size_t size = body->Text().size();
+    MHD_Response* const response =
+        MHD_create_response_from_buffer_with_free_callback_cls(size, bytes, FreeBody, body.get());
+    if (response == nullptr) return MHD_NO;
+    static_cast<void>(body.release());
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONNECTION, "close");
+    if (answer.httpStatus == 429) MHD_add_response_header(response, MHD_HTTP_HEADER_RETRY_AFTER, "60");
+    const MHD_Result queued = MHD_queue_response(connection, answer.httpStatus, response);
+    MHD_destroy_response(response);
+    return queued;
+}
+
+gnutls_datum_t Datum(const std::string& text) {
+    return {reinterpret_cast<unsigned char*>(const_cast<char*>(text.data())), static_cast<unsigned>(text.size())};
+}
+
+struct CredentialsFree {
+    void operator()(gnutls_certificate_credentials_t credentials) const {
+        gnutls_certificate_free_credentials(credentials);
+    }
+};
+using Credentials = std::unique_ptr<std::remove_pointer_t<gnutls_certificate_credentials_t>, CredentialsFree>;
+
+Credentials MakeCredentials() {
+    gnutls_certificate_credentials_t made = nullptr;
+    if (gnutls_certificate_allocate_credentials(&made) != GNUTLS_E_SUCCESS) throw std::bad_alloc();
+    return Credentials(made);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- listening
+
+Listener::Listener(const Config& config) : _descriptor(-1) {
+    const bool ipv6 = config.address.find(':') != std::string::npos;
+    _descriptor = socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (_descriptor < 0) FailWith(errno, "socket");
+    const int on = 1;
+    setsockopt(_descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    const auto port = htons(static_cast<std::uint16_t>(config.port));
+    sockaddr_in ipv4Address = {};
+    sockaddr_in6 ipv6Address = {};
+    ipv4Address.sin_family = AF_INET;
+    ipv4Address.sin_port = port;
+    ipv6Address.sin6_family = AF_INET6;
+    ipv6Address.sin6_port = port;
+    inet_pton(AF_INET, config.address.c_str(), &ipv4Address.sin_addr);
+    inet_pton(AF_INET6, config.address.c_str(), &ipv6Address.sin6_addr);
+    const auto* const address =
+        ipv6 ? reinterpret_cast<const sockaddr*>(&ipv6Address) : reinterpret_cast<const sockaddr*>(&ipv4Address);
+    if (bind(_descriptor, address, ipv6 ? sizeof ipv6Address : sizeof ipv4Address) != 0 ||
+        listen(_descriptor, kBacklog) != 0) {
+        const int error = errno;
+        close(_descriptor);
+        FailWith(error, config.address + ':' + std::to_string(config.port));
+    }
+}
+
+Listener::~Listener() { close(_descriptor); }
+
+std::string Listener::Address() const {
+    sockaddr_storage bound = {};
+    socklen_t size = sizeof bound;
+    getsockname(_descriptor, reinterpret_cast<sockaddr*>(&bound), &size);
+    sockaddr_in6 ipv6 = {};
+    std::memcpy(&ipv6, &bound, sizeof ipv6);  // the port lies at the same place in both
+    const auto address = apxd::Address::From(reinterpret_cast<const sockaddr&>(bound));
+    return TextOf(address) + ' ' + std::to_string(ntohs(ipv6.sin6_port));
+}
+
+// ---------------------------------------------------------------- TLS
+
+TlsFiles TlsFiles::Read(const Config& config) {
+    TlsFiles files;
+    files.certificate = ReadTextFile(config.certificateFile);
+    files.key = SecretText(ReadTextFile(config.keyFile));
+    if (!config.clientCaFile.empty()) files.clientCa = ReadTextFile(config.clientCaFile);
+
+    const Credentials credentials = MakeCredentials();
+    const gnutls_datum_t certificate = Datum(files.certificate);
+    const gnutls_datum_t key = Datum(files.key.Text());
+    int result = gnutls_certificate_set_x509_key_mem(credentials.get(), &certificate, &key, GNUTLS_X509_FMT_PEM);
+    if (result < 0) {
+        throw ConfigError(config.certificateFile + ", " + config.keyFile + ": " + gnutls_strerror(result));
+    }
+    const gnutls_datum_t clientCa = Datum(files.clientCa);
+    result = config.clientCaFile.empty()
+                 ? 1
+                 : gnutls_certificate_set_x509_trust_mem(credentials.get(), &clientCa, GNUTLS_X509_FMT_PEM);
+    if (result <= 0) throw ConfigError(config.clientCaFile + ": holds no certificate");
+    return files;
+}
+
+// ---------------------------------------------------------------- the server
+
+class Server::Impl {
+ public:
+    Impl(const Config& config, Handler& handler, const TlsFiles& files, std::shared_ptr<Listener> listener);
+    ~Impl();
+
+    void Retire();
+    void Drain();
+
+ private:
+    static MHD_Result OnRequest(void* self, MHD_Connection* connection, const char* url, const char* method,
+                                const char* version, const char* data, std::size_t* size, void** state);
+    static void OnCompleted(void* self, MHD_Connection* connection, void** state, MHD_RequestTerminationCode code);
+    static void OnConnection(void* self, MHD_Connection* connection, void** state, MHD_ConnectionNotificationCode code);
+    __attribute__((format(printf, 2, 0))) static void OnMessage(void* self, const char* format, va_list arguments);
+
+    MHD_Result Begin(MHD_Connection* connection, const char* method, const char* path, void** state);
+    MHD_Result Continue(MHD_Connection* connection, Exchange& exchange, const char* data, std::size_t* size);
+    MHD_Result Finish(MHD_Connection* connection, Exchange& exchange, Answer answer);
+
+    const Config& _config;
+    Handler& _handler;
+    const std::shared_ptr<Listener> _listener;
+    Connections _connections;
+    std::mutex _messageLock;  // guards the two below: connections may come before the start has ended
+    std::string _startMessage;
+    bool _started = false;
+    MHD_Daemon* _daemon = nullptr;
+};
+
+Server::Impl::Impl(const Config& config, Handler& handler, const TlsFiles& files, std::shared_ptr<Listener> listener)
+    : _config(config),
+      _handler(handler),
+      _listener(std::move(listener)),
+      _connections(std::chrono::seconds(config.requestSeconds)) {
+    const bool ipv6 = config.address.find(':') != std::string::npos;
+    const unsigned flags = MHD_USE_TLS | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION |
+                           MHD_USE_POLL | MHD_USE_ITC | MHD_USE_ERROR_LOG | (ipv6 ? MHD_USE_IPv6 : MHD_NO_FLAG);
+    // The option that ends the list, where nobody is asked for a certificate.
+    const auto trust = files.clientCa.empty() ? MHD_OPTION_END : MHD_OPTION_HTTPS_MEM_TRUST;
+    _daemon = MHD_start_daemon(flags, 0, nullptr, nullptr, OnRequest, this,                      //
+                               MHD_OPTION_EXTERNAL_LOGGER, OnMessage, this,                      //
+                               MHD_OPTION_LISTEN_SOCKET, _listener->Descriptor(),                //
+                               MHD_OPTION_NOTIFY_CONNECTION, OnConnection, this,                 //
+                               MHD_OPTION_NOTIFY_COMPLETED, OnCompleted, this,                   //
+                               MHD_OPTION_CONNECTION_LIMIT, config.connections,                  //
+                               MHD_OPTION_PER_IP_CONNECTION_LIMIT, config.connectionsPerClient,  //
+                               MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory,            //
+                               MHD_OPTION_HTTPS_PRIORITIES, kPriorities,                         //
+                               MHD_OPTION_HTTPS_MEM_CERT, files.certificate.c_str(),             //
+                               MHD_OPTION_HTTPS_MEM_KEY, files.key.Text().c_str(),               //
+                               trust, files.clientCa.c_str(), MHD_OPTION_END);
+    const std::lock_guard<std::mutex> lock(_messageLock);
+    if (_daemon == nullptr) throw std::runtime_error("the HTTPS server cannot be started: " + _startMessage);
+    _started = true;
+}
+
+// Stopping the daemon would close a socket that it listens on.
+Server::Impl::~Impl() {
+    MHD_quiesce_daemon(_daemon);
+    MHD_stop_daemon(_daemon);
+}
+
+// The accepting thread is told, but nothing tells when it has heard, and until then it may take one more connection.
+void Server::Impl::Retire() {
+    MHD_quiesce_daemon(_daemon);
+    std::this_thread::sleep_for(kHearing);
+}
+
+void Server::Impl::Drain() {
+    if (_connections.WaitForNone(std::chrono::seconds(_config.stopSeconds))) return;
+    LogLine("cut").Add("reason", "requests under way have outlasted stop-seconds").Write();
+}
+
+// What the HTTP library has to say matters at the start only; later it speaks of clients that break off.
+void Server::Impl::OnMessage(void* self, const char* format, va_list arguments) {
+    auto* const server = static_cast<Impl*>(self);
+    const std::lock_guard<std::mutex> lock(server->_messageLock);
+    if (server->_started) return;
+    char text[512] = {};
+    std::vsnprintf(text, sizeof text, format, arguments);
+    server->_startMessage += text;
+}
+
+void Server::Impl::OnConnection(void* self, MHD_Connection* connection, void** /*state*/,
+                                MHD_ConnectionNotificationCode code) {
+    Connections& connections = static_cast<Impl*>(self)->_connections;
+    if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+        connections.Open(SocketOf(connection), TextOf(ClientOf(connection)));
+    } else {
+        connections.Close(SocketOf(connection));
+    }
+}
+
+MHD_Result Server::Impl::OnRequest(void* self, MHD_Connection* connection, const char* url, const char* method,
+                                   const char* /*version*/, const char* data, std::size_t* size, void** state) {
+    auto* const server = static_cast<Impl*>(self);
+    try {
+        if (*state == nullptr) return server->Begin(connection, method, url, state);
+        return server->Continue(connection, *static_cast<Exchange*>(*state), data, size);
+    } catch (const std::exception&) {
+        return MHD_NO;  // no memory: the connection is closed
+    }
+}
+
+// A small body is taken in even where the head decides: a client that is still sending would not see the answer.
+MHD_Result Server::Impl::Begin(MHD_Connection* connection, const char* method, const char* path, void** state) {
+    auto exchange = std::make_unique<Exchange>();
+    exchange->request = HeadOf(connection, method, path, !_config.clientCaFile.empty());
+    exchange->refused = _handler.Admit(exchange->request, Clock::now());
+    Exchange& kept = *exchange.release();
+    *state = &kept;
+    const bool chunked = !HeaderOf(connection, MHD_HTTP_HEADER_TRANSFER_ENCODING).empty();
+    if (!chunked && kept.request.contentLength.value_or(0) <= kLargestBody) return MHD_YES;
+    if (kept.refused) return Finish(connection, kept, std::move(*kept.refused));
+    kept.refused = Handler::LengthRequired();
+    return Finish(connection, kept, std::move(*kept.refused));
+}
+
+MHD_Result Server::Impl::Continue(MHD_Connection* connection, Exchange& exchange, const char* data, std::size_t* size) {
+    if (*size > 0) {
+        if (!exchange.refused && exchange.request.body.size() <= kLargestBody)
+            exchange.request.body.append(data, *size);
+        *size = 0;
+        return MHD_YES;
+    }
+    if (exchange.refused) return Finish(connection, exchange, std::move(*exchange.refused));
+    const int socket = SocketOf(connection);
+    _connections.Suspend(socket);
+    Answer answer = _handler.Handle(exchange.request);
+    _connections.Resume(socket);
+    return Finish(connection, exchange, std::move(answer));
+}
+
+MHD_Result Server::Impl::Finish(MHD_Connection* connection, Exchange& exchange, Answer answer) {
+    exchange.answered = true;
+    Log(exchange, answer);
+    return Send(connection, std::move(answer));
+}
+
+void Server::Impl::OnCompleted(void* /*self*/, MHD_Connection* /*connection*/, void** state,
+                               MHD_RequestTerminationCode /*code*/) {
+    const std::unique_ptr<Exchange> exchange(static_cast<Exchange*>(std::exchange(*state, nullptr)));
+    if (exchange && !exchange->answered) LogBrokenOff(*exchange);
+}
+
+Server::Server(const Config& config, Handler& handler, const TlsFiles& files, std::shared_ptr<Listener> listener)
+    : _impl(std::make_unique<Impl>(config, handler, files, std::move(listener))) {}
+
+Server::~Server() = default;
+
+void Server::Retire() { _impl->Retire(); }
+void Server::Drain() { _impl->Drain(); }
+
+}  // namespace nimbrel::apxd

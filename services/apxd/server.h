@@ -1,0 +1,73 @@
+// The network side: TLS and HTTP, one request per connection, one thread per connection.
+//
+// A client has `request-seconds` to send its request, the handshake included, and as long again to take the answer; then
+// its connection is cut, however busily it trickles. The time that the directory takes does not count.
+//
+//     Server server(config, handler, ListenOn(config));
+//     ...
+//     server.Retire();      // takes no more requests
+//     server.Drain();       // and ends those that are under way
+//
+// Threads: one, besides its own.
+
+#ifndef NIMBREL_APXD_SERVER_H_
+#define NIMBREL_APXD_SERVER_H_
+
+#include <memory>
+#include <string>
+
+#include "services/apxd/config.h"
+#include "services/apxd/handler.h"
+
+namespace nimbrel::apxd {
+
+// A listening socket; closed when the last owner drops it.
+class Listener {
+ public:
+    // Throws `std::system_error`.
+    explicit Listener(const Config& config);
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+    ~Listener();
+
+    int Descriptor() const { return _descriptor; }
+    // Where it really listens: port 0 gets a number of the system's choice.
+    std::string Address() const;
+
+ private:
+    int _descriptor;
+};
+
+// The files that TLS needs, read into memory.
+struct TlsFiles {
+    std::string certificate;
+    SecretText key;
+    std::string clientCa;
+
+    // Throws `ConfigError` if a file cannot be read, the key does not belong to the certificate, or a file holds neither.
+    static TlsFiles Read(const Config& config);
+};
+
+class Server {
+ public:
+    // Answers from now on. Config and handler must outlive the object. Throws `std::runtime_error`.
+    Server(const Config& config, Handler& handler, const TlsFiles& files, std::shared_ptr<Listener> listener);
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+    // Cuts what is still under way.
+    ~Server();
+
+    // Leaves the listening socket to others.
+    void Retire();
+
+    // Waits up to `stop-seconds` for requests under way, after `Retire`.
+    void Drain();
+
+ private:
+    class Impl;
+    std::unique_ptr<Impl> _impl;
+};
+
+}  // namespace nimbrel::apxd
+
+#endif  // NIMBREL_APXD_SERVER_H_

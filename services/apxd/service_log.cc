@@ -1,0 +1,43 @@
+#include "services/apxd/service_log.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace nimbrel::apxd {
+namespace {
+
+constexpr std::size_t kLongestValue = 256;
+
+bool IsPlain(char c) { return c > ' ' && c < 0x7f && c != '"' && c != '\\' && c != '='; }
+
+std::string Quoted(std::string_view value) {
+    std::string text = "\"";
+    for (const char c : value) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte < 0x7f && c != '"' && c != '\\') {
+            text += c;
+        } else {
+            text.append("\\x") += "0123456789abcdef"[byte >> 4U];
+            text += "0123456789abcdef"[byte & 0xFU];
+        }
+    }
+    return text + '"';
+}
+
+}  // namespace
+
+LogLine& LogLine::Add(std::string_view name, std::string_view value) {
+    std::string shown(value.substr(0, kLongestValue));
+    if (shown.size() < value.size()) shown += "...";
+    const bool plain = !shown.empty() && std::all_of(shown.begin(), shown.end(), IsPlain);
+    _text.append(" ").append(name).append("=") += plain ? shown : Quoted(shown);
+    return *this;
+}
+
+void LogLine::Write() const {
+    const std::string line = _text + '\n';
+    static_cast<void>(!write(STDERR_FILENO, line.data(), line.size()));
+}
+
+}  // namespace nimbrel::apxd

@@ -1,0 +1,223 @@
+// Who gets which account, who is refused, and what survives the service's death.
+
+#include "services/apxd/accounts.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "apx/memory_back_end.h"
+#include "apx/temporary_folder.h"
+
+namespace nimbrel::apxd::test {
+namespace {
+
+using nimbrel::testing::ReadText;
+using nimbrel::testing::WriteText;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr std::int64_t kStart = 1767225600;
+
+class ApxdAccounts : public ::testing::Test {
+ protected:
+    // A service that was killed and started again knows what is in the ledger, and nothing else.
+    void Restart(std::set<std::string> preStaged = {}) {
+        accounts.reset();
+        ledger.reset();
+        ledger = std::make_unique<Ledger>(file);
+        accounts = std::make_unique<Accounts>(backEnd, *ledger, std::move(preStaged), 3600, [this] { return now; });
+    }
+    Accounts::Result Ask(const std::string& name = "NODE01", const std::string& client = "192.0.2.10") {
+        return accounts->HandOut({name, "Hosts", client});
+    }
+    std::uint32_t Status(const std::string& name = "NODE01", const std::string& client = "192.0.2.10") {
+        try {
+            Ask(name, client);
+            return 0;
+        } catch (const Refusal& refusal) {
+            return refusal.Status();
+        }
+    }
+    void Use(const std::string& name = "NODE01") { backEnd.accounts.at(name).waiting = false; }
+    // The service is killed while the directory works.
+    void KilledDuringCreate(const char* moment) {
+        auto& hook = std::string(moment) == "before" ? backEnd.beforeCreate : backEnd.afterCreate;
+        hook = [] { throw std::runtime_error("killed"); };
+        EXPECT_THROW(Ask(), std::runtime_error);
+        hook = nullptr;
+        Restart();
+    }
+
+    const nimbrel::testing::TemporaryFolder folder;
+    const std::string file = folder / "ledger";
+    std::int64_t now = kStart;
+    MemoryBackEnd backEnd;
+    std::unique_ptr<Ledger> ledger = std::make_unique<Ledger>(file);
+    std::unique_ptr<Accounts> accounts =
+        std::make_unique<Accounts>(backEnd, *ledger, std::set<std::string>(), 3600, [this] { return now; });
+};
+
+TEST_F(ApxdAccounts, NewNameIsCreated) {
+    const Accounts::Result result = Ask();
+    EXPECT_EQ(result.way, Accounts::Way::Created);
+    EXPECT_EQ(result.account.accountName, "NODE01$");
+    EXPECT_EQ(backEnd.accounts.at("NODE01").unit, "Hosts");
+}
+
+TEST_F(ApxdAccounts, SameClientGetsAFreshSecretUntilItIsUsed) {
+    const std::string first(Ask().account.oneTimeSecret.Text());
+    const Accounts::Result second = Ask();
+    EXPECT_EQ(second.way, Accounts::Way::Renewed);
+    EXPECT_NE(second.account.oneTimeSecret.Text(), first);
+    Use();
+    EXPECT_EQ(Status(), kAccountExists);
+}
+
+TEST_F(ApxdAccounts, AnotherClientIsRefused) {
+    Ask();
+    EXPECT_EQ(Status("NODE01", "192.0.2.11"), kAccountExists);
+    EXPECT_EQ(Status("NODE01", "192.0.2.10+certificate"), kAccountExists);
+    EXPECT_EQ(Ask().way, Accounts::Way::Renewed);
+}
+
+TEST_F(ApxdAccounts, AForeignAccountIsNeverTakenOver) {
+    backEnd.accounts["NODE01"] = {};
+    EXPECT_EQ(Status(), kAccountExists);
+    EXPECT_EQ(Status(), kAccountExists);
+    EXPECT_EQ(backEnd.accounts.at("NODE01").secret, "");
+}
+
+TEST_F(ApxdAccounts, KilledAfterCreatingTheRetryIsServed) {
+    KilledDuringCreate("after");
+    ASSERT_EQ(backEnd.accounts.count("NODE01"), 1U);
+    EXPECT_EQ(Status("NODE01", "192.0.2.11"), kAccountExists);
+    EXPECT_EQ(Ask().way, Accounts::Way::Renewed);
+}
+
+TEST_F(ApxdAccounts, KilledBeforeCreatingTheRetryIsServed) {
+    KilledDuringCreate("before");
+    EXPECT_EQ(Ask().way, Accounts::Way::Created);
+}
+
+TEST_F(ApxdAccounts, KilledBeforeCreatingAndSomebodyElseCreatesItMeanwhile) {
+    KilledDuringCreate("before");
+    backEnd.accounts["NODE01"] = {};
+    EXPECT_EQ(Status(), kAccountExists);
+}
+
+TEST_F(ApxdAccounts, TheTimeToAskAgainRunsOut) {
+    Ask();
+    now += 3600;
+    EXPECT_EQ(Ask().way, Accounts::Way::Renewed);
+    now += 3601;
+    EXPECT_EQ(Status(), kAccountExists);
+}
+
+TEST_F(ApxdAccounts, ADeletedAccountIsCreatedAgain) {
+    Ask();
+    backEnd.accounts.clear();
+    EXPECT_EQ(Ask().way, Accounts::Way::Created);
+}
+
+TEST_F(ApxdAccounts, PreStagedAccountGoesToOneClient) {
+    backEnd.accounts["NODE07"] = {};
+    EXPECT_EQ(Status("NODE07"), kAccountExists);
+    Restart({"NODE07"});
+    EXPECT_EQ(Ask("NODE07").way, Accounts::Way::TakenOver);
+    EXPECT_EQ(Status("NODE07", "192.0.2.11"), kAccountExists);
+    Restart({"NODE07"});
+    EXPECT_EQ(Status("NODE07", "192.0.2.11"), kAccountExists);
+    EXPECT_EQ(Ask("NODE07").way, Accounts::Way::Renewed);
+    Use("NODE07");
+    EXPECT_EQ(Status("NODE07"), kAccountExists);
+}
+
+TEST_F(ApxdAccounts, PreStagedButMissingIsToldAndLeavesNoClaim) {
+    Restart({"NODE07"});
+    EXPECT_EQ(Status("NODE07", "192.0.2.11"), kNoSuchAccount);
+    backEnd.accounts["NODE07"] = {};
+    EXPECT_EQ(Ask("NODE07").way, Accounts::Way::TakenOver);
+}
+
+TEST_F(ApxdAccounts, PreStagedIsHandedOutAnewAfterItsNameLeftTheConfiguration) {
+    backEnd.accounts["NODE07"] = {};
+    Restart({"NODE07"});
+    Ask("NODE07");
+    ledger->Prune(0, {"NODE07"});
+    EXPECT_EQ(Status("NODE07", "192.0.2.11"), kAccountExists);
+    ledger->Prune(0, {});
+    EXPECT_EQ(Ask("NODE07", "192.0.2.11").way, Accounts::Way::TakenOver);
+}
+
+TEST_F(ApxdAccounts, OfManyClientsAtOnceOneGetsTheName) {
+    std::atomic<int> granted = 0;
+    std::vector<std::thread> clients;
+    for (int client = 0; client < 8; ++client) {
+        clients.emplace_back([&, client] { granted += Status("NODE01", "192.0.2." + std::to_string(client)) == 0; });
+    }
+    for (std::thread& client : clients) client.join();
+    EXPECT_EQ(granted, 1);
+}
+
+// --- The ledger ---
+
+TEST_F(ApxdAccounts, NoSecretIsWritten) {
+    backEnd.accounts["NODE07"] = {};
+    Restart({"NODE07"});
+    Ask();
+    Ask();
+    Ask("NODE07");
+    EXPECT_THAT(ReadText(file), HasSubstr("H NODE01 192.0.2.10 " + backEnd.accounts.at("NODE01").mark));
+    EXPECT_THAT(ReadText(file), Not(HasSubstr("a-secret")));
+    struct stat status = {};
+    ASSERT_EQ(stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+}
+
+TEST_F(ApxdAccounts, LedgerIsUsedByOneProcessAtATime) {
+    EXPECT_THROW(Ledger second(file), std::runtime_error);
+    accounts.reset();
+    ledger.reset();
+    EXPECT_NO_THROW(Ledger second(file));
+}
+
+TEST_F(ApxdAccounts, ALineWithoutItsEndIsNotRead) {
+    Ask();
+    accounts.reset();
+    ledger.reset();
+    WriteText(file, ReadText(file) + "H NODE02 192.0.2.11 0123456789abcdef0123456789abcdef 17");
+    Restart();
+    EXPECT_TRUE(ledger->Find("NODE01", "192.0.2.10"));
+    EXPECT_FALSE(ledger->Find("NODE02", "192.0.2.11"));
+}
+
+TEST_F(ApxdAccounts, AFileThatIsNoLedgerIsRefusedAndKept) {
+    accounts.reset();
+    ledger.reset();
+    for (const char* const text :
+         {"", "something else\n", "nimbrel-apxd ledger 1\nH NODE01\n", "nimbrel-apxd ledger 1\nX a b c 1\n"}) {
+        WriteText(file, text);
+        EXPECT_THROW(Ledger damaged(file), std::runtime_error) << text;
+        EXPECT_EQ(ReadText(file), text);
+    }
+}
+
+TEST_F(ApxdAccounts, OldEntriesAreDropped) {
+    Ask();
+    now += 10;
+    Ask("NODE02");
+    ledger->Prune(kStart + 5, {});
+    EXPECT_FALSE(ledger->Find("NODE01", "192.0.2.10"));
+    Restart();
+    EXPECT_TRUE(ledger->Find("NODE02", "192.0.2.10"));
+    EXPECT_THAT(ReadText(file), Not(HasSubstr("NODE01")));
+}
+
+}  // namespace
+}  // namespace nimbrel::apxd::test

@@ -1,0 +1,195 @@
+// The service's configuration file: what it takes, and what it says of a line that is wrong.
+
+#include "services/apxd/config.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "apx/temporary_folder.h"
+#include "services/apxd/back_end.h"
+
+namespace nimbrel::apxd::test {
+namespace {
+
+constexpr char kLeast[] =
+    "certificate = /etc/c.pem\n"
+    "key = /etc/k.pem\n"
+    "allow = 192.0.2.0/24\n"
+    "domain = corp.test\n";
+
+std::string ErrorOf(const std::string& text) {
+    try {
+        ParseConfig(text, "apxd.conf");
+        return "(none)";
+    } catch (const ConfigError& error) {
+        return error.what();
+    }
+}
+
+TEST(ApxdConfig, LeastConfigurationHasTheDocumentedDefaults) {
+    const Config config = ParseConfig(kLeast, "apxd.conf");
+    EXPECT_EQ(config.address, "0.0.0.0");
+    EXPECT_EQ(config.port, 8443U);
+    EXPECT_EQ(config.backEnd, "embedded");
+    EXPECT_EQ(config.requestsPerMinute, 120U);
+    EXPECT_EQ(config.burst, 60U);
+    EXPECT_EQ(config.requestSeconds, 10U);
+    EXPECT_EQ(config.retrySeconds, 86400U);
+    EXPECT_TRUE(config.preStaged.empty());
+}
+
+TEST(ApxdConfig, EveryKeyIsTaken) {
+    const Config config = ParseConfig(std::string(kLeast) +
+                                          "\t# a comment\n"
+                                          "\n"
+                                          "listen=[2001:db8::1]:9443\n"
+                                          "client-ca = /etc/ca.pem\n"
+                                          "allow = 2001:db8:1::/64\n"
+                                          "requests-per-minute = 6\nburst = 7\nconnections = 8\n"
+                                          "connections-per-client = 9\nrequest-seconds = 10\nstop-seconds = 11\n"
+                                          "back-end = ad\nkeytab = /etc/apxd.keytab\nprincipal = apxd\n"
+                                          "directory = /srv/directory.db\n"
+                                          "unit = Hosts/New Ones\nallow-unit = Hosts\nallow-unit = Lab\n"
+                                          "pre-staged = node07\npre-staged = NODE08\n"
+                                          "ledger = /srv/ledger\nretry-seconds = 0\n",
+                                      "apxd.conf");
+    EXPECT_EQ(config.address, "2001:db8::1");
+    EXPECT_EQ(config.port, 9443U);
+    EXPECT_EQ(config.clientCaFile, "/etc/ca.pem");
+    EXPECT_EQ(config.allowed.size(), 2U);
+    EXPECT_EQ(config.requestsPerMinute, 6U);
+    EXPECT_EQ(config.burst, 7U);
+    EXPECT_EQ(config.connections, 8U);
+    EXPECT_EQ(config.connectionsPerClient, 9U);
+    EXPECT_EQ(config.requestSeconds, 10U);
+    EXPECT_EQ(config.stopSeconds, 11U);
+    EXPECT_EQ(config.backEnd, "ad");
+    EXPECT_EQ(config.keytab, "/etc/apxd.keytab");
+    EXPECT_EQ(config.principal, "apxd");
+    EXPECT_EQ(config.directoryFile, "/srv/directory.db");
+    EXPECT_EQ(config.defaultUnit, "Hosts/New Ones");
+    EXPECT_THAT(config.allowedUnits, ::testing::ElementsAre("Hosts", "Lab"));
+    EXPECT_THAT(config.preStaged, ::testing::ElementsAre("NODE07", "NODE08"));
+    EXPECT_EQ(config.ledgerFile, "/srv/ledger");
+    EXPECT_EQ(config.retrySeconds, 0U);
+}
+
+TEST(ApxdConfig, WhatIsWrongIsToldWithItsLine) {
+    const struct {
+        const char* line;
+        const char* error;
+    } rows[] = {
+        {"nonsense", "apxd.conf:5: the line is not KEY = VALUE"},
+        {"Listen = 1.2.3.4", "apxd.conf:5: unknown key 'Listen'"},
+        {" = 1", "apxd.conf:5: unknown key ''"},
+        {"burst =", "apxd.conf:5: 'burst' has no value"},
+        {"burst = ten", "apxd.conf:5: 'burst': the value must be a number from 1 to 1000000"},
+        {"burst = 0", "apxd.conf:5: 'burst': the value must be a number from 1 to 1000000"},
+        {"burst = 5 # five", "apxd.conf:5: 'burst': the value must be a number from 1 to 1000000"},
+        {"burst = 99999999999999", "apxd.conf:5: 'burst': the value must be a number from 1 to 1000000"},
+        {"domain = b.test", "apxd.conf:5: 'domain' stands in line 4 already"},
+        {"allow = 192.0.2.1/24", "apxd.conf:5: 'allow': the value must be an address or a network as 192.0.2.0/24"},
+        {"allow = 192.0.2.0/33", "apxd.conf:5: 'allow': the value must be an address or a network as 192.0.2.0/24"},
+        {"allow = any", "apxd.conf:5: 'allow': the value must be an address or a network as 192.0.2.0/24"},
+        {"listen = localhost",
+         "apxd.conf:5: 'listen': the value must be ADDRESS or ADDRESS:PORT, an IPv6 address in brackets"},
+        {"listen = [::1",
+         "apxd.conf:5: 'listen': the value must be ADDRESS or ADDRESS:PORT, an IPv6 address in brackets"},
+        {"listen = 0.0.0.0:70000", "apxd.conf:5: 'listen': the value must be a number from 0 to 65535"},
+        {"ledger = relative", "apxd.conf:5: 'ledger': the path must begin with '/'"},
+        {"back-end = ldap", "apxd.conf:5: 'back-end': the value must be 'embedded' or 'ad'"},
+        {"back-end = ad", "apxd.conf:0: 'keytab' is missing: the back end 'ad' logs on with it"},
+        {"pre-staged = NODE07$", "apxd.conf:5: 'pre-staged': the value must be an account's name, as NODE07"},
+        {"unit = a\x01", "apxd.conf:5: the line holds a control character"},
+        {"unit = a\r", "apxd.conf:5: the line holds a control character"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(ErrorOf(std::string(kLeast) + row.line + '\n'), row.error) << row.line;
+}
+
+TEST(ApxdConfig, WhatIsMissingIsTold) {
+    for (const std::string missing : {"certificate", "key", "allow", "domain"}) {
+        std::string text;
+        std::istringstream lines(kLeast);
+        for (std::string line; std::getline(lines, line);) {
+            if (!line.starts_with(missing + ' ')) text += line + '\n';
+        }
+        EXPECT_EQ(ErrorOf(text), "apxd.conf:0: '" + missing + "' is missing");
+    }
+    EXPECT_EQ(ErrorOf("certificate = /c\nkey = /k\nallow = ::/0\ndomain = corp\n"),
+              "apxd.conf:0: 'domain' is not a DNS name");
+}
+
+TEST(ApxdConfig, AFileThatCannotBeReadIsAnError) {
+    const nimbrel::testing::TemporaryFolder folder;
+    EXPECT_THROW(ReadConfig(folder / "missing"), ConfigError);
+    EXPECT_THROW(ReadConfig(folder / ""), ConfigError);
+    nimbrel::testing::WriteText(folder / "large", std::string(2U << 20U, '#'));
+    EXPECT_THROW(ReadConfig(folder / "large"), ConfigError);
+}
+
+// --- Networks and names ---
+
+TEST(ApxdNames, NetworksContainTheirAddresses) {
+    const struct {
+        const char* network;
+        const char* address;
+        bool contains;
+    } rows[] = {
+        {"192.0.2.0/24", "192.0.2.255", true},      {"192.0.2.0/24", "192.0.3.0", false},
+        {"192.0.2.8/30", "192.0.2.11", true},       {"192.0.2.8/30", "192.0.2.12", false},
+        {"0.0.0.0/0", "203.0.113.9", true},         {"0.0.0.0/0", "2001:db8::1", false},
+        {"192.0.2.7", "192.0.2.7", true},           {"192.0.2.7", "192.0.2.6", false},
+        {"192.0.2.0/24", "::ffff:192.0.2.9", true}, {"2001:db8::/32", "2001:db8:ffff::1", true},
+        {"2001:db8::/32", "2001:db9::1", false},    {"::/0", "192.0.2.1", true},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Network::Parse(row.network)->Contains(*Address::Parse(row.address)), row.contains)
+            << row.network << ' ' << row.address;
+    }
+}
+
+TEST(ApxdNames, HostNamesBecomeAccountNames) {
+    const struct {
+        const char* name;
+        const char* account;  // empty: refused
+    } rows[] = {
+        {"node01.corp.test", "NODE01"},
+        {"node01", "NODE01"},
+        {"Node-1.CORP.Test", "NODE-1"},
+        {"a", "A"},
+        {"fifteen-letters", "FIFTEEN-LETTERS"},
+        {"", ""},
+        {".corp.test", ""},
+        {"node01.", ""},
+        {"node01.other.test", ""},
+        {"node01.corp.test.", ""},
+        {"node01.xcorp.test", ""},
+        {"node01.corp.test.evil", ""},
+        {"sixteen-letters1", ""},
+        {"12345", ""},
+        {"-node", ""},
+        {"node-", ""},
+        {"node_1", ""},
+        {"node01$", ""},
+        {"n\xc3\xb6"
+         "de",
+         ""},
+        {"node 1", ""},
+        {"node/1", ""},
+        {"*", ""},
+        {"CN=x", ""},
+    };
+    for (const auto& row : rows) {
+        try {
+            EXPECT_EQ(AccountName(row.name, "corp.test"), row.account) << row.name;
+        } catch (const Refusal& refusal) {
+            EXPECT_STREQ(row.account, "") << row.name;
+            EXPECT_EQ(refusal.Status(), kInvalidComputerName);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace nimbrel::apxd::test

@@ -1,0 +1,208 @@
+// The protocol without a network: which request gets which answer.
+
+#include "services/apxd/handler.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "apx/memory_back_end.h"
+#include "apx/temporary_folder.h"
+#include "services/apxd/service_log.h"
+
+namespace nimbrel::apxd::test {
+namespace {
+
+using nlohmann::json;
+using ::testing::HasSubstr;
+
+Config MakeConfig() {
+    Config config;
+    config.domain = "corp.test";
+    config.allowed = {*Network::Parse("192.0.2.0/24")};
+    config.requestsPerMinute = 60;
+    config.burst = 3;
+    config.defaultUnit = "Hosts";
+    return config;
+}
+
+class ApxdHandler : public ::testing::Test {
+ protected:
+    static Request MakeRequest(const std::string& method, const std::string& path, const std::string& body = "") {
+        Request request;
+        request.method = method;
+        request.path = path;
+        request.contentType = body.empty() ? "" : "application/json; charset=utf-8";
+        request.contentLength = body.size();
+        request.body = body;
+        request.client = Address::Parse("192.0.2.10");
+        return request;
+    }
+    static Request Post(const std::string& body) { return MakeRequest("POST", "/v1/computers", body); }
+
+    Answer Send(const Request& request, Handler::Time time = {}) {
+        if (auto refused = handler.Admit(request, time)) return std::move(*refused);
+        return handler.Handle(request);
+    }
+    // "400 87" and the like.
+    std::string Outcome(const Request& request) {
+        now += std::chrono::hours(1);
+        const Answer answer = Send(request, now);
+        EXPECT_EQ(json::parse(answer.body.Text()).value("status", 0U), answer.status);
+        return std::to_string(answer.httpStatus) + ' ' + std::to_string(answer.status);
+    }
+
+    const nimbrel::testing::TemporaryFolder folder;
+    Config config = MakeConfig();
+    MemoryBackEnd backEnd;
+    Ledger ledger{folder / "ledger"};
+    Handler handler{config, backEnd, ledger};
+    Handler::Time now;
+};
+
+TEST_F(ApxdHandler, DomainIsTold) {
+    const Answer answer = Send(MakeRequest("GET", "/v1/domain"));
+    EXPECT_EQ(answer.httpStatus, 200U);
+    EXPECT_EQ(json::parse(answer.body.Text()),
+              json({{"netbiosName", "CORP"}, {"dnsName", "corp.test"}, {"sid", "S-1-5-21-1-2-3"}}));
+}
+
+TEST_F(ApxdHandler, AccountIsHandedOut) {
+    const Answer answer = Send(Post(R"({"accountName":"node01.corp.test","organizationalUnit":"Lab","new":1})"));
+    EXPECT_EQ(answer.httpStatus, 201U);
+    const json body = json::parse(answer.body.Text());
+    EXPECT_EQ(body, json({{"accountName", "NODE01$"}, {"oneTimeSecret", backEnd.accounts.at("NODE01").secret}}));
+    EXPECT_EQ(backEnd.accounts.at("NODE01").unit, "Lab");
+    EXPECT_EQ(answer.account, "NODE01");
+    EXPECT_STREQ(answer.way, "created");
+    EXPECT_EQ(Send(Post(R"({"accountName":"node01","organizationalUnit":null})")).httpStatus, 200U);
+}
+
+TEST_F(ApxdHandler, WithoutAUnitTheConfiguredOneIsUsed) {
+    Send(Post(R"({"accountName":"node01"})"));
+    EXPECT_EQ(backEnd.accounts.at("NODE01").unit, "Hosts");
+}
+
+TEST_F(ApxdHandler, Refusals) {
+    backEnd.accounts["TAKEN"] = {};
+    Request wrongType = Post(R"({"accountName":"a"})");
+    wrongType.contentType = "text/plain";
+    Request tooLong = Post("{}");
+    tooLong.contentLength = kLargestBody + 1;
+    const struct {
+        Request request;
+        const char* outcome;
+    } rows[] = {
+        {MakeRequest("GET", "/"), "404 50"},
+        {MakeRequest("GET", "/v1/domain/"), "404 50"},
+        {MakeRequest("POST", "/v1/domain", "{}"), "405 50"},
+        {MakeRequest("GET", "/v1/computers"), "405 50"},
+        {MakeRequest("HEAD", "/v1/domain"), "405 50"},
+        {wrongType, "415 87"},
+        {tooLong, "413 87"},
+        {Post("{"), "400 87"},
+        {Post("[]"), "400 87"},
+        {Post("null"), "400 87"},
+        {Post("{}"), "400 87"},
+        {Post(R"({"accountName":7})"), "400 87"},
+        {Post(R"({"accountName":"a\u0000b"})"), "400 87"},
+        {Post(R"({"accountName":"a","organizationalUnit":["x"]})"), "400 87"},
+        {Post(R"({"accountName":"a","organizationalUnit":"x\ny"})"), "400 87"},
+        {Post(R"({"accountName":")" + std::string(256, 'a') + R"("})"), "400 87"},
+        {Post(std::string(4000, '[')), "400 87"},
+        {Post("{\"accountName\":\"\xff\"}"), "400 87"},
+        {Post(R"({"accountName":"node01.other.test"})"), "400 1210"},
+        {Post(R"({"accountName":"x;y"})"), "400 1210"},
+        {Post(R"({"accountName":"taken"})"), "409 1316"},
+        {Post(R"({"accountName":"node01","organizationalUnit":"Nowhere"})"), "404 2"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(Outcome(row.request), row.outcome) << row.request.body;
+}
+
+TEST_F(ApxdHandler, OnlyAllowedNetworksMayAsk) {
+    Request request = MakeRequest("GET", "/v1/domain");
+    request.client = Address::Parse("198.51.100.1");
+    EXPECT_EQ(Outcome(request), "403 5");
+    request.client.reset();
+    EXPECT_EQ(Outcome(request), "403 5");
+}
+
+TEST_F(ApxdHandler, OnlyHoldersOfACertificateMayAskWhereOneIsWanted) {
+    config.clientCaFile = "/etc/ca.pem";
+    Request request = MakeRequest("GET", "/v1/domain");
+    EXPECT_EQ(Outcome(request), "403 5");
+    request.certificate = "00ff";
+    EXPECT_EQ(Outcome(request), "403 5");
+    request.certificateVerified = true;
+    EXPECT_EQ(Outcome(request), "200 0");
+}
+
+TEST_F(ApxdHandler, TheSameAddressWithAnotherCertificateIsAnotherClient) {
+    config.clientCaFile = "/etc/ca.pem";
+    Request request = Post(R"({"accountName":"node01"})");
+    request.certificateVerified = true;
+    request.certificate = "01";
+    EXPECT_EQ(Outcome(request), "201 0");
+    request.certificate = "02";
+    EXPECT_EQ(Outcome(request), "409 1316");
+    request.certificate = "01";
+    EXPECT_EQ(Outcome(request), "200 0");
+}
+
+TEST_F(ApxdHandler, UnitsOutsideTheListAreRefused) {
+    config.allowedUnits = {"Lab", "Lab/Sub"};
+    EXPECT_EQ(Outcome(Post(R"({"accountName":"a","organizationalUnit":"lab/sub"})")), "201 0");
+    EXPECT_EQ(Outcome(Post(R"({"accountName":"b","organizationalUnit":"Domain Controllers"})")), "403 5");
+    EXPECT_EQ(Outcome(Post(R"({"accountName":"c"})")), "201 0");
+}
+
+TEST_F(ApxdHandler, AClientThatAsksTooOftenMustWait) {
+    const Request request = MakeRequest("GET", "/v1/domain");
+    for (int count = 0; count < 3; ++count) EXPECT_EQ(Send(request).httpStatus, 200U);
+    const Answer refused = Send(request);
+    EXPECT_EQ(refused.httpStatus, 429U);
+    EXPECT_EQ(refused.status, 1237U);
+    Request other = request;
+    other.client = Address::Parse("192.0.2.11");
+    EXPECT_EQ(Send(other).httpStatus, 200U);
+    EXPECT_EQ(Send(request, Handler::Time() + std::chrono::seconds(1)).httpStatus, 200U);
+    EXPECT_EQ(Send(request, Handler::Time() + std::chrono::seconds(1)).httpStatus, 429U);
+}
+
+TEST_F(ApxdHandler, AFaultInsideIsNotToldToTheClient) {
+    backEnd.beforeCreate = [] { throw std::runtime_error("/srv/private is full"); };
+    const Answer answer = Send(Post(R"({"accountName":"node01"})"));
+    EXPECT_EQ(answer.httpStatus, 500U);
+    EXPECT_EQ(answer.status, kInternalError);
+    EXPECT_THAT(answer.body.Text(), ::testing::Not(HasSubstr("private")));
+    EXPECT_THAT(answer.message, HasSubstr("private"));
+}
+
+// --- The log ---
+
+TEST(ApxdLog, ValuesCannotForgeALine) {
+    EXPECT_EQ(LogLine("request").Add("path", "/v1/domain").Add("http", 200).AddIfAny("way", "").Text(),
+              "request path=/v1/domain http=200");
+    EXPECT_EQ(LogLine("x").Add("a", "b c").Add("d", "").Text(), "x a=\"b c\" d=\"\"");
+    EXPECT_EQ(LogLine("x").Add("a", "\nrequest \"\\\xff").Text(), "x a=\"\\x0arequest \\x22\\x5c\\xff\"");
+    EXPECT_EQ(LogLine("x").Add("a", "b=c").Text(), "x a=\"b=c\"");
+    EXPECT_EQ(LogLine("x").Add("a", std::string(300, 'y')).Text(), "x a=" + std::string(256, 'y') + "...");
+}
+
+// --- What the fuzzer has found worth keeping ---
+
+TEST_F(ApxdHandler, CorpusOfTheFuzzerIsAnswered) {
+    std::size_t read = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(NIMAUTH_APX_CORPUS "/apx_request")) {
+        const std::string text = nimbrel::testing::ReadText(entry.path());
+        const Answer answer = handler.Handle(Post(text));
+        EXPECT_TRUE(json::parse(answer.body.Text()).is_object()) << entry.path();
+        ++read;
+    }
+    EXPECT_GE(read, 5U);
+}
+
+}  // namespace
+}  // namespace nimbrel::apxd::test

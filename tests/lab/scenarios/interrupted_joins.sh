@@ -1,0 +1,157 @@
+# A join is a transaction: whatever breaks, at whatever step, host and directory are as before or the host has joined.
+
+fault_lanes=5
+
+# Every step, shared out between hosts that work at the same time. BODY is called as BODY HOST STEP and says by false
+# that there is no such step.
+for_every_step() {  # for_every_step LAST BODY [ARGUMENT]...
+    local last=$1 lane step jobs=() job hosts=()
+    shift
+    for ((lane = 0; lane < fault_lanes; lane++)); do
+        member
+        hosts+=("$node")
+    done
+    for ((lane = 0; lane < fault_lanes; lane++)); do
+        (
+            trap - EXIT
+            node=${hosts[lane]}
+            for ((step = lane + 1; step <= last; step += fault_lanes)); do
+                "$@" "$node" "$step" || break
+            done
+            echo "$((step - fault_lanes))" >"/mnt/lab/steps.$node"
+        ) &
+        jobs+=($!)
+    done
+    for job in "${jobs[@]}"; do wait "$job" || exit 1; done
+    last_step=$(cd /mnt/lab && printf 'steps.%s\n' "${hosts[@]}" | xargs cat | sort -n | tail -n 1)
+}
+
+# There is no such step: the join went through undisturbed, and is taken back for the next one.
+no_such_step() {  # no_such_step HOST
+    equals "join without a fault" 0 "$(join_status "$1")"
+    leave_gives 0 joiner
+    false
+}
+
+# all_or_nothing STATUS WHAT: and the host is out of the domain again, afterwards. Where the fault struck the status on
+# its way out there is none.
+all_or_nothing() {
+    local status=$1
+    if [ -z "$status" ]; then
+        capture probe "$node" trust-state
+        ! grep -q "value=$trust_healthy " "$output" || status=0
+    fi
+    if [ "$status" = 0 ]; then
+        trust_state_is "$trust_healthy"
+        leave_gives 0 joiner
+    fi
+    node_is_untouched "$2"
+}
+
+node_is_untouched() {
+    is_not_joined
+    equals "account in the directory after $1" "" "$(account_of "$node")"
+}
+
+fails_at_step() {  # fails_at_step CALLS ERROR HOST STEP
+    join_with_fault "$3" "$1" "$2" "$4"
+    in_box "$3" grep -q INJECTED /tmp/trace || no_such_step "$3" || return 1
+    output=/mnt/lab/fault.$3
+    all_or_nothing "$(join_status "$3")" "$2 at step $4: $(in_box "$3" grep INJECTED /tmp/trace | head -n 1)"
+}
+
+sweep_interrupted_join_one_message_is_lost() {
+    for_every_step 200 fails_at_step "$message_calls" ECONNRESET
+    echo "note: one message fails, each of $last_step: all or nothing"
+}
+
+sweep_interrupted_join_one_answer_is_lost() {
+    for_every_step 400 fails_at_step read,recvfrom,recvmsg ECONNRESET
+    echo "note: one read fails, each of $last_step: all or nothing"
+}
+
+sweep_interrupted_join_disk_is_full() {
+    for_every_step 60 fails_at_step "rename,renameat,renameat2,fsync,fdatasync,ftruncate,fchmod,mkdir,mkdirat" ENOSPC
+    echo "note: one file operation fails, each of $last_step: all or nothing"
+}
+
+# The controller goes away for good in the middle of a join, and comes back later. What it did not hear of cannot be
+# taken back there; the host is out of the domain, and the next join succeeds, whatever stands in the directory.
+loses_controller_at_step() {  # loses_controller_at_step WAY HOST STEP
+    impatient "$2"
+    join_held "$2" "$3" || no_such_step "$2" || return 1
+    "$1" "$2" 10.99.0.2
+    join_let_go "$2"
+    reachable "$2" 10.99.0.2
+    patient "$2"
+    output=/mnt/lab/fault.$2
+    if [ "$(join_status "$2")" != 0 ]; then
+        is_not_joined
+        join_gives 0 corp.test joiner Hosts
+    fi
+    trust_state_is "$trust_healthy"
+    leave_gives 0 joiner
+    node_is_untouched "losing the controller at message $3"
+}
+
+# What cannot succeed is not tried for as long as it would be on a wide network.
+impatient() {
+    patient "$1"
+    in_box "$1" sed -i '$a controller_seconds = 1\njoin_seconds = 3\nroll_back_seconds = 1' /etc/nimbrel/nimauth/ad.conf
+}
+
+patient() { in_box "$1" sed -i '/_seconds/d' /etc/nimbrel/nimauth/ad.conf; }
+
+sweep_interrupted_join_controller_vanishes() {
+    for_every_step 200 loses_controller_at_step black_hole
+    echo "note: controller black-holed at each of $last_step messages: host clean, next join succeeds"
+}
+
+sweep_interrupted_join_controller_closes() {
+    for_every_step 200 loses_controller_at_step refuse
+    echo "note: controller refuses from each of $last_step messages on: host clean, next join succeeds"
+}
+
+# A stopped controller still takes what is sent to it, and carries it out when it goes on.
+alone_interrupted_join_controller_stops() {
+    local step
+    member
+    for ((step = 1; ; step += 5)); do
+        impatient "$node"
+        join_held "$node" "$step" || no_such_step "$node" || break
+        stop dc1
+        join_let_go "$node"
+        continue_box dc1
+        patient "$node"
+        output=/mnt/lab/fault.$node
+        if [ "$(join_status "$node")" != 0 ]; then
+            is_not_joined
+            box_wait 10 controller_answers dc1
+            join_gives 0 corp.test joiner Hosts
+        fi
+        trust_state_is "$trust_healthy"
+        leave_gives 0 joiner
+        node_is_untouched "a stop of the controller at message $step"
+    done
+    echo "note: controller stopped at every fifth message, up to $((step - 5)): host clean, next join succeeds"
+}
+
+# The process is killed: nobody is left to take anything back. The host has joined or it has not, and can join.
+killed_at_step() {  # killed_at_step HOST STEP
+    join_held "$1" "$2" || no_such_step "$1" || return 1
+    join_end "$1"
+    output=/mnt/lab/fault.$1
+    capture probe "$1" trust-state
+    if ! grep -q "value=$trust_healthy " "$output"; then
+        answer_has "trust-state value=$trust_not_joined .*"
+        join_gives 0 corp.test joiner Hosts
+        trust_state_is "$trust_healthy"
+    fi
+    leave_gives 0 joiner
+    node_is_untouched "being killed at message $2"
+}
+
+sweep_interrupted_join_process_is_killed() {
+    for_every_step 200 killed_at_step
+    echo "note: killed at each of $last_step messages: in or out, next join succeeds"
+}

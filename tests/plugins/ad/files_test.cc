@@ -1,0 +1,73 @@
+#include "files.h"
+
+#include <sys/file.h>
+
+#include <thread>
+
+#include "sandbox.h"
+
+namespace nimbrel::ad::test {
+namespace {
+
+using std::chrono::milliseconds;
+
+class Files : public Sandbox {};
+
+TEST_F(Files, ReplacementIsSeenWhenItIsCommitted) {
+    WriteFile(Path("file"), "old");
+    {
+        FileReplacement replacement(Path("file"));
+        replacement.Write("new");
+        EXPECT_EQ(ReadFile(Path("file")), "old");
+        replacement.Commit();
+    }
+    EXPECT_EQ(ReadFile(Path("file")), "new");
+    EXPECT_EQ(ModeOf(Path("file")), 0600U);
+    EXPECT_EQ(FileCount(Folder()), 1U);
+}
+
+TEST_F(Files, ReplacementThatIsGivenUpLeavesNothing) {
+    WriteFile(Path("file"), "old");
+    { FileReplacement(Path("file")).Write("new"); }
+    EXPECT_EQ(ReadFile(Path("file")), "old");
+    EXPECT_EQ(FileCount(Folder()), 1U);
+}
+
+TEST_F(Files, RestoreBringsBackContentsAndAbsence) {
+    WriteFile(Path("file"), std::string("a\0b", 3));
+    const auto before = ReadWholeFile(Path("file"));
+    const auto absent = ReadWholeFile(Path("other"));
+    WriteFile(Path("file"), "x");
+    WriteFile(Path("other"), "x");
+    RestoreFile(Path("file"), before);
+    RestoreFile(Path("other"), absent);
+    EXPECT_EQ(ReadFile(Path("file")), std::string("a\0b", 3));
+    EXPECT_EQ(FileCount(Folder()), 1U);
+}
+
+TEST_F(Files, FoldersInTheWayAreReported) {
+    std::filesystem::create_directory(Path("file"));
+    EXPECT_EQ(StatusOf([&] { ReadWholeFile(Path("file")); }), kStatusAccessDenied);
+    EXPECT_EQ(StatusOf([&] {
+                  FileReplacement replacement(Path("file"));
+                  replacement.Commit();
+              }),
+              kStatusInternalError);
+    EXPECT_EQ(StatusOf([&] { FileReplacement(Path("missing/file")); }), kStatusInternalError);
+    EXPECT_EQ(FileCount(Folder()), 1U);
+}
+
+TEST_F(Files, SecondHolderOfTheLockWaitsUntilItsDeadline) {
+    const FileLock first(Path("a/lock"), Deadline::After(milliseconds(100)));
+    const auto start = Deadline::Clock::now();
+    EXPECT_EQ(StatusOf([&] { FileLock(Path("a/lock"), Deadline::After(milliseconds(100))); }), kStatusBusy);
+    EXPECT_GE(Deadline::Clock::now() - start, milliseconds(100));
+}
+
+TEST_F(Files, LockIsPassedOn) {
+    { const FileLock first(Path("lock"), Deadline::After(milliseconds(100))); }
+    EXPECT_EQ(StatusOf([&] { FileLock(Path("lock"), Deadline::After(milliseconds(100))); }), 0U);
+}
+
+}  // namespace
+}  // namespace nimbrel::ad::test

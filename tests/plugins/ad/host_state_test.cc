@@ -1,0 +1,75 @@
+#include "host_state.h"
+
+#include <gmock/gmock.h>
+
+#include "sandbox.h"
+
+namespace nimbrel::ad::test {
+namespace {
+
+using ::testing::ElementsAre;
+
+class HostStateFile : public Sandbox {};
+
+const Membership kMembership = {"corp.test", "CORP", "S-1-5-21-1-2-3", "NODE01",
+                                "CN=NODE01,OU=A\\, \"B\",DC=corp,DC=test"};
+
+TEST_F(HostStateFile, IsReadAsWritten) {
+    HostState state;
+    state.membership = kMembership;
+    state.preferredControllers = {"dc2.corp.test", "dc1.corp.test"};
+    state.Save(Path("ad/membership"));
+    EXPECT_EQ(ModeOf(Path("ad/membership")), 0600U);
+    EXPECT_EQ(FileCount(Path("ad")), 1U);
+    const HostState again = HostState::Load(Path("ad/membership"));
+    ASSERT_TRUE(again.membership);
+    EXPECT_EQ(again.membership->distinguishedName, kMembership.distinguishedName);
+    EXPECT_EQ(again.membership->sid, kMembership.sid);
+    EXPECT_THAT(again.preferredControllers, ElementsAre("dc2.corp.test", "dc1.corp.test"));
+    EXPECT_EQ(again.Format(), state.Format());
+}
+
+TEST_F(HostStateFile, NothingToKeepLeavesNoFile) {
+    EXPECT_FALSE(HostState::Load(Path("membership")).membership);
+    HostState state;
+    state.membership = kMembership;
+    state.Save(Path("membership"));
+    HostState().Save(Path("membership"));
+    EXPECT_EQ(FileCount(Folder()), 0U);
+}
+
+TEST_F(HostStateFile, DamageIsNotReadAsNotJoined) {
+    HostState state;
+    state.membership = kMembership;
+    const std::string good = state.Format();
+    for (std::size_t size = 0; size < good.size(); ++size) {
+        EXPECT_EQ(StatusOf([&] {
+                      if (HostState::Parse(good.substr(0, size)).membership) {
+                          ADD_FAILURE() << size;
+                      }
+                  }),
+                  size == std::string("format = \"1\"\n").size() ? 0U : kStatusInternalError)
+            << size;
+    }
+    for (const std::string& text : {good + "x\n", good + "other = \"1\"\n", good + good, "\n" + good,
+                                    std::string("format = \"2\"\n"), std::string(1, '\0')}) {
+        EXPECT_EQ(StatusOf([&] { HostState::Parse(text); }), kStatusInternalError) << text;
+    }
+}
+
+TEST_F(HostStateFile, NamesThatWouldBreakALineAreRefused) {
+    HostState state;
+    state.membership = kMembership;
+    state.membership->distinguishedName = "CN=a\nb";
+    EXPECT_EQ(StatusOf([&] { state.Save(Path("membership")); }), kStatusInternalError);
+    EXPECT_EQ(FileCount(Folder()), 0U);
+}
+
+TEST_F(HostStateFile, FileOfOthersIsRefused) {
+    WriteFile(Path("membership"), "format = \"1\"\n");
+    std::filesystem::permissions(Path("membership"), std::filesystem::perms(0622));
+    EXPECT_EQ(StatusOf([&] { HostState::Load(Path("membership")); }), kStatusAccessDenied);
+}
+
+}  // namespace
+}  // namespace nimbrel::ad::test

@@ -1,0 +1,186 @@
+#include "keytab.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+#include "sandbox.h"
+#include "support/run_program.h"
+
+namespace nimbrel::ad::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+class Keytab : public Sandbox {
+ protected:
+    std::string File() const { return Path("krb5.keytab"); }
+
+    void Write(const KeytabAccount& account, const std::string& secret = "secret") const {
+        KeytabChange change(File());
+        change.SetKeys(account, Secret(secret));
+        change.Commit();
+    }
+
+    // "KVNO principal (encryption)", as klist sees the file.
+    std::vector<std::string> Entries() const {
+        const auto result = testing::RunProgram("/usr/bin/klist", {.arguments = {"-k", "-e", File()}});
+        EXPECT_EQ(result.exitStatus, 0) << result.errors;
+        std::vector<std::string> entries;
+        std::istringstream lines(result.output);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.find('@') != std::string::npos) {
+                line.erase(0, line.find_first_not_of(' '));
+                line.erase(line.find_last_not_of(' ') + 1);
+                entries.push_back(line);
+            }
+        }
+        return entries;
+    }
+};
+
+TEST_F(Keytab, HoldsEveryPrincipalWithBothAesKeys) {
+    Write({"NODE01", "corp.test", 3});
+    const auto entries = Entries();
+    EXPECT_THAT(entries, SizeIs(10));
+    for (const char* principal :
+         {"NODE01$@CORP.TEST", "host/node01.corp.test@CORP.TEST", "host/NODE01@CORP.TEST",
+          "RestrictedKrbHost/node01.corp.test@CORP.TEST", "RestrictedKrbHost/NODE01@CORP.TEST"}) {
+        for (const char* encryption : {"aes256-cts-hmac-sha1-96", "aes128-cts-hmac-sha1-96"}) {
+            const std::string entry = std::string("3 ") + principal + " (" + encryption + ")";
+            EXPECT_EQ(std::count(entries.begin(), entries.end(), entry), 1) << entry;
+        }
+    }
+    EXPECT_EQ(ModeOf(File()), 0600U);
+    EXPECT_EQ(FileCount(Folder()), 1U);
+}
+
+// The keys were made with ktutil's `addent -password` for the same name, salt and password.
+TEST_F(Keytab, KeysAreThoseOfTheDomainsSalt) {
+    EXPECT_EQ(MachineSalt("NODE01", "corp.test"), "CORP.TESThostnode01.corp.test");
+    Write({"NODE01", "corp.test", 1}, "secret");
+    const auto keys = testing::RunProgram("/usr/bin/klist", {.arguments = {"-k", "-K", "-e", File()}});
+    const auto made = testing::RunProgram(
+        "/usr/bin/ktutil", {.input = "addent -password -p NODE01$@CORP.TEST -k 1 -e aes256-cts-hmac-sha1-96 "
+                                     "-s CORP.TESThostnode01.corp.test\nsecret\nwkt " +
+                                     Path("theirs") + "\nquit\n"});
+    ASSERT_EQ(made.exitStatus, 0) << made.errors;
+    const auto theirs = testing::RunProgram("/usr/bin/klist", {.arguments = {"-k", "-K", "-e", Path("theirs")}});
+    const auto key = theirs.output.find("(0x");
+    ASSERT_NE(key, std::string::npos) << theirs.output;
+    EXPECT_THAT(keys.output,
+                HasSubstr("NODE01$@CORP.TEST (aes256-cts-hmac-sha1-96)  " + theirs.output.substr(key, 68)));
+}
+
+TEST_F(Keytab, NewKeysReplaceTheOldOnesAndNothingElse) {
+    Write({"NODE01", "other.test", 1});
+    Write({"WEB", "corp.test", 1});
+    Write({"NODE01", "corp.test", 1});
+    Write({"NODE01", "corp.test", 2});
+    const auto entries = Entries();
+    EXPECT_THAT(entries, SizeIs(30));
+    EXPECT_THAT(entries, Not(::testing::Contains("1 NODE01$@CORP.TEST (aes256-cts-hmac-sha1-96)")));
+    EXPECT_THAT(entries, ::testing::Contains("1 WEB$@CORP.TEST (aes256-cts-hmac-sha1-96)"));
+}
+
+TEST_F(Keytab, TrialFileIsCompleteBeforeItIsInPlace) {
+    KeytabChange change(File());
+    change.SetKeys({"NODE01", "corp.test", 1}, Secret("secret"));
+    EXPECT_FALSE(std::filesystem::exists(File()));
+    const auto listed = testing::RunProgram("/usr/bin/klist", {.arguments = {"-k", change.TrialName()}});
+    EXPECT_THAT(listed.output, HasSubstr("NODE01$@CORP.TEST"));
+}
+
+TEST_F(Keytab, GivenUpChangeLeavesTheFileAsItWas) {
+    Write({"NODE01", "other.test", 1});
+    const std::string before = ReadFile(File());
+    { KeytabChange(File()).SetKeys({"NODE01", "corp.test", 1}, Secret("secret")); }
+    EXPECT_EQ(ReadFile(File()), before);
+    EXPECT_EQ(FileCount(Folder()), 1U);
+}
+
+TEST_F(Keytab, RevertBringsTheOldFileBack) {
+    Write({"NODE01", "other.test", 1});
+    const std::string before = ReadFile(File());
+    KeytabChange change(File());
+    change.SetKeys({"NODE01", "corp.test", 1}, Secret("secret"));
+    change.Commit();
+    EXPECT_NE(ReadFile(File()), before);
+    change.Revert();
+    EXPECT_EQ(ReadFile(File()), before);
+}
+
+TEST_F(Keytab, RevertOfTheFirstKeysRemovesTheFile) {
+    KeytabChange change(File());
+    change.SetKeys({"NODE01", "corp.test", 1}, Secret("secret"));
+    change.Commit();
+    change.Revert();
+    EXPECT_EQ(FileCount(Folder()), 0U);
+}
+
+TEST_F(Keytab, RealmIsRemovedAtEveryKeyVersion) {
+    Write({"NODE01", "other.test", 1});
+    const std::string before = ReadFile(File());
+    Write({"NODE01", "corp.test", 1});
+    Write({"OLD", "corp.test", 7});
+    RemoveRealmFromKeytab(File(), "CORP.TEST");
+    EXPECT_EQ(ReadFile(File()), before);
+    RemoveRealmFromKeytab(File(), "CORP.TEST");
+    EXPECT_EQ(ReadFile(File()), before);
+}
+
+TEST_F(Keytab, LastRealmTakesTheFileWithIt) {
+    Write({"NODE01", "corp.test", 1});
+    RemoveRealmFromKeytab(File(), "CORP.TEST");
+    EXPECT_EQ(FileCount(Folder()), 0U);
+    RemoveRealmFromKeytab(File(), "CORP.TEST");
+    EXPECT_EQ(FileCount(Folder()), 0U);
+}
+
+TEST_F(Keytab, RealmOfASimilarNameStays) {
+    Write({"NODE01", "xcorp.test", 1});
+    const std::string before = ReadFile(File());
+    RemoveRealmFromKeytab(File(), "CORP.TEST");
+    EXPECT_EQ(ReadFile(File()), before);
+}
+
+TEST_F(Keytab, CutAndChangedFilesAreReadWithinTheirBounds) {
+    Write({"NODE01", "other.test", 1});
+    const std::string good = ReadFile(File());
+    for (std::size_t at = 0; at < 100; ++at) {
+        for (const char value : {'\x00', '\x7f', '\x80', '\xff'}) {
+            std::string changed = good;
+            changed[at] = value;
+            WriteFile(File(), changed);
+            const auto status = StatusOf([&] { RemoveRealmFromKeytab(File(), "CORP.TEST"); });
+            EXPECT_TRUE(status == 0 || status == kStatusInternalError);
+        }
+        WriteFile(File(), good.substr(0, at));
+        StatusOf([&] { RemoveRealmFromKeytab(File(), "OTHER.TEST"); });
+    }
+}
+
+TEST_F(Keytab, EntriesDeletedInPlaceAreNoEntries) {
+    Write({"NODE01", "other.test", 1});
+    const std::string good = ReadFile(File());
+    WriteFile(File(), good.substr(0, 2) + std::string("\xff\xff\xff\xfd", 4) + "abc" + good.substr(2));
+    Write({"NODE01", "corp.test", 1});
+    EXPECT_THAT(Entries(), SizeIs(20));
+    RemoveRealmFromKeytab(File(), "CORP.TEST");
+    EXPECT_EQ(ReadFile(File()), good);
+}
+
+TEST_F(Keytab, DamagedFileIsNeverReplaced) {
+    WriteFile(File(), "no keytab");
+    EXPECT_EQ(StatusOf([&] { Write({"NODE01", "corp.test", 1}); }), kStatusInternalError);
+    EXPECT_EQ(StatusOf([&] { RemoveRealmFromKeytab(File(), "CORP.TEST"); }), kStatusInternalError);
+    EXPECT_EQ(ReadFile(File()), "no keytab");
+    EXPECT_EQ(FileCount(Folder()), 1U);
+}
+
+}  // namespace
+}  // namespace nimbrel::ad::test

@@ -1,0 +1,103 @@
+#include "names.h"
+
+#include "sandbox.h"
+
+namespace nimbrel::ad::test {
+namespace {
+
+TEST(Names, ComputerNames) {
+    EXPECT_EQ(ComputerName("node01.corp.test"), "NODE01");
+    EXPECT_EQ(ComputerName("node01$"), "NODE01");
+    EXPECT_EQ(ComputerName("abcdefghijklmno"), "ABCDEFGHIJKLMNO");
+    for (const char* name : {"abcdefghijklmnop", "", "$", "node_01", "12345", "-a", "a-",
+                             "n\xc3\xb6"
+                             "de",
+                             ".corp.test"}) {
+        EXPECT_EQ(StatusOf([&] { ComputerName(name); }), kStatusInvalidComputerName) << name;
+    }
+}
+
+TEST(Names, DomainNames) {
+    EXPECT_EQ(DnsName("Corp.Test."), "corp.test");
+    for (const char* name : {"", ".", "a..b", "no good", "\xff", "-a.test", "a*b"}) {
+        EXPECT_EQ(StatusOf([&] { DnsName(name); }), kStatusInvalidDomainName) << name;
+    }
+    EXPECT_EQ(StatusOf([] { DnsName(std::string(64, 'a')); }), kStatusInvalidDomainName);
+    EXPECT_EQ(ControllerName("DC1.Corp.Test."), "dc1.corp.test");
+    EXPECT_EQ(StatusOf([] { ControllerName("dc 1"); }), kStatusInvalidComputerName);
+}
+
+TEST(Names, UserNamesInTheirParts) {
+    const struct {
+        const char* text;
+        const char* name;
+        const char* domain;
+    } rows[] = {{"alice", "alice", ""},
+                {"alice@corp.test", "alice", "corp.test"},
+                {"alice@corp.test.", "alice", "corp.test"},
+                {"CORP\\alice", "alice", "CORP"},
+                {"Alice B", "Alice B", ""},
+                {"\xc3\xa4nne", "\xc3\xa4nne", ""}};
+    for (const auto& row : rows) {
+        const UserName user = SplitUserName(row.text);
+        EXPECT_EQ(user.name, row.name) << row.text;
+        EXPECT_EQ(user.domain, row.domain) << row.text;
+    }
+    for (const char* text :
+         {"", "@", "@corp.test", "CORP\\", "\\a", "a*", "a/b", "a@b@c", "CORP\\a@b", "a\nb", "\xff\xfe", "a@no good"}) {
+        EXPECT_EQ(StatusOf([&] { SplitUserName(text); }), kStatusInvalidAccountName) << text;
+    }
+    EXPECT_EQ(StatusOf([] { SplitUserName(std::string(100000, 'x')); }), kStatusInvalidAccountName);
+}
+
+TEST(Names, Principals) {
+    EXPECT_EQ(HostPrincipalName("NODE01", "corp.test"), "host/node01.corp.test@CORP.TEST");
+    EXPECT_EQ(DomainDN("corp.test"), "DC=corp,DC=test");
+}
+
+TEST(Names, UnitsAsPathsAndDistinguishedNames) {
+    const struct {
+        const char* unit;
+        const char* distinguishedName;
+    } rows[] = {
+        {"Hosts", "OU=Hosts,DC=corp,DC=test"},
+        {"Hosts/Sub", "OU=Sub,OU=Hosts,DC=corp,DC=test"},
+        {"A\\/B", "OU=A/B,DC=corp,DC=test"},
+        {"A,B", "OU=A\\,B,DC=corp,DC=test"},
+        {"#A ", "OU=\\#A\\ ,DC=corp,DC=test"},
+        {"a=b", "OU=a\\=b,DC=corp,DC=test"},
+        {"OU=Sub,OU=Hosts,DC=corp,DC=test", "OU=Sub,OU=Hosts,DC=corp,DC=test"},
+        {"ou=Hosts,dc=CORP,dc=test", "ou=Hosts,dc=CORP,dc=test"},
+        {"OU=Hosts", "OU=Hosts,DC=corp,DC=test"},
+        {"CN=Computers,DC=corp,DC=test", "CN=Computers,DC=corp,DC=test"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(UnitDN(row.unit, "corp.test"), row.distinguishedName);
+    }
+}
+
+TEST(Names, UnitsThatCannotBe) {
+    for (const char* unit :
+         {"/", "a//b", "a/", "OU=", "OU=a,,DC=corp", "OU=a\\", "\xff", "OU=a,DC=corp,OU=b", "a\nb"}) {
+        EXPECT_EQ(StatusOf([&] { UnitDN(unit, "corp.test"); }), kStatusInvalidUnitName) << unit;
+    }
+    EXPECT_EQ(StatusOf([] { UnitDN(std::string(100000, 'x'), "corp.test"); }), kStatusInvalidUnitName);
+    EXPECT_EQ(StatusOf([] { UnitDN("OU=a,DC=other,DC=test", "corp.test"); }), kStatusFileNotFound);
+}
+
+TEST(Names, FiltersAreSafe) {
+    EXPECT_EQ(EscapeFilter("a*(b)\\"), "a\\2a\\28b\\29\\5c");
+    EXPECT_EQ(EscapeFilter(std::string("\0", 1)), "\\00");
+    EXPECT_EQ(HexFilter("\x01\xff"), "\\01\\ff");
+}
+
+TEST(Names, SecurityIdentifiers) {
+    const std::string sid("\x01\x02\x00\x00\x00\x00\x00\x05\x15\x00\x00\x00\x01\x02\x03\x04", 16);
+    EXPECT_EQ(SidText(sid), "S-1-5-21-67305985");
+    EXPECT_EQ(SidText(sid.substr(0, 15)), "");
+    EXPECT_EQ(SidText(""), "");
+    EXPECT_EQ(SidText("\x02" + sid.substr(1)), "");
+}
+
+}  // namespace
+}  // namespace nimbrel::ad::test

@@ -1,0 +1,101 @@
+#include "addirectory/settings.h"
+
+#include <gmock/gmock.h>
+
+#include "sandbox.h"
+
+namespace nimbrel::ad::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class SettingsFile : public Sandbox {};
+
+TEST_F(SettingsFile, MissingFileMeansDefaults) {
+    const Settings settings = Settings::Load(Path("ad.conf"));
+    EXPECT_EQ(settings.keytab, "/etc/krb5.keytab");
+    EXPECT_EQ(settings.membership, "/var/lib/nimbrel/ad/membership");
+    EXPECT_EQ(settings.ldapPort, 389);
+    EXPECT_EQ(settings.kerberosPort, 88);
+    EXPECT_TRUE(settings.certificateAuthority.empty());
+    EXPECT_LE(settings.queryBudget, std::chrono::seconds(60)) << "a question ends before the store stops waiting";
+}
+
+TEST(Settings, EveryKeyIsTaken) {
+    const Settings settings = Settings::Parse(
+        "# comment\n"
+        "\n"
+        "join_seconds = 30\n"
+        "leave_seconds=20\n"
+        "  query_seconds = \"5\"\t\r\n"
+        "roll_back_seconds = 7\ncontroller_seconds = 1\nname_seconds = 3\navoid_seconds = 0\n"
+        "name_servers = \"10.99.0.1  fd00::1\"\nname_server_port = 5353\nkerberos_port = 1088\nldap_port = 1389\n"
+        "ldaps_port = 1636\nsite = Office-2\ncertificate_authority = /etc/ca.pem\nkeytab = \"/k\"\nmembership = /m\n"
+        "log_in_shell = /bin/sh\nlog_in_home = /h/%u\nlog_in_full_names = false\nlog_in_access = simple");
+    EXPECT_EQ(settings.joinBudget, std::chrono::seconds(30));
+    EXPECT_EQ(settings.leaveBudget, std::chrono::seconds(20));
+    EXPECT_EQ(settings.queryBudget, std::chrono::seconds(5));
+    EXPECT_EQ(settings.rollBackBudget, std::chrono::seconds(7));
+    EXPECT_EQ(settings.controllerBudget, std::chrono::seconds(1));
+    EXPECT_EQ(settings.nameBudget, std::chrono::seconds(3));
+    EXPECT_EQ(settings.avoidance, std::chrono::seconds(0));
+    EXPECT_THAT(settings.nameServers, ElementsAre("10.99.0.1", "fd00::1"));
+    EXPECT_EQ(settings.nameServerPort, 5353);
+    EXPECT_EQ(settings.kerberosPort, 1088);
+    EXPECT_EQ(settings.ldapPort, 1389);
+    EXPECT_EQ(settings.ldapsPort, 1636);
+    EXPECT_EQ(settings.site, "Office-2");
+    EXPECT_EQ(settings.certificateAuthority, "/etc/ca.pem");
+    EXPECT_EQ(settings.keytab, "/k");
+    EXPECT_EQ(settings.membership, "/m");
+    EXPECT_EQ(settings.logInShell, "/bin/sh");
+    EXPECT_EQ(settings.logInHome, "/h/%u");
+    EXPECT_FALSE(settings.logInFullNames);
+    EXPECT_EQ(settings.logInAccess, "simple");
+}
+
+TEST(Settings, WhatCannotBeMeantIsRefused) {
+    for (const char* line : {
+             "query_second = 5",     // unknown
+             "query_seconds",        // no value
+             "query_seconds =",      // empty
+             "query_seconds = 0",    // too little
+             "query_seconds = 601",  // too much
+             "query_seconds = 5s",   //
+             "query_seconds = -5",   //
+             "query_seconds = 5\nquery_seconds = 6",
+             "ldap_port = 65536",        //
+             "name_servers = dc1",       // a name
+             "keytab = krb5.keytab",     // relative
+             "keytab = /etc/",           // a folder
+             "site = a.b",               // would become another DNS name
+             "log_in_full_names = yes",  //
+             "log_in_access = all",      //
+             "= 5",
+         }) {
+        EXPECT_EQ(StatusOf([&] { Settings::Parse(line); }), kStatusBadConfiguration) << line;
+    }
+}
+
+TEST(Settings, TheLineIsNamed) {
+    try {
+        Settings::Parse("# one\n\nquery_seconds = x\n");
+        FAIL();
+    } catch (const AdError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("Line 3"));
+        EXPECT_THAT(error.what(), HasSubstr("query_seconds"));
+    }
+}
+
+TEST_F(SettingsFile, FileThatOthersMayWriteIsRefused) {
+    WriteFile(Path("ad.conf"), "query_seconds = 5\n");
+    EXPECT_EQ(Settings::Load(Path("ad.conf")).queryBudget, std::chrono::seconds(5));
+    std::filesystem::permissions(Path("ad.conf"), std::filesystem::perms(0666));
+    EXPECT_EQ(StatusOf([&] { Settings::Load(Path("ad.conf")); }), kStatusAccessDenied);
+    std::filesystem::create_directory(Path("folder"));
+    EXPECT_EQ(StatusOf([&] { Settings::Load(Path("folder")); }), kStatusAccessDenied);
+}
+
+}  // namespace
+}  // namespace nimbrel::ad::test

@@ -1,0 +1,444 @@
+// The real service and the real plug-in over real TLS: who is trusted, who is served, and what goes wrong.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <future>
+
+#include "embeddeddirectory/directory.h"
+#include "embeddeddirectory/host.h"
+#include "service.h"
+#include "tls_server.h"
+
+namespace nimbrel::testing {
+namespace {
+
+using embedded::Directory;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+constexpr std::uint32_t kUntrusted = 0x80090325;
+constexpr char kNear[] = "127.0.0.1";  // the service sees a client of the same address
+constexpr char kHere[] = "192.0.2.10";
+constexpr char kBlackHole[] = "192.0.2.99";
+constexpr char kDirectory[] = "/var/lib/nimbrel/directory.db";
+
+class Apx : public ::testing::Test {
+ protected:
+    Apx() {
+        std::filesystem::remove_all("/var/lib/nimbrel");
+        std::filesystem::remove_all("/run/apxd");
+        Directory directory = Directory::Open(kDirectory, embedded::OpenMode::CreateIfMissing);
+        directory.AddDomain("corp.test");
+        directory.AddOrganizationalUnit("corp.test", "Hosts");
+        SetPlugin("");
+        Configure(certificate);
+    }
+
+    Trusted Pinned() const { return {certificate.thumbprint, certificate.pem}; }
+    static Directory Open() { return Directory::Open(kDirectory); }
+    static std::string Sid() { return Open().FindDomain("corp.test")->sid; }
+    // As the directory provider completes the join.
+    static std::uint32_t Join(const Answered& account, const std::string& membership = "/run/membership.db") {
+        std::filesystem::remove(membership);
+        try {
+            const embedded::Host host(kDirectory, membership);
+            host.JoinWithMachineAccount(
+                {"node01", "corp.test", "CORP", Sid(), account.texts.at(0), account.texts.at(1)});
+            return 0;
+        } catch (const embedded::DirectoryError& error) {
+            return error.Status();
+        }
+    }
+    // The status that a server's answer gives.
+    std::uint32_t StatusOfAnswer(const std::string& answer, const Certificate* presented = nullptr) {
+        SetPlugin("port = \"9443\"\nconnect-seconds = \"5\"\ntotal-seconds = \"10\"\n");
+        TlsServer server(9443, presented != nullptr ? presented : &certificate, answer);
+        const Answered answered = AskAccount(kNear, Pinned(), "node01");
+        lastRequest = server.Request();
+        return answered.status;
+    }
+    static std::string Http(const std::string& status, const std::string& body, const std::string& headers = "") {
+        return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) +
+               "\r\nContent-Type: application/json\r\n" + headers + "\r\n" + body;
+    }
+
+    const Certificate certificate = MakeCertificate("proxy.corp.test");
+    std::string lastRequest;
+};
+
+// --- Joined ---
+
+TEST_F(Apx, HostIsJoinedWithWhatTheServiceHandsOut) {
+    Service service;
+    EXPECT_THAT(AskDomain(kNear, Pinned()).texts, ElementsAre("CORP", "corp.test", Sid()));
+    const Answered account = AskAccount(kNear, Pinned(), "node01.corp.test", "Hosts");
+    ASSERT_EQ(account.status, 0U);
+    EXPECT_EQ(account.texts.at(0), "NODE01$");
+    EXPECT_EQ(Join({0, {"NODE01$", "wrong"}}), 1326U);
+    EXPECT_EQ(Join(account), 0U);
+    EXPECT_EQ(Join(account), 1326U);
+    EXPECT_EQ(Open().GetComputer("corp.test", "NODE01").path, "Hosts");
+    EXPECT_EQ(service.Stop(), 0);
+    EXPECT_THAT(service.Log(), HasSubstr("client=127.0.0.1 method=POST path=/v1/computers account=NODE01 unit=Hosts "
+                                         "http=201 status=0 way=created ms="));
+    EXPECT_THAT(service.Log(), Not(HasSubstr(account.texts.at(1))));
+    EXPECT_THAT(service.Log(), HasSubstr("\nstopped\n"));
+}
+
+// --- Trust ---
+
+TEST_F(Apx, WhoIsTrusted) {
+    Service service;
+    const Certificate other = MakeCertificate("proxy.corp.test");
+    const std::string text = "Subject: the proxy\n" + certificate.pem + other.pem;
+    std::string wrong = certificate.thumbprint;
+    wrong.back() = wrong.back() == 'A' ? 'B' : 'A';
+    const struct {
+        const char* what;
+        Trusted trusted;
+        std::uint32_t status;
+    } rows[] = {
+        {"thumbprint and certificate", Pinned(), 0},
+        {"thumbprint alone", {certificate.thumbprint, ""}, 0},
+        {"certificate with others and text around it", {certificate.thumbprint, text}, 0},
+        {"wrong thumbprint", {wrong, ""}, kUntrusted},
+        {"wrong thumbprint, right certificate", {wrong, certificate.pem}, kUntrusted},
+        {"right thumbprint, other certificate", {certificate.thumbprint, other.pem}, kUntrusted},
+        {"right thumbprint, damaged certificate", {certificate.thumbprint, "no certificate"}, kUntrusted},
+        {"other certificate with the right name", {other.thumbprint, other.pem}, kUntrusted},
+        {"malformed thumbprint", {"0A:1B", ""}, kUntrusted},
+        {"not verified", {}, 0},
+    };
+    for (const auto& row : rows) EXPECT_EQ(AskDomain(kNear, row.trusted).status, row.status) << row.what;
+}
+
+TEST_F(Apx, CertificateThatAnAuthoritySignedIsTrustedByEither) {
+    const Certificate authority = MakeCertificate("corp.test authority");
+    const Certificate signedOne = MakeCertificate("proxy.corp.test", &authority);
+    Configure(signedOne);
+    Service service;
+    EXPECT_EQ(AskDomain(kNear, {signedOne.thumbprint, authority.pem}).status, 0U);
+    EXPECT_EQ(AskDomain(kNear, {signedOne.thumbprint, signedOne.pem}).status, 0U);
+    EXPECT_EQ(AskDomain(kNear, {authority.thumbprint, authority.pem}).status, kUntrusted);
+}
+
+TEST_F(Apx, ExpiredAndNotYetValidCertificatesAreRefused) {
+    for (const auto& [from, to] : {std::pair(-7200L, -3600L), std::pair(3600L, 7200L)}) {
+        const Certificate unfit = MakeCertificate("proxy.corp.test", nullptr, from, to);
+        Configure(unfit);
+        Service service;
+        EXPECT_EQ(AskDomain(kNear, {unfit.thumbprint, unfit.pem}).status, kUntrusted);
+        EXPECT_EQ(AskDomain(kNear, {unfit.thumbprint, ""}).status, kUntrusted);
+        EXPECT_EQ(AskDomain(kNear, {}).status, 0U);
+    }
+}
+
+TEST_F(Apx, NothingIsSentToAServiceThatIsNotTrusted) {
+    const Certificate other = MakeCertificate("proxy.corp.test");
+    EXPECT_EQ(StatusOfAnswer(Http("200 OK", "{}"), &other), kUntrusted);
+    EXPECT_EQ(lastRequest, "");
+}
+
+TEST_F(Apx, ServiceCanAskItsClientsForACertificate) {
+    const Certificate authority = MakeCertificate("clients");
+    const Certificate client = MakeCertificate("node01", &authority);
+    const Certificate stranger = MakeCertificate("node01");
+    std::ofstream("/etc/nimbrel/apxd/clients.pem") << authority.pem;
+    std::ofstream("/etc/nimbrel/client.pem") << client.pem << client.key;
+    std::ofstream("/etc/nimbrel/stranger.pem") << stranger.pem << stranger.key;
+    Configure(certificate, "client-ca = /etc/nimbrel/apxd/clients.pem\n");
+    Service service;
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 5U);
+    SetPlugin("client-certificate = \"/etc/nimbrel/stranger.pem\"\nclient-key = \"/etc/nimbrel/stranger.pem\"\n");
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 5U);
+    SetPlugin("client-certificate = \"/etc/nimbrel/client.pem\"\nclient-key = \"/etc/nimbrel/client.pem\"\n");
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 0U);
+    service.WaitForLog("certificate=");
+}
+
+// --- Who is served ---
+
+TEST_F(Apx, ClientOutsideTheAllowListIsRefused) {
+    Configure(certificate, "allow = 192.0.2.0/24\n");
+    Service service;
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 5U);
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node01").status, 5U);
+    EXPECT_EQ(AskAccount(kHere, Pinned(), "node01").status, 0U);
+}
+
+TEST_F(Apx, RefusalsKeepTheirNumbers) {
+    Configure(certificate, "allow-unit = Hosts\nallow-unit = Gone\n");
+    Open().PreStageComputer("corp.test", "TAKEN");
+    Service service;
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "taken").status, 1316U);
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node01.other.test").status, 1210U);
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "a-name-of-more-than-15").status, 1210U);
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node01", "Lab").status, 5U);
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node01", "Gone").status, 2U);
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node\xff").status, 1210U);
+    Open().SetControllerReachable("corp.test", "dc1.corp.test", false);
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node01").status, 1355U);
+}
+
+TEST_F(Apx, RateIsLimitedPerClient) {
+    Configure(certificate, "requests-per-minute = 1\nburst = 2\n");
+    Service service;
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 0U);
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 0U);
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1237U);
+    EXPECT_EQ(AskDomain(kHere, Pinned()).status, 0U);
+}
+
+TEST_F(Apx, OfTwoHostsThatAskForTheSameNameAtOnceOneGetsIt) {
+    Service service;
+    auto there = std::async(std::launch::async, [this] { return AskAccount(kHere, Pinned(), "node01"); });
+    const Answered one = AskAccount(kNear, Pinned(), "node01");
+    const Answered two = there.get();
+    EXPECT_EQ(std::max(one.status, two.status), 1316U);
+    EXPECT_EQ(std::min(one.status, two.status), 0U);
+    EXPECT_EQ(Join(one.status == 0 ? one : two), 0U);
+}
+
+TEST_F(Apx, PreStagedAccountIsTakenOverOnce) {
+    Configure(certificate, "pre-staged = NODE07\n");
+    Open().PreStageComputer("corp.test", "NODE07");
+    Service service;
+    const Answered account = AskAccount(kNear, Pinned(), "node07");
+    EXPECT_EQ(AskAccount(kHere, Pinned(), "node07").status, 1316U);
+    EXPECT_EQ(Join(account), 0U);
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node07").status, 1316U);
+}
+
+TEST_F(Apx, KilledBetweenCreatingTheAccountAndAnsweringTheHostsRetryIsServed) {
+    const std::vector<std::string> environment = {"LD_PRELOAD=" NIMAUTH_TEST_KILLED_BEFORE_ANSWERING,
+                                                  "ASAN_OPTIONS=verify_asan_link_order=0"};
+    {
+        Service service(environment);
+        EXPECT_EQ(AskAccount(kNear, Pinned(), "node01").status, 1229U);
+        EXPECT_EQ(service.Wait(), -SIGKILL);
+        EXPECT_TRUE(Open().GetComputer("corp.test", "NODE01").preStaged);
+    }
+    Service service;
+    EXPECT_EQ(AskAccount(kHere, Pinned(), "node01").status, 1316U);
+    const Answered account = AskAccount(kNear, Pinned(), "node01");
+    EXPECT_EQ(account.status, 0U);
+    EXPECT_EQ(Join(account), 0U);
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node01").status, 1316U);
+}
+
+// --- Connections that fail ---
+
+TEST_F(Apx, StoppedServiceRefusesTheConnection) {
+    Service().Stop();
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1225U);
+}
+
+TEST_F(Apx, HungServiceIsGivenUp) {
+    SetPlugin("connect-seconds = 1\ntotal-seconds = 2\n");
+    Service service;
+    service.Signal(SIGSTOP);
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 10060U);
+    service.Signal(SIGCONT);
+    EXPECT_EQ(service.Stop(), 0);
+}
+
+TEST_F(Apx, BlackHoledAddressIsGivenUp) {
+    SetPlugin("connect-seconds = 1\ntotal-seconds = 2\n");
+    ASSERT_EQ(std::system("ip neighbour replace 192.0.2.99 lladdr 02:00:00:00:00:63 dev eth0"), 0);
+    EXPECT_EQ(AskDomain(kBlackHole, Pinned()).status, 10060U);
+}
+
+TEST_F(Apx, AnswersThatAreNoAnswers) {
+    const std::string account = R"({"accountName":"NODE01$","oneTimeSecret":"s"})";
+    const struct {
+        const char* what;
+        std::string answer;
+        std::uint32_t status;
+    } rows[] = {
+        {"a good one", Http("201 Created", account), 0},
+        {"nothing", "", 1229},
+        {"half a head", "HTTP/1.1 200 OK\r\nContent-", 1229},
+        {"half a body", "HTTP/1.1 200 OK\r\nContent-Length: 200\r\n\r\n" + account, 1229},
+        {"no HTTP", "220 mail.corp.test ESMTP\r\n", 1229},
+        {"malformed JSON", Http("200 OK", "{"), 1229},
+        {"another JSON", Http("200 OK", "{}"), 1229},
+        {"a web page", Http("404 Not Found", "<html></html>"), 1229},
+        {"a redirect", Http("302 Found", account, "Location: https://127.0.0.1:9443/v1/computers\r\n"), 1229},
+        {"10 MB", Http("200 OK", std::string(10U << 20U, 'x')), 1229},
+        {"10 MB without a length", "HTTP/1.1 200 OK\r\n\r\n" + std::string(10U << 20U, 'x'), 1229},
+        {"a head without end", "HTTP/1.1 200 OK\r\nX: " + std::string(10U << 20U, 'x'), 1229},
+        {"a refusal without a number", Http("403 Forbidden", "{}"), 1229},
+        {"a refusal with the number 0", Http("403 Forbidden", R"({"status":0})"), 1229},
+        {"a refusal", Http("409 Conflict", R"({"status":1316,"message":"taken"})"), 1316},
+    };
+    for (const auto& row : rows) EXPECT_EQ(StatusOfAnswer(row.answer), row.status) << row.what;
+    EXPECT_THAT(lastRequest, StartsWith("POST /v1/computers HTTP/1.1\r\n"));
+}
+
+TEST_F(Apx, AServerThatDoesNotSpeakTlsIsNoConnection) {
+    SetPlugin("port = 9443\n");
+    TlsServer server(9443, nullptr, "HTTP/1.1 200 OK\r\n\r\n");
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U);
+}
+
+TEST_F(Apx, DamagedSettingsOfThePluginAreTold) {
+    SetPlugin("port = none\n");
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1610U);
+}
+
+// --- The service's own life ---
+
+int ConnectTo(const char* address) {
+    const int connection = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in to = {};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(8443);
+    to.sin_addr.s_addr = htonl(std::strcmp(address, kNear) == 0 ? INADDR_LOOPBACK : 0xC000020A);
+    EXPECT_EQ(connect(connection, reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+    return connection;
+}
+
+TEST_F(Apx, SlowClientIsCutOff) {
+    Configure(certificate, "request-seconds = 1\n");
+    Service service;
+    const int connection = ConnectTo(kNear);
+    service.WaitForLog("cut client=127.0.0.1 reason=\"too slow\"");
+    char byte = 0;
+    EXPECT_LE(recv(connection, &byte, 1, 0), 0);
+    close(connection);
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 0U);
+}
+
+TEST_F(Apx, ConnectionsOfOneClientAreBounded) {
+    Configure(certificate, "connections-per-client = 2\n");
+    Service service;
+    const int first = ConnectTo(kNear);
+    const int second = ConnectTo(kNear);
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U);
+    EXPECT_EQ(AskDomain(kHere, Pinned()).status, 0U);
+    close(first);
+    close(second);
+}
+
+TEST_F(Apx, RotatedCertificateIsPresentedAfterAReload) {
+    Service service;
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 0U);
+    const Certificate next = MakeCertificate("proxy.corp.test");
+    Configure(next);
+    service.Signal(SIGHUP);
+    service.WaitForLog("reloaded ");
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, kUntrusted);
+    EXPECT_EQ(AskDomain(kNear, {next.thumbprint, next.pem}).status, 0U);
+    EXPECT_EQ(service.Stop(), 0);
+}
+
+TEST_F(Apx, ReloadTakesUpNewRulesAndKeepsTheOldOnesIfTheyAreWrong) {
+    Service service;
+    Configure(certificate, "allow = 192.0.2.0/24\n");
+    service.Signal(SIGHUP);
+    service.WaitForLog("reloaded ");
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 5U);
+    Configure(certificate, "allow = nonsense\n");
+    service.Signal(SIGHUP);
+    service.WaitForLog("not-reloaded reason=\"/etc/nimbrel/apxd.conf:7: 'allow':");
+    EXPECT_EQ(AskDomain(kHere, Pinned()).status, 0U);
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 5U);
+    EXPECT_EQ(service.Stop(), 0);
+}
+
+TEST_F(Apx, CheckConfigTellsWhatIsWrong) {
+    const auto check = [] { return WEXITSTATUS(std::system("apxd --check-config >/run/check 2>&1")); };
+    const auto said = [] {
+        std::ifstream stream("/run/check");
+        return std::string(std::istreambuf_iterator<char>(stream), {});
+    };
+    EXPECT_EQ(check(), 0);
+    EXPECT_EQ(said(), "/etc/nimbrel/apxd.conf: in order\n");
+    Configure(certificate, "requests-per-minute = many\n");
+    EXPECT_EQ(check(), 1);
+    EXPECT_THAT(said(), HasSubstr("apxd: /etc/nimbrel/apxd.conf:7: 'requests-per-minute': "));
+    Configure(certificate);
+    std::ofstream("/etc/nimbrel/apxd/key.pem") << MakeCertificate("x").key;
+    EXPECT_EQ(check(), 1);
+    EXPECT_THAT(said(), HasSubstr("/etc/nimbrel/apxd/key.pem: "));
+    EXPECT_EQ(WEXITSTATUS(std::system("apxd --config >/run/check 2>&1")), 2);
+}
+
+// --- Many at once ---
+
+// One host: what the library asks of the proxy in a join, and the join itself. Returns 0, and the time it took.
+int BeAHost(int number, const Trusted& trusted, int pipe) {
+    const std::string name = "host" + std::to_string(number);
+    const auto begin = std::chrono::steady_clock::now();
+    for (int question = 0; question < 4; ++question) {
+        if (AskDomain(kNear, trusted).status != 0) return 1;
+    }
+    const Answered account = AskAccount(kNear, trusted, name + ".corp.test", "Hosts");
+    if (account.status != 0) return 2;
+    const embedded::Host host(kDirectory, "/run/hosts/" + name + ".db");
+    host.JoinWithMachineAccount({name, "corp.test", "CORP", "", account.texts.at(0), account.texts.at(1)});
+    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
+    const double milliseconds = took.count();
+    return write(pipe, &milliseconds, sizeof milliseconds) == sizeof milliseconds ? 0 : 3;
+}
+
+TEST_F(Apx, TwoHundredHostsJoinAtOnce) {
+    constexpr int kHosts = 200;
+    Configure(certificate, "connections = 512\nconnections-per-client = 512\nrequest-seconds = 60\n");
+    SetPlugin("connect-seconds = 60\ntotal-seconds = 120\n");
+    std::filesystem::create_directories("/run/hosts");
+    Service service;
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const auto begin = std::chrono::steady_clock::now();
+    std::vector<pid_t> hosts;
+    for (int number = 0; number < kHosts; ++number) {
+        const pid_t host = fork();
+        if (host == 0) {
+            int result = 4;
+            try {
+                result = BeAHost(number, Pinned(), ends[1]);
+            } catch (const std::exception&) {
+                result = 5;
+            }
+            _exit(result);
+        }
+        hosts.push_back(host);
+    }
+    int failed = 0;
+    for (const pid_t host : hosts) {
+        int status = 0;
+        waitpid(host, &status, 0);
+        failed += status != 0;
+    }
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+    close(ends[1]);
+    std::vector<double> times;
+    for (double time; read(ends[0], &time, sizeof time) == sizeof time;) times.push_back(time);
+    close(ends[0]);
+    EXPECT_EQ(failed, 0);
+    ASSERT_EQ(times.size(), static_cast<std::size_t>(kHosts));
+    std::sort(times.begin(), times.end());
+    std::printf("%d hosts joined in %.2f s: %.1f joins/s (%.0f requests/s), median %.0f ms, 99th percentile %.0f ms\n",
+                kHosts, took.count(), kHosts / took.count(), 5 * kHosts / took.count(), times[kHosts / 2],
+                times[kHosts * 99 / 100 - 1]);
+    int joined = 0;
+    for (const auto& computer : Open().ListComputers("corp.test")) joined += !computer.preStaged;
+    EXPECT_EQ(joined, kHosts);
+}
+
+}  // namespace
+}  // namespace nimbrel::testing

@@ -1,0 +1,94 @@
+#include "certificates.h"
+
+#include <openssl/bio.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/rand.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+
+namespace nimbrel::testing {
+namespace {
+
+struct Free {
+    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+    void operator()(X509* certificate) const { X509_free(certificate); }
+    void operator()(BIO* memory) const { BIO_free(memory); }
+    void operator()(X509_EXTENSION* extension) const { X509_EXTENSION_free(extension); }
+};
+template <typename Object>
+using Owned = std::unique_ptr<Object, Free>;
+
+void Require(bool done) {
+    if (!done) throw std::runtime_error("OpenSSL");
+}
+
+std::string TextOf(BIO* memory) {
+    char* data = nullptr;
+    const long size = BIO_get_mem_data(memory, &data);
+    return {data, static_cast<std::size_t>(size)};
+}
+
+Owned<BIO> Memory(const std::string& text) {
+    return Owned<BIO>(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+}
+
+std::string Thumbprint(const X509* certificate) {
+    unsigned char digest[EVP_MAX_MD_SIZE] = {};
+    unsigned size = 0;
+    Require(X509_digest(certificate, EVP_sha1(), digest, &size) == 1);
+    std::string text;
+    for (unsigned index = 0; index < size; ++index) {
+        char byte[4] = {};
+        std::snprintf(byte, sizeof byte, "%02X%s", digest[index], index + 1 < size ? ":" : "");
+        text += byte;
+    }
+    return text;
+}
+
+void SetName(X509_NAME* name, const std::string& commonName) {
+    const auto* const text = reinterpret_cast<const unsigned char*>(commonName.c_str());
+    Require(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8, text, -1, -1, 0) == 1);
+}
+
+}  // namespace
+
+Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer, long notBefore, long notAfter) {
+    const Owned<EVP_PKEY> key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+    const Owned<X509> certificate(X509_new());
+    Require(key && certificate);
+    X509* const x509 = certificate.get();
+    std::uint32_t serial = 0;
+    RAND_bytes(reinterpret_cast<unsigned char*>(&serial), sizeof serial);
+    X509_set_version(x509, 2);
+    ASN1_INTEGER_set_uint64(X509_get_serialNumber(x509), serial);
+    X509_gmtime_adj(X509_getm_notBefore(x509), notBefore);
+    X509_gmtime_adj(X509_getm_notAfter(x509), notAfter);
+    X509_set_pubkey(x509, key.get());
+    SetName(X509_get_subject_name(x509), commonName);
+    Owned<EVP_PKEY> issuerKey;
+    if (issuer != nullptr) {
+        const Owned<X509> parent(PEM_read_bio_X509(Memory(issuer->pem).get(), nullptr, nullptr, nullptr));
+        issuerKey.reset(PEM_read_bio_PrivateKey(Memory(issuer->key).get(), nullptr, nullptr, nullptr));
+        Require(parent && issuerKey);
+        X509_set_issuer_name(x509, X509_get_subject_name(parent.get()));
+    } else {
+        X509_set_issuer_name(x509, X509_get_subject_name(x509));
+        // May sign others.
+        const Owned<X509_EXTENSION> authority(X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "CA:TRUE"));
+        Require(authority && X509_add_ext(x509, authority.get(), -1) == 1);
+    }
+    Require(X509_sign(x509, issuerKey ? issuerKey.get() : key.get(), EVP_sha256()) != 0);
+
+    const Owned<BIO> pem(BIO_new(BIO_s_mem()));
+    const Owned<BIO> keyText(BIO_new(BIO_s_mem()));
+    Require(PEM_write_bio_X509(pem.get(), x509) == 1);
+    Require(PEM_write_bio_PrivateKey(keyText.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr) == 1);
+    return {TextOf(pem.get()), TextOf(keyText.get()), Thumbprint(x509)};
+}
+
+}  // namespace nimbrel::testing

@@ -1,0 +1,22 @@
+// Certificates for the tests' servers, made as needed: good ones, expired ones, and others with the right name.
+
+#ifndef TESTS_SYSTEM_APX_CERTIFICATES_H_
+#define TESTS_SYSTEM_APX_CERTIFICATES_H_
+
+#include <string>
+
+namespace nimbrel::testing {
+
+struct Certificate {
+    std::string pem;
+    std::string key;         // PEM
+    std::string thumbprint;  // "0A:1B:...:FF"
+};
+
+// With a new P-256 key; valid from `notBefore` to `notAfter`, in seconds from now. Signed by `issuer`, or by itself.
+Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer = nullptr, long notBefore = -3600,
+                            long notAfter = 86400);
+
+}  // namespace nimbrel::testing
+
+#endif  // TESTS_SYSTEM_APX_CERTIFICATES_H_

@@ -1,0 +1,155 @@
+// Hosts that are no Debian: plain PAM files, and authselect (a stand-in, see authselect/README.md).
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "logins_host.h"
+#include "tools/loginfiles/journal.h"
+#include "tools/loginfiles/plan.h"
+
+namespace nimbrel::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr char kPamAuthUpdate[] = "/usr/sbin/pam-auth-update";
+
+class OtherHostsTest : public LoginsHost {
+ protected:
+    void SetUp() override {
+        LoginsHost::SetUp();
+        // Nothing that could be run.
+        ASSERT_EQ(0, mount("/dev/null", kPamAuthUpdate, nullptr, MS_BIND, nullptr));
+    }
+    void TearDown() override {
+        EXPECT_EQ(0, umount2(kPamAuthUpdate, MNT_DETACH));
+        LoginsHost::TearDown();
+    }
+};
+
+class PlainHostTest : public OtherHostsTest {};
+
+TEST_F(PlainHostTest, EverythingAsOnDebian) {
+    EXPECT_THAT(Done({"logins", "enable", "--dry-run"}),
+                AllOf(HasLine("mechanism: plain"), HasSubstr("+auth sufficient pam_nimauth_embedded.so\n")));
+    ExpectUntouched();
+    Enable();
+    EXPECT_THAT(
+        Differences(Before(), ReadLoginFiles()),
+        ::testing::UnorderedElementsAre("/etc/nsswitch.conf", "/etc/pam.d/common-auth", "/etc/pam.d/common-account",
+                                        "/etc/pam.d/common-password", "/etc/pam.d/common-session",
+                                        "/etc/pam.d/common-session-noninteractive", "/etc/pam.d/runuser"));
+    EXPECT_TRUE(LogsIn("login", "alice", kPassword));
+    EXPECT_TRUE(LogsIn("login", "bob", kBobPassword));
+    EXPECT_TRUE(LogsIn("login", "root", kRootPassword));
+    ExpectRefused({{"login", "alice", kWrongPassword}, {"login", "bob", kPassword}, {"other", "root", kPassword}});
+    EXPECT_THAT(Done({"logins", "enable"}), HasLine("changed: no"));
+    Disable();
+    ExpectUntouched();
+}
+
+// Without the journal's help, by taking out the provider's lines alone.
+TEST_F(PlainHostTest, LinesAloneGiveTheSameBytesBack) {
+    Enable();
+    fs::remove_all("/var/lib/nimbrel/logins");
+    Disable();
+    ExpectUntouched();
+}
+
+// A stack with jumps, as another distribution has it.
+TEST_F(PlainHostTest, StackWithJumpsOfAnotherDistribution) {
+    WriteFile("/etc/pam.d/system-auth", ReadFile(NIMAUTH_LOGIN_FILES "/pam/arch_system-auth"));
+    WriteFile("/etc/pam.d/archlogin",
+              "auth requisite pam_nologin.so\nauth include system-auth\naccount include system-auth\n"
+              "session include system-auth\n");
+    const LoginFiles before = ReadLoginFiles();
+    Enable();
+    EXPECT_TRUE(LogsIn("archlogin", "alice", kPassword));
+    EXPECT_TRUE(LogsIn("archlogin", "bob", kBobPassword));
+    ExpectRefused({{"archlogin", "alice", kWrongPassword}, {"archlogin", "bob", kPassword}});
+    Disable();
+    EXPECT_THAT(Differences(before, ReadLoginFiles()), IsEmpty());
+}
+
+class AuthselectHostTest : public OtherHostsTest {
+ protected:
+    void SetUp() override {
+        OtherHostsTest::SetUp();
+        fs::create_directories("/srv/authselect");
+        fs::create_directories("/etc/authselect");
+        fs::copy(NIMAUTH_AUTHSELECT "/default", "/srv/authselect/default",
+                 fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+        fs::copy(NIMAUTH_AUTHSELECT "/authselect", kAuthselect, fs::copy_options::overwrite_existing);
+        ASSERT_EQ(0, chmod(kAuthselect, 0755));
+        ASSERT_EQ(0, RunProgram(kAuthselect, {.arguments = {"select", "minimal", "with-delay"}}).exitStatus);
+        WriteFile("/etc/pam.d/rhlogin",
+                  "auth include system-auth\naccount include system-auth\nsession include system-auth\n");
+        _selected = ReadLoginFiles();
+    }
+    void TearDown() override {
+        fs::remove_all("/etc/authselect");
+        fs::remove(kAuthselect);
+        OtherHostsTest::TearDown();
+    }
+    static std::string Current() { return RunProgram(kAuthselect, {.arguments = {"current", "--raw"}}).output; }
+
+    static constexpr char kAuthselect[] = "/usr/bin/authselect";
+    LoginFiles _selected;
+};
+
+TEST_F(AuthselectHostTest, ProfileOfItsOwnIsMadeSelectedAndLeft) {
+    EXPECT_THAT(Done({"logins", "enable", "--dry-run"}),
+                AllOf(HasLine("mechanism: authselect"), HasSubstr("+custom/nimauth\n with-delay\n"),
+                      HasLine("file: /etc/authselect/custom/nimauth/system-auth change=created")));
+    EXPECT_THAT(Differences(_selected, ReadLoginFiles()), IsEmpty());
+    Enable();
+    EXPECT_EQ("custom/nimauth with-delay\n", Current());
+    EXPECT_EQ("/etc/authselect/system-auth", fs::read_symlink("/etc/pam.d/system-auth"));
+    EXPECT_TRUE(LogsIn("rhlogin", "alice", kPassword));
+    EXPECT_TRUE(LogsIn("rhlogin", "bob", kBobPassword));
+    EXPECT_TRUE(LogsIn("rhlogin", "root", kRootPassword));
+    ExpectRefused({{"rhlogin", "alice", kWrongPassword}, {"rhlogin", "bob", kPassword}});
+    EXPECT_THAT(Done({"logins", "enable"}), HasLine("changed: no"));
+    Disable();
+    EXPECT_EQ("minimal with-delay\n", Current());
+    EXPECT_THAT(Differences(_selected, ReadLoginFiles()), IsEmpty());
+}
+
+TEST_F(AuthselectHostTest, EarlierProfileIsSelectedWhenSomebodyHasChangedFiles) {
+    Enable();
+    ASSERT_EQ(0, RunProgram(kAuthselect, {.arguments = {"select", "custom/nimauth"}}).exitStatus);
+    Disable();
+    EXPECT_EQ("minimal with-delay\n", Current());
+    ExpectRefused({{"rhlogin", "alice", kPassword}});
+}
+
+TEST_F(AuthselectHostTest, SingleServicesAreRefused) {
+    EXPECT_THAT(Refused({"logins", "enable", "--services", "rhlogin"}), HasSubstr("all its services together"));
+}
+
+TEST_F(AuthselectHostTest, WhatAuthselectRefusesIsTold) {
+    WriteFile(kAuthselect, "#!/bin/sh\n[ \"$1\" = current ] && exec echo minimal\necho '[error] no, thanks'\nexit 4\n");
+    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("[error] no, thanks"));
+    EXPECT_THAT(Differences(_selected, ReadLoginFiles()), IsEmpty());
+}
+
+TEST_F(AuthselectHostTest, SssdHasAProfileAlready) {
+    logins::Journal journal;
+    journal.Lock();
+    const logins::Plan plan = logins::PlanEnable(journal, {"pam_sss.so", {}, "sss", {}}, {});
+    std::string configuration;
+    for (const logins::Change& change : plan.changes) {
+        if (change.path == "/etc/authselect/authselect.conf") configuration = change.after.content;
+        EXPECT_EQ(std::string::npos, change.path.find("custom")) << change.path;
+    }
+    EXPECT_EQ("sssd\nwith-delay\n", configuration);
+    EXPECT_EQ("minimal with-delay\n", Current());
+}
+
+}  // namespace
+}  // namespace nimbrel::testing

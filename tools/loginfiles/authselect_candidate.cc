@@ -1,0 +1,130 @@
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <sstream>
+
+#include "tools/loginfiles/edits.h"
+#include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/plan.h"
+#include "tools/loginfiles/run.h"
+
+namespace nimbrel::logins {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kProgram[] = "/usr/bin/authselect";
+constexpr char kOwnProfile[] = "/etc/authselect/custom/nimauth";
+constexpr char kStateFolder[] = "/var/lib/authselect";
+
+std::string MustRun(const std::vector<std::string>& words) {
+    const RunResult result = Run(words);
+    if (result.status == 0) return result.output;
+    throw LoginsError(LoginsError::Kind::System, fs::path(words[0]).filename().string() + " failed: " + result.output);
+}
+
+std::vector<std::string> Split(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;) words.push_back(word);
+    return words;
+}
+
+void Mount(const char* source, const std::string& target, const char* type, unsigned long flags) {
+    const bool mounted = mount(source, target.c_str(), type, flags, nullptr) == 0;
+    const int error = errno;
+    if (!mounted) ThrowSystemError("mount a copy at", target, error);
+}
+
+void PutCopyOver(const std::string& folder, const std::string& space) {
+    if (!fs::is_directory(folder)) return;
+    const std::string copy = space + '/' + fs::path(folder).filename().string();
+    // What cannot be read or kept as it is matters only where authselect needs it, and then it says so.
+    const RunResult result = Run({"/bin/cp", "-a", folder, copy});
+    if (!fs::is_directory(copy)) {
+        throw LoginsError(LoginsError::Kind::System, "'" + folder + "' cannot be copied: " + result.output);
+    }
+    Mount(copy.c_str(), folder, nullptr, MS_BIND);
+}
+
+// From here on this process and its children have a /etc of their own.
+void EnterCopy(const std::string& folder) {
+    const bool apart = unshare(CLONE_NEWNS) == 0;
+    const int error = errno;
+    if (!apart) ThrowSystemError("make a mount namespace for", folder, error);
+    Mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE);
+    const std::string space = folder + "/space";
+    fs::create_directory(space);
+    Mount("tmpfs", space, "tmpfs", 0);
+    PutCopyOver("/etc", space);
+    PutCopyOver(kStateFolder, space);
+}
+
+void Select(const std::vector<std::string>& selection) {
+    std::vector<std::string> words = {kProgram, "select"};
+    words.insert(words.end(), selection.begin(), selection.end());
+    MustRun(words);
+}
+
+// The profile's templates by name; includes between them are by name, too.
+PamFiles Templates() {
+    PamFiles files;
+    for (const auto& item : fs::directory_iterator(kOwnProfile)) {
+        if (!item.is_regular_file()) continue;
+        files[item.path().filename().string()] = ReadWhole(item.path().string());
+    }
+    return files;
+}
+
+void WriteTemplate(const std::string& name, const std::string& text) {
+    const std::string path = std::string(kOwnProfile) + '/' + name;
+    WriteDurably(path, text);
+    fs::permissions(path, fs::perms(0644));
+}
+
+void MakeOwnProfile(const std::string& base, const ProviderModules& provider) {
+    MustRun({kProgram, "create-profile", "nimauth", "--base-on", base});
+    const PamFiles templates = Templates();
+    for (const char* const name : {"system-auth", "password-auth"}) {
+        if (templates.contains(name)) WriteTemplate(name, WithPamModuleInTemplate(templates, name, provider));
+    }
+    WriteTemplate("nsswitch.conf", WithNssServiceInTemplate(templates.at("nsswitch.conf"), provider));
+}
+
+void Enable(const ProviderModules& provider) {
+    std::vector<std::string> selection = Split(MustRun({kProgram, "current", "--raw"}));
+    if (selection.empty()) throw LoginsError(LoginsError::Kind::Refused, "authselect has no profile selected");
+    const bool sssd = provider.pamModule == "pam_sss.so" && provider.nssService == "sss";
+    const std::string wanted = sssd ? "sssd" : "custom/nimauth";
+    if (selection[0] == wanted) return;
+    if (!sssd && !fs::exists(kOwnProfile)) MakeOwnProfile(selection[0], provider);
+    selection[0] = wanted;
+    Select(selection);
+}
+
+void Leave(const std::string& folder) {
+    const std::string out = folder + "/out";
+    fs::create_directories(out + "/etc");
+    fs::create_directories(out + "/var/lib");
+    for (const std::string path : {"/etc/authselect", "/etc/pam.d", "/etc/nsswitch.conf", "/etc/dconf", kStateFolder}) {
+        if (fs::exists(fs::symlink_status(path))) MustRun({"/bin/cp", "-a", path, out + path});
+    }
+}
+
+}  // namespace
+
+void MakeAuthselectCandidate(const std::string& folder, const std::vector<std::string>& words) {
+    EnterCopy(folder);
+    if (!words.empty() && words[0] == "enable" && words.size() == 5) {
+        Enable({words[1], Split(words[2]), words[3], Split(words[4])});
+    } else {
+        Select({words.begin() + (words.empty() ? 0 : 1), words.end()});
+    }
+    Leave(folder);
+}
+
+}  // namespace nimbrel::logins

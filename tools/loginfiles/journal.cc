@@ -1,0 +1,315 @@
+#include "tools/loginfiles/journal.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/record_text.h"
+
+namespace nimbrel::logins {
+namespace {
+
+namespace fs = std::filesystem;
+
+// As many changes are remembered. Older ones go when a new one is recorded.
+constexpr std::size_t kKept = 50;
+
+void MakeFolder(const std::string& path, mode_t mode) {
+    const bool made = mkdir(path.c_str(), mode) == 0;
+    const int error = errno;
+    if (!made && error != EEXIST) ThrowSystemError("make the folder", path, error);
+    if (made) SyncFolder(FolderOf(path));
+}
+
+// The copy of `path` below `tree`, with every folder on the way.
+std::string PlaceBelow(const std::string& tree, const std::string& path) {
+    for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
+        MakeFolder(tree + path.substr(0, slash), 0755);
+    }
+    return tree + path;
+}
+
+// The folders on the way to a new file. They stay when the file goes again.
+void MakeFoldersFor(const std::string& path) { static_cast<void>(PlaceBelow("", path)); }
+
+void Keep(const std::string& tree, const std::string& path, const FileState& state) {
+    if (state.kind == FileState::Kind::Absent) return;
+    const std::string place = PlaceBelow(tree, path);
+    Stage(place, 0, state);
+    Replace(place, 0, state);
+}
+
+int IdOf(const fs::path& name) {
+    const std::string text = name.string();
+    return text.find_first_not_of("0123456789") == std::string::npos ? std::atoi(text.c_str()) : 0;
+}
+
+std::vector<fs::path> Names(const std::string& folder) {
+    std::vector<fs::path> names;
+    std::error_code error;
+    for (fs::directory_iterator item(folder, error), end; !error && item != end; item.increment(error)) {
+        names.push_back(item->path().filename());
+    }
+    return names;
+}
+
+void RemoveTree(const std::string& path) {
+    std::error_code ignored;  // what stays behind is removed by a later call
+    fs::remove_all(path, ignored);
+}
+
+// Empty if the change may stay as it is.
+std::string ReasonToTakeBack(const Entry& entry) {
+    if (entry.progress == Progress::Applying) return "the tool was interrupted";
+    if (entry.progress == Progress::Restoring) return entry.reason;
+    const bool overdue = entry.progress == Progress::Applied && IsOverdue(entry.record);
+    return overdue ? "nobody confirmed it in time" : "";
+}
+
+[[noreturn]] void ThrowChanged(const std::string& path) {
+    throw LoginsError(LoginsError::Kind::Changed, "'" + path + "' has been changed by somebody else in the meantime",
+                      "look at it, then run the command again");
+}
+
+}  // namespace
+
+Journal::Journal(std::string folder) : _folder(std::move(folder)) {}
+
+Journal::~Journal() {
+    if (_lock >= 0) close(_lock);
+}
+
+void Journal::Lock() {
+    if (_lock >= 0) return;
+    MakeFolder(FolderOf(_folder), 0755);
+    MakeFolder(_folder, 0700);
+    const std::string path = _folder + "/lock";
+    _lock = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    int error = errno;
+    if (_lock < 0) ThrowSystemError("open", path, error);
+    int locked = 0;
+    do {
+        locked = flock(_lock, LOCK_EX);
+        error = errno;
+    } while (locked != 0 && error == EINTR);
+    if (locked != 0) ThrowSystemError("lock", path, error);
+}
+
+std::string Journal::EntryFolder(int id) const { return _folder + '/' + std::to_string(id); }
+
+std::optional<Entry> Journal::Find(int id) const {
+    const std::string folder = EntryFolder(id);
+    if (access((folder + "/record").c_str(), F_OK) != 0) return std::nullopt;
+    Entry entry;
+    entry.record = ParseRecord(ReadWhole(folder + "/record"));
+    entry.record.id = id;
+    for (Change& change : entry.record.changes) {
+        change.before = ReadState(folder + "/before" + change.path);
+        change.after = ReadState(folder + "/after" + change.path);
+    }
+    ParseState(ReadWhole(folder + "/state"), entry);
+    return entry;
+}
+
+std::vector<Entry> Journal::Entries() const {
+    std::vector<Entry> entries;
+    for (const fs::path& name : Names(_folder)) {
+        const int id = IdOf(name);
+        if (std::optional<Entry> entry = id > 0 ? Find(id) : std::nullopt) entries.push_back(std::move(*entry));
+    }
+    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.record.id < b.record.id; });
+    return entries;
+}
+
+std::optional<Entry> Journal::Waiting() const {
+    for (Entry& entry : Entries()) {
+        if (entry.progress == Progress::Applied) return std::move(entry);
+    }
+    return std::nullopt;
+}
+
+int Journal::NextId() const {
+    int last = 0;
+    for (const fs::path& name : Names(_folder)) last = std::max(last, IdOf(name));
+    return last + 1;
+}
+
+// Built under another name, so that an entry is there whole or not at all.
+void Journal::Create(Record& record) {
+    record.id = NextId();
+    record.started = std::time(nullptr);
+    const std::string built = _folder + "/new-" + std::to_string(record.id);
+    MakeFolder(built, 0700);
+    for (const char* const tree : {"/before", "/after"}) MakeFolder(built + tree, 0700);
+    for (const Change& change : record.changes) {
+        Keep(built + "/before", change.path, change.before);
+        Keep(built + "/after", change.path, change.after);
+    }
+    WriteDurably(built + "/record", RecordText(record));
+    WriteDurably(built + "/state", StateText(Progress::Applying, ""));
+    SyncFolder(built);
+    const bool renamed = std::rename(built.c_str(), EntryFolder(record.id).c_str()) == 0;
+    const int error = errno;
+    if (!renamed) ThrowSystemError("record the change in", EntryFolder(record.id), error);
+    SyncFolder(_folder);
+}
+
+void Journal::SetProgress(int id, Progress progress, const std::string& reason) {
+    const std::string path = EntryFolder(id) + "/state";
+    std::string line = reason;
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    WriteDurably(path + ".new", StateText(progress, line));
+    const bool renamed = std::rename((path + ".new").c_str(), path.c_str()) == 0;
+    const int error = errno;
+    if (!renamed) ThrowSystemError("write", path, error);
+    SyncFolder(EntryFolder(id));
+}
+
+void Journal::ReplaceAll(const Record& record) {
+    // All that needs room or rights comes before the first file changes.
+    for (const Change& change : record.changes) {
+        if (change.after.kind != FileState::Kind::Absent) MakeFoldersFor(change.path);
+        Stage(change.path, record.id, change.after);
+    }
+    for (const Change& change : record.changes) {
+        if (ReadState(change.path) != change.before) ThrowChanged(change.path);
+        Replace(change.path, record.id, change.after);
+    }
+}
+
+int Journal::Apply(Record record, const std::function<void(int)>& armed) {
+    Lock();
+    for (const Change& change : record.changes) {
+        if (ReadState(change.path) != change.before) ThrowChanged(change.path);
+    }
+    Prune();
+    try {
+        Create(record);
+    } catch (...) {
+        RemoveLeftovers();  // compensated: a full disk gets its room back
+        throw;
+    }
+    try {
+        armed(record.id);
+        ReplaceAll(record);
+        SetProgress(record.id, record.deadline == 0 ? Progress::Confirmed : Progress::Applied);
+    } catch (const std::exception& error) {
+        Compensate(record, error.what());
+        throw;
+    }
+    if (record.undoes != 0) SetProgress(record.undoes, Progress::Undone);
+    return record.id;
+}
+
+// All or nothing.
+void Journal::Compensate(const Record& record, const std::string& reason) try {
+    TakeBack(record, reason);
+} catch (const LoginsError& error) {
+    throw LoginsError(LoginsError::Kind::System,
+                      reason + "; and then the files could not all be put back: " + error.what(),
+                      "remove what is in the way; the next 'nimauthctl logins show' puts the rest back. The files as "
+                      "they were are in " +
+                          EntryFolder(record.id) + "/before");
+}
+
+void Journal::TakeBack(const Record& record, const std::string& reason) {
+    SetProgress(record.id, Progress::Restoring, reason);
+    std::string left;
+    for (auto change = record.changes.rbegin(); change != record.changes.rend(); ++change) {
+        Unstage(change->path, record.id);
+        const FileState now = ReadState(change->path);
+        if (now == change->before) continue;
+        if (now != change->after) {
+            left += (left.empty() ? "; changed by somebody else and left alone: " : ", ") + change->path;
+            continue;
+        }
+        Stage(change->path, record.id, change->before);
+        Replace(change->path, record.id, change->before);
+    }
+    SetProgress(record.id, Progress::Restored, reason + left);
+}
+
+std::vector<Entry> Journal::Recover() {
+    if (_lock < 0 && access(_folder.c_str(), F_OK) != 0) return {};
+    Lock();
+    RemoveLeftovers();
+    MarkUndone();
+    std::vector<Entry> recovered;
+    const std::vector<Entry> entries = Entries();
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+        const std::string reason = ReasonToTakeBack(*entry);
+        if (reason.empty()) continue;
+        TakeBack(entry->record, reason);
+        recovered.push_back(*Find(entry->record.id));
+    }
+    return recovered;
+}
+
+// A crash may have come between the last file of an undo and the mark on what it undid.
+void Journal::MarkUndone() {
+    for (const Entry& entry : Entries()) {
+        const bool stands = entry.progress == Progress::Applied || entry.progress == Progress::Confirmed;
+        if (!stands || entry.record.undoes == 0) continue;
+        const std::optional<Entry> undone = Find(entry.record.undoes);
+        if (undone && undone->progress != Progress::Undone) SetProgress(undone->record.id, Progress::Undone);
+    }
+}
+
+void Journal::Confirm(int id) {
+    Lock();
+    SetProgress(id, Progress::Confirmed);
+}
+
+std::string Journal::MakeCandidateFolder() const {
+    std::string path = _folder + "/candidate-XXXXXX";
+    const bool made = mkdtemp(path.data()) != nullptr;
+    const int error = errno;
+    if (!made) ThrowSystemError("make the folder", path, error);
+    return path;
+}
+
+void Journal::RemoveLeftovers() {
+    for (const fs::path& name : Names(_folder)) {
+        const std::string text = name.string();
+        if (text.starts_with("new-") || text.starts_with("candidate-")) RemoveTree(_folder + '/' + text);
+    }
+}
+
+void Journal::Prune() {
+    std::vector<Entry> entries = Entries();
+    for (std::size_t index = 0; index + kKept < entries.size(); ++index) {
+        // Under a name that says so first: an entry is there whole or not at all.
+        const std::string folder = EntryFolder(entries[index].record.id);
+        if (std::rename(folder.c_str(), (_folder + "/new-pruned").c_str()) == 0) RemoveTree(_folder + "/new-pruned");
+    }
+}
+
+std::string Journal::BootId() {
+    std::string id = ReadWhole("/proc/sys/kernel/random/boot_id");
+    while (id.ends_with('\n')) id.pop_back();
+    return id;
+}
+
+std::int64_t Journal::MillisecondsSinceBoot() {
+    struct timespec now = {};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+bool IsOverdue(const Record& record) {
+    if (record.deadline == 0) return false;
+    return record.bootId != Journal::BootId() || Journal::MillisecondsSinceBoot() >= record.deadline;
+}
+
+}  // namespace nimbrel::logins

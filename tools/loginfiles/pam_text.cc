@@ -1,0 +1,174 @@
+#include "tools/loginfiles/pam_text.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <set>
+#include <system_error>
+
+#include "tools/loginfiles/file_state.h"
+
+namespace nimbrel::logins {
+namespace {
+
+constexpr char kBlanks[] = " \t\r\n";
+constexpr std::size_t kDeepestInclude = 32;
+
+// The next line with its end.
+std::string_view TakeLine(std::string_view& rest) {
+    const std::size_t size = std::min(rest.find('\n'), rest.size() - 1) + 1;
+    const std::string_view line = rest.substr(0, size);
+    rest.remove_prefix(size);
+    return line;
+}
+
+// A line without its comment and its end; `continues` tells of a '\' there.
+std::string Content(std::string_view line, bool& continues) {
+    std::string content(line.substr(0, line.find('#')));
+    while (!content.empty() && std::string_view(kBlanks).find(content.back()) != std::string_view::npos) {
+        content.pop_back();
+    }
+    continues = content.ends_with('\\');
+    if (continues) content.back() = ' ';
+    return content;
+}
+
+// Words; a bracket is one word, whatever is in it.
+std::vector<std::string> Words(const std::string& content) {
+    std::vector<std::string> words;
+    std::size_t begin = content.find_first_not_of(kBlanks);
+    while (begin != std::string::npos) {
+        const bool bracket = content[begin] == '[';
+        std::size_t end = bracket ? content.find(']', begin) : content.find_first_of(kBlanks, begin);
+        end = end == std::string::npos ? content.size() : end + (bracket ? 1 : 0);
+        words.push_back(content.substr(begin, end - begin));
+        begin = content.find_first_not_of(kBlanks, end);
+    }
+    return words;
+}
+
+std::string LowerCase(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+bool IsType(const std::string& word) {
+    constexpr std::array<const char*, 4> kTypes = {"auth", "account", "password", "session"};
+    return std::find(kTypes.begin(), kTypes.end(), word) != kTypes.end();
+}
+
+void Understand(const std::string& content, PamLine& line) {
+    std::vector<std::string> words = Words(content);
+    if (words.empty()) return;
+    line.kind = PamLine::Kind::Unreadable;
+    if (words[0] == "@include" && words.size() == 2) {
+        line.kind = PamLine::Kind::Include;
+        line.module = words[1];
+        return;
+    }
+    line.optional = words[0].starts_with('-');
+    line.type = LowerCase(words[0].substr(line.optional ? 1 : 0));
+    if (!IsType(line.type) || words.size() < 3) return;
+    line.kind = PamLine::Kind::Rule;
+    line.control = LowerCase(words[1]);
+    line.module = words[2];
+    line.arguments.assign(words.begin() + 3, words.end());
+}
+
+void ReadFolder(const std::string& folder, PamFiles& files) {
+    std::error_code error;
+    for (std::filesystem::directory_iterator item(folder, error), end; !error && item != end; item.increment(error)) {
+        const std::string name = item->path().filename().string();
+        if (name.starts_with('.') || name.ends_with('~') || !item->is_regular_file()) continue;
+        if (!files.contains(name)) files[name] = ReadWhole(Resolve(item->path().string()));
+    }
+}
+
+class Expansion {
+ public:
+    Expansion(const PamFiles& files, std::string_view type) : _files(files), _type(type) {}
+
+    void Add(const std::string& file, std::string_view onlyType) {
+        for (const PamLine& line : ParsePam(_files.at(file))) AddLine(file, line, onlyType);
+    }
+    std::vector<EffectiveRule> Take() { return std::move(_rules); }
+
+ private:
+    void AddLine(const std::string& file, const PamLine& line, std::string_view onlyType) {
+        const bool typed = line.kind == PamLine::Kind::Rule;
+        const bool wanted = typed ? (onlyType.empty() || line.type == onlyType) && (_type.empty() || line.type == _type)
+                                  : line.kind != PamLine::Kind::Nothing;
+        if (!wanted) return;
+        if (!line.IncludesAnother() || !_files.contains(line.module) || _depth > kDeepestInclude) {
+            _rules.push_back({line, file});
+            return;
+        }
+        ++_depth;
+        Add(line.module, typed ? std::string_view(line.type) : onlyType);
+        --_depth;
+    }
+
+    const PamFiles& _files;
+    std::string_view _type;
+    std::size_t _depth = 0;
+    std::vector<EffectiveRule> _rules;
+};
+
+}  // namespace
+
+std::vector<PamLine> ParsePam(const std::string& text) {
+    std::vector<PamLine> lines;
+    std::string_view rest = text;
+    int number = 1;
+    while (!rest.empty()) {
+        PamLine line;
+        line.number = number;
+        std::string content;
+        bool continues = true;
+        while (continues && !rest.empty()) {
+            const std::string_view raw = TakeLine(rest);
+            line.raw += raw;
+            content += Content(raw, continues);
+            ++number;
+        }
+        Understand(content, line);
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+std::string ModuleName(const PamLine& line) { return line.module.substr(line.module.rfind('/') + 1); }
+
+int LongestJump(const std::string& control) {
+    int longest = 0;
+    for (std::size_t sign = control.find('='); sign != std::string::npos; sign = control.find('=', sign + 1)) {
+        longest = std::max(longest, std::atoi(control.c_str() + sign + 1));
+    }
+    return longest;
+}
+
+PamFiles ReadPamFiles() {
+    PamFiles files;
+    ReadFolder(kPamFolder, files);
+    ReadFolder("/usr/lib/pam.d", files);
+    return files;
+}
+
+std::vector<EffectiveRule> EffectiveStack(const PamFiles& files, const std::string& service, std::string_view type) {
+    const std::string file = files.contains(service) ? service : "other";
+    if (!files.contains(file)) return {};
+    Expansion expansion(files, type);
+    expansion.Add(file, {});
+    return expansion.Take();
+}
+
+bool Uses(const PamFiles& files, const std::string& service, std::string_view type, const std::string& module) {
+    const std::vector<EffectiveRule> rules = EffectiveStack(files, service, type);
+    return std::any_of(rules.begin(), rules.end(),
+                       [&](const EffectiveRule& rule) { return ModuleName(rule.line) == module; });
+}
+
+}  // namespace nimbrel::logins

@@ -1,0 +1,157 @@
+#include "tools/loginfiles/plan.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "tools/loginfiles/edits.h"
+#include "tools/loginfiles/logins_error.h"
+
+namespace nimbrel::logins {
+namespace {
+
+void EditNsswitch(const ProviderModules& provider, bool enable, ChangeSet& changes) {
+    const std::string text = changes.Content(kNsswitch).value_or("");
+    changes.SetContent(kNsswitch, EditOf(kNsswitch, [&] {
+                           return enable ? WithNssService(text, provider) : WithoutNssService(text, provider);
+                       }));
+}
+
+void RequireServices(const std::vector<std::string>& services) {
+    const PamFiles files = ReadPamFiles();
+    for (const std::string& service : services) {
+        if (files.contains(service)) continue;
+        throw LoginsError(LoginsError::Kind::Refused, "there is no PAM service '" + service + "'",
+                          "'nimauthctl logins show' lists the services");
+    }
+}
+
+bool AnyFileHas(const PamFiles& files, const std::string& module) {
+    return std::any_of(files.begin(), files.end(), [&](const auto& file) { return HasPamModule(file.second, module); });
+}
+
+// Walks the journal backwards through every change that still stands and puts its files back, as long as each is what
+// that change left. Unset if somebody else has changed one of them, or if the module is still there in the end.
+std::optional<std::vector<Change>> ExactWayBack(const Journal& journal, const ProviderModules& provider) {
+    ChangeSet back;
+    std::vector<Entry> entries = journal.Entries();
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+        if (entry->progress != Progress::Confirmed || entry->record.undoes != 0) continue;
+        if (entry->record.action != "enable") break;
+        for (const Change& change : entry->record.changes) {
+            if (back.ExactState(change.path) != change.after) return std::nullopt;
+            back.SetExactly(change.path, change.before);
+        }
+    }
+    std::vector<Change> changes = back.Take();
+    if (changes.empty() || AnyFileHas(FilesAfter(changes), provider.pamModule)) return std::nullopt;
+    return changes;
+}
+
+}  // namespace
+
+const char* Name(Mechanism mechanism) {
+    switch (mechanism) {
+        case Mechanism::PamAuthUpdate:
+            return "pam-auth-update";
+        case Mechanism::Authselect:
+            return "authselect";
+        case Mechanism::Plain:
+            break;
+    }
+    return "plain";
+}
+
+Mechanism HostMechanism() {
+    if (access("/etc/authselect/authselect.conf", F_OK) == 0) return Mechanism::Authselect;
+    const bool debian = access("/usr/sbin/pam-auth-update", X_OK) == 0 && access("/etc/pam.d/common-auth", F_OK) == 0;
+    return debian ? Mechanism::PamAuthUpdate : Mechanism::Plain;
+}
+
+Change& ChangeSet::AtExactly(const std::string& path) {
+    const auto found =
+        std::find_if(_changes.begin(), _changes.end(), [&](const Change& change) { return change.path == path; });
+    if (found != _changes.end()) return *found;
+    const FileState now = ReadState(path);
+    _changes.push_back({path, now, now});
+    return _changes.back();
+}
+
+Change& ChangeSet::At(const std::string& path) { return AtExactly(Resolve(path)); }
+
+std::optional<std::string> ChangeSet::Content(const std::string& path) {
+    const FileState& after = At(path).after;
+    return after.kind == FileState::Kind::Regular ? std::optional(after.content) : std::nullopt;
+}
+
+void ChangeSet::SetContent(const std::string& path, const std::string& content) {
+    Change& change = At(path);
+    change.after = change.after.With(content);
+}
+
+void ChangeSet::Remove(const std::string& path) { At(path).after = {}; }
+
+std::vector<Change> ChangeSet::Take() {
+    std::erase_if(_changes, [](const Change& change) { return change.before == change.after; });
+    return std::move(_changes);
+}
+
+Plan PlanEnable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
+    RequireServices(services);
+    const Mechanism mechanism = HostMechanism();
+    ChangeSet changes;
+    if (mechanism == Mechanism::Authselect) {
+        if (!services.empty()) {
+            throw LoginsError(LoginsError::Kind::Refused, "authselect manages this host, and all its services together",
+                              "leave out --services");
+        }
+        EnableAuthselect(journal, provider, changes);
+        return {Name(mechanism), changes.Take()};
+    }
+    const bool whole = mechanism == Mechanism::PamAuthUpdate && services.empty();
+    if (whole) {
+        EnablePamAuthUpdate(journal, provider, changes);
+    } else {
+        AddPlain(provider, services, changes);
+    }
+    EditNsswitch(provider, true, changes);
+    return {Name(whole ? mechanism : Mechanism::Plain), changes.Take()};
+}
+
+Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
+    RequireServices(services);
+    const Mechanism mechanism = HostMechanism();
+    if (services.empty()) {
+        if (std::optional<std::vector<Change>> back = ExactWayBack(journal, provider)) {
+            return {Name(mechanism), std::move(*back)};
+        }
+    }
+    ChangeSet changes;
+    if (mechanism == Mechanism::Authselect) {
+        DisableAuthselect(journal, provider, changes);
+        return {Name(mechanism), changes.Take()};
+    }
+    if (mechanism == Mechanism::PamAuthUpdate && services.empty()) {
+        DisablePamAuthUpdate(journal, provider, changes);
+    }
+    RemovePlain(provider, services, changes);
+    ChangeSet names = changes;
+    const bool unused = !AnyFileHas(FilesAfter(names.Take()), provider.pamModule);
+    if (unused) EditNsswitch(provider, false, changes);
+    Plan plan = {Name(mechanism), changes.Take()};
+    if (!unused) plan.notes.push_back("other services still have the module, so the name services stay");
+    return plan;
+}
+
+PamFiles FilesAfter(const std::vector<Change>& changes) {
+    PamFiles files = ReadPamFiles();
+    for (auto& [name, text] : files) {
+        const std::string path = Resolve(std::string(kPamFolder) + '/' + name);
+        for (const Change& change : changes) {
+            if (change.path == path) text = change.after.content;
+        }
+    }
+    return files;
+}
+
+}  // namespace nimbrel::logins

@@ -1,0 +1,53 @@
+#include <unistd.h>
+#include <algorithm>
+
+#include "tools/loginfiles/edits.h"
+#include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/plan.h"
+
+namespace nimbrel::logins {
+namespace {
+
+constexpr char kPassword[] = "pam_unix.so";
+
+std::string PathOf(const std::string& name) { return std::string(kPamFolder) + '/' + name; }
+
+// Without named services: the files that ask pam_unix.so themselves, the shared ones among them.
+std::vector<std::string> Concerned(const PamFiles& files, const std::vector<std::string>& services) {
+    if (!services.empty()) return services;
+    std::vector<std::string> names;
+    for (const auto& [name, text] : files) {
+        if (HasPamModule(text, kPassword)) names.push_back(name);
+    }
+    return names;
+}
+
+}  // namespace
+
+void AddPlain(const ProviderModules& provider, const std::vector<std::string>& services, ChangeSet& changes) {
+    const PamFiles files = ReadPamFiles();
+    bool any = false;
+    for (const std::string& name : Concerned(files, services)) {
+        const std::string edited = EditOf(PathOf(name), [&] { return WithPamModule(files, name, provider); });
+        changes.SetContent(PathOf(name), edited);
+        any = any || Uses(files, name, "auth", provider.pamModule) || edited != files.at(name);
+    }
+    if (any) return;
+    throw LoginsError(LoginsError::Kind::Refused,
+                      "no PAM file leads to pam_unix.so, so there is no place for the module", "add the rules by hand");
+}
+
+void RemovePlain(const ProviderModules& provider, const std::vector<std::string>& services, ChangeSet& changes) {
+    const bool debian = HostMechanism() == Mechanism::PamAuthUpdate;
+    for (const auto& [name, text] : ReadPamFiles()) {
+        if (debian && IsMadeByPamAuthUpdate(name)) continue;  // another profile's rules are not ours
+        const bool meant = services.empty() || std::find(services.begin(), services.end(), name) != services.end();
+        const std::optional<std::string> now = changes.Content(PathOf(name));
+        if (meant && now && HasPamModule(*now, provider.pamModule)) {
+            changes.SetContent(PathOf(name),
+                               EditOf(PathOf(name), [&] { return WithoutPamModule(*now, provider.pamModule); }));
+        }
+    }
+}
+
+}  // namespace nimbrel::logins

@@ -1,0 +1,234 @@
+#include "tools/loginfiles/trial.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <set>
+#include <sstream>
+#include <system_error>
+
+#include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/run.h"
+#include "tools/loginfiles/watch.h"
+
+namespace nimbrel::logins {
+namespace {
+
+constexpr std::array<const char*, 5> kModuleFolders = {"/lib/" NIMAUTH_MULTIARCH "/security",
+                                                       "/usr/lib/" NIMAUTH_MULTIARCH "/security", "/lib64/security",
+                                                       "/usr/lib64/security", "/lib/security"};
+constexpr std::array<const char*, 4> kLibraryFolders = {"/lib/" NIMAUTH_MULTIARCH, "/usr/lib/" NIMAUTH_MULTIARCH,
+                                                        "/lib64", "/usr/lib64"};
+
+template <typename Folders>
+std::string FindIn(const Folders& folders, const std::string& name) {
+    if (name.starts_with('/')) return name;
+    for (const char* const folder : folders) {
+        const std::string path = std::string(folder) + '/' + name;
+        if (access(path.c_str(), F_OK) == 0) return path;
+    }
+    throw LoginsError(LoginsError::Kind::Refused, "'" + name + "' is not installed",
+                      "install the package that holds it; logins through it would fail");
+}
+
+// What one module answers, as the arguments of pam_debug.so; unset to leave the rule as it is.
+using Answers = std::function<std::string(const PamLine&)>;
+
+// A line with another file or module in its place.
+std::string WithModule(const PamLine& line, const std::string& module, const std::string& arguments) {
+    if (line.kind == PamLine::Kind::Include) return "@include " + module + '\n';
+    return (line.optional ? "-" : "") + line.type + ' ' + line.control + ' ' + module + ' ' + arguments + '\n';
+}
+
+std::string Rewrite(const std::string& text, const std::string& folder, const Answers& answers) {
+    std::string rewritten;
+    for (const PamLine& line : ParsePam(text)) {
+        if (line.kind == PamLine::Kind::Nothing || line.kind == PamLine::Kind::Unreadable) {
+            rewritten += line.raw;
+        } else if (line.IncludesAnother()) {
+            rewritten += WithModule(line, line.module.starts_with('/') ? line.module : folder + '/' + line.module, "");
+        } else {
+            const std::string answer = answers ? answers(line) : "";
+            rewritten += answer.empty() ? line.raw : WithModule(line, "pam_debug.so", answer);
+        }
+    }
+    return rewritten;
+}
+
+std::string Always(const std::string& result) { return "auth=" + result + " cred=" + result + " acct=" + result; }
+
+bool IsAny(const std::string& name, std::initializer_list<const char*> names) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// A root whose password is right or wrong, on a host whose directory answers `directory` for local accounts.
+Answers Root(const ProviderModules& provider, bool right, const std::string& directory) {
+    return [=](const PamLine& line) -> std::string {
+        const std::string name = ModuleName(line);
+        if (IsAny(name, {"pam_deny.so", "pam_permit.so"})) return "";
+        if (name == provider.pamModule) return Always(directory);
+        if (name == "pam_unix.so") return right ? Always("success") : "auth=auth_err cred=success acct=success";
+        if (name == "pam_localuser.so") return Always("success");
+        if (name == "pam_usertype.so") return Always("auth_err");
+        return Always(right ? "success" : "ignore");
+    };
+}
+
+Answers DirectoryUser(const ProviderModules& provider, bool right) {
+    return [=](const PamLine& line) -> std::string {
+        const std::string name = ModuleName(line);
+        if (IsAny(name, {"pam_deny.so", "pam_permit.so"})) return "";
+        if (name == provider.pamModule) return right ? Always("success") : "auth=auth_err cred=success acct=success";
+        if (name == "pam_unix.so") return "auth=auth_err cred=success acct=success";
+        if (name == "pam_localuser.so") return Always("perm_denied");
+        if (name == "pam_usertype.so") return Always("success");
+        return Always(right && name != "pam_rootok.so" ? "success" : "ignore");
+    };
+}
+
+class Trial {
+ public:
+    Trial(const Journal& journal, const ProviderModules& provider, const Candidate& candidate)
+        : _provider(provider), _candidate(candidate), _root(journal.MakeCandidateFolder()) {
+        for (const auto& [name, text] : candidate.after) {
+            if (IsNamed(name) || Differs(name)) _services.push_back(name);
+        }
+    }
+    Trial(const Trial&) = delete;
+    Trial& operator=(const Trial&) = delete;
+    ~Trial() {
+        std::error_code ignored;  // left over for the next call to remove
+        std::filesystem::remove_all(_root, ignored);
+    }
+
+    void Run() {
+        if (_candidate.enable) LoadModules();
+        if (_services.empty()) return;
+        Open();
+        for (const char* const directory : {"user_unknown", "authinfo_unavail", "module_unknown"}) {
+            MustEnter("root with the right password", Root(_provider, true, directory), true);
+        }
+        MustNotEnter("root with a wrong password", Root(_provider, false, "user_unknown"));
+        if (!_candidate.enable) return;
+        MustEnter("a directory user with the right password", DirectoryUser(_provider, true), false);
+        MustNotEnter("a directory user with a wrong password", DirectoryUser(_provider, false));
+    }
+
+ private:
+    using Failures = std::map<std::string, std::string>;  // by service
+
+    bool IsNamed(const std::string& name) const {
+        return std::find(_candidate.named.begin(), _candidate.named.end(), name) != _candidate.named.end();
+    }
+    bool Differs(const std::string& name) const;
+    std::string Write(const PamFiles& files, const Answers& answers);
+    Failures Ask(const std::string& question, const std::vector<std::string>& words) const;
+    Failures Ask(const std::string& question, const PamFiles& files, const Answers& answers);
+    void LoadModules() const;
+    void Open();
+    void MustEnter(const std::string& who, const Answers& answers, bool likeBefore);
+    void MustNotEnter(const std::string& who, const Answers& answers);
+
+    const ProviderModules& _provider;
+    const Candidate& _candidate;
+    std::string _root;
+    std::vector<std::string> _services;  // those that the change concerns
+    int _folders = 0;
+};
+
+bool Trial::Differs(const std::string& name) const {
+    const auto text = [&](const PamFiles& files) {
+        std::string all;
+        for (const EffectiveRule& rule : EffectiveStack(files, name)) all += rule.line.raw;
+        return all;
+    };
+    return text(_candidate.before) != text(_candidate.after);
+}
+
+// A folder of service files in which every module is replaced as `answers` says; null leaves the real ones.
+std::string Trial::Write(const PamFiles& files, const Answers& answers) {
+    const std::string folder = _root + '/' + std::to_string(++_folders);
+    std::filesystem::create_directory(folder);
+    for (const auto& [name, text] : files) {
+        const std::string path = folder + '/' + name;
+        WriteDurably(path, Rewrite(text, folder, answers));
+    }
+    return folder;
+}
+
+Trial::Failures Trial::Ask(const std::string& question, const std::vector<std::string>& words) const {
+    std::vector<std::string> all = {kHelper, question};
+    all.insert(all.end(), words.begin(), words.end());
+    const RunResult result = nimbrel::logins::Run(all);
+    if (result.status != 0) {
+        throw LoginsError(LoginsError::Kind::Refused,
+                          "the trial of the candidate ended early, a module may be broken: " + result.output);
+    }
+    Failures failures;
+    std::istringstream lines(result.output);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t tab = line.find('\t');
+        if (tab != std::string::npos) failures[line.substr(0, tab)] = line.substr(tab + 1);
+    }
+    return failures;
+}
+
+Trial::Failures Trial::Ask(const std::string& question, const PamFiles& files, const Answers& answers) {
+    std::vector<std::string> words = {Write(files, answers)};
+    words.insert(words.end(), _services.begin(), _services.end());
+    return Ask(question, words);
+}
+
+void Trial::LoadModules() const {
+    const Failures failures = Ask("load", {FindIn(kModuleFolders, _provider.pamModule),
+                                           FindIn(kLibraryFolders, "libnss_" + _provider.nssService + ".so.2")});
+    if (failures.empty()) return;
+    throw LoginsError(LoginsError::Kind::Refused,
+                      "'" + failures.begin()->first + "' cannot be loaded: " + failures.begin()->second,
+                      "install what it needs");
+}
+
+void Trial::Open() {
+    const Failures before = Ask("open", _candidate.before, nullptr);
+    const Failures after = Ask("open", _candidate.after, nullptr);
+    for (const auto& [service, reason] : after) {
+        if (before.contains(service) && !IsNamed(service)) continue;
+        throw LoginsError(LoginsError::Kind::Refused, "libpam cannot open the service '" + service + "': " + reason,
+                          "look at /etc/pam.d/" + service + " and the files that it includes");
+    }
+    std::erase_if(_services, [&](const std::string& service) { return after.contains(service); });
+}
+
+void Trial::MustEnter(const std::string& who, const Answers& answers, bool likeBefore) {
+    const Failures before = likeBefore ? Ask("enter", _candidate.before, answers) : Failures();
+    for (const auto& [service, reason] : Ask("enter", _candidate.after, answers)) {
+        const bool concerned = likeBefore || Uses(_candidate.after, service, "auth", _provider.pamModule);
+        if (before.contains(service) || !concerned) continue;
+        throw LoginsError(LoginsError::Kind::Refused, who + " could not log in through '" + service + "': " + reason,
+                          "look at the rules of /etc/pam.d/" + service + " that jump or end the stack");
+    }
+}
+
+void Trial::MustNotEnter(const std::string& who, const Answers& answers) {
+    const Failures before = Ask("enter", _candidate.before, answers);
+    const Failures after = Ask("enter", _candidate.after, answers);
+    for (const std::string& service : _services) {
+        if (after.contains(service) || !before.contains(service)) continue;
+        throw LoginsError(LoginsError::Kind::Refused, who + " would be let in by '" + service + "'",
+                          "look at the rules of /etc/pam.d/" + service + " that jump or end the stack");
+    }
+}
+
+}  // namespace
+
+void Try(const Journal& journal, const ProviderModules& provider, const Candidate& candidate) {
+    Trial(journal, provider, candidate).Run();
+}
+
+}  // namespace nimbrel::logins

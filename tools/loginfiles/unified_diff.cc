@@ -1,0 +1,122 @@
+#include "tools/loginfiles/unified_diff.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace nimbrel::logins {
+namespace {
+
+constexpr std::size_t kContext = 3;
+
+// One line of the output: ' ', '-' or '+', and where it stands in both texts (from 0, before the line).
+struct Step {
+    char mark;
+    std::string_view line;
+    std::size_t before;
+    std::size_t after;
+};
+
+// Lines with their ends; the last one may have none.
+std::vector<std::string_view> Lines(const std::string* text) {
+    std::vector<std::string_view> lines;
+    if (text == nullptr) return lines;
+    std::string_view rest = *text;
+    while (!rest.empty()) {
+        const std::size_t size = std::min(rest.find('\n'), rest.size() - 1) + 1;
+        lines.push_back(rest.substr(0, size));
+        rest.remove_prefix(size);
+    }
+    return lines;
+}
+
+// The lengths of the longest common rest from each pair of positions on.
+class CommonRests {
+ public:
+    CommonRests(const std::vector<std::string_view>& a, const std::vector<std::string_view>& b)
+        : _columns(b.size() + 1), _lengths((a.size() + 1) * _columns) {
+        for (std::size_t i = a.size(); i-- > 0;) {
+            for (std::size_t j = b.size(); j-- > 0;) {
+                Cell(i, j) = a[i] == b[j] ? Cell(i + 1, j + 1) + 1 : std::max(Cell(i + 1, j), Cell(i, j + 1));
+            }
+        }
+    }
+    std::uint32_t& Cell(std::size_t i, std::size_t j) { return _lengths[i * _columns + j]; }
+
+ private:
+    std::size_t _columns;
+    std::vector<std::uint32_t> _lengths;
+};
+
+std::vector<Step> Steps(const std::vector<std::string_view>& a, const std::vector<std::string_view>& b) {
+    CommonRests rests(a, b);
+    std::vector<Step> steps;
+    std::size_t i = 0;
+    std::size_t j = 0;
+    while (i < a.size() || j < b.size()) {
+        if (i < a.size() && j < b.size() && a[i] == b[j]) {
+            steps.push_back({' ', a[i], i, j});
+            ++i, ++j;
+        } else if (i < a.size() && (j == b.size() || rests.Cell(i + 1, j) >= rests.Cell(i, j + 1))) {
+            steps.push_back({'-', a[i], i, j});
+            ++i;
+        } else {
+            steps.push_back({'+', b[j], i, j});
+            ++j;
+        }
+    }
+    return steps;
+}
+
+// "12,7": the first line, from 1, and how many; an empty range names the line before it.
+std::string Range(std::size_t first, std::size_t count) {
+    return std::to_string(count == 0 ? first : first + 1) + ',' + std::to_string(count);
+}
+
+std::string Hunk(const std::vector<Step>& steps, std::size_t begin, std::size_t end) {
+    std::string body;
+    std::size_t before = 0;
+    std::size_t after = 0;
+    for (std::size_t index = begin; index < end; ++index) {
+        const Step& step = steps[index];
+        before += step.mark == '+' ? 0 : 1;
+        after += step.mark == '-' ? 0 : 1;
+        body += step.mark;
+        body += step.line;
+        if (!step.line.ends_with('\n')) body += "\n\\ No newline at end of file\n";
+    }
+    return "@@ -" + Range(steps[begin].before, before) + " +" + Range(steps[begin].after, after) + " @@\n" + body;
+}
+
+// Where the hunk that begins with the change at `first` ends: changes closer than twice the context share one.
+std::size_t HunkEnd(const std::vector<Step>& steps, std::size_t first) {
+    std::size_t last = first;
+    for (std::size_t index = first; index < steps.size() && index <= last + 2 * kContext + 1; ++index) {
+        if (steps[index].mark != ' ') last = index;
+    }
+    return std::min(last + 1 + kContext, steps.size());
+}
+
+}  // namespace
+
+std::string UnifiedDiff(const std::string& path, const std::string* before, const std::string* after) {
+    const std::vector<std::string_view> a = Lines(before);
+    const std::vector<std::string_view> b = Lines(after);
+    const std::vector<Step> steps = Steps(a, b);
+    std::string hunks;
+    std::size_t done = 0;
+    for (std::size_t index = 0; index < steps.size(); ++index) {
+        if (steps[index].mark == ' ') continue;
+        const std::size_t begin = std::max(done, index < kContext ? 0 : index - kContext);
+        done = HunkEnd(steps, index);
+        hunks += Hunk(steps, begin, done);
+        index = done - 1;
+    }
+    const bool same = hunks.empty() && (before == nullptr) == (after == nullptr);
+    if (same) return "";
+    return "--- " + (before == nullptr ? "/dev/null" : path) + "\n+++ " + (after == nullptr ? "/dev/null" : path) +
+           "\n" + hunks;
+}
+
+}  // namespace nimbrel::logins

@@ -1,0 +1,30 @@
+// What the host's own files say about who may log in: nsswitch.conf and the PAM services. Read only.
+
+#ifndef NIMAUTHCTL_CHECKS_LOGIN_FILES_H_
+#define NIMAUTHCTL_CHECKS_LOGIN_FILES_H_
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace nimbrel::nimauthctl {
+
+// The file's bytes; unset if it cannot be read.
+std::optional<std::string> ReadText(const std::string& path);
+
+// Whether the line of `database` in nsswitch.conf's text names the service.
+bool NamesService(const std::string& nsswitch, const std::string& database, const std::string& service);
+
+// Whether the PAM service's lines of `type` ("auth") come to `module` ("pam_sss.so"), through files that they include
+// too. `folder` is where the services are, /etc/pam.d.
+bool ReachesModule(const std::string& folder, const std::string& service, const std::string& type,
+                   const std::string& module);
+
+// The files that match the pattern below `root`, sorted, without `root`.
+std::vector<std::string> AllMatches(const std::string& root, const std::string& pattern);
+// The first file that matches one of the patterns below `root`; empty if there is none.
+std::string FirstMatch(const std::string& root, const std::vector<std::string>& patterns);
+
+}  // namespace nimbrel::nimauthctl
+
+#endif  // NIMAUTHCTL_CHECKS_LOGIN_FILES_H_
