@@ -19,6 +19,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <syslog.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -335,6 +336,7 @@ int main(int argc, char** argv) {
     long threadCount = 1;
     int next = 1;
     setvbuf(stdout, NULL, _IOLBF, 0);
+    openlog("probe", LOG_PERROR, LOG_USER); /* the boxes have no log service: what the provider logs is seen here */
     while (next + 1 < argc && strncmp(argv[next], "--", 2) == 0) {
         long* option = strcmp(argv[next], "--repeat") == 0 ? &work.repeat : &threadCount;
         *option = strtol(argv[next + 1], NULL, 10);

@@ -167,7 +167,7 @@ alone_fifty_hosts_join_at_once() {
     wait
     echo "note: 50 joins in $(seconds_since "$start") s"
     for host in "${hosts[@]}"; do
-        grep -q '^join status=0 ' "/mnt/lab/fifty.$host" || failed+=("$host: $(head -n 1 "/mnt/lab/fifty.$host")")
+        grep -q '^join status=0 ' "/mnt/lab/fifty.$host" || failed+=("$host: $(tr '\n' ' ' <"/mnt/lab/fifty.$host")")
     done
     equals "failed joins" "" "${failed[*]}"
     for host in "${hosts[@]}"; do

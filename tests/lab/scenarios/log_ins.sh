@@ -1,12 +1,18 @@
 # Users of the directory resolve and log in on a joined host, through the modules that the provider names. SSSD is laid
 # over the member hosts from its packages; name-service and PAM files are edited here as an administrator would.
 
-# A host with SSSD, not joined yet. The PAM service `domain` has SSSD's module alone, so that each result is its own.
-log_in_member() {
+# A host with SSSD, not joined yet.
+sssd_member() {
     [ -d /mnt/kept/sssd ] || differs "SSSD's packages in /mnt/kept/sssd (tests/lab/lib/sssd-packages)" there missing
     member /mnt/kept/sssd
     in_box "$node" bash -c '
-        mkdir -p /var/lib/sss/{db,mc,pipes/private,pubconf/krb5.include.d,gpo_cache,secrets,deskprofile} /var/log/sssd
+        mkdir -p /var/lib/sss/{db,mc,pipes/private,pubconf/krb5.include.d,gpo_cache,secrets,deskprofile} /var/log/sssd'
+}
+
+# Its PAM service `domain` has SSSD's module alone, so that each result is its own.
+log_in_member() {
+    sssd_member
+    in_box "$node" bash -c '
         sed -i "s/^\(passwd\|group\): .*/\1: files sss/" /etc/nsswitch.conf
         printf "%s required pam_sss.so\n" auth account session >/etc/pam.d/domain'
 }
@@ -184,6 +190,52 @@ scenario_log_in_settings_reach_sssd() {
     equals "status of no smart-card services" 0 "$(probe_status)"
     succeeds sssctl config-check
     logs_in alice@corp.test
+}
+
+# What `logins` may touch, file by file.
+log_in_files() {
+    in_box "$node" bash -c 'find /etc/pam.d /etc/nsswitch.conf /usr/share/pam-configs /var/lib/pam /etc/security -type f |
+        sort | xargs stat --format "%n %a %u:%g" && find /etc/pam.d /etc/nsswitch.conf /usr/share/pam-configs /var/lib/pam \
+        /etc/security -type f | sort | xargs sha256sum'
+}
+
+# The PAM service `host` is like those of the distribution: it includes the common files.
+common_log_in_says() {  # TEXT USER PASSWORD
+    needs_user_ids
+    capture in_box "$node" timeout 60 pamtester host "$2" authenticate acct_mgmt <<<"$3"
+    output_has "$1"
+}
+
+scenario_log_in_enabled_and_disabled_by_the_tool() {
+    sssd_member
+    in_box "$node" bash -c 'printf "@include common-%s\n" auth account session >/etc/pam.d/host
+        useradd --create-home keeper && chpasswd <<<keeper:Local-Secret-1'
+    log_in_files >/mnt/lab/before.$node
+    tool 4 logins enable --confirm-within 0
+    join_host
+    is_unknown alice@corp.test
+    tool 0 logins enable --dry-run
+    output_has "+passwd: files sss"
+    output_has "pam_sss.so"
+    equals "files after a preview" "$(</mnt/lab/before.$node)" "$(log_in_files)"
+    tool 0 logins enable --confirm-within 0
+    is_known alice@corp.test
+    common_log_in_says "account management done" alice@corp.test "$secret"
+    common_log_in_says "Authentication failure" alice@corp.test Wrong-Secret
+    common_log_in_says "account management done" keeper Local-Secret-1
+    common_log_in_says "Authentication failure" keeper Wrong-Secret
+    tool 0 store set "Active Directory"
+    tool 0 check --joined
+    tool 0 logins enable --confirm-within 0
+    cut_off
+    within 30 common_log_in_says "account management done" alice@corp.test "$secret"
+    within 5 common_log_in_says "account management done" keeper Local-Secret-1
+    in_box "$node" pkill -x sssd
+    within 5 common_log_in_says "account management done" keeper Local-Secret-1
+    tool 0 logins disable --confirm-within 0
+    equals "files after disable" "$(</mnt/lab/before.$node)" "$(log_in_files)"
+    is_unknown alice@corp.test
+    common_log_in_says "account management done" keeper Local-Secret-1
 }
 
 # check_finds EXIT CHECK RESULT

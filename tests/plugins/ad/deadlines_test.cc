@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <thread>
 
 #include "controller_locator.h"
@@ -100,6 +101,69 @@ TEST(Deadlines, RefusingController) {
     EXPECT_LT(
         TimeToFail([&] { LocateController(settings, "refusing.test", {"127.0.0.1"}, Deadline::After(seconds(20))); }),
         kFarTooLong);
+}
+
+// Closes each connection as soon as there is a question, and counts them.
+class ClosingPeer {
+ public:
+    ClosingPeer() : _peer(SOCK_STREAM), _thread([this] { Run(); }) {}
+    ClosingPeer(const ClosingPeer&) = delete;
+    ClosingPeer& operator=(const ClosingPeer&) = delete;
+    ~ClosingPeer() {
+        shutdown(_peer.Socket(), SHUT_RDWR);
+        _thread.join();
+    }
+
+    std::uint16_t Port() const { return _peer.Port(); }
+    int Connections() const { return _connections; }
+
+ private:
+    void Run() {
+        while (true) {
+            const Descriptor connection(accept4(_peer.Socket(), nullptr, nullptr, SOCK_CLOEXEC));
+            char byte = 0;
+            if (connection.Get() < 0) {
+                return;
+            }
+            ++_connections;
+            recv(connection.Get(), &byte, 1, 0);  // the rest is never read, so that the kernel resets the connection
+        }
+    }
+
+    SilentPeer _peer;
+    std::atomic<int> _connections = 0;
+    std::thread _thread;
+};
+
+// As a controller does that more hosts ask at once than it takes connections of.
+TEST(Deadlines, ControllerThatHangsUpIsAskedAgain) {
+    const ClosingPeer controller;
+    Settings settings = QuickSettings();
+    settings.controllerBudget = seconds(1);
+    settings.ldapPort = controller.Port();
+    EXPECT_LT(TimeToFail([&] { LocateController(settings, "busy.test", {"127.0.0.1"}, Deadline::After(seconds(10))); }),
+              kFarTooLong);
+    EXPECT_GE(controller.Connections(), 2);
+}
+
+TEST(Deadlines, StoppedControllerIsAskedAgainForAJoin) {
+    const SilentPeer controller(SOCK_STREAM);
+    Settings settings = QuickSettings();
+    settings.ldapPort = controller.Port();
+    const auto time = TimeToFail([&] {
+        LocateController(settings, "slow.test", {"127.0.0.1"}, Deadline::After(seconds(10)), Patience::Change);
+    });
+    EXPECT_GE(time, 3 * settings.controllerBudget);
+    EXPECT_LT(time, kFarTooLong);
+}
+
+TEST(Deadlines, KeyDistributionCentreThatHangsUpIsAskedAgain) {
+    const ClosingPeer centre;
+    Settings settings = QuickSettings();
+    settings.kerberosPort = centre.Port();
+    KdcCarrier carrier(settings, "BUSY.TEST", *Endpoint::FromText("127.0.0.1", 0), Deadline::After(seconds(10)));
+    EXPECT_LT(TimeToFail([&] { carrier.Exchange("BUSY.TEST", "request"); }), kFarTooLong);
+    EXPECT_GE(centre.Connections(), 2);
 }
 
 TEST(Deadlines, StoppedKeyDistributionCentre) {

@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +15,7 @@
 
 #include "addirectory/host.h"
 #include "authentication/provider_abi.h"
+#include "files.h"
 #include "host_state.h"
 #include "sandbox.h"
 
@@ -259,10 +262,33 @@ TEST_F(AdProvider, ProcessExitsInTheMiddleOfManyCalls) {
     }
 }
 
-// A child made while other threads are in calls can use the provider itself.
+// A name server of loopback that never answers.
+class SilentNameServer {
+ public:
+    SilentNameServer() : _socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(53);
+        EXPECT_EQ(bind(_socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+
+    void AwaitQuestion() const {
+        char byte = 0;
+        EXPECT_EQ(recv(_socket.Get(), &byte, 1, 0), 1);
+    }
+
+ private:
+    Descriptor _socket;
+};
+
+// A child made while other threads wait in calls can use the provider itself.
 TEST_F(AdProvider, ForkWaitsForNobodyWhoWaits) {
     BeJoined();
+    WriteFile("/etc/nimbrel/nimauth/ad.conf", "name_servers = 127.0.0.1\nname_seconds = 2\n");
+    const SilentNameServer nameServer;
     std::thread asking([] { EXPECT_EQ(Table().getDomainTrustState(), kTrustStateNoController); });
+    nameServer.AwaitQuestion();
     const pid_t child = fork();
     if (child == 0) {
         _exit(Table().getDomainTrustRelationship("corp.test") == kRelationshipOwnDomain ? 0 : 1);

@@ -129,6 +129,8 @@ class Search {
     }
 
     const std::string& Fault() const { return _fault; }
+    // One of those tried is there, or may be.
+    bool MaySucceedLater() const { return _unanswered; }
 
  private:
     static std::string ServiceName(const std::string& site, const std::string& domain) {
@@ -209,8 +211,14 @@ class Search {
             return Ping(endpoint.WithPort(_settings.ldapPort), _domain, deadline);
         } catch (const AdError& error) {
             _fault = "'" + name + "': " + error.what();  // reported if nothing else is found
+            _unanswered = _unanswered || IsNoAnswer(error);
             return std::nullopt;
         }
+    }
+
+    static bool IsNoAnswer(const AdError& error) {
+        const auto* ldap = dynamic_cast<const LdapError*>(&error);
+        return dynamic_cast<const NoAnswerError*>(&error) || (ldap && ldap->IsNoAnswer());
     }
 
     std::vector<Endpoint> AddressesOf(const std::string& name) {
@@ -235,18 +243,27 @@ class Search {
     std::set<std::string> _tried;
     std::vector<std::string> _passedOver;
     std::string _fault;
+    bool _unanswered = false;
 };
 
 }  // namespace
 
 LocatedController LocateController(const Settings& settings, const std::string& domain,
-                                   const std::vector<std::string>& preferred, const Deadline& deadline) {
+                                   const std::vector<std::string>& preferred, const Deadline& deadline,
+                                   Patience patience) {
     AwaitLdapLibrary(deadline);
-    Search search(settings, domain, deadline);
-    auto found = search.Run(preferred);
-    if (!found) {
-        throw AdError(kStatusNoSuchDomain, "No controller of the domain '" + domain + "' is reachable" +
-                                               (search.Fault().empty() ? "" : ": " + search.Fault()));
+    const Deadline lastTry = deadline.OrAfter((patience == Patience::Change ? 3 : 1) * settings.controllerBudget);
+    std::optional<LocatedController> found;
+    for (int attempt = 1; !found; ++attempt) {
+        Search search(settings, domain, deadline);
+        found = search.Run(preferred);
+        if (!found && (!search.MaySucceedLater() || lastTry.HasPassed())) {
+            throw AdError(kStatusNoSuchDomain, "No controller of the domain '" + domain + "' is reachable" +
+                                                   (search.Fault().empty() ? "" : ": " + search.Fault()));
+        }
+        if (!found) {
+            PauseBeforeRetry(attempt, lastTry);
+        }
     }
     const Controller& controller = found->controller;
     RememberInUse(domain, {controller.name, controller.endpoint, controller.facts.clientSite});

@@ -38,9 +38,17 @@ struct LocatedController {
     std::unique_ptr<LdapConnection> connection;  // nobody is logged in on it
 };
 
+// For how long controllers that do not answer are asked again when no other does: they may be busy, as when hundreds of
+// hosts start at once. One that refuses the connection is not.
+enum class Patience {
+    Query,  // the time of one answer: another query comes soon
+    Change  // three times that: whoever joins or leaves would have to begin anew
+};
+
 // `domain` is a DNS name in lower case. `preferred` are host names or addresses.
 LocatedController LocateController(const Settings& settings, const std::string& domain,
-                                   const std::vector<std::string>& preferred, const Deadline& deadline);
+                                   const std::vector<std::string>& preferred, const Deadline& deadline,
+                                   Patience patience = Patience::Query);
 
 // The controller answered the ping but not what came after: it is asked last for a while.
 void AvoidController(const Settings& settings, const std::string& name);

@@ -78,7 +78,8 @@ class JoinTransaction {
     // The keytab's own problems show before the domain is touched.
     ComputerAccounts LogOn() {
         _keytab = std::make_unique<KeytabChange>(_settings.keytab);
-        _session = std::make_unique<Session>(_settings, _domain, _state.preferredControllers, _logOn, _deadline);
+        _session = std::make_unique<Session>(_settings, _domain, _state.preferredControllers, _logOn, _deadline,
+                                             Patience::Change);
         return {_session->Ldap(), _session->At()};
     }
 

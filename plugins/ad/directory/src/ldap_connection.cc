@@ -172,6 +172,8 @@ LdapError::LdapError(int code, const std::string& action, const std::string& dia
       _code(code),
       _diagnostic(diagnostic) {}
 
+bool LdapError::IsNoAnswer() const noexcept { return _code == LDAP_SERVER_DOWN || _code == LDAP_TIMEOUT; }
+
 std::string LdapEntry::Text(const std::string& name) const {
     const auto found = attributes.find(name);
     return found == attributes.end() || found->second.empty() ? "" : found->second.front();

@@ -31,6 +31,8 @@ class LdapError : public AdError {
     LdapError(int code, const std::string& action, const std::string& diagnostic);
 
     int Code() const noexcept { return _code; }
+    // The controller closed the connection or did not answer in time.
+    bool IsNoAnswer() const noexcept;
     const std::string& Diagnostic() const noexcept { return _diagnostic; }
 
  private:

@@ -24,7 +24,7 @@ void RequireJoined(const HostState& state) {
 void RemoveAccount(const Settings& settings, const HostState& state, const UserCredentials& credentials,
                    const Deadline& deadline) {
     Session session(settings, state.membership->domain, state.preferredControllers,
-                    UserLogOn(settings, credentials, deadline), deadline);
+                    UserLogOn(settings, credentials, deadline), deadline, Patience::Change);
     ComputerAccounts accounts(session.Ldap(), session.At());
     if (const auto account = accounts.Find(state.membership->computer)) {
         accounts.DeleteOrDisable(*account);

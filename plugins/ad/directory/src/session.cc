@@ -37,7 +37,18 @@ std::string KdcCarrier::Exchange(const std::string& realm, std::string_view requ
     if (known == _centres.end()) {
         return ExchangeElsewhere(UpperCase(realm), request);
     }
-    return ExchangeFrames(known->second, request, 4, kMaximumKdcReply, _deadline.OrAfter(StepLimit(_settings)));
+    // A busy centre may hang up; the same request may be sent again.
+    const Deadline limit = _deadline.OrAfter(StepLimit(_settings));
+    for (int attempt = 1;; ++attempt) {
+        try {
+            return ExchangeFrames(known->second, request, 4, kMaximumKdcReply, limit);
+        } catch (const NoAnswerError&) {
+            if (attempt == kAttempts || limit.HasPassed()) {
+                throw;
+            }
+            PauseBeforeRetry(attempt, limit);
+        }
+    }
 }
 
 std::string KdcCarrier::ExchangeElsewhere(const std::string& realm, std::string_view request) {
@@ -67,14 +78,14 @@ std::string KdcCarrier::ExchangeElsewhere(const std::string& realm, std::string_
 }
 
 Session::Session(const Settings& settings, const std::string& domain, const std::vector<std::string>& preferred,
-                 const LogOn& logOn, const Deadline& deadline)
+                 const LogOn& logOn, const Deadline& deadline, Patience patience)
     : _realm(UpperCase(domain)) {
-    LocatedController located = LocateController(settings, domain, preferred, deadline);
+    LocatedController located = LocateController(settings, domain, preferred, deadline, patience);
     std::string name;
     for (int attempt = 1;; ++attempt) {
         try {
             if (!located.connection) {
-                located = LocateController(settings, domain, preferred, deadline);
+                located = LocateController(settings, domain, preferred, deadline, patience);
             }
             name = located.controller.name;
             Open(settings, std::exchange(located, {}), logOn, deadline);

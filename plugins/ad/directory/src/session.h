@@ -45,7 +45,7 @@ class Session {
     using LogOn = std::function<void(Tickets&, const Controller&)>;
 
     Session(const Settings& settings, const std::string& domain, const std::vector<std::string>& preferred,
-            const LogOn& logOn, const Deadline& deadline);
+            const LogOn& logOn, const Deadline& deadline, Patience patience = Patience::Query);
     // The same account at a controller of another domain, with a ticket across the trust.
     std::unique_ptr<LdapConnection> ConnectTo(LocatedController other);
 

@@ -4,10 +4,13 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <random>
 #include <system_error>
+#include <thread>
 
 #include "addirectory/ad_error.h"
 #include "gate.h"
@@ -15,9 +18,12 @@
 namespace nimbrel::ad {
 namespace {
 
-[[noreturn]] void FailTime() { throw AdError(kStatusNoSuchDomain, "The other side did not answer in time"); }
+[[noreturn]] void FailTime() { throw NoAnswerError("The other side did not answer in time"); }
 
 [[noreturn]] void FailSocket(int error) {
+    if (error == ECONNRESET || error == EPIPE) {
+        throw NoAnswerError("The other side closed the connection");
+    }
     throw AdError(kStatusNoSuchDomain, "The connection failed: " + std::generic_category().message(error));
 }
 
@@ -180,6 +186,14 @@ void ReceiveExactly(int socket_, char* bytes, std::size_t size, const Deadline& 
             FailTime();
         }
     }
+}
+
+void PauseBeforeRetry(int attempt, const Deadline& deadline) {
+    thread_local std::minstd_rand random(std::random_device{}());
+    const int longest = std::min(100 << std::min(attempt - 1, 2), 400);
+    const std::chrono::milliseconds pause(std::uniform_int_distribution<int>(longest / 4, longest)(random));
+    const OutsideGate waiting;
+    std::this_thread::sleep_for(std::min(pause, deadline.Remaining()));
 }
 
 std::string ExchangeFrames(const Endpoint& endpoint, std::string_view request, std::size_t lengthBytes,

@@ -1,6 +1,7 @@
 // Sockets whose every wait ends with a deadline.
 //
-// Errors: `AdError` with 1355 when the other side refuses, closes, or does not answer in time.
+// Errors: `NoAnswerError` when the other side closes or does not answer in time; `AdError` with 1355 when it refuses or
+// there is no way to it.
 
 #ifndef NIMBREL_AD_SOCKETS_H_
 #define NIMBREL_AD_SOCKETS_H_
@@ -45,6 +46,10 @@ Descriptor ConnectTcp(const Endpoint& endpoint, const Deadline& deadline);
 Descriptor ConnectUdp(const Endpoint& endpoint);
 void SendAll(int socket, std::string_view bytes, const Deadline& deadline);
 void ReceiveExactly(int socket, char* bytes, std::size_t size, const Deadline& deadline);
+
+// Up to 100 ms, then 200 ms, then 400 ms, at random: those who came together are not to come together again. Attempts
+// count from 1.
+void PauseBeforeRetry(int attempt, const Deadline& deadline);
 
 // One exchange in which request and reply each follow their length: `lengthBytes` bytes, big endian.
 std::string ExchangeFrames(const Endpoint& endpoint, std::string_view request, std::size_t lengthBytes,

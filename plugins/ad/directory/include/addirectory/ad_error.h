@@ -54,6 +54,13 @@ class AdError : public std::runtime_error {
     std::uint32_t _status;
 };
 
+// 1355 from a side that is there, or may be: it closed the connection or did not answer in time. It may be busy, and
+// answer the next time.
+class NoAnswerError : public AdError {
+ public:
+    explicit NoAnswerError(const std::string& message) : AdError(kStatusNoSuchDomain, message) {}
+};
+
 }  // namespace nimbrel::ad
 
 #endif  // NIMBREL_AD_AD_ERROR_H_
