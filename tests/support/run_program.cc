@@ -18,6 +18,8 @@
 namespace nimbrel::testing {
 namespace {
 
+constexpr int kEndMark = 199;
+
 using Clock = std::chrono::steady_clock;
 
 // Far above the numbers that a program gets, so that nothing in the child is overwritten while it is put in place.
@@ -103,12 +105,15 @@ class Run {
     void FollowTerminal();
     void FeedSome(Feed& feed);
     static bool TakeSome(Descriptor& end, std::string& text);
+    void Follow(OutputStep& step, const std::string& text) const;
     void Finish();
 
     const std::string& _path;
     const ProgramOptions& _options;
     std::vector<std::pair<int, Descriptor>> _childEnds;  // the number in the child, and what goes there
     std::vector<Feed> _feeds;
+    OutputStep _onOutput = _options.onOutput;
+    OutputStep _onErrors = _options.onErrors;
     Descriptor _output;
     Descriptor _errors;
     Descriptor _terminal;
@@ -141,6 +146,8 @@ void Run::PrepareTerminal() {
         ptsname_r(_terminal.Number(), name.data(), name.size()) != 0) {
         ThrowErrno("pseudo-terminal");
     }
+    const winsize size{.ws_row = 24, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0};
+    ioctl(_terminal.Number(), TIOCSWINSZ, &size);
     _terminalName = name.data();
     // Held open, so that the terminal is not hung up while the child has not opened it for good.
     _terminalHold = OpenUp(_terminalName, O_RDWR | O_NOCTTY);
@@ -148,12 +155,16 @@ void Run::PrepareTerminal() {
 
 void Run::BeTheChild(const Pipe& report) {
     setsid();
+    for (const auto& [target, end] : _childEnds) dup2(end.Number(), target);
     if (!_terminalName.empty()) {
         const int terminal = open(_terminalName.c_str(), O_RDWR);
         if (terminal < 0 || ioctl(terminal, TIOCSCTTY, 0) != 0) _exit(126);
+        if (_options.outputOnTerminal) {
+            dup2(terminal, STDOUT_FILENO);
+            dup2(terminal, STDERR_FILENO);
+        }
         close(terminal);
     }
-    for (const auto& [target, end] : _childEnds) dup2(end.Number(), target);
     for (const int number : _options.closed) close(number);
     if (_options.user != 0 && !BecomeUser(_options.user)) _exit(126);
     std::vector<char*> words = {const_cast<char*>(_path.c_str())};
@@ -170,14 +181,17 @@ void Run::BeTheChild(const Pipe& report) {
 void Run::Start() {
     PrepareInput(STDIN_FILENO, _options.input);
     for (const auto& [number, text] : _options.descriptors) PrepareInput(number, text);
-    if (_options.outputPath.empty()) {
+    if (_options.outputOnTerminal) {
+        // Under a number of no meaning to the program: it tells when the program has ended.
+        _output = PrepareOutput(kEndMark);
+    } else if (_options.outputPath.empty()) {
         _output = PrepareOutput(STDOUT_FILENO);
     } else {
         _childEnds.emplace_back(STDOUT_FILENO, OpenUp(_options.outputPath, O_WRONLY));
     }
     if (_options.readNoOutput) _output.Close();
-    _errors = PrepareOutput(STDERR_FILENO);
-    if (!_options.terminal.empty()) PrepareTerminal();
+    if (!_options.outputOnTerminal) _errors = PrepareOutput(STDERR_FILENO);
+    if (_options.outputOnTerminal || !_options.terminal.empty()) PrepareTerminal();
     Pipe report = MakePipe();
     _child = fork();
     if (_child < 0) ThrowErrno("fork");
@@ -220,6 +234,11 @@ void Run::FollowTerminal() {
     }
 }
 
+void Run::Follow(OutputStep& step, const std::string& text) const {
+    if (!step.call || text.find(step.expect) == std::string::npos) return;
+    std::exchange(step.call, nullptr)(_child);
+}
+
 // False when all that can come has come.
 bool Run::TalkOnce() {
     std::vector<pollfd> waits;
@@ -236,6 +255,8 @@ bool Run::TalkOnce() {
     if (waits[1].revents != 0 && !TakeSome(_errors, _result.errors)) _errors.Close();
     if (waits[2].revents != 0 && !TakeSome(_terminal, _result.terminal)) _terminal.Close();
     if (_terminal.Number() >= 0) FollowTerminal();
+    Follow(_onOutput, _result.output);
+    Follow(_onErrors, _result.errors);
     for (std::size_t index = 0; index < _feeds.size(); ++index) {
         if (waits[3 + index].revents != 0) FeedSome(_feeds[index]);
     }

@@ -27,18 +27,27 @@ struct TerminalStep {
     std::function<void(pid_t)> beforeTyping = {};  // called in between, while the program waits
 };
 
+// Called once, with the program's process, when standard output (or error) holds the text.
+struct OutputStep {
+    std::string expect = {};
+    std::function<void(pid_t)> call = {};
+};
+
 struct ProgramOptions {
     std::vector<std::string> arguments = {};
     std::string input = {};                       // standard input, a pipe; closed behind the last byte
     std::map<int, std::string> descriptors = {};  // further pipes to read, by their numbers in the program
     std::vector<TerminalStep> terminal = {};      // if not empty, the program gets a controlling terminal
+    bool outputOnTerminal = false;                // standard output and error are that terminal, of 80 columns
     std::vector<std::string> environment = {};    // "NAME=value", added to this process's
     std::string outputPath = {};                  // standard output goes to this file, as to /dev/full
     std::vector<int> closed = {};                 // standard descriptors that are closed
     bool readNoOutput = false;                    // standard output is a pipe that nobody reads
     uid_t user = 0;  // runs as this user without privilege, if not 0; files must forbid it by their mode
     std::function<void(pid_t)> beforeInput = {};  // called when the program runs and has read nothing yet
-    std::chrono::seconds limit{60};               // killed then
+    OutputStep onOutput = {};
+    OutputStep onErrors = {};
+    std::chrono::seconds limit{60};  // killed then
 };
 
 struct ProgramResult {

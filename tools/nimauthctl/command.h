@@ -18,11 +18,12 @@ namespace nimbrel::nimauthctl {
 
 class Report;
 
-// A word after the command's name; all are single. Optional ones come last.
+// A word after the command's name. Optional ones come last, and behind them at most one that is repeatable.
 struct Argument {
     std::string name;  // as shown, and the key for `Invocation::Text`: "DOMAIN[/OU]"
     std::string help = {};
     bool optional = false;
+    bool repeatable = false;  // takes all the words that remain
 };
 
 // An option or a flag.
@@ -41,12 +42,18 @@ struct Example {
     std::string comment;
 };
 
+enum class ColorUse { Auto, Always, Never };
+enum class ProgressForm { Auto, Json, None };
+
 // The options that every command takes.
 struct Settings {
+    ColorUse color = ColorUse::Auto;
+    ProgressForm progress = ProgressForm::Auto;
     bool json = false;
     bool quiet = false;
     bool verbose = false;
     int timeoutSeconds = 60;
+    bool timeoutGiven = false;  // else it is the default
 };
 
 // One command line, split up.
@@ -59,7 +66,7 @@ class Invocation {
     bool Has(std::string_view key) const { return _values.find(key) != _values.end(); }
     // The value, or the empty text if it was not given.
     std::string Text(std::string_view key) const;
-    // Every value of a repeatable option.
+    // Every value of a repeatable option or argument.
     std::vector<std::string> Texts(std::string_view key) const;
 
     void Add(const std::string& key, const std::string& value) { _values[key].push_back(value); }
@@ -86,6 +93,7 @@ struct Command {
     std::string alternative = {};          // key of an option that makes the required arguments and options needless
     bool changes = false;                  // changes something: --quiet leaves out its text
     bool needsRoot = false;                // refused early for anyone else, before a password is asked for
+    bool signedWords = false;  // words such as -sshd are arguments, unless they are options of every command
     CommandFunction run = nullptr;
 };
 
@@ -94,6 +102,8 @@ struct CommandGroup {
     std::string name;
     std::string summary;
     std::string description = {};
+    // The command that is meant where a word that begins with + or - stands in a command's place: "smartcard +sshd".
+    std::string signedCommand = {};
 };
 
 }  // namespace nimbrel::nimauthctl

@@ -17,8 +17,8 @@ constexpr int kLongestTimeout = 86400;
 // One parser, for the options of every command and, once the command is known, for its own words too.
 class Parser {
  public:
-    // `command` is null for the part before the command's name.
-    Parser(const Command* command, Invocation& invocation);
+    // `command` is null for the part before the command's name. A repeatable argument is taken up to `words` times.
+    Parser(const Command* command, Invocation& invocation, std::size_t words = 0);
 
     // Returns the words from the first one that is not an option on, or those that were not understood.
     std::vector<std::string> Parse(const std::vector<std::string>& words);
@@ -28,7 +28,7 @@ class Parser {
 
  private:
     CLI::Option* AddOption(const Option& option);
-    CLI::Option* AddArgument(const Argument& argument, std::size_t index);
+    void AddArgument(const Argument& argument);
 
     CLI::App _app;
     Invocation& _invocation;
@@ -38,16 +38,15 @@ class Parser {
 
 bool Accept(const CLI::results_t&) { return true; }
 
-Parser::Parser(const Command* command, Invocation& invocation) : _invocation(invocation) {
+Parser::Parser(const Command* command, Invocation& invocation, std::size_t words) : _invocation(invocation) {
     _app.set_help_flag();
     _app.allow_extras(command != nullptr);
     _app.prefix_command(command == nullptr);
     for (const Option& option : GlobalOptions()) _options.emplace_back(option.Key(), AddOption(option));
     if (command == nullptr) return;
     for (const Option& option : command->options) _options.emplace_back(option.Key(), AddOption(option));
-    for (std::size_t index = 0; index < command->arguments.size(); ++index) {
-        const Argument& argument = command->arguments[index];
-        _options.emplace_back(argument.name, AddArgument(argument, index));
+    for (const Argument& argument : command->arguments) {
+        for (std::size_t time = argument.repeatable ? words : 1; time > 0; --time) AddArgument(argument);
     }
 }
 
@@ -64,9 +63,10 @@ CLI::Option* Parser::AddOption(const Option& option) {
     return added;
 }
 
-// The parser's own names for arguments are narrower than ours.
-CLI::Option* Parser::AddArgument(const Argument&, std::size_t index) {
-    return _app.add_option("argument" + std::to_string(index), CLI::callback_t(Accept))->expected(1);
+// The parser's own names for arguments are narrower than ours, and it takes apart "[a,b]" where one takes many words.
+void Parser::AddArgument(const Argument& argument) {
+    const std::string name = "argument" + std::to_string(_options.size());
+    _options.emplace_back(argument.name, _app.add_option(name, CLI::callback_t(Accept))->expected(1));
 }
 
 std::vector<std::string> Parser::Parse(const std::vector<std::string>& words) {
@@ -121,6 +121,35 @@ std::vector<std::string> ParseOrRefuse(Parser& parser, const std::vector<std::st
     }
 }
 
+// Whether the word is an option of every command whose value is the next word.
+bool TakesAValue(const std::string& word) {
+    return std::any_of(GlobalOptions().begin(), GlobalOptions().end(),
+                       [&](const Option& option) { return !option.value.empty() && word == "--" + option.Key(); });
+}
+
+// Whether the word takes something in or out, as "+sshd" and "-sshd" do. An option of every command never does.
+bool IsSigned(const std::string& word) {
+    if (word.size() < 2 || word == "-q" || word == "-v" || word == "-h") return false;
+    return word[0] == '+' || (word[0] == '-' && word[1] != '-');
+}
+
+// Puts signed words behind the mark, where they are arguments, and keeps the order of the arguments.
+std::vector<std::string> WithSignedWordsAsArguments(const std::vector<std::string>& words) {
+    std::vector<std::string> options;
+    std::vector<std::string> arguments = {"--"};
+    for (auto word = words.begin(); word != words.end(); ++word) {
+        if (*word == "--") {
+            arguments.insert(arguments.end(), word + 1, words.end());
+            break;
+        }
+        const bool isOption = word->starts_with('-') && !IsSigned(*word);
+        (isOption ? options : arguments).push_back(*word);
+        if (TakesAValue(*word) && word + 1 != words.end()) options.push_back(*++word);
+    }
+    options.insert(options.end(), arguments.begin(), arguments.end());
+    return options;
+}
+
 // The longest run of leading words that names a command or a group, which is taken from `words`.
 std::string TakeName(std::vector<std::string>& words) {
     std::string name;
@@ -131,7 +160,10 @@ std::string TakeName(std::vector<std::string>& words) {
         words.erase(words.begin());
         if (FindCommand(name) != nullptr) break;
     }
-    return name;
+    const CommandGroup* const group = FindGroup(name);
+    const bool isSigned =
+        group != nullptr && !group->signedCommand.empty() && !words.empty() && IsSigned(words.front());
+    return isSigned ? group->signedCommand : name;
 }
 
 void CheckComplete(const Command& command, const Invocation& invocation) {
@@ -148,13 +180,25 @@ void CheckComplete(const Command& command, const Invocation& invocation) {
     }
 }
 
+// One of the words, by their numbers.
+std::size_t ReadChoice(const Invocation& given, const std::string& key, const std::vector<std::string>& words) {
+    if (!given.Has(key)) return 0;
+    if (given.Texts(key).size() > 1) throw UsageError("option --" + key + " needs one value, given once");
+    const auto found = std::find(words.begin(), words.end(), given.Text(key));
+    if (found != words.end()) return static_cast<std::size_t>(found - words.begin());
+    throw UsageError("--" + key + " takes " + words[0] + ", " + words[1] + " or " + words[2]);
+}
+
 Settings ReadSettings(const Invocation& given) {
     Settings settings;
+    settings.color = static_cast<ColorUse>(ReadChoice(given, "color", {"auto", "always", "never"}));
+    settings.progress = static_cast<ProgressForm>(ReadChoice(given, "progress", {"auto", "json", "none"}));
     settings.json = given.Has("json");
     settings.quiet = given.Has("quiet");
     settings.verbose = given.Has("verbose");
     if (given.Texts("timeout").size() > 1) throw UsageError("option --timeout needs one value, given once");
-    if (given.Has("timeout")) {
+    settings.timeoutGiven = given.Has("timeout");
+    if (settings.timeoutGiven) {
         settings.timeoutSeconds =
             static_cast<int>(ParseInteger("--timeout", given.Text("timeout"), 0, kLongestTimeout));
     }
@@ -185,7 +229,8 @@ CommandLine ParseCommandLine(const std::vector<std::string>& words) {
     line.command = FindCommand(name);
     line.group = FindGroup(name);
     if (line.command != nullptr) {
-        Parser after(line.command, given);
+        if (line.command->signedWords) rest = WithSignedWordsAsArguments(rest);
+        Parser after(line.command, given, rest.size());
         std::vector<std::string> extras = ParseOrRefuse(after, rest, name);
         after.Deliver();
         // The mark before arguments that begin with '-' is handed back too.

@@ -21,10 +21,21 @@ constexpr char kLogins[] =
 
 std::vector<Command> MakeCommands() {
     return {
+        CheckCommand(),
         JoinCommand(),
         LeaveCommand(),
         StatusCommand(),
-        CheckCommand(),
+        TrustsCommand(),
+        ControllerListCommand(),
+        ControllerPreferCommand(),
+        ControllerAnyCommand(),
+        UserCanonicalCommand(),
+        HostPrincipalCommand(),
+        SmartCardListCommand(),
+        SmartCardSetCommand(),
+        SmartCardChangeCommand(),
+        SmartCardDecideCommand(),
+        ExplainCommand(),
         StoreListCommand(),
         StoreShowCommand(),
         StoreSetCommand(),
@@ -76,10 +87,35 @@ const Entry* Find(const std::vector<Entry>& entries, std::string_view name) {
     return found == entries.end() ? nullptr : &*found;
 }
 
-std::string Usage(const Option& option) {
+std::string Bare(const Option& option) {
     const std::string first = option.flags.substr(0, option.flags.find(','));
-    const std::string text = option.value.empty() ? first : first + ' ' + option.value;
-    return (option.required ? text : '[' + text + ']') + (option.repeatable ? "..." : "");
+    return option.value.empty() ? first : first + ' ' + option.value;
+}
+
+std::string Usage(const Option& option) {
+    return (option.required ? Bare(option) : '[' + Bare(option) + ']') + (option.repeatable ? "..." : "");
+}
+
+std::string Usage(const Argument& argument) {
+    return (argument.optional ? '[' + argument.name + ']' : argument.name) + (argument.repeatable ? "..." : "");
+}
+
+// " {-U USER DOMAIN | --proxy ADDRESS} [--if-needed]": either what is required, or the option in its place.
+std::string SynopsisOfAlternatives(const Command& command) {
+    std::string required;
+    std::string alternative;
+    std::string others;
+    for (const Option& option : command.options) {
+        if (option.Key() == command.alternative) {
+            alternative = Bare(option);
+        } else {
+            (option.required ? required : others) += ' ' + Usage(option);
+        }
+    }
+    for (const Argument& argument : command.arguments) {
+        (argument.optional ? others : required) += ' ' + Usage(argument);
+    }
+    return " {" + required.substr(1) + " | " + alternative + '}' + others;
 }
 
 }  // namespace
@@ -91,6 +127,10 @@ const std::vector<Command>& Commands() {
 
 const std::vector<CommandGroup>& CommandGroups() {
     static const std::vector<CommandGroup> groups = {
+        {"dc", "the domain controllers that the host asks"},
+        {"user", "users as the directory knows them"},
+        {"host", "this host as the directory knows it"},
+        {"smartcard", "the services that take smart cards", "", "smartcard change"},
         {"store", "which authentication store the host uses"},
         {"config", "where the settings come from"},
         {"option", "the host's advanced options"},
@@ -114,6 +154,10 @@ const std::vector<Option>& GlobalOptions() {
         {.flags = "--timeout",
          .value = "SECONDS",
          .help = "how long to wait for each answer of the directory, 0 to 86400; 60 unless given"},
+        {.flags = "--progress",
+         .value = "FORM",
+         .help = "how long work tells its steps on standard error: auto (at a terminal), json (JSON lines), none"},
+        {.flags = "--color", .value = "WHEN", .help = "auto (at a terminal, unless NO_COLOR is set), always, never"},
         {.flags = "-q,--quiet", .help = "show answers and errors, but no confirmation of a change"},
         {.flags = "-v,--verbose", .help = "tell on standard error what is asked and how long it takes"},
         {.flags = "--version", .help = "show the version"},
@@ -127,10 +171,9 @@ const CommandGroup* FindGroup(std::string_view name) { return Find(CommandGroups
 
 std::string Synopsis(const Command& command) {
     std::string text = "nimauthctl " + command.name;
+    if (!command.alternative.empty()) return text + SynopsisOfAlternatives(command);
     for (const Option& option : command.options) text += ' ' + Usage(option);
-    for (const Argument& argument : command.arguments) {
-        text += argument.optional ? " [" + argument.name + ']' : ' ' + argument.name;
-    }
+    for (const Argument& argument : command.arguments) text += ' ' + Usage(argument);
     return text;
 }
 

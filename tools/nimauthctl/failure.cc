@@ -19,6 +19,8 @@ namespace nimbrel::nimauthctl {
 namespace {
 
 constexpr char kAsRoot[] = "run the tool as root";
+// The library and the providers write to the system log under the name of the process.
+constexpr char kLog[] = "journalctl -t nimauthctl, or /var/log/syslog where there is no journal";
 
 // The class of the exception that is being handled, without its namespaces.
 std::string CurrentClass() {
@@ -51,7 +53,7 @@ void Explain(const Entry* entry, Failure& failure) {
 }
 
 Failure Describe(const char* message, std::uint64_t code) {
-    return {.exception = CurrentClass(), .code = code, .message = message};
+    return {.exception = CurrentClass(), .code = code, .message = message, .log = kLog};
 }
 
 // Failures of the library and the platform without a status: looked up by class, and permission told by the text.
@@ -79,6 +81,7 @@ Failure DescribeLibrary(const authentication::Exception& error) {
 
 Failure DescribeDirectory(const embedded::DirectoryError& error) {
     Failure failure = Describe(error.what(), error.Status());
+    failure.log.clear();
     Explain(FindDirectoryEdit(error.Status()), failure);
     if (failure.cause.empty()) Explain(FindStatus(error.Status()), failure);
     return failure;
@@ -86,6 +89,7 @@ Failure DescribeDirectory(const embedded::DirectoryError& error) {
 
 Failure DescribeUsage(const UsageError& error) {
     Failure failure = Describe(error.what(), 0);
+    failure.log.clear();
     failure.remedy = error.Remedy();
     failure.exitCode = ExitCode::Usage;
     return failure;
@@ -93,6 +97,7 @@ Failure DescribeUsage(const UsageError& error) {
 
 Failure DescribeTool(const ToolError& error) {
     Failure failure = Describe(error.what(), 0);
+    failure.log.clear();
     failure.cause = error.Cause();
     failure.remedy = error.Remedy();
     failure.exitCode = error.Code();

@@ -19,6 +19,7 @@ struct Failure {
     std::string where = {};  // the file or answer that it concerns, where the message does not say
     std::string cause = {};
     std::string remedy = {};
+    std::string log = {};  // where more may stand; empty for what the tool itself found out
     ExitCode exitCode = ExitCode::Failure;
 
     bool operator==(const Failure&) const = default;
@@ -50,6 +51,18 @@ class ToolError : public std::runtime_error {
     ExitCode _exitCode;
     std::string _cause;
     std::string _remedy;
+};
+
+// A signal ended the command. Once this is shown the process ends by that signal, as its caller expects.
+class InterruptedFailure : public ToolError {
+ public:
+    InterruptedFailure(int signal, const std::string& message, std::string cause, std::string remedy)
+        : ToolError(ExitCode::Failure, message, std::move(cause), std::move(remedy)), _signal(signal) {}
+
+    int Signal() const { return _signal; }
+
+ private:
+    int _signal;
 };
 
 // A failure that arose on another thread and was described there.

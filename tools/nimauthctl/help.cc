@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <string_view>
 #include <vector>
 
 #include "tools/nimauthctl/command_table.h"
@@ -11,6 +12,7 @@ namespace {
 
 constexpr std::size_t kWidth = 80;
 constexpr std::size_t kHelpColumn = 26;
+constexpr std::size_t kCommentColumn = 46;
 
 // Words put into lines; each line but the first begins with `indent` blanks, the first with none.
 std::string Fold(const std::string& text, std::size_t indent) {
@@ -95,6 +97,27 @@ std::string ExitCodesSection(const Command& command) {
     return text;
 }
 
+struct Step {
+    std::string_view commandLine;
+    std::string_view comment;
+};
+
+// The way of a host from its installation to log-ins of the directory's users.
+std::string FirstSteps() {
+    constexpr Step kSteps[] = {{"nimauthctl check corp.test", "can it join? changes nothing"},
+                               {"nimauthctl store set \"Active Directory\"", "take users from the directory"},
+                               {"nimauthctl join corp.test -U administrator", "asks for the password"},
+                               {"nimauthctl status", "how does it stand?"},
+                               {"nimauthctl logins enable --dry-run", "look; then do it, and confirm"}};
+    std::string text = "\nFirst steps, as root:\n";
+    for (const Step& step : kSteps) {
+        std::string line = "  " + std::string(step.commandLine);
+        line.resize(kCommentColumn, ' ');
+        text += line + "# " + std::string(step.comment) + '\n';
+    }
+    return text + "No domain at hand? A file on this host will do: 'nimauthctl directory --help'.\n";
+}
+
 std::string CommandItems(const std::string& prefix) {
     std::string text;
     for (const Command& command : Commands()) {
@@ -108,7 +131,7 @@ std::string CommandItems(const std::string& prefix) {
 std::string OverviewHelp() {
     return "Usage: nimauthctl COMMAND [ARGUMENT]... [OPTION]...\n\n" +
            Fold("Lets this host join a directory domain, leave it, and tells how it stands.", 0) + "\n\nCommands:\n" +
-           CommandItems("") + GlobalOptionsSection() + "\n" +
+           CommandItems("") + GlobalOptionsSection() + FirstSteps() + "\n" +
            Fold("'nimauthctl COMMAND --help' tells more about one command, with examples.", 0) + '\n';
 }
 

@@ -102,7 +102,7 @@ template <typename Call>
 auto InBackground(Call call) -> std::future<Outcome<std::invoke_result_t<Call>>> {
     using Result = std::invoke_result_t<Call>;
     const auto promise = std::make_shared<std::promise<Outcome<Result>>>();
-    RunInBackground([promise, call = std::move(call)] {
+    RunInBackground([promise, call = std::move(call)]() mutable {
         OutcomeGuard<Result> guard(*promise);
         try {
             guard.outcome = call();

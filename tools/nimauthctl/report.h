@@ -86,8 +86,11 @@ class Report {
     const std::vector<Failure>& Failures() const { return _failures; }
     bool HasStale() const;
 
-    // Lines, each with its line end; failures are not among them.
-    std::string AsText() const;
+    // Lines, each with its line end; failures are not among them. `colors` marks what is stale, good or bad.
+    std::string AsText(bool colors = false) const;
+    // The same for a person at a terminal of so many columns: values in a column, lists as tables. A list that is wider
+    // has its long texts wrapped, or else each row's details below it.
+    std::string AsTable(int columns, bool colors) const;
     // One object with a line end.
     std::string AsJson() const;
 
@@ -108,8 +111,12 @@ class Report {
         std::string label;
         std::variant<Scalar, CodedValue, ListValue, UnavailableValue, VerbatimValue> value;
         bool stale = false;
+
+        // The value in one line, but for its staleness; of a list, what stands for an empty one.
+        std::string AsText() const;
     };
     friend class ReportText;
+    friend class ReportTable;
     friend class ReportJson;
 
     void Add(std::string_view label, Scalar value);
@@ -120,10 +127,14 @@ class Report {
     std::vector<Failure> _failures;
 };
 
-// A failure as lines: "error: ...", then "where: ...", "cause: ..." and "remedy: ..." as far as they are known.
-std::string FailureAsText(const Failure& failure);
+// A failure as lines: "error: ...", then "where: ...", "cause: ...", "remedy: ..." and "log: ..." as far as they are
+// known.
+std::string FailureAsText(const Failure& failure, bool colors = false);
 // The whole output of a command that failed: {"schema": 1, "error": {...}}.
 std::string FailureAsJson(const Failure& failure);
+
+// A text as a JSON string with its quotes; bytes that are not UTF-8 are replaced.
+std::string JsonText(std::string_view text);
 
 // "trusted domains" -> "trustedDomains", "may-join" -> "mayJoin".
 std::string JsonName(std::string_view label);

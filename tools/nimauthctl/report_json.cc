@@ -33,7 +33,8 @@ Json ToJson(const Row& row) {
 Json ToJson(const Failure& failure) {
     const auto orNull = [](const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); };
     return {{"exception", failure.exception}, {"code", failure.code},           {"message", failure.message},
-            {"where", orNull(failure.where)}, {"cause", orNull(failure.cause)}, {"remedy", orNull(failure.remedy)}};
+            {"where", orNull(failure.where)}, {"cause", orNull(failure.cause)}, {"remedy", orNull(failure.remedy)},
+            {"log", orNull(failure.log)}};
 }
 
 }  // namespace
@@ -79,6 +80,8 @@ std::string FailureAsJson(const Failure& failure) {
     object["error"] = ToJson(failure);
     return Dump(object);
 }
+
+std::string JsonText(std::string_view text) { return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace); }
 
 std::string JsonName(std::string_view label) {
     std::string name;

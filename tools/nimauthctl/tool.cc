@@ -2,11 +2,13 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <system_error>
 
 #include "tools/nimauthctl/command_line.h"
 #include "tools/nimauthctl/failure.h"
 #include "tools/nimauthctl/help.h"
+#include "tools/nimauthctl/presentation.h"
 #include "tools/nimauthctl/questions.h"
 #include "tools/nimauthctl/report.h"
 #include "tools/nimauthctl/standard_streams.h"
@@ -19,12 +21,13 @@ struct Display {
     std::string output;
     std::string errors;
     ExitCode exitCode = ExitCode::Ok;
+    int signal = 0;  // ends the process after all is shown
 };
 
-Display Refused(bool json) {
+Display Refused(const Settings& settings) {
     const Failure failure = DescribeCurrentException();
-    if (json) return {FailureAsJson(failure), "", failure.exitCode};
-    return {"", FailureAsText(failure), failure.exitCode};
+    if (settings.json) return {FailureAsJson(failure), "", failure.exitCode};
+    return {"", FailureAsText(failure, UsesColor(settings, STDERR_FILENO)), failure.exitCode};
 }
 
 void CheckUser(const Command& command) {
@@ -34,16 +37,12 @@ void CheckUser(const Command& command) {
                     "run it again as root, for example with sudo");
 }
 
-std::string FailuresAsText(const Report& report) {
-    std::string text;
-    for (const Failure& failure : report.Failures()) text += FailureAsText(failure);
-    return text;
-}
-
-Display Show(const Command& command, const Settings& settings, const Report& report, ExitCode exitCode) {
-    if (settings.json) return {report.AsJson(), "", exitCode};
-    const bool silent = settings.quiet && command.changes && exitCode == ExitCode::Ok;
-    return {silent ? "" : report.AsText(), FailuresAsText(report), exitCode};
+// A preview changes nothing: it is an answer.
+Display Show(const CommandLine& line, const Report& report, ExitCode exitCode) {
+    const Settings& settings = line.invocation.Global();
+    const bool confirms = line.command->changes && !line.invocation.Has("dry-run");
+    const bool silent = settings.quiet && !settings.json && confirms && exitCode == ExitCode::Ok;
+    return {silent ? "" : Present(report, settings), PresentFailures(report, settings), exitCode};
 }
 
 Display RunCommand(const CommandLine& line) {
@@ -53,9 +52,13 @@ Display RunCommand(const CommandLine& line) {
         WatchWorkItems();
         Report report;
         const ExitCode exitCode = line.command->run(line.invocation, report);
-        return Show(*line.command, settings, report, exitCode);
+        return Show(line, report, exitCode);
+    } catch (const InterruptedFailure& interruption) {
+        Display display = Refused(settings);
+        display.signal = interruption.Signal();
+        return display;
     } catch (...) {
-        return Refused(settings.json);
+        return Refused(settings);
     }
 }
 
@@ -77,7 +80,7 @@ Display CarryOut(const std::vector<std::string>& words) {
     try {
         line = ParseCommandLine(words);
     } catch (...) {
-        return Refused(AsksForJson(words));
+        return Refused({.json = AsksForJson(words)});
     }
     switch (line.request) {
         case CommandLine::Request::Help:
@@ -96,6 +99,7 @@ int RunTool(const std::vector<std::string>& words) {
     const Display display = CarryOut(words);
     const int error = WriteAll(STDOUT_FILENO, display.output);
     WriteError(display.errors);
+    if (display.signal != 0) static_cast<void>(std::raise(display.signal));
     if (error == 0) return static_cast<int>(display.exitCode);
     WriteError("error: unable to write to standard output: " + std::generic_category().message(error) + '\n');
     return static_cast<int>(ExitCode::Failure);

@@ -1,8 +1,15 @@
 // nimauthctl and the proxy: the installed tool, library, plug-in, service and embedded directory together.
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "json_schema.h"
 #include "service.h"
 #include "system/nimauthctl/tool_host.h"
 #include "tls_server.h"
@@ -31,6 +38,13 @@ class ProxyCommands : public ToolHost {
         WriteFile(kFile, certificate.pem);
     }
 
+    // What the command answers, which must fit its schema.
+    static json Parsed(const Words& words) {
+        const std::string output = Done(words);
+        EXPECT_EQ("", SchemaFolder(NIMAUTHCTL_SCHEMAS).CheckOutput(words, output));
+        return json::parse(output);
+    }
+
     const Certificate certificate = MakeCertificate("proxy.corp.test");
 };
 
@@ -57,13 +71,13 @@ TEST_F(ProxyCommands, ImportJoinStatusLeave) {
 
 TEST_F(ProxyCommands, JsonSaysTheSame) {
     Service service;
-    const json imported = json::parse(Done({"proxy", "cert", "import", kFile, "--json"}));
+    const json imported = Parsed({"proxy", "cert", "import", kFile, "--json"});
     EXPECT_EQ(imported["schema"], 1);
     EXPECT_EQ(imported["thumbprint"], certificate.thumbprint);
     EXPECT_EQ(imported["imported"], true);
-    EXPECT_EQ(json::parse(Done({"proxy", "cert", "show", "--json"}))["subject"], "CN = proxy.corp.test");
-    EXPECT_EQ(json::parse(Done({"proxy", "domain", kProxy, "--json"}))["domain"], "corp.test");
-    const json joined = json::parse(Done({"join", "--proxy", kProxy, "--json"}));
+    EXPECT_EQ(Parsed({"proxy", "cert", "show", "--json"})["subject"], "CN = proxy.corp.test");
+    EXPECT_EQ(Parsed({"proxy", "domain", kProxy, "--json"})["domain"], "corp.test");
+    const json joined = Parsed({"join", "--proxy", kProxy, "--json"});
     EXPECT_EQ(joined["proxyAddress"], kProxy);
     EXPECT_EQ(joined["domain"], "corp.test");
 }
@@ -134,6 +148,54 @@ TEST_F(ProxyCommands, AddressThatIsSilentIsGivenUp) {
     TlsServer silent(9443, nullptr, "");
     SetPlugin("port = \"9443\"\n");
     EXPECT_THAT(Ctl({"proxy", "cert", "import", "--fetch", kProxy, "--yes", "00", "--timeout", "5"}), ExitsWith(9));
+}
+
+// Takes connections, and says nothing.
+class SilentServer {
+ public:
+    explicit SilentServer(std::uint16_t port) : _listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        EXPECT_EQ(0, bind(_listener, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+        EXPECT_EQ(0, listen(_listener, 4));
+    }
+    SilentServer(const SilentServer&) = delete;
+    SilentServer& operator=(const SilentServer&) = delete;
+    ~SilentServer() { close(_listener); }
+
+ private:
+    int _listener;
+};
+
+TEST_F(ProxyCommands, SilentProxyIsGivenUpWithinTheTimeout) {
+    const SilentServer silent(9444);
+    SetPlugin("port = \"9444\"\n");
+    const ProgramResult result = Ctl({"proxy", "domain", kProxy, "--timeout", "1"});
+    EXPECT_THAT(result, ExitsWith(9));
+    EXPECT_THAT(result.errors, StartsWith("error: the proxy 192.0.2.10 does not answer in time\nremedy: "));
+}
+
+TEST_F(ProxyCommands, JoinTellsItsStepsAndAnInterruptTheHostsState) {
+    Done({"proxy", "cert", "import", kFile});
+    {
+        Service service;
+        const ProgramResult joined = Ctl({"join", "--proxy", kProxy, "--progress=json"});
+        EXPECT_THAT(joined, ExitsWith(0));
+        EXPECT_THAT(joined.errors,
+                    AllOf(HasSubstr("\"step\": \"attempt\", \"text\": \"joining through the proxy 192.0.2.10\", "
+                                    "\"attempt\": 1, \"attempts\": 4, "),
+                          HasSubstr("\"event\": \"end\"")));
+    }
+    Done({"leave"});
+    const SilentServer silent(9444);
+    SetPlugin("port = \"9444\"\n");
+    const ProgramResult stopped = RunProgram(
+        kTool,
+        {.arguments = {"join", "--proxy", kProxy}, .terminal = {{"attempt 1 of 4", "\x03"}}, .outputOnTerminal = true});
+    EXPECT_EQ(SIGINT, stopped.signal);
+    EXPECT_THAT(stopped.terminal, AllOf(HasSubstr("] joining through the proxy 192.0.2.10, attempt 1 of 4"),
+                                        HasSubstr("interrupted; the host is not joined")));
 }
 
 TEST_F(ProxyCommands, WrongCommandLines) {

@@ -189,6 +189,17 @@ TEST_F(LoginsEnableTest, ShowTellsTheDirectorysRulesAndSources) {
     EXPECT_THAT(Ctl({"logins", "show", "bogus"}), ExitsWith(2));
 }
 
+TEST_F(LoginsEnableTest, PreviewIsShownEvenQuietlyAndInColourOnATerminal) {
+    const Words words = {"logins", "enable", "--dry-run", "--quiet"};
+    EXPECT_THAT(Done(words), HasSubstr("\n--- /etc/pam.d/common-auth\n"));
+    const ProgramResult terminal = Ctl(words, {.outputOnTerminal = true, .environment = {"TERM=xterm"}});
+    EXPECT_THAT(terminal, ExitsWith(0));
+    EXPECT_THAT(terminal.terminal, AllOf(HasSubstr("\r\n\r\n--- /etc/"), HasSubstr("\r\n\x1b[32m+"), HasSubstr("FILE "),
+                                         Not(HasSubstr("diff:"))));
+    ExpectUntouched();
+    EXPECT_EQ("", Done({"logins", "enable", "--confirm-within", "0", "--quiet"}));
+}
+
 TEST_F(LoginsEnableTest, JsonTellsTheSame) {
     EXPECT_THAT(Done({"logins", "enable", "--dry-run", "--json"}),
                 AllOf(HasSubstr("\"changed\": false"), HasSubstr("\"diff\": \"--- /etc/pam.d/common-auth\\n"),

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "json_schema.h"
 #include "tool_host.h"
 
 namespace nimbrel::testing {
@@ -14,7 +15,7 @@ class JsonTest : public ToolHost {
     // Runs the line with --json; standard output must be one object with its schema, and standard error empty.
     static json Parsed(Words words, int exitStatus = 0) {
         words.emplace_back("--json");
-        return Checked(Ctl(words), exitStatus);
+        return Described(words, Ctl(words), exitStatus);
     }
 
     static json Checked(const ProgramResult& result, int exitStatus) {
@@ -23,6 +24,19 @@ class JsonTest : public ToolHost {
         const json object = json::parse(result.output, nullptr, false);
         EXPECT_TRUE(object.is_object()) << result.output;
         EXPECT_EQ(1, object.value("schema", 0));
+        return object;
+    }
+
+    // The same against the schema of the command that the words begin with.
+    static json Described(const Words& words, const ProgramResult& result, int exitStatus) {
+        static SchemaFolder schemas(NIMAUTHCTL_SCHEMAS);
+        const json object = Checked(result, exitStatus);
+        std::string name;
+        for (const std::string& word : words) {
+            name += (name.empty() ? "" : "-") + word;
+            if (!schemas.Has(name + ".json")) continue;
+            EXPECT_EQ("", schemas.Check(name + ".json", object)) << result.output;
+        }
         return object;
     }
 };
@@ -69,7 +83,8 @@ TEST_F(JsonTest, EveryCommandAnswersWithOneObject) {
 
 TEST_F(JsonTest, JoinStatusAndLeaveTellTheirValues) {
     HaveDomain();
-    const json join = Checked(CtlWithPassword({"join", "corp.test", "-U", "administrator", "--json"}), 0);
+    const Words joining = {"join", "corp.test", "-U", "administrator", "--json"};
+    const json join = Described(joining, CtlWithPassword(joining), 0);
     EXPECT_EQ(true, join["joined"]);
     EXPECT_EQ("CN=NODE01,CN=Computers,DC=corp,DC=test", join["machineAccount"]);
     EXPECT_TRUE(join["organizationalUnit"].is_null());
@@ -82,7 +97,8 @@ TEST_F(JsonTest, JoinStatusAndLeaveTellTheirValues) {
     EXPECT_EQ(json::array(), status["trustedDomains"]);
     EXPECT_FALSE(status.contains("stale"));
 
-    const json leave = Checked(CtlWithPassword({"leave", "-U", "administrator", "--json"}), 0);
+    const Words leaving = {"leave", "-U", "administrator", "--json"};
+    const json leave = Described(leaving, CtlWithPassword(leaving), 0);
     EXPECT_EQ("kept", leave["storedSettings"]);
     EXPECT_EQ("corp.test", leave["left"]);
 }

@@ -1,10 +1,16 @@
 // Where passwords come from, and where they must never be seen. Every run of the tool is searched for them besides.
 
+#include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <array>
 #include <csignal>
-
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -182,6 +188,102 @@ TEST_F(SecretsTest, ItIsInNoFileOfTheHost) {
         }
     }
     EXPECT_GE(searched, 5);
+}
+
+// The system log, as far as its socket holds.
+class LogSocket {
+ public:
+    LogSocket() : _socket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+        constexpr sockaddr_un kAddress{AF_UNIX, "/dev/log"};
+        unlink(kAddress.sun_path);
+        EXPECT_EQ(0, bind(_socket, reinterpret_cast<const sockaddr*>(&kAddress), sizeof kAddress));
+    }
+    LogSocket(const LogSocket&) = delete;
+    LogSocket& operator=(const LogSocket&) = delete;
+    ~LogSocket() {
+        close(_socket);
+        unlink("/dev/log");
+    }
+
+    std::string Take() const {
+        std::string text;
+        std::array<char, 8192> line{};
+        for (ssize_t size; (size = recv(_socket, line.data(), line.size(), 0)) > 0;) {
+            text.append(line.data(), static_cast<std::size_t>(size)) += '\n';
+        }
+        return text;
+    }
+
+ private:
+    int _socket;
+};
+
+TEST_F(SecretsTest, ItIsNotInTheSystemLog) {
+    const LogSocket log;
+    Done({"directory", "rehearse", "join-domain", "--status", "1359", "--count", "1"});
+    EXPECT_THAT(CtlWithPassword(kJoin), ExitsWith(1));
+    std::filesystem::remove("/var/lib/nimbrel/configstore.db");
+    WriteFile("/var/lib/nimbrel/configstore.db", std::string(8192, 'x'));
+    EXPECT_THAT(CtlWithPassword(kJoin), ExitsWith(1));
+    EXPECT_THAT(log.Take(), AllOf(HasSubstr("Failed to store domain details"), Not(HasSubstr(kPassword))));
+}
+
+struct Mapping {
+    unsigned long begin = 0;
+    unsigned long end = 0;
+    bool readable = false;
+    bool inCore = true;
+};
+
+// The process's memory, and whether a core of it would hold that.
+std::vector<Mapping> Mappings(pid_t process) {
+    std::ifstream lines("/proc/" + std::to_string(process) + "/smaps");
+    std::vector<Mapping> mappings;
+    for (std::string line; std::getline(lines, line);) {
+        Mapping mapping;
+        std::array<char, 5> rights{};
+        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &mapping.begin, &mapping.end, rights.data()) == 3) {
+            mapping.readable = rights[0] == 'r' && line.find("[v") == std::string::npos;
+            mappings.push_back(mapping);
+        } else if (line.starts_with("VmFlags:") && !mappings.empty() && line.find(" dd") != std::string::npos) {
+            mappings.back().inCore = false;
+        }
+    }
+    return mappings;
+}
+
+std::string MemoryOf(pid_t process, const Mapping& mapping) {
+    const int memory = open(("/proc/" + std::to_string(process) + "/mem").c_str(), O_RDONLY | O_CLOEXEC);
+    std::string bytes(mapping.end - mapping.begin, '\0');
+    const ssize_t size = pread(memory, bytes.data(), bytes.size(), static_cast<off_t>(mapping.begin));
+    close(memory);
+    bytes.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+    return bytes;
+}
+
+// The join waits between two attempts: the provider has seen the password, and the next attempt will need it.
+TEST_F(SecretsTest, CoreOfACrashedJoinWouldNotHoldIt) {
+    constexpr unsigned long kLargest = 1UL << 24U;
+    int inCore = 0;
+    int keptOut = 0;
+    std::size_t searched = 0;
+    const auto look = [&](pid_t tool) {
+        for (const Mapping& mapping : Mappings(tool)) {
+            // A sanitizer's own bookkeeping is kept out of cores, too, and larger than any memory.
+            if (!mapping.readable || (!mapping.inCore && mapping.end - mapping.begin > kLargest)) continue;
+            const std::string bytes = MemoryOf(tool, mapping);
+            if (mapping.inCore) searched += bytes.size();
+            if (bytes.find(kWrongPassword) != std::string::npos) ++(mapping.inCore ? inCore : keptOut);
+        }
+        kill(tool, SIGABRT);
+    };
+    const ProgramResult result = RunProgram(kTool, {.arguments = JoinWith({"--password-stdin", "--progress=json"}),
+                                                    .input = kWrongPassword,
+                                                    .onErrors = {"\"event\": \"pause\"", look}});
+    EXPECT_EQ(SIGABRT, result.signal);
+    EXPECT_EQ(0, inCore);
+    EXPECT_EQ(1, keptOut);
+    EXPECT_GT(searched, 1'000'000U);
 }
 
 TEST_F(SecretsTest, LeaveWithAPasswordButWithoutAUserIsRefused) {

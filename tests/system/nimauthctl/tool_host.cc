@@ -1,5 +1,6 @@
 #include "tool_host.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -27,6 +28,7 @@ void ExpectNoPassword(const ProgramResult& result) {
 }  // namespace
 
 void ToolHost::SetUp() {
+    umask(022);  // a host's usual one, whatever the caller's is
     std::filesystem::remove_all(kState);
     std::filesystem::create_directories("/etc/nimbrel/nimauth");
     std::filesystem::permissions("/etc/nimbrel/nimauth", std::filesystem::perms(0755));

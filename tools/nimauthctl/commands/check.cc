@@ -1,163 +1,58 @@
-// nimauthctl check
+// nimauthctl check: what stands in the way of a join, or of log-ins on a joined host.
 
-#include <unistd.h>
+#include "tools/nimauthctl/checks/check.h"
 
-#include <climits>
-#include <memory>
 #include <string>
 
-#include "authentication/configuration.h"
-#include "authentication/provider.h"
-#include "tools/nimauthctl/checks/finding.h"
-#include "tools/nimauthctl/checks/host_checks.h"
+#include "sysnet/network_info.h"
+#include "tools/nimauthctl/checks/name_checks.h"
 #include "tools/nimauthctl/commands/commands.h"
-#include "tools/nimauthctl/commands/membership.h"
 #include "tools/nimauthctl/failure.h"
 #include "tools/nimauthctl/report.h"
-#include "tools/nimauthctl/trust_words.h"
 
 namespace nimbrel::nimauthctl {
 namespace {
 
-constexpr char kHost[] = "";  // the root of all paths
 constexpr char kSssdService[] = "sss";
-constexpr char kDirectoryStore[] = "Active Directory";
-
-// What the checks learn one after the other.
-struct Learned {
-    const Invocation& invocation;
-    std::string provider = {};
-    std::string pamModule = {};
-    std::string nssService = {};
-    StorePointer store = {};
-    std::string domain = {};
-    std::string machineAccount = {};
-};
-
-// What must have been learned before a check makes sense.
-enum class Needs { Nothing, Provider, Membership, Sssd };
-
-struct Check {
-    const char* name;
-    Needs needs;
-    Finding (*run)(Learned& learned);
-};
-
-Finding CheckStore(Learned&) {
-    const authentication::AuthenticationConfiguration record;
-    const std::string store = record["remote-authentication-store"];
-    if (store == kDirectoryStore) return Pass(store);
-    return Fail("the active store is '" + store + "'", "nimauthctl store set \"Active Directory\"",
-                ExitCode::OtherState);
-}
-
-Finding CheckProvider(Learned& learned) {
-    const authentication::ProviderConfiguration settings;
-    const std::string name = settings["provider"];
-    const authentication::ActiveDirectoryProvider provider(name);
-    learned.provider = name;
-    learned.pamModule = provider.PAMModule();
-    learned.nssService = provider.NSSModule();
-    return Pass(name + ": " + learned.pamModule + ", " + learned.nssService);
-}
-
-Finding CheckMembership(Learned& learned) {
-    learned.store = OpenStore(learned.invocation);
-    const auto answer = AskConfiguration(*learned.store, learned.invocation);
-    if (answer.stale) {
-        return Fail("the provider did not answer in time", "try again with a longer --timeout", ExitCode::Stale);
-    }
-    learned.domain = answer.value.DomainDNSName();
-    learned.machineAccount = answer.value.MachineAccountDN();
-    if (learned.domain.empty()) {
-        return Fail("the host is not joined", "nimauthctl join DOMAIN -U USER", ExitCode::NotJoined);
-    }
-    return Pass(learned.domain);
-}
-
-Finding CheckOwnName(Learned& learned) {
-    char name[HOST_NAME_MAX + 1] = {};
-    if (gethostname(name, sizeof(name) - 1) != 0) return Fail("the host name cannot be read", "set one");
-    return CheckHostName(name, learned.machineAccount);
-}
-
-struct TrustRemedy {
-    std::int32_t state;
-    const char* remedy;
-    ExitCode exitCode;
-};
-
-// The states that the providers of this project share; other providers have numbers of their own.
-constexpr TrustRemedy kTrustRemedies[] = {
-    {3, "leave the domain and join it again", ExitCode::Authentication},
-    {4, "have the domain's administrator enable the computer account", ExitCode::Authentication},
-    {5, "leave the domain and join it again", ExitCode::Authentication},
-    {7, "nimauthctl join DOMAIN -U USER", ExitCode::NotJoined},
-    {8, "see whether a domain controller runs and its ports can be reached", ExitCode::Network},
-    {9, "run this as root; the system log tells which file cannot be read", ExitCode::Permission},
-    {10, "set the host's clock right, and run a time service", ExitCode::Authentication},
-};
-
-bool HasKnownStates(const std::string& provider) { return provider == "ad" || provider == "embedded"; }
-
-Finding CheckTrust(Learned& learned) {
-    const auto answer =
-        AskTraced(learned.invocation, "the trust state", [&] { return learned.store->GetDomainTrustState(); });
-    if (answer.stale) {
-        return Fail("the domain did not answer in time", "see whether a domain controller runs and can be reached",
-                    ExitCode::Stale);
-    }
-    const std::string found = std::to_string(answer.value) + ", " + TrustStateWords(learned.provider, answer.value);
-    if (!HasKnownStates(learned.provider)) return Warn(found, "look it up in the provider's documentation");
-    if (answer.value == 1) return Pass(found);
-    for (const TrustRemedy& entry : kTrustRemedies) {
-        if (entry.state == answer.value) return Fail(found, entry.remedy, entry.exitCode);
-    }
-    return Fail(found, "look it up in the provider's documentation");
-}
-
-// In the order in which a log-in depends on them, so that the first failure is the one to begin with.
-constexpr Check kJoinedChecks[] = {
-    {"store", Needs::Nothing, CheckStore},
-    {"provider", Needs::Nothing, CheckProvider},
-    {"membership", Needs::Provider, CheckMembership},
-    {"host name", Needs::Membership, CheckOwnName},
-    {"keytab", Needs::Sssd, [](Learned& learned) { return CheckKeytab(kHost, learned.domain); }},
-    {"trust state", Needs::Membership, CheckTrust},
-    {"clock", Needs::Nothing, [](Learned&) { return CheckClock(); }},
-    {"sssd installed", Needs::Sssd, [](Learned&) { return CheckSssdInstalled(kHost); }},
-    {"sssd configuration", Needs::Sssd, [](Learned& learned) { return CheckSssdConfiguration(kHost, learned.domain); }},
-    {"sssd runs", Needs::Sssd, [](Learned&) { return CheckSssdRuns(kHost); }},
-    {"name service", Needs::Provider, [](Learned& learned) { return CheckNameService(kHost, learned.nssService); }},
-    {"pam", Needs::Provider, [](Learned& learned) { return CheckPam(kHost, learned.pamModule); }},
-};
-
-bool IsMet(Needs needs, const Learned& learned) {
-    switch (needs) {
-        case Needs::Nothing:
-            return true;
-        case Needs::Provider:
-            return !learned.provider.empty();
-        case Needs::Membership:
-            return !learned.domain.empty();
-        case Needs::Sssd:
-            return !learned.domain.empty() && learned.nssService == kSssdService;
-    }
-    return false;
-}
-
-Finding Run(const Check& check, Learned& learned) {
-    try {
-        return check.run(learned);
-    } catch (...) {
-        const Failure failure = DescribeCurrentException();
-        return Fail(failure.message, failure.remedy.empty() ? "see the message" : failure.remedy, failure.exitCode);
-    }
-}
 
 const char* Word(Verdict verdict) {
     constexpr const char* kWords[] = {"pass", "warn", "fail"};
     return kWords[static_cast<int>(verdict)];
+}
+
+bool IsMet(Needs needs, const CheckSubject& subject) {
+    const bool hasDomain = !subject.domain.empty();
+    const bool hasProvider = !subject.nssService.empty();
+    switch (needs) {
+        case Needs::Nothing:
+            return true;
+        case Needs::Domain:
+            return hasDomain;
+        case Needs::Settings:
+            return !subject.provider.empty();
+        case Needs::Provider:
+            return hasProvider;
+        case Needs::DomainAndProvider:
+            return hasDomain && hasProvider;
+        case Needs::Sssd:
+            return hasDomain && subject.nssService == kSssdService;
+    }
+    return false;
+}
+
+// Whether the check has no place on this host, rather than being kept back by one that failed.
+bool IsBesideThePoint(Needs needs, const CheckSubject& subject) {
+    return needs == Needs::Sssd && !subject.nssService.empty() && subject.nssService != kSssdService;
+}
+
+Finding Run(const Check& check, CheckSubject& subject) {
+    try {
+        return check.run(subject);
+    } catch (...) {
+        const Failure failure = DescribeCurrentException();
+        return Fail(failure.message, failure.remedy.empty() ? "see the message" : failure.remedy,
+                    failure.exitCode == ExitCode::Ok ? ExitCode::Failure : failure.exitCode);
+    }
 }
 
 void Show(const Check& check, const Finding& finding, Report& report) {
@@ -166,29 +61,63 @@ void Show(const Check& check, const Finding& finding, Report& report) {
     if (finding.verdict != Verdict::Pass) row.Text("remedy", finding.remedy);
 }
 
-ExitCode CheckJoined(const Invocation& invocation, Report& report) {
-    Learned learned{.invocation = invocation};
+bool NeedsDomain(Needs needs) { return needs == Needs::Domain || needs == Needs::DomainAndProvider; }
+
+// Names one after the other.
+void AddName(std::string_view name, std::string& names) { names += (names.empty() ? "" : ", ") + std::string(name); }
+
+// Returns the exit status: that of the first failed check.
+ExitCode RunChecks(std::span<const Check> checks, CheckSubject& subject, bool domainIsLearned, Report& report) {
+    const bool lacksDomain = subject.domain.empty() && !domainIsLearned;
     Finding worst;
-    bool complete = true;
-    for (const Check& check : kJoinedChecks) {
-        if (!IsMet(check.needs, learned)) {
-            complete = complete && (check.needs == Needs::Sssd && !learned.domain.empty());
-            continue;
+    std::string withoutDomain;
+    std::string afterFailure;
+    for (const Check& check : checks) {
+        if (IsMet(check.needs, subject)) {
+            const Finding finding = Run(check, subject);
+            Show(check, finding, report);
+            if (finding.verdict > worst.verdict) worst = finding;
+        } else if (!IsBesideThePoint(check.needs, subject)) {
+            AddName(check.name, lacksDomain && NeedsDomain(check.needs) ? withoutDomain : afterFailure);
         }
-        const Finding finding = Run(check, learned);
-        Show(check, finding, report);
-        if (finding.verdict > worst.verdict) worst = finding;
     }
     report.Text("result", Word(worst.verdict));
-    if (!complete) report.Note("the other checks need what failed here");
+    if (!withoutDomain.empty()) report.Note("not checked, because no domain was given: " + withoutDomain);
+    if (!afterFailure.empty()) report.Note("not checked, because of what failed: " + afterFailure);
     return worst.exitCode;
 }
 
+std::string HostsLine(const std::string& domain) try {
+    const auto interface = SysNet::Network::NetworkInfoImpl().GetManagementInterface();
+    const std::string name = KernelHostName();
+    const std::string shortName = name.substr(0, name.find('.'));
+    return interface->GetIpConfig().GetIpv4Address().GetStringAddress() + ' ' + shortName + '.' + domain + ' ' +
+           shortName;
+} catch (...) {
+    return "the management interface's address with the host's full and short name";
+}
+
+void AddChanges(const std::string& domain, Report& report) {
+    const auto add = [&](const char* place, const std::string& to) {
+        report.AddRow("change", "changes", place).Text("to", to);
+    };
+    add("/etc/hosts", HostsLine(domain));
+    add("DNS search list", domain + " added, if the host's full name lies elsewhere and the domain resolves");
+    add("the directory", "a computer account for this host created or taken over");
+    add("the provider's own files", "this host's membership and machine secret");
+    add("configuration store", "orb/identity/active_directory: domain " + domain + ", the organizational unit");
+}
+
 ExitCode RunCheck(const Invocation& invocation, Report& report) {
-    if (!invocation.Has("joined")) {
-        throw UsageError("nothing to check", "say what: nimauthctl check --joined");
+    const std::string target = invocation.Text("DOMAIN");
+    CheckSubject subject = {.invocation = invocation, .domain = target.substr(0, target.find('/'))};
+    if (invocation.Has("joined")) {
+        if (invocation.Has("DOMAIN")) throw UsageError("--joined takes no domain: the host knows its own");
+        return RunChecks(JoinedChecks(), subject, true, report);
     }
-    return CheckJoined(invocation, report);
+    const ExitCode exitCode = RunChecks(JoinChecks(), subject, false, report);
+    if (!subject.domain.empty()) AddChanges(subject.domain, report);
+    return exitCode;
 }
 
 }  // namespace
@@ -196,16 +125,23 @@ ExitCode RunCheck(const Invocation& invocation, Report& report) {
 Command CheckCommand() {
     return {
         .name = "check",
-        .summary = "name what is missing when something does not work",
+        .summary = "check whether the host can join, or why log-ins on a joined host fail",
         .description =
-            "With --joined: why users of the domain cannot log in on this host. Looks at the active store, the "
-            "provider, the membership, the host name, the trust state and the clock; at the provider's modules in "
+            "Without --joined: whether the host can join. Looks at the user, the settings files, the provider, the "
+            "host's name and how it resolves, the domain and its controllers, the clock, and whether the files that a "
+            "join changes can be written; at the end stands what a join would change.\n\n"
+            "With --joined: why users of the domain cannot log in on this host. Looks at the same, and at the active "
+            "store, the membership, the machine account and the trust state; at the provider's modules in "
             "/etc/nsswitch.conf and in the PAM services login and sshd; and, where these modules are SSSD's, at SSSD "
-            "itself, its configuration of the domain and the keytab. Nothing is changed.\n\n"
-            "Each check is one line with its result: pass, warn or fail, what was found, and a remedy. The exit status "
-            "is that of the first failure; warnings do not change it.",
+            "itself, its configuration of the domain and the keytab.\n\n"
+            "Nothing is changed. Each check is one line with its result (pass, warn or fail), what was found, and a "
+            "remedy; the line 'result' is the gravest. The exit status is that of the first check that fails; "
+            "warnings leave it 0.",
+        .arguments = {{.name = "DOMAIN", .help = "the domain to join, as join takes it", .optional = true}},
         .options = {{.flags = "--joined", .help = "check what log-ins of a joined host need"}},
-        .examples = {{"nimauthctl check --joined", "why can nobody log in?"},
+        .examples = {{"nimauthctl check corp.test", "can this host join corp.test?"},
+                     {"nimauthctl check corp.test | grep 'result=fail'", "what stands in the way?"},
+                     {"nimauthctl check --joined", "why can nobody log in?"},
                      {"nimauthctl check --joined --json", "for a monitor"}},
         .exitCodes = {ExitCode::OtherState, ExitCode::NotJoined, ExitCode::Permission, ExitCode::Stale,
                       ExitCode::Authentication, ExitCode::HostName, ExitCode::Network},

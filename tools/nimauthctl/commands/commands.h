@@ -7,10 +7,24 @@
 
 namespace nimbrel::nimauthctl {
 
+Command CheckCommand();
 Command JoinCommand();
 Command LeaveCommand();
 Command StatusCommand();
-Command CheckCommand();
+Command TrustsCommand();
+Command ExplainCommand();
+
+Command ControllerListCommand();
+Command ControllerPreferCommand();
+Command ControllerAnyCommand();
+
+Command UserCanonicalCommand();
+Command HostPrincipalCommand();
+
+Command SmartCardListCommand();
+Command SmartCardSetCommand();
+Command SmartCardChangeCommand();
+Command SmartCardDecideCommand();
 
 Command StoreListCommand();
 Command StoreShowCommand();

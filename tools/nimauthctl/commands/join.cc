@@ -3,16 +3,17 @@
 #include <unistd.h>
 
 #include <array>
+#include <memory>
 #include <string>
 #include <utility>
 
 #include "authentication/directory_config_store.h"
-#include "orbconfigstore/config_store.h"
 #include "tools/nimauthctl/commands/commands.h"
+#include "tools/nimauthctl/commands/interruption.h"
 #include "tools/nimauthctl/commands/membership.h"
 #include "tools/nimauthctl/failure.h"
+#include "tools/nimauthctl/progress.h"
 #include "tools/nimauthctl/report.h"
-#include "tools/nimauthctl/standard_streams.h"
 
 namespace nimbrel::nimauthctl {
 namespace {
@@ -84,29 +85,69 @@ void ShowJoin(const Target& target, bool skipHostNameCheck, Report& report) {
     report.Text("host name check", skipHostNameCheck ? "skipped" : "passed, hosts file made to fit");
 }
 
-// On a terminal, so that nobody takes the pauses for a hang.
-void AnnounceJoin(const Target& target, const Settings& settings) {
-    if (settings.quiet || settings.json || isatty(STDERR_FILENO) != 1) return;
-    WriteError("joining " + Printable(target.domain) + "; a refused log-on is tried 4 times, 30 seconds apart\n");
+// The library's own number of attempts, with its pauses in between.
+constexpr int kAttempts = 4;
+
+// All that the join needs. It is the work's own, which goes on after an interruption.
+struct JoinWork {
+    StorePointer store;
+    std::shared_ptr<Progress> progress;
+    std::shared_ptr<Password> password;
+    std::string user;
+    Target target;
+    std::string whole;
+    bool skipHostNameCheck;
+
+    bool operator()();
+};
+
+// The steps of `JoinDomain`, one by one, so that each can be told. Unfit credentials are refused by it before anything is
+// changed, and so before the first step.
+bool JoinWork::operator()() {
+    const std::shared_ptr<Password> held = std::move(password);  // wiped at the end of the call
+    const PauseWatch watch(*progress);
+    const std::string domain = Printable(target.domain);
+    if (!skipHostNameCheck && !held->View().empty()) {
+        progress->Step("host-name", "making the host's name fit " + domain);
+        store->SanitiseHostnameForDomain(target.domain);
+    }
+    progress->Attempts("joining " + domain, kAttempts);
+    store->JoinDomain(whole, Credentials{user.c_str(), held->Text()}, true);
+    return true;
 }
 
-// Call it in a catch block.
-ExitCode ShowJoinTakenBack(Report& report) {
-    const Failure failure = DescribeCurrentException();
+// Carries the work out, which owns what it uses: it goes on after an interruption.
+template <typename Work>
+void RunJoin(const StorePointer& store, Progress& progress, const Invocation& invocation, Work work) {
+    try {
+        RunLong(progress, std::move(work));
+    } catch (const Interrupted& interruption) {
+        TellInterruption(interruption, store, progress, invocation);
+    }
+}
+
+void CallJoin(const StorePointer& store, const Target& target, const Invocation& invocation) {
+    const auto progress = std::make_shared<Progress>(invocation.Global());
+    JoinWork work = {store,
+                     progress,
+                     std::make_shared<Password>(),
+                     invocation.Text("user"),
+                     target,
+                     invocation.Text(kTarget),
+                     invocation.Has("skip-hostname-check")};
+    ReadPassword(*work.password, work.user, invocation);
+    invocation.Trace("joining " + work.whole);
+    RunJoin(store, *progress, invocation, std::move(work));
+}
+
+// Call it in the catch block. The library takes a join back whose settings could not be stored; any other failure is
+// thrown on.
+ExitCode ShowJoinTakenBack(const CarriedFailure& error, Report& report) {
+    if (error.Described().exception != "ConfigStoreException") throw;
     report.Flag("joined", false);
     report.Note("the host joined, but the domain settings could not be stored, so it has left again");
-    report.AddFailure(failure);
-    return failure.exitCode;
-}
-
-void CallJoin(ActiveDirectoryStore& store, const Target& target, const Invocation& invocation) {
-    const std::string user = invocation.Text("user");
-    Password password;
-    ReadPassword(password, user, invocation);
-    AnnounceJoin(target, invocation.Global());
-    invocation.Trace("joining " + invocation.Text(kTarget));
-    store.JoinDomain(invocation.Text(kTarget), Credentials{user.c_str(), password.Text()},
-                     invocation.Has("skip-hostname-check"));
+    report.AddFailure(error.Described());
+    return error.Described().exitCode;
 }
 
 // ---------------------------------------------------------------- through an authentication proxy
@@ -134,17 +175,27 @@ bool IsJoinedThroughProxy(const ActiveDirectoryStore& store, const Invocation& i
     return true;
 }
 
+void CallProxyJoin(const StorePointer& store, const std::string& proxy, const Invocation& invocation) {
+    const auto progress = std::make_shared<Progress>(invocation.Global());
+    const bool skipHostNameCheck = invocation.Has("skip-hostname-check");
+    invocation.Trace("joining through the proxy " + proxy);
+    RunJoin(store, *progress, invocation, [store, progress, proxy, unit = invocation.Text("ou"), skipHostNameCheck] {
+        const PauseWatch watch(*progress);
+        progress->Attempts("joining through the proxy " + Printable(proxy), kAttempts);
+        store->JoinDomainWithAPX(proxy, unit, skipHostNameCheck);
+        return true;
+    });
+}
+
 ExitCode JoinThroughProxy(const Invocation& invocation, Report& report) {
     CheckProxyWords(invocation);
     const std::string proxy = invocation.Text("proxy");
     const StorePointer store = OpenStore(invocation);
     if (invocation.Has("if-needed") && IsJoinedThroughProxy(*store, invocation, report)) return ExitCode::Ok;
-    AnnounceJoin({"through the proxy " + proxy, ""}, invocation.Global());
-    invocation.Trace("joining through the proxy " + proxy);
     try {
-        store->JoinDomainWithAPX(proxy, invocation.Text("ou"), invocation.Has("skip-hostname-check"));
-    } catch (const OrbConfigStore::ConfigStoreException&) {
-        return ShowJoinTakenBack(report);
+        CallProxyJoin(store, proxy, invocation);
+    } catch (const CarriedFailure& error) {
+        return ShowJoinTakenBack(error, report);
     }
     const Target target = {ActiveDirectoryConfigStore().GetDomainName(), invocation.Text("ou")};
     ShowJoin(target, invocation.Has("skip-hostname-check"), report);
@@ -160,9 +211,9 @@ ExitCode Join(const Invocation& invocation, Report& report) {
     const StorePointer store = OpenStore(invocation);
     if (invocation.Has("if-needed") && IsJoinedAlready(*store, target, invocation, report)) return ExitCode::Ok;
     try {
-        CallJoin(*store, target, invocation);
-    } catch (const OrbConfigStore::ConfigStoreException&) {
-        return ShowJoinTakenBack(report);
+        CallJoin(store, target, invocation);
+    } catch (const CarriedFailure& error) {
+        return ShowJoinTakenBack(error, report);
     }
     ShowJoin(target, invocation.Has("skip-hostname-check"), report);
     ShowMachineAccount(*store, invocation, report);
@@ -195,10 +246,10 @@ Command JoinCommand() {
             "The password is asked for without echo unless --password-stdin or --password-fd says where to read it; "
             "it never comes from the command line or the environment. A log-on that the directory refuses is tried "
             "four times, 30 seconds apart, because a new account may not have reached every controller yet: a wrong "
-            "password is reported after two minutes.\n\n"
+            "password is reported after two minutes. A terminal shows each attempt and how long the pauses still "
+            "last; Ctrl-C ends them and tells what state the host is in.\n\n"
             "With --proxy the host needs no user: an authentication proxy creates its computer account, and tells "
-            "which "
-            "domain that is in. Import the proxy's certificate first, with 'nimauthctl proxy cert import'.",
+            "which domain that is in. Import the proxy's certificate first, with 'nimauthctl proxy cert import'.",
         .arguments = {{kTarget,
                        "the domain's DNS name and, behind a slash, the organizational unit for the computer "
                        "account, outermost first"}},

@@ -1,11 +1,14 @@
 // nimauthctl leave
 
+#include <memory>
 #include <string>
+#include <utility>
 
-#include "orbconfigstore/config_store.h"
 #include "tools/nimauthctl/commands/commands.h"
+#include "tools/nimauthctl/commands/interruption.h"
 #include "tools/nimauthctl/commands/membership.h"
 #include "tools/nimauthctl/failure.h"
+#include "tools/nimauthctl/progress.h"
 #include "tools/nimauthctl/report.h"
 
 namespace nimbrel::nimauthctl {
@@ -32,22 +35,42 @@ void ShowLeave(const std::string& domain, const std::string& stored, Report& rep
     report.Text(kStored, stored);
 }
 
-void LeaveAsUser(ActiveDirectoryStore& store, const Invocation& invocation) {
-    const std::string user = invocation.Text("user");
-    Password password;
-    ReadPassword(password, user, invocation);
-    store.PartDomain(Credentials{user.c_str(), password.Text()});
+// Carries out one of the two ways to leave. `call` owns what it uses: it goes on after an interruption.
+template <typename Call>
+void RunLeave(const StorePointer& store, const std::string& domain, const Invocation& invocation, Call call) {
+    const auto progress = std::make_shared<Progress>(invocation.Global());
+    progress->Step("leave", "leaving " + (domain.empty() ? "the domain" : Printable(domain)));
+    try {
+        RunLong(*progress, std::move(call));
+    } catch (const Interrupted& interruption) {
+        TellInterruption(interruption, store, *progress, invocation);
+    }
 }
 
-ExitCode LeaveAlone(ActiveDirectoryStore& store, const std::string& domain, Report& report) {
+void LeaveAsUser(const StorePointer& store, const std::string& domain, const Invocation& invocation) {
+    const std::string user = invocation.Text("user");
+    auto password = std::make_shared<Password>();
+    ReadPassword(*password, user, invocation);
+    RunLeave(store, domain, invocation, [store, user, password = std::move(password)]() mutable {
+        const std::shared_ptr<Password> held = std::move(password);  // wiped at the end of the call
+        store->PartDomain(Credentials{user.c_str(), held->Text()});
+        return true;
+    });
+}
+
+ExitCode LeaveAlone(const StorePointer& store, const std::string& domain, const Invocation& invocation,
+                    Report& report) {
     try {
-        store.PartDomain();
-    } catch (const OrbConfigStore::ConfigStoreException&) {
-        const Failure failure = DescribeCurrentException();
+        RunLeave(store, domain, invocation, [store] {
+            store->PartDomain();
+            return true;
+        });
+    } catch (const CarriedFailure& error) {
+        if (error.Described().exception != "ConfigStoreException") throw;
         ShowLeave(domain, "kept", report);
         report.Note("the host has left; only the stored settings could not be removed");
-        report.AddFailure(failure);
-        return failure.exitCode;
+        report.AddFailure(error.Described());
+        return error.Described().exitCode;
     }
     ShowLeave(domain, "removed", report);
     report.Note("the computer account stays in the domain; its administrator may delete it");
@@ -61,8 +84,8 @@ ExitCode Leave(const Invocation& invocation, Report& report) {
     }
     const StorePointer store = OpenStore(invocation);
     const std::string domain = PresentDomain(*store, invocation);
-    if (!asUser) return LeaveAlone(*store, domain, report);
-    LeaveAsUser(*store, invocation);
+    if (!asUser) return LeaveAlone(store, domain, invocation, report);
+    LeaveAsUser(store, domain, invocation);
     ShowLeave(domain, "kept", report);
     report.Note("the stored domain settings stay behind until the next join replaces them");
     return ExitCode::Ok;

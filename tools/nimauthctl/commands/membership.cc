@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tools/nimauthctl/report.h"
+
 namespace nimbrel::nimauthctl {
 
 using authentication::ActiveDirectoryStore;
@@ -17,6 +19,11 @@ Answer<ActiveDirectoryStoreConfiguration> AskConfiguration(const ActiveDirectory
         return std::unique_ptr<authentication::StoreConfiguration>(store.GetStoreConfiguration());
     });
     return {dynamic_cast<const ActiveDirectoryStoreConfiguration&>(*answer.value), answer.stale};
+}
+
+ExitCode ResultOf(const Report& report) {
+    if (!report.Failures().empty()) return report.Failures().front().exitCode;
+    return report.HasStale() ? ExitCode::Stale : ExitCode::Ok;
 }
 
 std::vector<Option> PasswordOptions() {

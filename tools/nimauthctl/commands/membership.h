@@ -24,6 +24,9 @@ StorePointer OpenStore(const Invocation& invocation);
 Answer<authentication::ActiveDirectoryStoreConfiguration> AskConfiguration(
     const authentication::ActiveDirectoryStore& store, const Invocation& invocation);
 
+// How a look at the directory ends: with the first failure, else with whether an answer is stale.
+ExitCode ResultOf(const Report& report);
+
 // The options that say where a password comes from.
 std::vector<Option> PasswordOptions();
 

@@ -11,6 +11,7 @@
 #include "authentication/directory_config_store.h"
 #include "authentication/directory_store.h"
 #include "authentication/exceptions.h"
+#include "tools/nimauthctl/commands/ask_within.h"
 #include "tools/nimauthctl/commands/commands.h"
 #include "tools/nimauthctl/commands/membership.h"
 #include "tools/nimauthctl/failure.h"
@@ -30,8 +31,15 @@ constexpr char kAbout[] =
 
 ExitCode ShowDomain(const Invocation& invocation, Report& report) {
     const std::string address = invocation.Text("ADDRESS");
-    invocation.Trace("asking the proxy " + address + " for its domain");
-    report.Text("domain", OpenStore(invocation)->GetDomainForAPXService(address));
+    const auto domain =
+        AskWithinTraced(invocation, "the domain of the proxy " + address,
+                        [store = OpenStore(invocation), address] { return store->GetDomainForAPXService(address); });
+    if (!domain) {
+        throw ToolError(
+            ExitCode::Network, "the proxy " + address + " does not answer in time", "",
+            "check the address, the proxy service and the firewalls in between, or give a longer --timeout");
+    }
+    report.Text("domain", *domain);
     report.Text("proxy address", address);
     report.Note("the proxy's certificate is not verified for this question");
     return ExitCode::Ok;

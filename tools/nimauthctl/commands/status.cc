@@ -1,57 +1,55 @@
 // nimauthctl status
 
-#include <set>
+#include <unistd.h>
+
+#include <chrono>
 #include <string>
+#include <system_error>
+#include <thread>
 
 #include "authentication/configuration.h"
 #include "authentication/directory_config_store.h"
-#include "authentication/exceptions.h"
 #include "orbconfigstore/config_store.h"
 #include "tools/nimauthctl/commands/commands.h"
-#include "tools/nimauthctl/commands/membership.h"
-#include "tools/nimauthctl/failure.h"
-#include "tools/nimauthctl/report.h"
-#include "tools/nimauthctl/trust_words.h"
+#include "tools/nimauthctl/commands/trust_report.h"
+#include "tools/nimauthctl/numbers.h"
+#include "tools/nimauthctl/presentation.h"
+#include "tools/nimauthctl/standard_streams.h"
 
 namespace nimbrel::nimauthctl {
 namespace {
 
 using authentication::ActiveDirectoryConfigStore;
-using authentication::Domain;
 
-constexpr char kTrustedDomain[] = "trusted domain";
-constexpr char kTrustedDomains[] = "trusted domains";
 constexpr char kSmartCardServices[] = "smart-card services";
 
 // One look at the host. Each answer stands for itself: one that cannot be had does not take the others along.
 class Status {
  public:
-    Status(const Invocation& invocation, Report& report) : _invocation(invocation), _report(report) {}
+    Status(const Invocation& invocation, AnswerLog& log, Report& report)
+        : _invocation(invocation), _log(log), _report(report) {}
 
     ExitCode Show();
 
  private:
-    // Runs one part; a failure makes `label` unavailable.
     template <typename Part>
-    void Try(const std::string& label, Part part);
+    void Try(const std::string& label, Part part) {
+        TryPart(label, _report, part);
+    }
 
     void ShowActiveStore();
     void ShowProvider();
     void ShowDirectory();
     void ShowConfiguration();
-    void ShowTrustState();
-    void ShowTrustedDomains();
-    void ShowTrustedDomain(const Domain& domain);
-    void ShowOwnRelationship();
     void ShowSmartCardServices();
     void ShowStoredSettings();
     void NoteContradiction();
 
     // Whether the host may be a member: it is, or nobody answered in time.
     bool MayBeJoined() const { return _configurationStale || !_domain.empty(); }
-    ExitCode Result() const;
 
     const Invocation& _invocation;
+    AnswerLog& _log;
     Report& _report;
     std::string _provider;
     StorePointer _store;
@@ -61,22 +59,14 @@ class Status {
     std::string _storedDomain;
 };
 
-template <typename Part>
-void Status::Try(const std::string& label, Part part) {
-    try {
-        part();
-    } catch (...) {
-        _report.Unavailable(label, DescribeCurrentException());
-    }
-}
-
 ExitCode Status::Show() {
     Try("active store", [this] { ShowActiveStore(); });
     Try("provider", [this] { ShowProvider(); });
     Try("directory", [this] { ShowDirectory(); });
     Try("stored domain", [this] { ShowStoredSettings(); });
+    _log.Show(_report);
     NoteContradiction();
-    return Result();
+    return ResultOf(_report);
 }
 
 void Status::ShowActiveStore() {
@@ -93,14 +83,16 @@ void Status::ShowProvider() {
 void Status::ShowDirectory() {
     _store = OpenStore(_invocation);
     Try("joined", [this] { ShowConfiguration(); });
-    if (MayBeJoined()) Try(kTrustedDomains, [this] { ShowTrustedDomains(); });
-    Try("trust state", [this] { ShowTrustState(); });
-    if (!_domain.empty()) Try("own relationship", [this] { ShowOwnRelationship(); });
+    TrustReport trusts(_store, _provider, _invocation, _log, _report);
+    if (MayBeJoined()) Try("trusted domains", [&] { trusts.ShowTrustedDomains(_configurationKnown); });
+    Try("trust state", [&] { trusts.ShowTrustState(); });
+    if (!_domain.empty()) Try("own relationship", [&] { trusts.ShowOwnRelationship(_domain); });
     Try(kSmartCardServices, [this] { ShowSmartCardServices(); });
 }
 
 void Status::ShowConfiguration() {
     const auto answer = AskConfiguration(*_store, _invocation);
+    _log.Note("membership", answer.stale);
     _configurationKnown = !answer.stale;
     _configurationStale = answer.stale;
     _domain = answer.value.DomainDNSName();
@@ -123,51 +115,12 @@ void Status::ShowConfiguration() {
     }
 }
 
-void Status::ShowTrustState() {
-    const auto answer = AskTraced(_invocation, "the trust state", [this] { return _store->GetDomainTrustState(); });
-    _report.Coded("trust state", answer.value, TrustStateWords(_provider, answer.value));
-    if (answer.stale) _report.MarkStale("trust state");
-}
-
-void Status::ShowTrustedDomains() try {
-    const auto answer = AskTraced(_invocation, "the trusted domains", [this] { return _store->GetTrustedDomains(); });
-    _report.List(kTrustedDomain, kTrustedDomains);
-    if (answer.stale) _report.MarkStale(kTrustedDomains);
-    std::set<std::string> shown;
-    for (const Domain& domain : answer.value) {
-        if (shown.insert(domain.DNSName()).second) ShowTrustedDomain(domain);
-    }
-} catch (const authentication::FileNotFoundException&) {
-    // So a provider says that the host is no member, which is news only if it said otherwise before.
-    if (_configurationKnown) throw;
-    _report.List(kTrustedDomain, kTrustedDomains);
-}
-
-void Status::ShowTrustedDomain(const Domain& domain) {
-    Row& row = _report.AddRow(kTrustedDomain, kTrustedDomains, domain.DNSName()).Text("netbios", domain.NetBIOSName());
-    try {
-        const auto answer = AskTraced(_invocation, "the relationship to " + domain.DNSName(),
-                                      [&] { return _store->GetDomainTrustRelationship(domain.DNSName()); });
-        row.Number("relationship", answer.value).Text("means", TrustRelationshipWords(_provider, answer.value));
-        if (answer.stale) row.Stale();
-    } catch (...) {
-        row.None("relationship");
-        _report.AddFailure(DescribeCurrentException());
-    }
-}
-
-void Status::ShowOwnRelationship() {
-    const auto answer = AskTraced(_invocation, "the relationship to " + _domain,
-                                  [this] { return _store->GetDomainTrustRelationship(_domain); });
-    _report.Coded("own relationship", answer.value, TrustRelationshipWords(_provider, answer.value));
-    if (answer.stale) _report.MarkStale("own relationship");
-}
-
 // The library asks this one without a time-out.
 void Status::ShowSmartCardServices() {
     _invocation.Trace("asking for the smart-card services");
     const auto services = AskWithin(_invocation.Global().timeoutSeconds,
                                     [store = _store] { return store->GetSmartCardEnabledServices(); });
+    _log.Note(kSmartCardServices, !services);
     _report.List("smart-card service", kSmartCardServices);
     if (!services) return _report.MarkStale(kSmartCardServices);
     for (const std::string& service : *services) _report.AddRow("smart-card service", kSmartCardServices, service);
@@ -197,12 +150,49 @@ void Status::NoteContradiction() {
     }
 }
 
-ExitCode Status::Result() const {
-    if (!_report.Failures().empty()) return _report.Failures().front().exitCode;
-    return _report.HasStale() ? ExitCode::Stale : ExitCode::Ok;
+constexpr char kClearScreen[] = "\x1b[H\x1b[2J";
+constexpr int kUsualInterval = 5;
+
+// Shows one look as soon as it is had. A terminal shows the latest one; a pipe gets them all, each followed by an empty
+// line, or with --json one object after the other.
+void ShowLook(const Report& look, const Settings& settings) {
+    const bool isTerminal = !settings.json && isatty(STDOUT_FILENO) == 1;
+    const std::string text = (isTerminal ? kClearScreen : "") + Present(look, settings) + (settings.json ? "" : "\n");
+    const int error = WriteAll(STDOUT_FILENO, text);
+    if (error != 0) {
+        throw ToolError(ExitCode::Failure,
+                        "unable to write to standard output: " + std::generic_category().message(error), "", "");
+    }
+    WriteError(PresentFailures(look, settings));
 }
 
-ExitCode ShowStatus(const Invocation& invocation, Report& report) { return Status(invocation, report).Show(); }
+// Looks again and again; the last look is left to the caller. A value that a time-out made stale is the one of an earlier
+// look then, and its age grows.
+ExitCode Watch(const Invocation& invocation, AnswerLog& log, Report& report) {
+    const auto interval = std::chrono::seconds(invocation.Has("interval")
+                                                   ? ParseInteger("--interval", invocation.Text("interval"), 1, 86400)
+                                                   : kUsualInterval);
+    const std::int64_t count =
+        invocation.Has("count") ? ParseInteger("--count", invocation.Text("count"), 1, 1'000'000'000) : 0;
+    for (std::int64_t looks = 1; looks != count; ++looks) {
+        Report look;
+        log.BeginLook();
+        Status(invocation, log, look).Show();
+        ShowLook(look, invocation.Global());
+        std::this_thread::sleep_for(interval);
+    }
+    log.BeginLook();
+    return Status(invocation, log, report).Show();
+}
+
+ExitCode ShowStatus(const Invocation& invocation, Report& report) {
+    AnswerLog log(invocation.Global());
+    if (invocation.Has("watch")) return Watch(invocation, log, report);
+    if (invocation.Has("interval") || invocation.Has("count")) {
+        throw UsageError("--interval and --count are of no use without --watch", "add --watch");
+    }
+    return Status(invocation, log, report).Show();
+}
 
 }  // namespace
 
@@ -216,8 +206,14 @@ Command StatusCommand() {
             "domain settings. A host that is not joined is no failure.\n\n"
             "The directory is given --timeout seconds for each answer. One that does not come in time is marked "
             "[stale], shown with the last known value (unknown, if there is none), and makes the exit status 6. An "
-            "answer that fails is shown as unavailable, with the reason on standard error.",
+            "answer that fails is shown as unavailable, with the reason on standard error. The lines 'answer:' tell "
+            "how "
+            "old each answer is, and which setting's time-out struck.",
+        .options = {{.flags = "-w,--watch", .help = "look again every few seconds, until Ctrl-C"},
+                    {.flags = "--interval", .value = "SECONDS", .help = "how long between looks; 5 unless given"},
+                    {.flags = "--count", .value = "N", .help = "look so many times only"}},
         .examples = {{"nimauthctl status", "how does this host stand?"},
+                     {"nimauthctl status --watch --timeout 5", "stay and look; ages of stale answers grow"},
                      {"nimauthctl status --json --timeout 5", "for a monitor"}},
         .exitCodes = {ExitCode::Permission, ExitCode::Stale, ExitCode::Authentication, ExitCode::Network},
         .run = ShowStatus};

@@ -42,8 +42,8 @@ TEST(CatalogueTest, All47MappedCodesAreThere) {
 }
 
 TEST(CatalogueTest, CommonUnmappedCodesAreThere) {
-    constexpr std::array kCommon = {53u,   64u,   1316u, 1722u, 1789u, 1793u, 1907u, 1909u,       2224u,      2453u,
-                                    2692u, 2694u, 2713u, 2732u, 8557u, 145u,  183u,  4294901760u, 4294901761u};
+    constexpr std::array kCommon = {53u, 64u,   1316u, 1722u, 1789u, 1793u, 1907u, 1909u, 2224u,       2453u,
+                                    64u, 2692u, 2694u, 2713u, 2732u, 8557u, 145u,  183u,  4294901760u, 4294901761u};
     for (const std::uint32_t status : kCommon) EXPECT_NE(nullptr, FindStatus(status)) << status;
 }
 

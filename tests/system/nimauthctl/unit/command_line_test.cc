@@ -95,6 +95,45 @@ TEST(CommandLineTest, RepeatableOptionsKeepTheirOrder) {
     EXPECT_TRUE(line.invocation.Texts("nothing").empty());
 }
 
+TEST(CommandLineTest, RepeatableArgumentTakesTheWordsThatRemain) {
+    const CommandLine line = ParseCommandLine({"user", "canonical", "[a,b]", "--json", "", "CORP\\c", "--", "-d"});
+    EXPECT_THAT(line.invocation.Texts("NAME"), ElementsAre("[a,b]", "", "CORP\\c", "-d"));
+    EXPECT_TRUE(line.invocation.Global().json);
+    EXPECT_EQ("NAME is missing", Refusal({"user", "canonical"}));
+    EXPECT_TRUE(ParseCommandLine({"dc", "prefer", "--none"}).invocation.Texts("NAME").empty());
+}
+
+struct SignedCase {
+    Words words;
+    Words arguments;
+};
+
+TEST(CommandLineTest, SignedWordsReachTheCommand) {
+    const SignedCase kCases[] = {
+        {{"smartcard", "+sshd"}, {"+sshd"}},
+        {{"smartcard", "-sshd", "+login"}, {"-sshd", "+login"}},
+        {{"smartcard", "change", "-sshd", "--json", "+a"}, {"-sshd", "+a"}},
+        {{"smartcard", "-sshd", "--timeout", "5", "-b"}, {"-sshd", "-b"}},
+        {{"smartcard", "-sshd", "-q", "--timeout=5"}, {"-sshd"}},
+        {{"smartcard", "change", "--", "-q", "-h", "--json"}, {"-q", "-h", "--json"}},
+        {{"-v", "smartcard", "-5"}, {"-5"}},
+    };
+    for (const SignedCase& expected : kCases) {
+        const CommandLine line = ParseCommandLine(expected.words);
+        ASSERT_NE(nullptr, line.command) << ::testing::PrintToString(expected.words);
+        EXPECT_EQ("smartcard change", line.command->name);
+        EXPECT_EQ(expected.arguments, line.invocation.Texts("+SERVICE|-SERVICE"));
+    }
+}
+
+TEST(CommandLineTest, SignedWordsAreArgumentsOfThatCommandOnly) {
+    EXPECT_EQ("unknown option '-s'", Refusal({"smartcard", "set", "a", "-sshd"}));
+    EXPECT_EQ("unknown option '--bogus'", Refusal({"smartcard", "change", "+a", "--bogus"}));
+    EXPECT_EQ("unknown option '-q'", Refusal({"smartcard", "-q"}));
+    EXPECT_EQ("smartcard", ParseCommandLine({"smartcard", "-h"}).group->name);
+    EXPECT_EQ("smartcard change", ParseCommandLine({"smartcard", "-sshd", "-h"}).command->name);
+}
+
 TEST(CommandLineTest, HelpIsGivenForWhateverIsNamed) {
     EXPECT_EQ(CommandLine::Request::Help, ParseCommandLine({"--help"}).request);
     EXPECT_EQ(nullptr, ParseCommandLine({"-h"}).command);

@@ -61,6 +61,22 @@ TEST(CommandTableTest, OptionalArgumentsComeLast) {
     }
 }
 
+TEST(CommandTableTest, RepeatableArgumentIsTheLastOne) {
+    for (const Command& command : Commands()) {
+        for (std::size_t at = 0; at + 1 < command.arguments.size(); ++at) {
+            EXPECT_FALSE(command.arguments[at].repeatable) << command.name;
+        }
+    }
+}
+
+TEST(CommandTableTest, SignedCommandsExistAndTakeSignedWords) {
+    for (const CommandGroup& group : CommandGroups()) {
+        if (group.signedCommand.empty()) continue;
+        ASSERT_NE(nullptr, FindCommand(group.signedCommand)) << group.name;
+        EXPECT_TRUE(FindCommand(group.signedCommand)->signedWords) << group.name;
+    }
+}
+
 TEST(CommandTableTest, NoOptionTakesTheNameOfAnother) {
     for (const Command& command : Commands()) {
         std::set<std::string> keys;
@@ -123,10 +139,11 @@ TEST(CommandTableTest, HelpShowsEveryPartOfTheCommand) {
 
 TEST(CommandTableTest, SynopsisIsMadeFromTheParts) {
     EXPECT_EQ(
-        "nimauthctl join -U USER [--proxy ADDRESS] [--ou OU] [--if-needed] [--skip-hostname-check] "
-        "[--password-stdin] [--password-fd N] "
-        "DOMAIN[/OU]",
+        "nimauthctl join {-U USER DOMAIN[/OU] | --proxy ADDRESS} [--ou OU] [--if-needed] [--skip-hostname-check] "
+        "[--password-stdin] [--password-fd N]",
         Synopsis(*FindCommand("join")));
+    EXPECT_EQ("nimauthctl user canonical NAME...", Synopsis(*FindCommand("user canonical")));
+    EXPECT_EQ("nimauthctl dc prefer [--none] [NAME]...", Synopsis(*FindCommand("dc prefer")));
     EXPECT_EQ("nimauthctl directory user list [DOMAIN]", Synopsis(*FindCommand("directory user list")));
     EXPECT_THAT(Synopsis(*FindCommand("directory user add")), HasSubstr("[--delegate OU]..."));
 }

@@ -10,6 +10,7 @@ namespace {
 
 using nlohmann::json;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 
 json Parsed(const Report& report) { return json::parse(report.AsJson()); }
 
@@ -135,7 +136,7 @@ TEST(ReportTest, FailureIsLines) {
 TEST(ReportTest, FailureIsOneObject) {
     const Failure failure{.exception = "LogonFailureException", .code = 1326, .message = "m\xff", .cause = "c"};
     EXPECT_EQ(json::parse(R"({"schema": 1, "error": {"exception": "LogonFailureException", "code": 1326,
-                              "message": "m\ufffd", "where": null, "cause": "c", "remedy": null}})"),
+                              "message": "m\ufffd", "where": null, "cause": "c", "remedy": null, "log": null}})"),
               json::parse(FailureAsJson(failure)));
 }
 
@@ -144,6 +145,58 @@ TEST(ReportTest, JsonNamesAreCamelCase) {
     EXPECT_EQ("smartCardServices", JsonName("smart-card services"));
     EXPECT_EQ("domainNetBIOSName", JsonName("domain NetBIOS name"));
     EXPECT_EQ("", JsonName(""));
+}
+
+Report Findings() {
+    Report report;
+    report.AddRow("check", "checks", "user").Text("result", "pass").Text("found", "root");
+    report.AddRow("check", "checks", "default name")
+        .Text("result", "fail")
+        .Text("found", "'linux' is a default name, which a join refuses")
+        .Text("remedy", "give the host a name of its own: hostnamectl");
+    return report;
+}
+
+TEST(ReportTest, TableThatIsTooWideHasItsTextsWrapped) {
+    EXPECT_EQ(
+        "checks:\n"
+        "  CHECK         RESULT  FOUND\n"
+        "  user          pass    root\n"
+        "  default name  fail    'linux' is a default name, which a join\n"
+        "                        refuses\n"
+        "                        remedy: give the host a name of its own:\n"
+        "                        hostnamectl\n",
+        Findings().AsTable(64, false));
+    EXPECT_THAT(Findings().AsTable(64, true), HasSubstr("\x1b[31mfail\x1b[0m    'linux' is"));
+}
+
+TEST(ReportTest, TerminalWithoutRoomForThatGetsARowsDetailsBelowIt) {
+    EXPECT_THAT(Findings().AsTable(50, false),
+                HasSubstr("  default name\n    result: fail\n    found: 'linux' is a default name"));
+}
+
+TEST(ReportTest, LongWordsAreNotBroken) {
+    Report report;
+    report.AddRow("check", "checks", "x").Text("found", std::string(70, 'a') + " b");
+    EXPECT_EQ("checks:\n  CHECK  FOUND\n  x      " + std::string(70, 'a') + "\n         b\n",
+              report.AsTable(40, false));
+}
+
+TEST(ReportTest, NotesAreWrappedInATable) {
+    Report report;
+    report.Note("one two three four");
+    EXPECT_EQ("note: one two\n      three\n      four\n", report.AsTable(14, false));
+    EXPECT_EQ("note: one two three four\n", report.AsText());
+}
+
+TEST(ReportTest, VerbatimTextKeepsItsLinesAndShowsControlCharacters) {
+    Report report;
+    report.Text("preview", "7");
+    report.Verbatim("diff", "--- a\n+++ b\n-\told\n+new\x1b\n same\n");
+    EXPECT_EQ("preview: 7\n--- a\n+++ b\n-\told\n+new\\x1b\n same\n", report.AsText());
+    EXPECT_EQ("preview:  7\n\n--- a\n+++ b\n\x1b[31m-\told\x1b[0m\n\x1b[32m+new\\x1b\x1b[0m\n same\n",
+              report.AsTable(80, true));
+    EXPECT_EQ("--- a\n+++ b\n-\told\n+new\x1b\n same\n", Parsed(report)["diff"]);
 }
 
 }  // namespace
