@@ -224,15 +224,36 @@ class ReportTable {
     std::string Records(const std::deque<Row>& rows) const {
         std::string text;
         for (const Row& row : rows) {
-            const auto& values = row.Values();
-            text += std::string(kIndent, ' ') + ScalarAsText(values.front().second) +
-                    StaleMark(row.IsStale(), _colors) + '\n';
-            for (auto value = values.begin() + 1; value != values.end(); ++value) {
-                const std::string label = value->first + ':';
-                text += std::string(2 * kIndent, ' ') + label + ' ' +
-                        Painted(ScalarAsText(value->second), value->first, _colors) + '\n';
-            }
+            text += std::string(kIndent, ' ') + ScalarAsText(row.Values().front().second) +
+                    StaleMark(row.IsStale(), _colors) + '\n' + Details(row);
         }
+        return text;
+    }
+
+    // "    domain: corp.test, locked: no", in as many lines as it takes. What is empty is left out.
+    std::string Details(const Row& row) const {
+        const std::string margin(2 * kIndent, ' ');
+        const std::size_t room = _columns - std::min(_columns, margin.size());
+        std::string text;
+        std::size_t column = 0;
+        for (auto value = row.Values().begin() + 1; value != row.Values().end(); ++value) {
+            const std::string cell = ScalarAsText(value->second);
+            if (cell.empty()) continue;
+            const std::size_t width = Width(value->first) + 2 + Width(cell);
+            if (column > 0) text += column + 2 + width < room ? ", " : ",\n";
+            column = column > 0 && column + 2 + width < room ? column + 2 + width : width;
+            if (text.empty() || text.back() == '\n') text += margin;
+            text += value->first + ": ";
+            text += width > room ? Folded(cell, room - std::min(room, value->first.size() + 2), margin)
+                                 : Painted(cell, value->first, _colors);
+        }
+        return text.empty() ? text : text + '\n';
+    }
+
+    // Lines behind the first begin with the margin.
+    static std::string Folded(const std::string& cell, std::size_t width, const std::string& margin) {
+        std::string text;
+        for (const std::string& line : Wrapped(cell, width)) text += (text.empty() ? "" : '\n' + margin) + line;
         return text;
     }
 

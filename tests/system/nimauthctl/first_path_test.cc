@@ -1,6 +1,7 @@
 // A first-time user's way from an installed host to a joined one and back.
 
 #include <cstdio>
+#include <sstream>
 
 #include "tool_host.h"
 
@@ -37,6 +38,25 @@ TEST_F(FirstPathTest, FromAFreshHostToAJoinedOneAndBack) {
                 AllOf(HasLine("joined: no"), HasLine("left: corp.test"), HasLine("stored settings: removed")));
     EXPECT_THAT(Done({"status"}), AllOf(HasLine("joined: no"), HasLine("stored domain: none")));
     EXPECT_THAT(Done({"store", "set", "None"}), HasLine("active store: None"));
+}
+
+// Its log-ins are left to the tests that have PAM files of their own.
+TEST_F(FirstPathTest, FirstStepsOfTheHelpLeadToAJoinedHost) {
+    HaveDomain();
+    const std::string help = Done({"--help"});
+    std::istringstream lines(help.substr(help.find("\nFirst steps")));
+    int steps = 0;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with("  nimauthctl ") || line.find(" logins ") != std::string::npos) continue;
+        ++steps;
+        ProgramOptions options = {.arguments = {"-c", line}};
+        if (line.find(" join ") != std::string::npos)
+            options.terminal = {{"Password for", std::string(kPassword) + '\n'}};
+        EXPECT_THAT(RunProgram("/bin/sh", options), ExitsWith(0)) << line;
+    }
+    EXPECT_EQ(4, steps);
+    EXPECT_THAT(Done({"status"}), AllOf(HasLine("active store: Active Directory"), HasLine("joined: yes"),
+                                        HasLine("trust state: 1 (healthy)")));
 }
 
 TEST_F(FirstPathTest, JoinPutsTheAccountIntoTheOrganizationalUnit) {

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <system_error>
 
 #include "authentication/directory_config_store.h"
 #include "authentication/directory_store.h"
@@ -54,13 +55,19 @@ void ShowCertificate(const ProxyCertificate& certificate, Report& report) {
     if (!certificate.isValidNow) report.Note("the certificate is not valid now: a join that verifies it is refused");
 }
 
+[[noreturn]] void FailRead(const std::string& path, int error) {
+    throw ToolError(error == EACCES ? ExitCode::Permission : ExitCode::Failure,
+                    "unable to read '" + path + "': " + std::generic_category().message(error), "",
+                    "give the path of the certificate's PEM file");
+}
+
 std::string ReadCertificateFile(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
-    if (!stream) throw authentication::FileNotFoundException();
+    if (const int error = errno; !stream) FailRead(path, error);
     try {
         return {std::istreambuf_iterator<char>(stream), {}};
     } catch (const std::ios_base::failure&) {
-        throw authentication::FileNotFoundException();  // translated: a folder
+        FailRead(path, EISDIR);  // translated
     }
 }
 
@@ -124,7 +131,8 @@ ExitCode Show(const Invocation&, Report& report) {
     try {
         text = settings.GetCertificate();
     } catch (const authentication::ConfigurationError&) {
-        report.None("thumbprint");  // nothing has been imported yet
+        report.None("thumbprint");
+        report.Note("no proxy's certificate has been imported yet");
         return ExitCode::Ok;
     }
     ShowCertificate(ReadProxyCertificate(text), report);

@@ -172,7 +172,17 @@ TEST(ReportTest, TableThatIsTooWideHasItsTextsWrapped) {
 
 TEST(ReportTest, TerminalWithoutRoomForThatGetsARowsDetailsBelowIt) {
     EXPECT_THAT(Findings().AsTable(50, false),
-                HasSubstr("  default name\n    result: fail\n    found: 'linux' is a default name"));
+                HasSubstr("  default name\n    result: fail,\n    found: 'linux' is a default name, which a join\n"
+                          "    refuses,\n    remedy: give the host a name of its own:\n    hostnamectl\n"));
+}
+
+TEST(ReportTest, DetailsOfARowShareLines) {
+    Report report;
+    report.AddRow("user", "users", "alice").Text("domain", std::string(30, 'd')).Flag("locked", false).Text("ou", "");
+    report.AddRow("user", "users", "bob").Text("domain", "corp.test").Flag("locked", true).Text("ou", "Hosts");
+    EXPECT_EQ("users:\n  alice\n    domain: " + std::string(30, 'd') +
+                  ",\n    locked: no\n  bob\n    domain: corp.test, locked: yes,\n    ou: Hosts\n",
+              report.AsTable(44, false));
 }
 
 TEST(ReportTest, LongWordsAreNotBroken) {
