@@ -49,6 +49,7 @@ bool Has(const AugeasText& tree, const std::string& database, const std::string&
 std::vector<std::string> TextLines(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);
+    stream.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string line; std::getline(stream, line);) lines.push_back(line);
     return lines;
 }
@@ -94,6 +95,7 @@ std::string WithNssService(const std::string& text, const ProviderModules& provi
 std::string WithNssServiceInTemplate(const std::string& text, const ProviderModules& provider) {
     std::string edited;
     std::istringstream lines(text);
+    lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string line; std::getline(lines, line); edited += line + '\n') {
         if (!line.starts_with("passwd:") && !line.starts_with("group:")) continue;
         // In front of a condition that concerns the whole line.

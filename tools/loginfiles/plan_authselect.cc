@@ -24,6 +24,7 @@ constexpr char kConfiguration[] = "/etc/authselect/authselect.conf";
 std::vector<std::string> LinesOf(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);
+    stream.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string line; std::getline(stream, line);) lines.push_back(line);
     return lines;
 }

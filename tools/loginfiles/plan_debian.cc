@@ -54,6 +54,7 @@ class Candidate {
 
 bool HasLine(const std::string& text, const std::string& wanted) {
     std::istringstream lines(text);
+    lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string line; std::getline(lines, line);) {
         if (line == wanted) return true;
     }

@@ -54,6 +54,7 @@ std::string RecordText(const Record& record) {
 
 Record ParseRecord(const std::string& text) {
     std::istringstream lines(text);
+    lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     std::string line;
     if (!std::getline(lines, line) || line != kFormat) {
         throw LoginsError(LoginsError::Kind::System,

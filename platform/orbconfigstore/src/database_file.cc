@@ -1,13 +1,18 @@
 #include "database_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <set>
 
 #include "schema.h"
 #include "unique_fd.h"
@@ -49,23 +54,76 @@ void CreateFolder(const std::string& folder, const Activity& activity) {
     SyncFolder(FolderOf(folder), activity);
 }
 
+constexpr char kNewMark[] = ".new.";
+constexpr std::size_t kRandomLetters = 6;
+
+// The file and what SQLite may have left beside it. Asks for no memory: it is called where none may be left.
+void RemoveWithCompanions(const std::string& name) noexcept {
+    char path[PATH_MAX];
+    for (const char* suffix : {"", "-journal", "-wal", "-shm"}) {
+        const int length = std::snprintf(path, sizeof path, "%s%s", name.c_str(), suffix);
+        if (length > 0 && static_cast<std::size_t>(length) < sizeof path) unlink(path);
+    }
+}
+
+bool Lock(const UniqueFd& fd) { return flock(fd.Get(), LOCK_EX | LOCK_NB) == 0; }
+
+bool HasName(const UniqueFd& fd) {
+    struct stat status = {};
+    return fstat(fd.Get(), &status) != 0 || status.st_nlink > 0;
+}
+
+// What processes left that were killed while they made a store. Who makes one holds a lock on its new file, so a file
+// that can be locked is nobody's. What cannot be removed stays.
+void RemoveAbandonedFiles(const std::string& path) {
+    const std::string prefix = path + kNewMark;
+    struct Close {
+        void operator()(DIR* stream) const { closedir(stream); }
+    };
+    const std::unique_ptr<DIR, Close> folder(opendir(FolderOf(path).c_str()));
+    std::set<std::string> names;
+    for (const dirent* entry = nullptr; folder != nullptr && (entry = readdir(folder.get())) != nullptr;) {
+        const std::string name = FolderOf(path) + "/" + entry->d_name;
+        if (name.compare(0, prefix.size(), prefix) == 0) names.insert(name.substr(0, prefix.size() + kRandomLetters));
+    }
+    for (const std::string& name : names) {
+        const UniqueFd fd(open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        const bool isMissing = fd.Get() < 0 && errno == ENOENT;  // and has companions that were left alone
+        if (isMissing || (fd.Get() >= 0 && Lock(fd))) RemoveWithCompanions(name);
+    }
+}
+
 // A new file of a name of its own that goes away with this object, along with what SQLite may have left beside it.
 class TemporaryFile {
  public:
-    TemporaryFile(const std::string& path, const Activity& activity) : _name(path + ".new.XXXXXX") {
-        const UniqueFd fd(mkostemp(_name.data(), O_CLOEXEC));
-        if (fd.Get() < 0 || fchmod(fd.Get(), kFileMode) != 0) activity.FailWithSystemError(errno);
+    TemporaryFile(const std::string& path, const Activity& activity) : _path(path), _fd(MakeLocked(activity)) {
+        if (fchmod(_fd.Get(), kFileMode) == 0) return;
+        const int error = errno;
+        RemoveWithCompanions(_name);  // the destructor of a half-made object does not run
+        activity.FailWithSystemError(error);
     }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile() {
-        for (const char* suffix : {"", "-journal", "-wal", "-shm"}) unlink((_name + suffix).c_str());
-    }
+    ~TemporaryFile() { RemoveWithCompanions(_name); }
 
     const std::string& Name() const { return _name; }
 
  private:
+    // Between the making and the lock somebody may have taken the file for an abandoned one. A file system without
+    // locks keeps what is abandoned.
+    UniqueFd MakeLocked(const Activity& activity) {
+        for (;;) {
+            _name = _path + kNewMark + std::string(kRandomLetters, 'X');
+            UniqueFd fd(mkostemp(_name.data(), O_CLOEXEC));
+            if (fd.Get() < 0) activity.FailWithSystemError(errno);
+            const bool isMine = Lock(fd) || errno != EWOULDBLOCK;
+            if (isMine && HasName(fd)) return fd;
+        }
+    }
+
+    const std::string _path;
     std::string _name;
+    const UniqueFd _fd;  // holds the lock
 };
 
 }  // namespace
@@ -96,6 +154,8 @@ bool CheckDatabaseFile(const std::string& path, const Activity& activity) {
     if (!S_ISREG(status.st_mode)) activity.Fail("it is not a regular file");
     if (status.st_size == 0) activity.Fail("the file is empty, its contents were lost; restore it or remove it");
     if ((status.st_mode & 077) != 0 && fchmod(fd.Get(), kFileMode) != 0) activity.FailWithSystemError(errno);
+    // Its maker has not taken the first name away yet, or was killed before it could.
+    if (status.st_nlink > 1) RemoveAbandonedFiles(path);
     return true;
 }
 
@@ -108,6 +168,7 @@ void CheckWholePages(Database& database, const std::string& path, const Activity
 void CreateDatabaseFile(const std::string& path, const Activity& activity) {
     CreateFolder(FolderOf(path), activity);
     const std::string resolved = ResolveFolder(path, activity);
+    RemoveAbandonedFiles(resolved);
     const TemporaryFile temporary(resolved, activity);
     {
         Database database(temporary.Name(), activity);

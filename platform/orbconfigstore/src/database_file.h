@@ -2,7 +2,8 @@
 // symbolic link.
 //
 // A new store appears complete: its schema is written into a temporary file next to it, which then gets the store's name.
-// An empty file under that name is therefore damage, not a store that is being made.
+// An empty file under that name is therefore damage, not a store that is being made. What a killed process left of its
+// temporary file, the next one to make a store or to use it removes.
 //
 // Threads: the caller sees to it that this process has no connection to the store open meanwhile; closing any descriptor
 // of the file would drop the connection's locks.

@@ -5,13 +5,15 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 namespace OrbConfigStore {
 
 class UniqueFd {
  public:
     explicit UniqueFd(int fd) : _fd(fd) {}
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
+    UniqueFd(UniqueFd&& other) noexcept : _fd(std::exchange(other._fd, -1)) {}
+    UniqueFd& operator=(UniqueFd&&) = delete;
     ~UniqueFd() {
         if (_fd >= 0) close(_fd);
     }
@@ -19,7 +21,7 @@ class UniqueFd {
     int Get() const { return _fd; }
 
  private:
-    const int _fd;
+    int _fd;
 };
 
 }  // namespace OrbConfigStore

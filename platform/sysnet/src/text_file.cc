@@ -1,6 +1,8 @@
 #include "text_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -83,14 +85,39 @@ void CopyExtendedAttributes(int from, int to) {
     }
 }
 
+// What the names of new files begin with; other programs leave theirs in the same folders.
+std::string NewPrefix(const std::string& path) {
+    return FolderOf(path) + "/." + path.substr(path.rfind('/') + 1) + ".nimauth-";
+}
+
+bool Lock(const UniqueFd& fd) { return flock(fd.Get(), LOCK_EX | LOCK_NB) == 0; }
+
+bool HasName(const UniqueFd& fd) {
+    struct stat status = {};
+    return fstat(fd.Get(), &status) != 0 || status.st_nlink > 0;
+}
+
+// What processes left that were killed while they replaced the file. Who replaces one holds a lock on the new file, so a
+// file that can be locked is nobody's. What cannot be removed stays.
+void RemoveAbandonedFiles(const std::string& path) {
+    const std::string prefix = NewPrefix(path);
+    struct Close {
+        void operator()(DIR* stream) const { closedir(stream); }
+    };
+    const std::unique_ptr<DIR, Close> folder(opendir(FolderOf(path).c_str()));
+    for (const dirent* entry = nullptr; folder != nullptr && (entry = readdir(folder.get())) != nullptr;) {
+        const std::string name = FolderOf(path) + "/" + entry->d_name;
+        if (name.compare(0, prefix.size(), prefix) != 0) continue;
+        const UniqueFd fd(open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (fd.Get() >= 0 && Lock(fd)) unlink(name.c_str());
+    }
+}
+
 // A new file next to the one that it will replace. Goes away unless it has been renamed.
 class Replacement {
  public:
-    // Throws nothing: `Error` tells why there is no file.
-    explicit Replacement(const std::string& path)
-        : _name(FolderOf(path) + "/." + path.substr(path.rfind('/') + 1) + ".XXXXXX"),
-          _fd(mkostemp(_name.data(), O_CLOEXEC)),
-          _error(_fd.Get() < 0 ? errno : 0) {}
+    // A failure to make the file is not thrown: `Error` tells it.
+    explicit Replacement(const std::string& path) : _prefix(NewPrefix(path)), _fd(MakeLocked()) {}
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;
     ~Replacement() {
@@ -116,17 +143,34 @@ class Replacement {
     }
 
     int Commit(const std::string& path) {
+        const std::string folder = FolderOf(path);  // before the rename: no memory may be needed after it
         if (fsync(_fd.Get()) != 0) return errno;
         if (rename(_name.c_str(), path.c_str()) != 0) return errno;
         _renamed = true;
-        SyncFolder(FolderOf(path));
+        SyncFolder(folder);
         return 0;
     }
 
  private:
+    // Between the making and the lock somebody may have taken the file for an abandoned one. A file system without
+    // locks keeps what is abandoned. -1 if no file can be made.
+    UniqueFd MakeLocked() {
+        for (;;) {
+            _name = _prefix + "XXXXXX";
+            UniqueFd fd(mkostemp(_name.data(), O_CLOEXEC));
+            if (fd.Get() < 0) {
+                _error = errno;
+                return fd;
+            }
+            const bool isMine = Lock(fd) || errno != EWOULDBLOCK;
+            if (isMine && HasName(fd)) return fd;
+        }
+    }
+
+    std::string _prefix;
     std::string _name;
-    const UniqueFd _fd;
-    const int _error;
+    int _error = 0;
+    const UniqueFd _fd;  // holds the lock; after all that its making sets
     bool _renamed = false;
 };
 
@@ -168,6 +212,7 @@ void RewriteInPlace(const std::string& path, std::string_view content) {
 }
 
 void CreateFile(const std::string& path, std::string_view content) {
+    RemoveAbandonedFiles(path);
     Replacement replacement(path);
     struct stat self = {};
     self.st_mode = kNewFileMode;
@@ -204,6 +249,7 @@ void ReplaceTextFile(const std::string& path, std::string_view content) {
     struct stat status = {};
     if (fstat(old.Get(), &status) != 0) ThrowSystemError("read", target, errno);
 
+    RemoveAbandonedFiles(target);
     Replacement replacement(target);
     const int error = TryReplace(replacement, target, old.Get(), status, content);
     if (error == 0) return;

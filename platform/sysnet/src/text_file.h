@@ -23,6 +23,8 @@ std::optional<std::string> ReadTextFile(const std::string& path);
 // because the owner cannot be kept, its bytes are rewritten in place, after room for them has been taken. A missing file
 // is created with mode 0644; its folder must exist.
 //
+// What a killed process left of its new file, the next replacement of the same file removes.
+//
 // When it throws, the old contents are there. When it returns, the new ones are on disk.
 void ReplaceTextFile(const std::string& path, std::string_view content);
 

@@ -180,23 +180,28 @@ void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
     if (!before) {
         return;
     }
-    FileReplacement replacement(path);
-    replacement.Write(kEmptyKeytab);
+    std::vector<std::string_view> kept;
     std::size_t removed = 0;
-    std::size_t kept = 0;
     ForEachEntry(before->View(), [&](std::string_view entry, const std::string& principal) {
         if (EndsWith(principal, "@" + realm)) {
             ++removed;
         } else {
-            ++kept;
-            replacement.Write(entry);
+            kept.push_back(entry);
         }
     });
-    if (removed > 0 && kept == 0) {
-        RemoveFile(path);
-    } else if (removed > 0) {
-        replacement.Commit();
+    if (removed == 0) {
+        return;
     }
+    if (kept.empty()) {
+        RemoveFile(path);
+        return;
+    }
+    FileReplacement replacement(path);
+    replacement.Write(kEmptyKeytab);
+    for (const std::string_view entry : kept) {
+        replacement.Write(entry);
+    }
+    replacement.Commit();
 }
 
 }  // namespace nimbrel::ad

@@ -37,7 +37,10 @@ std::string SidePrefix(const std::string& path) { return FolderOf(path) + "/." +
 class PendingFile {
  public:
     explicit PendingFile(const FileChange& change)
-        : _path(change.path), _new(SidePrefix(_path) + "XXXXXX"), _old(SidePrefix(_path) + "old") {
+        : _path(change.path),
+          _folder(FolderOf(_path)),
+          _new(SidePrefix(_path) + "XXXXXX"),
+          _old(SidePrefix(_path) + "old") {
         RemoveLeftovers(_path);
         if (change.text) Write(*change.text);
     }
@@ -63,7 +66,7 @@ class PendingFile {
         _kept = _kept && result != 0;
     }
 
-    const std::string& Path() const { return _path; }
+    const std::string& Folder() const { return _folder; }
 
  private:
     void Write(const std::string& text) {
@@ -91,6 +94,7 @@ class PendingFile {
     }
 
     std::string _path;
+    std::string _folder;
     std::string _new;
     std::string _old;
     bool _written = false;    // the new text is under its own name
@@ -128,7 +132,7 @@ bool ChangeFiles(const std::vector<FileChange>& changes) {
         for (auto file = pending.rbegin(); file != pending.rend(); ++file) (*file)->GiveBack();
         throw;
     }
-    for (const auto& file : pending) SyncFolder(FolderOf(file->Path()));
+    for (const auto& file : pending) SyncFolder(file->Folder());
     return !pending.empty();
 }
 

@@ -1,12 +1,15 @@
 #include "adlogins/log_ins.h"
 
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <iterator>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -104,7 +107,7 @@ class SssdFolders {
         try {
             MakeFolders(root + kSssdConfiguration, kSssdFolderMode);
             MakeFolders(root + kSssdFolder, kSssdFolderMode);
-        } catch (const LogInsError&) {  // the destructor of a half-made object does not run
+        } catch (...) {  // the destructor of a half-made object does not run
             Remove();
             throw;
         }
@@ -121,7 +124,7 @@ class SssdFolders {
     void Remove() const {
         try {
             RemoveEmptySssdFolders(_root);
-        } catch (const LogInsError&) {
+        } catch (const std::exception&) {  // exhausted memory too: this runs in a destructor
             // An empty folder is all that stays, and there is a failure on its way already.
         }
     }
@@ -129,6 +132,17 @@ class SssdFolders {
     const std::string& _root;
     bool _kept = false;
 };
+
+// `left`: the domains that SSSD is to forget.
+void BringAlong(const std::string& root, const SssdService& sssd, const std::vector<std::string>& left, bool changed) {
+    if (!left.empty()) {
+        sssd.Stop();
+        RemoveCachedData(root, left);
+        sssd.Start();
+    } else if (changed || !sssd.IsRunning()) {
+        sssd.Restart();
+    }
+}
 
 // Brings the files and SSSD into the state of the record. `domainsBefore`: those that SSSD served until now.
 void Apply(const std::string& root, const LogInOptions& options, const Record& record,
@@ -142,12 +156,11 @@ void Apply(const std::string& root, const LogInOptions& options, const Record& r
     SssdFolders folders(root);
     const bool changed = ChangeFiles(FilesFor(root, record, options, sssd.ServicesToName()));
     folders.Keep();
-    if (!left.empty()) {
-        sssd.Stop();
-        RemoveCachedData(root, left);
-        sssd.Start();
-    } else if (changed || !sssd.IsRunning()) {
-        sssd.Restart();
+    // The change is made by now, and is not to look as if it had failed because SSSD could not be told.
+    try {
+        BringAlong(root, sssd, left, changed);
+    } catch (const std::bad_alloc&) {
+        syslog(LOG_WARNING, "Out of memory: SSSD was not told about its new settings; they hold from its next start");
     }
 }
 

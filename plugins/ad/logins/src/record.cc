@@ -56,6 +56,7 @@ Record ParseRecord(const std::string& text) {
     Record record;
     DomainLogIns domain;
     std::istringstream lines(text);
+    lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string line; std::getline(lines, line);) {
         const auto blank = line.find(' ');
         const std::string key = line.substr(0, blank);

@@ -38,6 +38,7 @@ bool EndsWith(std::string_view text, std::string_view ending) {
 
 void AddSssdSettings(const std::string& text, SssdSettings& settings) {
     std::istringstream lines(text);
+    lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     std::string section;
     for (std::string whole; std::getline(lines, whole);) {
         const std::string_view line = Trimmed(whole);

@@ -180,12 +180,14 @@ void Database::Create(const std::string& path, const FileFormat& format) {
 
 void Database::Fill(const std::string& path, const FileFormat& format) {
     const Database database(path, format);
-    database.Execute("PRAGMA journal_mode = WAL");
     Transaction transaction(database, Transaction::Kind::Write);
     database.Execute(format.schema);
     database.Execute(("PRAGMA application_id = " + std::to_string(format.applicationId)).c_str());
     database.Execute(("PRAGMA user_version = " + std::to_string(format.version)).c_str());
     transaction.Commit();
+    // Last, so that all is in the file itself, which alone is given its final name: what stood in a log beside it would
+    // be lost if the log could not be taken over when the file is closed.
+    database.Execute("PRAGMA journal_mode = WAL");
 }
 
 // --- Transaction ---

@@ -1,13 +1,17 @@
 #include "database_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -18,23 +22,7 @@ namespace {
 
 constexpr mode_t kFileMode = 0600;
 constexpr mode_t kFolderMode = 0755;
-
-class Descriptor {
- public:
-    explicit Descriptor(int number) : _number(number) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (_number >= 0) {
-            close(_number);
-        }
-    }
-    int Number() const { return _number; }
-    explicit operator bool() const { return _number >= 0; }
-
- private:
-    int _number;
-};
+constexpr char kNewMark[] = ".new.";
 
 [[noreturn]] void FailWith(int error, const std::string& name) {
     const bool refused = error == EACCES || error == EPERM || error == EROFS || error == ELOOP;
@@ -83,6 +71,37 @@ void RemoveForeignRights(const Descriptor& file, mode_t mode, const std::string&
     }
 }
 
+// Under the lock of those who make files there is nobody whose new file these could be. What cannot be removed stays.
+void RemoveAbandonedFiles(const std::string& folder, const std::string& file) {
+    const std::string prefix = file + kNewMark;
+    struct Close {
+        void operator()(DIR* stream) const { closedir(stream); }
+    };
+    const std::unique_ptr<DIR, Close> stream(opendir(folder.c_str()));
+    for (const dirent* entry = nullptr; stream && (entry = readdir(stream.get())) != nullptr;) {
+        const std::string name = entry->d_name;
+        if (name.compare(0, prefix.size(), prefix) == 0) {
+            unlink(Join(folder, name).c_str());
+        }
+    }
+}
+
+bool LockWhenFree(const Descriptor& folder) {
+    int result = 0;
+    do {
+        result = flock(folder.Number(), LOCK_EX);
+    } while (result != 0 && errno == EINTR);
+    return result == 0;
+}
+
+// For a file with a second name: its maker has not taken the first one away yet, or was killed before it could.
+void RemoveSecondName(const std::string& folder, const std::string& file) {
+    const Descriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (lock && flock(lock.Number(), LOCK_EX | LOCK_NB) == 0) {
+        RemoveAbandonedFiles(folder, file);
+    }
+}
+
 void MakeFolder(const std::string& folder, const std::string& name) {
     if (mkdir(folder.c_str(), kFolderMode) == 0) {
         // The umask may have taken rights that the owner needs.
@@ -95,6 +114,19 @@ void MakeFolder(const std::string& folder, const std::string& name) {
 }
 
 }  // namespace
+
+Descriptor::Descriptor(Descriptor&& other) noexcept : _number(std::exchange(other._number, -1)) {}
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
+    std::swap(_number, other._number);
+    return *this;
+}
+
+Descriptor::~Descriptor() {
+    if (_number >= 0) {
+        close(_number);
+    }
+}
 
 std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name) {
     const auto [folder, file] = SplitPath(path);
@@ -119,6 +151,9 @@ std::optional<std::string> PrepareExistingFile(const std::string& path, const st
         throw DirectoryError(kStatusAccessDenied, "The " + name + " is refused: it is a link or no regular file");
     }
     RemoveForeignRights(descriptor, status.st_mode, name);
+    if (status.st_nlink > 1) {
+        RemoveSecondName(*realFolder, file);
+    }
     return real;
 }
 
@@ -130,9 +165,14 @@ NewFile::NewFile(const std::string& path, std::string name) : _name(std::move(na
     if (!realFolder) {
         FailWith(ENOENT, _name);
     }
-    _folder = *realFolder;
-    _finalPath = Join(_folder, file);
-    _temporaryPath = _finalPath + ".XXXXXX";
+    _finalPath = Join(*realFolder, file);
+    // One maker at a time, to the end: what is removed here and in `Publish` must not be somebody's.
+    _folder = Descriptor(open(realFolder->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!_folder || !LockWhenFree(_folder)) {
+        FailWith(errno, _name);
+    }
+    RemoveAbandonedFiles(*realFolder, file);
+    _temporaryPath = _finalPath + kNewMark + "XXXXXX";
     const Descriptor descriptor(mkostemp(_temporaryPath.data(), O_CLOEXEC));
     if (!descriptor) {
         FailWith(errno, _name);
@@ -145,17 +185,17 @@ NewFile::NewFile(const std::string& path, std::string name) : _name(std::move(na
 }
 
 NewFile::~NewFile() {
-    unlink(_temporaryPath.c_str());
-    unlink((_temporaryPath + "-wal").c_str());
-    unlink((_temporaryPath + "-shm").c_str());
+    // Without asking for memory: there may be none left.
+    char path[PATH_MAX];
+    for (const char* const companion : {"", "-journal", "-wal", "-shm"}) {
+        const int length = std::snprintf(path, sizeof path, "%s%s", _temporaryPath.c_str(), companion);
+        if (length > 0 && static_cast<std::size_t>(length) < sizeof path) {
+            unlink(path);
+        }
+    }
 }
 
 void NewFile::Publish() {
-    const Descriptor folder(open(_folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    // One creator at a time: the leftovers removed below must not be those of a file that has just been published.
-    if (!folder || flock(folder.Number(), LOCK_EX) != 0) {
-        FailWith(errno, _name);
-    }
     if (access(_finalPath.c_str(), F_OK) == 0) {
         return;
     }
@@ -163,7 +203,7 @@ void NewFile::Publish() {
     if (link(_temporaryPath.c_str(), _finalPath.c_str()) != 0 && errno != EEXIST) {
         FailWith(errno, _name);
     }
-    if (fsync(folder.Number()) != 0) {
+    if (fsync(_folder.Number()) != 0) {
         FailWith(errno, _name);
     }
 }

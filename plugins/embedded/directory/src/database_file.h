@@ -11,12 +11,30 @@
 
 namespace nimbrel::embedded {
 
+// An open file descriptor, or -1.
+class Descriptor {
+ public:
+    explicit Descriptor(int number = -1) noexcept : _number(number) {}
+    Descriptor(Descriptor&& other) noexcept;
+    Descriptor& operator=(Descriptor&& other) noexcept;
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor();
+
+    int Number() const noexcept { return _number; }
+    explicit operator bool() const noexcept { return _number >= 0; }
+
+ private:
+    int _number;
+};
+
 // The path with its folder's links resolved, ready to be opened; unset if there is no such file. Takes away the rights
 // of group and others. Throws `DirectoryError` 5 for a link or anything else but a regular file. `name` is for
 // messages.
 std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name);
 
-// A new empty file beside `path`, removed again unless it is published.
+// A new empty file beside `path`, removed again unless it is published. One at a time in a folder: a second one waits.
+// What killed processes left of theirs is removed.
 class NewFile {
  public:
     // Creates the last folder of the path if it is missing.
@@ -33,7 +51,7 @@ class NewFile {
     void RemoveLeftoversOfDeletedFile() const;
 
     std::string _name;
-    std::string _folder;
+    Descriptor _folder;  // holds the lock
     std::string _finalPath;
     std::string _temporaryPath;
 };

@@ -1,0 +1,214 @@
+// The provider "embedded": joins, leaves and settings of a host, over the directory's file and the host's own.
+
+#include <memory>
+
+#include "crash/files.h"
+#include "crash/operation.h"
+#include "embeddeddirectory/host.h"
+#include "plugins/embedded/directory/src/database.h"
+#include "plugins/embedded/directory/src/secret_hash.h"
+
+namespace nimbrel::crash {
+namespace {
+
+using embedded::Directory;
+using embedded::DirectoryError;
+using embedded::Host;
+using embedded::Membership;
+
+constexpr char kFolder[] = "/var/lib";
+constexpr char kDomain[] = "corp.test";
+constexpr char kHostName[] = "node01.corp.test";
+constexpr char kAccount[] = "NODE01";
+constexpr char kPassword[] = "Winter-2031!";
+constexpr embedded::UserCredentials kAdmin = {"admin1", kPassword};
+
+// The costs of a hash are read back from it, so a person's password can have a cheap one.
+void MakePasswordsCheap() {
+    sqlite3* handle = nullptr;
+    const int opened = sqlite3_open(embedded::kDefaultDirectoryPath, &handle);
+    const std::unique_ptr<sqlite3, int (*)(sqlite3*)> database(handle, sqlite3_close);
+    const std::string hash = embedded::HashSecret(kPassword, embedded::HashCost::RandomSecret);
+    const std::string sql = "UPDATE users SET password_hash = '" + hash + "'";
+    if (opened != SQLITE_OK || sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
+        throw std::runtime_error(sqlite3_errmsg(handle));
+    }
+}
+
+void MakeDirectory() {
+    Directory directory = Directory::Open(embedded::kDefaultDirectoryPath, embedded::OpenMode::CreateIfMissing);
+    directory.AddDomain(kDomain);
+    directory.AddUser(kDomain, "admin1", kPassword, {.mayJoin = true});
+    MakePasswordsCheap();
+}
+
+bool IsJoined() { return !Host().ActiveDomain().dnsName.empty(); }
+
+std::string Lines(const std::vector<std::string>& texts) {
+    std::string lines;
+    for (const auto& text : texts) lines += text + "\n";
+    return lines;
+}
+
+Parts ReadHost() {
+    Parts parts;
+    const auto snapshot = Membership::Open().Export();
+    parts["host"] = snapshot.membership ? snapshot.membership->distinguishedName : "not joined";
+    parts["controllers"] = Lines(snapshot.preferredControllers);
+    parts["services"] = Lines(snapshot.smartCardServices);
+    for (const auto& computer : Directory::Open().ListComputers(kDomain)) {
+        parts["account"] += computer.name + (computer.preStaged ? ", waiting" : ", taken");
+    }
+    parts.try_emplace("account", "none");
+    return parts;
+}
+
+// ... and whether the two agree.
+Parts ReadHostAndTrust() {
+    Parts parts = ReadHost();
+    parts["trust"] = std::to_string(Host().TrustState());
+    return parts;
+}
+
+Operation OnTheHost(const char* name, std::function<void()> prepare, std::function<void()> run) {
+    Operation operation;
+    operation.name = name;
+    operation.folders = {kFolder};
+    operation.prepare = std::move(prepare);
+    operation.run = std::move(run);
+    operation.read = ReadHost;
+    operation.isDocumented = IsOneOf<DirectoryError>;
+    operation.failureStride = 7;
+    operation.allocationStride = 5;
+    return operation;
+}
+
+void Join() { Host().Join(kDomain, kHostName, "", kAdmin); }
+
+void MakeJoinedHost() {
+    MakeDirectory();
+    Join();
+}
+
+// The domain's side and the host's are two files, as they are two machines in real life: the account comes first, and a
+// host that was killed then joins again.
+Operation JoinAsUser() {
+    Operation operation = OnTheHost("join", MakeDirectory, Join);
+    operation.next = [] {
+        if (!IsJoined()) Join();
+    };
+    operation.killedPartByPart = true;
+    return operation;
+}
+
+std::string& OneTimeSecret() {
+    static std::string secret;
+    return secret;
+}
+
+void Stage() { OneTimeSecret() = Directory::Open().PreStageComputer(kDomain, kAccount).oneTimeSecret; }
+
+void JoinAsMachine() {
+    embedded::MachineAccountJoin join;
+    join.hostName = kHostName;
+    join.dnsName = kDomain;
+    join.accountName = kAccount;
+    join.oneTimeSecret = OneTimeSecret();
+    Host().JoinWithMachineAccount(join);
+}
+
+// A host that was killed may have used its one-time secret up; then the domain's administrator makes the account anew.
+Operation JoinWithMachineAccount() {
+    Operation operation = OnTheHost(
+        "join with machine account",
+        [] {
+            MakeDirectory();
+            Stage();
+        },
+        JoinAsMachine);
+    operation.next = [] {
+        if (IsJoined()) return;
+        Directory directory = Directory::Open();
+        if (!directory.GetComputer(kDomain, kAccount).preStaged) {
+            directory.RemoveComputer(kDomain, kAccount);
+            Stage();
+        }
+        JoinAsMachine();
+    };
+    operation.killedPartByPart = true;
+    return operation;
+}
+
+Operation Leave(const char* name, std::function<void()> run) {
+    Operation operation = OnTheHost(name, MakeJoinedHost, run);
+    operation.next = [run] {
+        if (IsJoined()) run();
+    };
+    operation.killedPartByPart = true;
+    return operation;
+}
+
+Operation JoinAgain() {
+    Operation operation = OnTheHost(
+        "join over an old account",
+        [] {
+            MakeJoinedHost();
+            Host().Part(std::nullopt);
+        },
+        Join);
+    operation.next = [] {
+        if (!IsJoined()) Join();
+    };
+    operation.read = ReadHostAndTrust;
+    operation.killedPartByPart = true;
+    return operation;
+}
+
+Operation SetControllers() {
+    return OnTheHost("preferred controllers", MakeJoinedHost, [] {
+        Host().SetPreferredControllers({"dc1.corp.test", "dc2.corp.test"});
+    });
+}
+
+Operation SetServices(const char* name, std::function<void()> prepare) {
+    return OnTheHost(name, std::move(prepare), [] { Host().SetSmartCardServices({"login", "sshd"}); });
+}
+
+Operation CreateDirectory() {
+    Operation operation;
+    operation.name = "first domain of the directory";
+    operation.folders = {kFolder};
+    operation.prepare = [] {};
+    operation.run = [] {
+        Directory directory = Directory::Open(embedded::kDefaultDirectoryPath, embedded::OpenMode::CreateIfMissing);
+        if (!directory.FindDomain(kDomain)) directory.AddDomain(kDomain);
+    };
+    operation.read = [] {
+        try {
+            const auto domains = Directory::Open().ListDomains();
+            return Parts{{"domains", std::to_string(domains.size())}};
+        } catch (const DirectoryError& error) {
+            if (error.Status() != embedded::kStatusNoSuchDomain) throw;
+            return Parts{{"domains", "0"}};
+        }
+    };
+    operation.isDocumented = IsOneOf<DirectoryError>;
+    return operation;
+}
+
+}  // namespace
+
+std::vector<Operation> Operations() {
+    CoverFolder(kFolder);
+    return {CreateDirectory(),
+            JoinAsUser(),
+            JoinAgain(),
+            JoinWithMachineAccount(),
+            Leave("leave with credentials", [] { Host().Part(kAdmin); }),
+            Leave("leave without credentials", [] { Host().Part(std::nullopt); }),
+            SetControllers(),
+            SetServices("smart card services", MakeJoinedHost),
+            SetServices("smart card services of a fresh host", MakeDirectory)};
+}
+
+}  // namespace nimbrel::crash
