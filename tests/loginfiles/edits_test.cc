@@ -90,6 +90,11 @@ TEST(NssEditTest, LinesThatCannotBeReadAreRefusedWithTheirNumber) {
     }
 }
 
+TEST(NssEditTest, TextsWithANullCharacterAreRefused) {
+    const std::string text("passwd: files\0 db\ngroup: files\n", 31);
+    EXPECT_THROW(WithNssService(text, kProvider), LoginsError);
+}
+
 // --- PAM files ---
 
 std::string With(const std::string& text) { return WithPamModule({{"login", text}}, "login", kProvider); }

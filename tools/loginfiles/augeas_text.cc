@@ -22,6 +22,10 @@ AugeasText::AugeasText(const std::string& lens, const std::string& text)
     if (_augeas == nullptr || aug_error(_augeas.get()) != AUG_NOERROR) {
         throw LoginsError(LoginsError::Kind::System, "libaugeas cannot be used", "see that its lenses are installed");
     }
+    if (text.find('\0') != std::string::npos) {
+        // libaugeas takes the text up to it; the rest would be lost.
+        throw LoginsError(LoginsError::Kind::Refused, "libaugeas cannot read the file: it holds a null character");
+    }
     // The lenses want a line end behind the last line.
     _endAdded = !text.empty() && !text.ends_with('\n');
     Check(aug_set(_augeas.get(), kInput, (text + (_endAdded ? "\n" : "")).c_str()) == 0, "store the text");

@@ -58,7 +58,8 @@ struct EffectiveRule {
 };
 
 // A service's rules of one type, or of all for an empty `type`, with the files it includes put in place; "other" if
-// there is no such service. What cannot be followed (a missing file, a circle) stays as the rule that names it.
+// there is no such service. What cannot be followed (a missing file, a circle, more than a thousand files in all) stays as
+// the rule that names it.
 std::vector<EffectiveRule> EffectiveStack(const PamFiles& files, const std::string& service,
                                           std::string_view type = {});
 
