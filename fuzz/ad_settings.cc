@@ -1,5 +1,5 @@
-// Any ad.conf that is taken has every value in its range and fit for where it goes; a comment changes nothing, and a line
-// that is there twice is refused.
+// Any ad.conf that is taken has every value in its range and fit for where it goes; a comment changes nothing, and a
+// line that is there twice is refused.
 
 #include <arpa/inet.h>
 

@@ -1,4 +1,5 @@
-// Any ledger reads to what a plain reader makes of it, is written anew when it is opened, and then is the same each time.
+// Any ledger reads to what a plain reader makes of it, is written anew when it is opened, and then is the same each
+// time.
 
 #include <map>
 #include <sstream>

@@ -1,5 +1,5 @@
-// Settings of any keys and values are written as told, whatever stood in the file; what the header promises to read back
-// does.
+// Settings of any keys and values are written as told, whatever stood in the file; what the header promises to read
+// back does.
 //
 // Input: the file's old text, then keys and values in turn.
 

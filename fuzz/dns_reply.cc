@@ -1,4 +1,5 @@
-// A name server's reply of any bytes: what is taken from it is fit for names, and is put into an order that loses nothing.
+// A name server's reply of any bytes: what is taken from it is fit for names, and is put into an order that loses
+// nothing.
 
 #include <algorithm>
 #include <tuple>

@@ -1,5 +1,5 @@
-// What the fuzz targets share. A target is one function that takes any bytes; the fuzzer's own main() makes bytes up, and
-// that of tests/fuzz reads them from the corpus.
+// What the fuzz targets share. A target is one function that takes any bytes; the fuzzer's own main() makes bytes up,
+// and that of tests/fuzz reads them from the corpus.
 
 #ifndef NIMAUTH_FUZZ_FUZZ_H_
 #define NIMAUTH_FUZZ_FUZZ_H_

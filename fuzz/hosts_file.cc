@@ -1,5 +1,5 @@
-// An edit of any hosts file does what a plain line-by-line retelling of the rule does, every other byte is kept, and doing
-// it again changes nothing.
+// An edit of any hosts file does what a plain line-by-line retelling of the rule does, every other byte is kept, and
+// doing it again changes nothing.
 //
 // Input: the address, the name, the aliases with a blank between them, the file.
 

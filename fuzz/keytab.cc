@@ -1,5 +1,5 @@
-// A realm is taken out of a keytab of any bytes: every other entry stays byte for byte, as a plain reader finds them, and
-// a damaged file is left alone.
+// A realm is taken out of a keytab of any bytes: every other entry stays byte for byte, as a plain reader finds them,
+// and a damaged file is left alone.
 //
 // Input: the realm, the file.
 

@@ -1,5 +1,5 @@
-// A controller's answer of any bytes reads as a plain, recursive reader of its names does; the same names written without
-// compression read the same again.
+// A controller's answer of any bytes reads as a plain, recursive reader of its names does; the same names written
+// without compression read the same again.
 
 #include <array>
 #include <optional>
@@ -15,8 +15,8 @@ using fuzzing::Require;
 using nimbrel::ad::NetlogonReply;
 using Labels = std::vector<std::string>;
 
-// Adds the labels of the name at `at`, of which the pointers lead to places before `limit` only; unset if there is none.
-// Returns where the name ends.
+// Adds the labels of the name at `at`, of which the pointers lead to places before `limit` only; unset if there is
+// none. Returns where the name ends.
 std::optional<std::size_t> LiteralName(const std::string& bytes, std::size_t at, std::size_t limit, Labels& labels) {
     if (at >= bytes.size()) return std::nullopt;
     const auto length = static_cast<unsigned char>(bytes[at]);

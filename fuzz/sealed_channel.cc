@@ -1,8 +1,9 @@
 // The Kerberos side of a sealed connection, against a controller that knows the keys: what is sealed or signed by the
-// rules opens to the same message, what was changed on the way, or comes out of turn, never opens to another one, and any
-// bytes in place of a token are refused.
+// rules opens to the same message, what was changed on the way, or comes out of turn, never opens to another one, and
+// any bytes in place of a token are refused.
 //
-// Input: a byte, then by its lowest bit the controller's proof as raw bytes, or a series of steps, each a byte and a field.
+// Input: a byte, then by its lowest bit the controller's proof as raw bytes, or a series of steps, each a byte and a
+// field.
 
 #include <krb5/krb5.h>
 

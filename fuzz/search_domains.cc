@@ -1,5 +1,5 @@
-// Search domains added to any resolv.conf or drop-in: a plain reader finds them behind those that were there, each once;
-// every byte of the old text is still there, with one insertion; adding them again changes nothing.
+// Search domains added to any resolv.conf or drop-in: a plain reader finds them behind those that were there, each
+// once; every byte of the old text is still there, with one insertion; adding them again changes nothing.
 //
 // Input: the domains with a blank between them, the text.
 

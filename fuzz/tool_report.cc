@@ -1,5 +1,5 @@
-// Whatever a provider or a file has told the tool: as JSON the answer can be parsed and says the same, as text it has the
-// lines that it was to have and nothing that a terminal would act on.
+// Whatever a provider or a file has told the tool: as JSON the answer can be parsed and says the same, as text it has
+// the lines that it was to have and nothing that a terminal would act on.
 //
 // Input: values as fields; the last one is a failure's message.
 

@@ -1,5 +1,5 @@
-// The difference of any two texts, applied to the first one, gives the second one, and shows no more context than it has
-// to.
+// The difference of any two texts, applied to the first one, gives the second one, and shows no more context than it
+// has to.
 //
 // Input: a byte that says which of the texts are there at all, the two texts.
 

@@ -14,8 +14,8 @@ constexpr char kTree[] = "/text";
 constexpr char kInput[] = "/input";
 constexpr char kOutput[] = "/output";
 
-// libaugeas ends a text at a null character, and marks places in its own texts with the four bytes behind it: it ends the
-// process when it meets them where it expects its own.
+// libaugeas ends a text at a null character, and marks places in its own texts with the four bytes behind it: it ends
+// the process when it meets them where it expects its own.
 void RequireOrdinary(const std::string& text, const std::string& what) {
     const bool ordinary = std::none_of(text.begin(), text.end(), [](char c) { return c >= '\0' && c <= '\4'; });
     if (ordinary) return;
