@@ -59,8 +59,9 @@ void SetListen(Config& config, const std::string& value) {
     const bool bracketed = value.front() == '[';
     const std::size_t close = bracketed ? value.find(']') : 0;
     const std::size_t colon = value.find(':', close);
+    const bool hasMore = bracketed && close != std::string::npos && close + 1 != std::min(colon, value.size());
     config.address = bracketed ? value.substr(1, close - 1) : value.substr(0, colon);
-    if (close == std::string::npos || !Address::Parse(config.address)) {
+    if (close == std::string::npos || hasMore || !Address::Parse(config.address)) {
         throw ValueError("the value must be ADDRESS or ADDRESS:PORT, an IPv6 address in brackets");
     }
     if (colon != std::string::npos) config.port = ParseNumber(value.substr(colon + 1), 0, 65535);
@@ -75,6 +76,24 @@ void AddNetwork(Config& config, const std::string& value) {
 void AddPreStaged(Config& config, const std::string& value) {
     if (!kit::IsComputerName(value)) throw ValueError("the value must be an account's name, as NODE07");
     config.preStaged.insert(UpperCase(value));
+}
+
+bool IsLabel(std::string_view label) {
+    const auto fits = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
+    };
+    return !label.empty() && label.size() <= 63 && std::all_of(label.begin(), label.end(), fits);
+}
+
+// What a name looks like; that it has a dot is looked at in the end.
+void SetDomain(Config& config, const std::string& value) {
+    config.domain = value;
+    for (std::string_view rest = value;;) {
+        const std::size_t dot = rest.find('.');
+        if (!IsLabel(rest.substr(0, dot))) throw ValueError("the value must be the domain's DNS name");
+        if (dot == std::string_view::npos) return;
+        rest.remove_prefix(dot + 1);
+    }
 }
 
 void SetBackEnd(Config& config, const std::string& value) {
@@ -95,7 +114,7 @@ const std::map<std::string, Key, std::less<>>& Keys() {
         {"connections-per-client", {Number(&Config::connectionsPerClient, 1, 4096)}},
         {"request-seconds", {Number(&Config::requestSeconds, 1, 600)}},
         {"stop-seconds", {Number(&Config::stopSeconds, 1, 600)}},
-        {"domain", {Text(&Config::domain)}},
+        {"domain", {SetDomain}},
         {"back-end", {SetBackEnd}},
         {"directory", {File(&Config::directoryFile)}},
         {"keytab", {File(&Config::keytab)}},

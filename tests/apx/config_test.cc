@@ -97,6 +97,10 @@ TEST(ApxdConfig, WhatIsWrongIsToldWithItsLine) {
          "apxd.conf:5: 'listen': the value must be ADDRESS or ADDRESS:PORT, an IPv6 address in brackets"},
         {"listen = [::1",
          "apxd.conf:5: 'listen': the value must be ADDRESS or ADDRESS:PORT, an IPv6 address in brackets"},
+        {"listen = [::]x:8443",
+         "apxd.conf:5: 'listen': the value must be ADDRESS or ADDRESS:PORT, an IPv6 address in brackets"},
+        {"listen = [::]x",
+         "apxd.conf:5: 'listen': the value must be ADDRESS or ADDRESS:PORT, an IPv6 address in brackets"},
         {"listen = 0.0.0.0:70000", "apxd.conf:5: 'listen': the value must be a number from 0 to 65535"},
         {"ledger = relative", "apxd.conf:5: 'ledger': the path must begin with '/'"},
         {"back-end = ldap", "apxd.conf:5: 'back-end': the value must be 'embedded' or 'ad'"},
@@ -106,6 +110,18 @@ TEST(ApxdConfig, WhatIsWrongIsToldWithItsLine) {
         {"unit = a\r", "apxd.conf:5: the line holds a control character"},
     };
     for (const auto& row : rows) EXPECT_EQ(ErrorOf(std::string(kLeast) + row.line + '\n'), row.error) << row.line;
+}
+
+TEST(ApxdConfig, TheDomainIsADnsName) {
+    const std::string least = kLeast;
+    const std::size_t name = least.find("corp.test");
+    ASSERT_NE(name, std::string::npos);
+    for (const char* domain : {"corp.test x", "corp..test", ".test", "corp.test.", "corp.t\xff", "corp\t.test"}) {
+        std::string text = least;
+        EXPECT_EQ(ErrorOf(text.replace(name, 9, domain)),
+                  "apxd.conf:4: 'domain': the value must be the domain's DNS name")
+            << domain;
+    }
 }
 
 TEST(ApxdConfig, WhatIsMissingIsTold) {

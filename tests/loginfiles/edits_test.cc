@@ -90,7 +90,21 @@ TEST(NssEditTest, LinesThatCannotBeReadAreRefusedWithTheirNumber) {
     }
 }
 
+TEST(NssEditTest, CharactersThatLibaugeasKeepsForItselfAreRefused) {
+    for (const char c : {'\0', '\1', '\2', '\3', '\4'}) {
+        const std::string text = std::string("passwd: files # ") + c + " \ngroup: files\n";
+        EXPECT_THROW(WithNssService(text, kProvider), LoginsError) << int{c};
+        EXPECT_THROW(WithNssService("passwd: files\n", {"pam_x.so", {}, std::string("x") + c, {}}), LoginsError)
+            << int{c};
+    }
+}
+
 // --- PAM files ---
+
+TEST(PamEditTest, CharactersThatLibaugeasKeepsForItselfAreRefused) {
+    const PamFiles files = {{"a", "auth sufficient\4\4 x\4pam_unix.so\nsession required pam_unix.so\n"}};
+    EXPECT_THROW(WithPamModule(files, "a", kProvider), LoginsError);
+}
 
 std::string With(const std::string& text) { return WithPamModule({{"login", text}}, "login", kProvider); }
 

@@ -88,5 +88,21 @@ TEST(PamTextTest, CirclesAndMissingFilesEnd) {
     EXPECT_THAT(Modules("lost", "auth"), ElementsAre("nowhere"));
 }
 
+TEST(PamTextTest, FilesThatNameThemselvesTwiceEndSoon) {
+    const PamFiles twice = {{"a", "auth include b\nauth include b\n"}, {"b", "@include a\n@include a\n"}};
+    EXPECT_EQ(EffectiveStack(twice, "a").size(), 4U) << "the two names of the circle, from each of two places";
+}
+
+// Each file takes the next one in twice: a line of the last one would stand there two to the thirtieth times.
+TEST(PamTextTest, FilesThatMultiplyEachOtherAreBounded) {
+    PamFiles files;
+    for (int i = 0; i < 30; ++i) {
+        const std::string next = "@include " + std::to_string(i + 1) + '\n';
+        files[std::to_string(i)] = next + next;
+    }
+    files["30"] = "auth required a.so\n";
+    EXPECT_LE(EffectiveStack(files, "0").size(), 2000U);
+}
+
 }  // namespace
 }  // namespace nimbrel::logins

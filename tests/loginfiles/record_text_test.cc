@@ -41,6 +41,18 @@ TEST(RecordTextTest, DamagedTextsAreRefused) {
     for (const char* const text : {"", "bogus\n", "applied too\n"}) EXPECT_THROW(ParseState(text, entry), LoginsError);
 }
 
+TEST(RecordTextTest, FilesWithoutAWholePathAreDamage) {
+    for (const char* const path : {"etc/passwd", "../etc/passwd", " /etc/passwd"}) {
+        EXPECT_THROW(ParseRecord(std::string("nimauth-logins 1\npath ") + path + '\n'), LoginsError) << path;
+    }
+}
+
+TEST(RecordTextTest, KeysWithoutAValueSayNothing) {
+    const Record record = ParseRecord("nimauth-logins 1\naction \nservice \npath \nservice sshd\n");
+    EXPECT_EQ(record.services, std::vector<std::string>{"sshd"});
+    EXPECT_TRUE(record.changes.empty());
+}
+
 TEST(RecordTextTest, EveryProgressSurvives) {
     for (int value = 0; value <= static_cast<int>(Progress::Undone); ++value) {
         Entry entry;

@@ -1,5 +1,6 @@
 // Importing the proxy's certificate.
 
+#include <openssl/ui.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -115,6 +116,25 @@ TEST_F(CertificateImport, WhatFollowsANulIsStoredAndNotLookedAt) {
     EXPECT_EQ(Import(text), "success");
     ExpectImported(text, Certificate());
     EXPECT_EQ(Import(std::string("\0", 1) + Certificate()), kRefusal);
+}
+
+// The agent has nobody at its terminal, if it has one.
+TEST_F(CertificateImport, NobodyIsAskedForThePassPhraseOfAnEncryptedCertificate) {
+    static int asked = 0;
+    asked = 0;
+    UI_METHOD* const method = UI_create_method("counts");
+    UI_method_set_opener(method, [](UI*) {
+        ++asked;
+        return 0;
+    });
+    UI_set_default_method(method);
+    std::string text = Certificate();
+    text.insert(text.find('\n') + 1,
+                "Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF\n\n");
+    EXPECT_EQ(Import(text), kRefusal);
+    EXPECT_EQ(asked, 0);
+    UI_set_default_method(UI_OpenSSL());
+    UI_destroy_method(method);
 }
 
 TEST_F(CertificateImport, AnythingElseIsRefusedAndTheOldOneStays) {

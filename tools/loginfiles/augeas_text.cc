@@ -2,6 +2,7 @@
 
 #include <augeas.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "tools/loginfiles/logins_error.h"
@@ -13,6 +14,14 @@ constexpr char kTree[] = "/text";
 constexpr char kInput[] = "/input";
 constexpr char kOutput[] = "/output";
 
+// libaugeas ends a text at a null character, and marks places in its own texts with the four bytes behind it: it ends
+// the process when it meets them where it expects its own.
+void RequireOrdinary(const std::string& text, const std::string& what) {
+    const bool ordinary = std::none_of(text.begin(), text.end(), [](char c) { return c >= '\0' && c <= '\4'; });
+    if (ordinary) return;
+    throw LoginsError(LoginsError::Kind::Refused, "libaugeas cannot " + what + ": it holds a control character");
+}
+
 }  // namespace
 
 void AugeasText::Close::operator()(augeas* handle) const { aug_close(handle); }
@@ -22,6 +31,7 @@ AugeasText::AugeasText(const std::string& lens, const std::string& text)
     if (_augeas == nullptr || aug_error(_augeas.get()) != AUG_NOERROR) {
         throw LoginsError(LoginsError::Kind::System, "libaugeas cannot be used", "see that its lenses are installed");
     }
+    RequireOrdinary(text, "read the file");
     // The lenses want a line end behind the last line.
     _endAdded = !text.empty() && !text.ends_with('\n');
     Check(aug_set(_augeas.get(), kInput, (text + (_endAdded ? "\n" : "")).c_str()) == 0, "store the text");
@@ -68,6 +78,7 @@ std::string AugeasText::Value(const std::string& path) const {
 }
 
 void AugeasText::Set(const std::string& path, const std::string& value) {
+    RequireOrdinary(value, "set " + path);
     Check(aug_set(_augeas.get(), Full(path).c_str(), value.c_str()) == 0, "set " + path);
 }
 

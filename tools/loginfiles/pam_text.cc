@@ -16,6 +16,8 @@ namespace {
 
 constexpr char kBlanks[] = " \t\r\n";
 constexpr std::size_t kDeepestInclude = 32;
+// Files that include each other several times could name one another without end.
+constexpr std::size_t kMostIncludes = 1000;
 
 // The next line with its end.
 std::string_view TakeLine(std::string_view& rest) {
@@ -92,7 +94,9 @@ class Expansion {
     Expansion(const PamFiles& files, std::string_view type) : _files(files), _type(type) {}
 
     void Add(const std::string& file, std::string_view onlyType) {
+        _open.push_back(file);
         for (const PamLine& line : ParsePam(_files.at(file))) AddLine(file, line, onlyType);
+        _open.pop_back();
     }
     std::vector<EffectiveRule> Take() { return std::move(_rules); }
 
@@ -102,18 +106,23 @@ class Expansion {
         const bool wanted = typed ? (onlyType.empty() || line.type == onlyType) && (_type.empty() || line.type == _type)
                                   : line.kind != PamLine::Kind::Nothing;
         if (!wanted) return;
-        if (!line.IncludesAnother() || !_files.contains(line.module) || _depth > kDeepestInclude) {
+        if (!line.IncludesAnother() || !CanBeFollowed(line.module)) {
             _rules.push_back({line, file});
             return;
         }
-        ++_depth;
+        ++_includes;
         Add(line.module, typed ? std::string_view(line.type) : onlyType);
-        --_depth;
+    }
+
+    bool CanBeFollowed(const std::string& file) const {
+        const bool circle = std::find(_open.begin(), _open.end(), file) != _open.end();
+        return !circle && _files.contains(file) && _open.size() <= kDeepestInclude && _includes < kMostIncludes;
     }
 
     const PamFiles& _files;
     std::string_view _type;
-    std::size_t _depth = 0;
+    std::vector<std::string> _open;  // the files that are being put in place, one inside the other
+    std::size_t _includes = 0;
     std::vector<EffectiveRule> _rules;
 };
 

@@ -7,9 +7,9 @@
 //     5  account  include   system-auth
 //     6  @include common-session
 //
-// Lines 2 and 3 are one rule; 4 is one whose module may be missing; 5 takes in the account rules of another file, 6 all
-// of its rules. Everything from a '#' on is a comment. A line that is none of these is unreadable: libpam refuses logins
-// through it.
+// Lines 2 and 3 are one rule; 4 is one whose module may be missing; 5 takes in the account rules of another file, 6
+// all of its rules. Everything from a '#' on is a comment. A line that is none of these is unreadable: libpam refuses
+// logins through it.
 
 #ifndef NIMBREL_LOGINS_PAM_TEXT_H_
 #define NIMBREL_LOGINS_PAM_TEXT_H_
@@ -58,7 +58,8 @@ struct EffectiveRule {
 };
 
 // A service's rules of one type, or of all for an empty `type`, with the files it includes put in place; "other" if
-// there is no such service. What cannot be followed (a missing file, a circle) stays as the rule that names it.
+// there is no such service. What cannot be followed (a missing file, a circle, more than a thousand files in all)
+// stays as the rule that names it.
 std::vector<EffectiveRule> EffectiveStack(const PamFiles& files, const std::string& service,
                                           std::string_view type = {});
 

@@ -10,6 +10,7 @@ namespace nimbrel::logins {
 namespace {
 
 constexpr char kFormat[] = "nimauth-logins 1";
+constexpr char kDamaged[] = "the journal holds a record that is damaged or of another version";
 
 constexpr std::array<const char*, 6> kProgressNames = {"applying",  "applied",  "confirmed",
                                                        "restoring", "restored", "undone"};
@@ -32,7 +33,9 @@ void Take(Record& record, const std::string& key, const std::string& value) {
     if (key == "boot") record.bootId = value;
     if (key == "deadline") record.deadline = std::atoll(value.c_str());
     if (key == "undoes") record.undoes = std::atoi(value.c_str());
-    if (key == "path") record.changes.push_back({.path = value, .before = {}, .after = {}});
+    if (key != "path") return;
+    if (!value.starts_with('/')) throw LoginsError(LoginsError::Kind::System, kDamaged);
+    record.changes.push_back({.path = value, .before = {}, .after = {}});
 }
 
 }  // namespace
@@ -57,13 +60,14 @@ Record ParseRecord(const std::string& text) {
     lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     std::string line;
     if (!std::getline(lines, line) || line != kFormat) {
-        throw LoginsError(LoginsError::Kind::System,
-                          "the journal holds a record that is damaged or of another version");
+        throw LoginsError(LoginsError::Kind::System, kDamaged);
     }
     Record record;
     while (std::getline(lines, line)) {
         const std::size_t blank = line.find(' ');
-        if (blank != std::string::npos) Take(record, line.substr(0, blank), line.substr(blank + 1));
+        // A key without a value says nothing, and is not written either.
+        if (blank == std::string::npos || blank + 1 == line.size()) continue;
+        Take(record, line.substr(0, blank), line.substr(blank + 1));
     }
     return record;
 }

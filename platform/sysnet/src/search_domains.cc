@@ -15,17 +15,19 @@ constexpr char kBlanks[] = " \t\r";
 
 using Words = std::vector<std::string>;
 
-// The words of a line from `at` on, up to the first that starts a comment, and where the last of them ends.
+// The words of a line from `at` on, and where the last of them ends.
 struct Tail {
     Words words;
     std::size_t end;
 };
 
-Tail ParseTail(const std::string& line, std::size_t at) {
+enum class Comments { EndTheWords, StandAlone };
+
+Tail ParseTail(const std::string& line, std::size_t at, Comments comments) {
     Tail tail = {{}, at};
     for (at = line.find_first_not_of(kBlanks, at); at != std::string::npos;
          at = line.find_first_not_of(kBlanks, tail.end)) {
-        if (line[at] == '#' || line[at] == ';') break;
+        if (comments == Comments::EndTheWords && (line[at] == '#' || line[at] == ';')) break;
         tail.end = std::min(line.find_first_of(kBlanks, at), line.size());
         tail.words.push_back(line.substr(at, tail.end - at));
     }
@@ -84,7 +86,7 @@ std::optional<SearchLine> FindSearchLine(const std::vector<Line>& lines) {
     for (std::size_t i = lines.size(); i-- > 0;) {
         const bool isSearch = HasKeyword(lines[i].text, kSearch);
         if (!isSearch && !HasKeyword(lines[i].text, kDomain)) continue;
-        Tail tail = ParseTail(lines[i].text, kSearch.size());
+        Tail tail = ParseTail(lines[i].text, kSearch.size(), Comments::EndTheWords);
         // The resolver passes over a keyword without a domain.
         if (!tail.words.empty()) return SearchLine{i, isSearch, std::move(tail)};
     }
@@ -105,28 +107,86 @@ bool IsDomainsSetting(const std::string& line, std::size_t& valueAt) {
     return true;
 }
 
-// What a drop-in says about domains: all that it sets, where its last setting is, and where the section's last line is.
+// A line that ends with a backslash goes on in the next one that is no comment.
+bool GoesOn(const std::string& line) {
+    const std::size_t last = line.find_last_not_of('\\');
+    return (line.size() - (last == std::string::npos ? 0 : last + 1)) % 2 != 0;
+}
+
+bool IsComment(const std::string& line) {
+    const std::string text = WithoutBlanks(line);
+    return !text.empty() && (text.front() == '#' || text.front() == ';');
+}
+
+// The last of the lines over which the one at `first` goes on.
+std::size_t LastOfSetting(const std::vector<Line>& lines, std::size_t first) {
+    std::size_t last = first;
+    for (std::size_t i = first; GoesOn(lines[last].text) && ++i < lines.size();) {
+        if (!IsComment(lines[i].text)) last = i;
+    }
+    return last;
+}
+
+// Whether a line at the end of the file would go on in one that is added there.
+bool EndGoesOn(const std::vector<Line>& lines) {
+    const auto last =
+        std::find_if(lines.rbegin(), lines.rend(), [](const Line& line) { return !IsComment(line.text); });
+    return last != lines.rend() && GoesOn(last->text);
+}
+
+// The words of a line of a drop-in, where comments have lines of their own.
+Tail ParseValues(const std::string& line, std::size_t at) {
+    return ParseTail(GoesOn(line) ? line.substr(0, line.size() - 1) : line, at, Comments::StandAlone);
+}
+
+Words DomainsOf(const std::vector<Line>& lines, std::size_t first, std::size_t valueAt, std::size_t last) {
+    Words words = ParseValues(lines[first].text, valueAt).words;
+    for (std::size_t i = first + 1; i <= last; ++i) {
+        if (IsComment(lines[i].text)) continue;
+        const Words more = ParseValues(lines[i].text, 0).words;
+        words.insert(words.end(), more.begin(), more.end());
+    }
+    return words;
+}
+
+// What a drop-in says about domains: all that it sets, where more can be added to the last setting, and the line behind
+// which a new setting goes.
 struct DropIn {
+    struct Place {
+        std::size_t line;
+        std::size_t at;
+    };
+
     Words domains;
-    std::optional<std::size_t> lastSetting;
-    std::optional<std::size_t> sectionLastLine;
+    std::optional<Place> lastSetting;
+    std::optional<std::size_t> lastLine;
 };
+
+void TakeSetting(const std::vector<Line>& lines, std::size_t first, std::size_t last, DropIn& dropIn) {
+    std::size_t valueAt = 0;
+    if (!IsDomainsSetting(lines[first].text, valueAt)) return;
+    const Words words = DomainsOf(lines, first, valueAt, last);
+    dropIn.domains.insert(dropIn.domains.end(), words.begin(), words.end());
+    dropIn.lastSetting = {last, ParseValues(lines[last].text, last == first ? valueAt : 0).end};
+    if (!words.empty()) return;
+    // An empty setting takes back all earlier ones, and has to stay empty for that.
+    dropIn.domains.clear();
+    dropIn.lastSetting.reset();
+}
 
 DropIn ParseDropIn(const std::vector<Line>& lines) {
     DropIn dropIn;
     bool inside = false;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         const std::string text = WithoutBlanks(lines[i].text);
-        std::size_t valueAt = 0;
-        if (!text.empty() && text.front() == '[') inside = text == "[Resolve]";
-        if (!inside || text.empty()) continue;
-        dropIn.sectionLastLine = i;
-        if (!IsDomainsSetting(lines[i].text, valueAt)) continue;
-        const Words words = ParseTail(lines[i].text, valueAt).words;
-        // An empty setting takes back all earlier ones.
-        if (words.empty()) dropIn.domains.clear();
-        dropIn.domains.insert(dropIn.domains.end(), words.begin(), words.end());
-        dropIn.lastSetting = i;
+        // A backslash alone begins nothing: what follows stands as if on a line of its own.
+        if (text.empty() || text == "\\") continue;
+        const std::size_t first = i;
+        if (!IsComment(text)) i = LastOfSetting(lines, i);
+        if (text.front() == '[') inside = text == "[Resolve]";
+        if (!inside) continue;
+        dropIn.lastLine = i;
+        TakeSetting(lines, first, i, dropIn);
     }
     return dropIn;
 }
@@ -159,11 +219,13 @@ std::string AddToResolvedDropIn(std::string_view text, const Words& domains) {
     std::string setting = "Domains=";
     setting.append(Joined("", missing), 1);
     if (dropIn.lastSetting) {
-        Line& line = lines[*dropIn.lastSetting];
-        InsertWords(line, ParseTail(line.text, line.text.find('=') + 1).end, missing);
-    } else if (dropIn.sectionLastLine) {
-        InsertLineBehind(lines, *dropIn.sectionLastLine, setting);
+        InsertWords(lines[dropIn.lastSetting->line], dropIn.lastSetting->at, missing);
+    } else if (dropIn.lastLine) {
+        const bool goesOn = *dropIn.lastLine + 1 == lines.size() && EndGoesOn(lines);
+        InsertLineBehind(lines, *dropIn.lastLine, setting);
+        if (goesOn) InsertLineBehind(lines, *dropIn.lastLine, "");
     } else {
+        if (EndGoesOn(lines)) AppendLine(lines, "");
         AppendLine(lines, "[Resolve]");
         AppendLine(lines, setting);
     }

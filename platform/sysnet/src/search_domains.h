@@ -14,7 +14,8 @@ namespace SysNet::Network {
 std::string AddToResolvConf(std::string_view text, const std::vector<std::string>& domains);
 
 // Adds the domains to the last "Domains=" of the section [Resolve] of a drop-in of systemd-resolved; makes what is
-// missing. Returns the text unchanged where it has them all.
+// missing. An empty "Domains=" takes back those before it and stays empty: the domains get a line of their own then. Lines
+// that end with a backslash go on in the next one. Returns the text unchanged where it has them all.
 std::string AddToResolvedDropIn(std::string_view text, const std::vector<std::string>& domains);
 
 }  // namespace SysNet::Network

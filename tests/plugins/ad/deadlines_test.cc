@@ -6,7 +6,10 @@
 #include <atomic>
 #include <thread>
 
+#include <gmock/gmock.h>
+
 #include "controller_locator.h"
+#include "ldap_connection.h"
 #include "sandbox.h"
 #include "session.h"
 
@@ -220,6 +223,64 @@ TEST(Deadlines, NonsenseFromAController) {
                       LocateController(settings, "nonsense.test", {"127.0.0.1"}, Deadline::After(seconds(10)));
                   }),
                   kFarTooLong);
+    }
+}
+
+// Answers a connection with the same bytes again and again, until it is closed.
+class EndlessPeer {
+ public:
+    explicit EndlessPeer(std::string bytes)
+        : _peer(SOCK_STREAM), _bytes(std::move(bytes)), _thread([this] { Run(); }) {}
+    EndlessPeer(const EndlessPeer&) = delete;
+    EndlessPeer& operator=(const EndlessPeer&) = delete;
+    ~EndlessPeer() {
+        shutdown(_peer.Socket(), SHUT_RDWR);
+        _thread.join();
+    }
+
+    std::uint16_t Port() const { return _peer.Port(); }
+
+ private:
+    void Run() {
+        const Descriptor connection(accept4(_peer.Socket(), nullptr, nullptr, SOCK_CLOEXEC));
+        while (connection.Get() >= 0 && send(connection.Get(), _bytes.data(), _bytes.size(), MSG_NOSIGNAL) > 0) {
+            continue;
+        }
+    }
+
+    SilentPeer _peer;
+    std::string _bytes;
+    std::thread _thread;
+};
+
+std::string Repeated(const std::string& text, int times) {
+    std::string repeated;
+    for (int i = 0; i < times; ++i) {
+        repeated += text;
+    }
+    return repeated;
+}
+
+// Its socket is always ready to be read, so no wait for it ever takes time.
+TEST(Deadlines, ControllerThatNeverStopsTalking) {
+    const std::string answerToAnother("0\x0c\x02\x01\x77\x65\x07\x0a\x01\x00\x04\x00\x04\x00", 14);
+    const EndlessPeer controller(Repeated(answerToAnother, 1000));
+    LdapConnection connection(*Endpoint::FromText("127.0.0.1", controller.Port()), "",
+                              Deadline::After(milliseconds(300)));
+    EXPECT_LT(TimeToFail([&] { connection.Search({}); }), kFarTooLong);
+}
+
+TEST(Deadlines, AnswerThatNeverEndsIsNotKept) {
+    const std::string value = "\x04\x82\x10\x01" + std::string(4096, 'x') + 'y';
+    const std::string entry =
+        std::string("\x30\x82\x10\x10\x02\x01\x01\x64\x82\x10\x09", 11) + value + std::string("\x30\x02\x30\x00", 4);
+    const EndlessPeer controller(Repeated(entry, 16));
+    LdapConnection connection(*Endpoint::FromText("127.0.0.1", controller.Port()), "", Deadline::After(seconds(60)));
+    try {
+        connection.Search({});
+        ADD_FAILURE() << "an answer without an end";
+    } catch (const LdapError& error) {
+        EXPECT_THAT(error.what(), ::testing::HasSubstr("the answer is too long"));
     }
 }
 

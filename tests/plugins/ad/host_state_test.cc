@@ -57,6 +57,14 @@ TEST_F(HostStateFile, DamageIsNotReadAsNotJoined) {
     }
 }
 
+// Such a file could be read, but not written again by a leave.
+TEST_F(HostStateFile, WhatCouldNotBeWrittenIsDamage) {
+    for (const char* value : {"", "a\tb", "a\x7f", "a\r"}) {
+        const std::string text = std::string("format = \"1\"\npreferred_controller = \"") + value + "\"\n";
+        EXPECT_EQ(StatusOf([&] { HostState::Parse(text); }), kStatusInternalError) << value;
+    }
+}
+
 TEST_F(HostStateFile, NamesThatWouldBreakALineAreRefused) {
     HostState state;
     state.membership = kMembership;

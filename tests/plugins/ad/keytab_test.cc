@@ -148,6 +148,31 @@ TEST_F(Keytab, RealmOfASimilarNameStays) {
     EXPECT_EQ(ReadFile(File()), before);
 }
 
+// An entry of version 2 with one key of zeros.
+std::string Entry(const std::string& realm, const std::vector<std::string>& parts) {
+    const auto text = [](const std::string& one) { return std::string(1, '\0') + static_cast<char>(one.size()) + one; };
+    std::string entry = std::string(1, '\0') + static_cast<char>(parts.size()) + text(realm);
+    for (const auto& part : parts) {
+        entry += text(part);
+    }
+    entry += std::string("\0\0\0\1\0\0\0\0\1\0\x12\0\x20", 13) + std::string(32, '\0');
+    return std::string(3, '\0') + static_cast<char>(entry.size()) + entry;
+}
+
+TEST_F(Keytab, NamesThatOnlyReadLikeOursStay) {
+    const std::string others = Entry("X@CORP.TEST", {"a"}) + Entry("OTHER.TEST", {"b@CORP.TEST"}) +
+                               Entry("CORP.TEST@", {"c"}) + Entry("Y@CORP.TEST", {"host/NODE01"});
+    WriteFile(File(), "\x05\x02" + others + Entry("CORP.TEST", {"d"}));
+    RemoveRealmFromKeytab(File(), "CORP.TEST");
+    EXPECT_EQ(ReadFile(File()), "\x05\x02" + others);
+
+    const std::string similar = Entry("CORP.TEST", {"host/NODE01"}) + others;
+    WriteFile(File(), "\x05\x02" + similar + Entry("CORP.TEST", {"host", "NODE01"}));
+    Write({"NODE01", "corp.test", 1});
+    EXPECT_EQ(ReadFile(File()).substr(0, 2 + similar.size()), "\x05\x02" + similar);
+    EXPECT_THAT(Entries(), SizeIs(5 + 10));
+}
+
 TEST_F(Keytab, CutAndChangedFilesAreReadWithinTheirBounds) {
     Write({"NODE01", "other.test", 1});
     const std::string good = ReadFile(File());

@@ -78,6 +78,14 @@ TEST(Settings, WhatCannotBeMeantIsRefused) {
     }
 }
 
+TEST(Settings, ControlCharactersAreRefused) {
+    using namespace std::string_literals;
+    for (const std::string& line : {"name_servers = \"10.0.0.1\0x\""s, "keytab = /a\x01"s, "site = a\x1b[2J"s,
+                                    "log_in_home = /h\t/%u"s, "certificate_authority = /\x7f"s}) {
+        EXPECT_EQ(StatusOf([&] { Settings::Parse(line); }), kStatusBadConfiguration) << line;
+    }
+}
+
 TEST(Settings, TheLineIsNamed) {
     try {
         Settings::Parse("# one\n\nquery_seconds = x\n");

@@ -63,6 +63,14 @@ TEST(RecordTest, DamagedLinesCountAsAbsent) {
     EXPECT_THAT(record.smartCardServices.value(), IsEmpty());
 }
 
+TEST(RecordTest, ADomainsMalformedNetbiosNameCountsAsAbsent) {
+    for (const char* const name : {"C\x01ORP", "CORP TEST", "", "LONGERTHANFIFTEEN"}) {
+        std::string text = kSample;
+        text.replace(text.find("netbios CORP"), 12, std::string("netbios ") + name);
+        EXPECT_FALSE(ParseRecord(text).domain) << name;
+    }
+}
+
 // Every cut of the file, as a disk that lost its end would show it.
 TEST(RecordTest, EveryCutIsReadWithoutInvention) {
     const std::string sample = kSample;

@@ -20,6 +20,9 @@ struct Line {
     std::string_view value;
 };
 
+// What is read has passed the same test as what is written, or a leave could not write the file again.
+bool CanBeKept(std::string_view value) { return !value.empty() && !HasControlCharacters(value); }
+
 // `key = "value"`, nothing else.
 Line ParseLine(std::string_view line) {
     static constexpr std::string_view kMiddle = " = \"";
@@ -27,12 +30,16 @@ Line ParseLine(std::string_view line) {
     if (middle == std::string_view::npos || line.back() != '"' || line.size() < middle + kMiddle.size() + 1) {
         FailDamaged();
     }
-    const auto value = line.substr(middle + kMiddle.size());
-    return {line.substr(0, middle), value.substr(0, value.size() - 1)};
+    const auto rest = line.substr(middle + kMiddle.size());
+    const auto value = rest.substr(0, rest.size() - 1);
+    if (!CanBeKept(value)) {
+        FailDamaged();
+    }
+    return {line.substr(0, middle), value};
 }
 
 void PutLine(std::string& text, std::string_view key, const std::string& value) {
-    if (value.empty() || HasControlCharacters(value)) {
+    if (!CanBeKept(value)) {
         throw AdError(kStatusInternalError, "The domain has told a name that cannot be kept");
     }
     text.append(key).append(" = \"").append(value).append("\"\n");
@@ -55,7 +62,7 @@ std::optional<Membership> TakeMembership(std::map<std::string, std::string, std:
     std::size_t found = 0;
     for (const Field& field : kFields) {
         const auto value = values.find(field.key);
-        if (value != values.end() && !value->second.empty()) {
+        if (value != values.end()) {
             membership.*field.value = value->second;
             values.erase(value);
             ++found;

@@ -75,23 +75,37 @@ class KeytabReader {
     std::string_view _rest;
 };
 
-// "host/node01.corp.test@CORP.TEST"
-std::string PrincipalOfEntry(std::string_view entry) {
-    KeytabReader reader(entry);
-    const std::uint32_t components = reader.Number(2);
-    const std::string realm(reader.Text());
+// Whose key an entry is: "host/node01.corp.test" of "CORP.TEST". A name's parts that hold a "/" or "@" themselves are told
+// apart by `parts`.
+struct EntryPrincipal {
     std::string name;
-    for (std::uint32_t i = 0; i < components; ++i) {
-        name += i == 0 ? "" : "/";
-        name += reader.Text();
+    std::uint32_t parts = 0;
+    std::string realm;
+};
+
+EntryPrincipal PrincipalOfEntry(std::string_view entry) {
+    KeytabReader reader(entry);
+    EntryPrincipal principal;
+    principal.parts = reader.Number(2);
+    principal.realm = reader.Text();
+    for (std::uint32_t i = 0; i < principal.parts; ++i) {
+        principal.name += i == 0 ? "" : "/";
+        principal.name += reader.Text();
     }
-    return name + "@" + realm;
+    return principal;
+}
+
+// Whether it is one of ours: "host/node01.corp.test@CORP.TEST".
+bool IsPrincipal(const EntryPrincipal& principal, const std::string& text) {
+    const auto parts = static_cast<std::uint32_t>(std::count(text.begin(), text.end(), '/')) + 1;
+    const std::size_t at = text.rfind('@');
+    return principal.parts == parts && principal.name == text.substr(0, at) && principal.realm == text.substr(at + 1);
 }
 
 // Calls `take` with each entry as it stands in the file, its length included, and its principal. Entries that were
 // deleted in place have a negative length; a length of 0 ends the file.
 void ForEachEntry(std::string_view file,
-                  const std::function<void(std::string_view entry, const std::string& principal)>& take) {
+                  const std::function<void(std::string_view entry, const EntryPrincipal& principal)>& take) {
     KeytabReader reader(file);
     if (!reader.AtEnd() && reader.Bytes(kEmptyKeytab.size()) != kEmptyKeytab) {
         FailDamaged();
@@ -123,10 +137,6 @@ void AddKey(krb5_context context, const OpenKeytab& keytab, const std::string& p
     keytab.Add(entry);
 }
 
-bool EndsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
 }  // namespace
 
 std::vector<std::string> KeytabPrincipals(const std::string& computer, const std::string& domain) {
@@ -149,8 +159,9 @@ KeytabChange::~KeytabChange() = default;
 void KeytabChange::SetKeys(const KeytabAccount& account, const Secret& machineSecret) {
     const KerberosContext context = MakeKerberosContext(UpperCase(account.domain));
     const auto principals = KeytabPrincipals(account.computer, account.domain);
-    ForEachEntry(_before ? _before->View() : "", [&](std::string_view entry, const std::string& principal) {
-        if (std::find(principals.begin(), principals.end(), principal) == principals.end()) {
+    ForEachEntry(_before ? _before->View() : "", [&](std::string_view entry, const EntryPrincipal& principal) {
+        const auto isThis = [&](const std::string& ours) { return IsPrincipal(principal, ours); };
+        if (std::none_of(principals.begin(), principals.end(), isThis)) {
             _replacement.Write(entry);
         }
     });
@@ -182,8 +193,8 @@ void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
     }
     std::vector<std::string_view> kept;
     std::size_t removed = 0;
-    ForEachEntry(before->View(), [&](std::string_view entry, const std::string& principal) {
-        if (EndsWith(principal, "@" + realm)) {
+    ForEachEntry(before->View(), [&](std::string_view entry, const EntryPrincipal& principal) {
+        if (principal.realm == realm) {
             ++removed;
         } else {
             kept.push_back(entry);

@@ -23,6 +23,8 @@ constexpr std::size_t kOurMaximumMessage = 0xffff;
 constexpr char kTreeDeleteControl[] = "1.2.840.113556.1.4.805";
 // An answer to any of our questions is far smaller.
 constexpr ber_len_t kMaximumIncoming = 16U << 20;
+// All messages of one answer together: libldap keeps them until the last one is there.
+constexpr std::size_t kMaximumAnswer = 64U << 20;
 
 struct FreeMessage {
     void operator()(LDAPMessage* message) const { ldap_msgfree(message); }
@@ -223,6 +225,7 @@ class LdapConnection::Impl {
     // The complete answer to a request; waits outside the gate.
     Message Wait(int request, const std::string& action) {
         const Deadline deadline = _transport.CurrentDeadline().OrAfter(_stepLimit);
+        const std::size_t before = _transport.Received();
         while (true) {
             timeval now = {};
             LDAPMessage* message = nullptr;
@@ -232,6 +235,13 @@ class LdapConnection::Impl {
             }
             if (kind < 0) {
                 Check(LDAP_SERVER_DOWN, action);
+            }
+            // Looked at first: a controller that never stops talking is always ready to be read.
+            if (deadline.HasPassed()) {
+                Check(LDAP_TIMEOUT, action);
+            }
+            if (_transport.Received() - before > kMaximumAnswer) {
+                Check(LDAP_DECODING_ERROR, action, "the answer is too long");
             }
             if (!_transport.HasPlain() && !WaitFor(_transport.Socket(), POLLIN, deadline)) {
                 Check(LDAP_TIMEOUT, action);

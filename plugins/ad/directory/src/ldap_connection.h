@@ -4,7 +4,7 @@
 // controller answers to anybody) and, after `BindSealed`, encrypted with the Kerberos key of the log-in.
 //
 // One object belongs to one thread at a time. Errors: `LdapError`, whose status is 1355 when the controller does not
-// answer in time or closes the connection.
+// answer in time, closes the connection, or answers with more than 64 megabytes.
 
 #ifndef NIMBREL_AD_LDAP_CONNECTION_H_
 #define NIMBREL_AD_LDAP_CONNECTION_H_

@@ -72,7 +72,10 @@ void LdapTransport::Seal(std::unique_ptr<SealedChannel> channel, std::size_t max
 
 ber_slen_t LdapTransport::Read(void* bytes, std::size_t size) noexcept {
     try {
-        return _channel ? ReadSealed(static_cast<char*>(bytes), size) : recv(_socket.Get(), bytes, size, 0);
+        const ber_slen_t got =
+            _channel ? ReadSealed(static_cast<char*>(bytes), size) : recv(_socket.Get(), bytes, size, 0);
+        _received += got > 0 ? static_cast<std::size_t>(got) : 0;
+        return got;
     } catch (const std::exception& error) {
         _fault = error.what();  // translated: libldap knows error numbers only
         errno = EIO;

@@ -34,6 +34,8 @@ class LdapTransport {
     void SetWiping(bool wiping) { _wiping = wiping; }
     // True if `Read` would return bytes without the socket.
     bool HasPlain() const { return _plainAt < _plain.View().size(); }
+    // How many bytes libldap has been given so far.
+    std::size_t Received() const { return _received; }
     // Why the last read or write failed, where it was more than the end of the connection.
     const std::string& Fault() const { return _fault; }
 
@@ -58,6 +60,7 @@ class LdapTransport {
     std::size_t _plainAt = 0;
     bool _wiping = false;
     std::string _fault;
+    std::size_t _received = 0;
 };
 
 }  // namespace nimbrel::ad

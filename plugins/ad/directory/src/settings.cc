@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <charconv>
 #include <functional>
 #include <map>
@@ -126,6 +127,8 @@ std::string_view Unquote(std::string_view text) {
     throw AdError(kStatusBadConfiguration, "Line " + std::to_string(number) + " of ad.conf: " + reason);
 }
 
+bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
+
 void ApplyLine(Settings& settings, std::set<std::string>& seen, std::string_view line, std::size_t number) {
     const auto equals = line.find('=');
     if (equals == std::string_view::npos) {
@@ -139,7 +142,8 @@ void ApplyLine(Settings& settings, std::set<std::string>& seen, std::string_view
     if (!seen.insert(key).second) {
         FailLine(number, "'" + key + "' is set twice");
     }
-    if (!setter->second(settings, Unquote(Trim(line.substr(equals + 1))))) {
+    const auto value = Unquote(Trim(line.substr(equals + 1)));
+    if (std::any_of(value.begin(), value.end(), IsControl) || !setter->second(settings, value)) {
         FailLine(number, "the value of '" + key + "' is not valid");
     }
 }

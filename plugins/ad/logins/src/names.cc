@@ -29,10 +29,6 @@ bool IsLabel(std::string_view label) {
     return !label.empty() && label.size() <= kMaximumLabel && IsLetterOrDigit(label.front()) && HasOnly(label, "-_");
 }
 
-bool IsNetbiosName(std::string_view name) {
-    return !name.empty() && name.size() <= kMaximumNetbiosName && HasOnly(name, "-_.&");
-}
-
 // The offender is shown without what makes it dangerous to show.
 std::string Shown(std::string_view text) {
     std::string shown(text.substr(0, kMaximumDnsName));
@@ -62,6 +58,10 @@ bool IsDnsName(std::string_view name) {
         if (dot == std::string_view::npos) return true;
         name.remove_prefix(dot + 1);
     }
+}
+
+bool IsNetbiosName(std::string_view name) {
+    return !name.empty() && name.size() <= kMaximumNetbiosName && HasOnly(name, "-_.&");
 }
 
 bool IsServiceName(std::string_view name) {

@@ -23,6 +23,8 @@ void CheckServices(const std::vector<std::string>& services);
 // Dotted labels of letters, digits, hyphens and underscores, none of them empty, longer than 63 characters, or with a
 // hyphen or underscore in front; 253 characters at most.
 bool IsDnsName(std::string_view name);
+// Letters, digits, "-", "_", "." and "&"; 15 characters at most.
+bool IsNetbiosName(std::string_view name);
 // A PAM service: letters, digits, ".", "_" and "-", the last not in front; 64 characters at most.
 bool IsServiceName(std::string_view name);
 bool IsMachineAccount(std::string_view name);

@@ -17,7 +17,7 @@ void Take(std::string_view key, std::string_view value, DomainLogIns& domain) {
     };
     if (key == "domain") set(IsDnsName(value), domain.dnsName);
     if (key == "realm") set(IsDnsName(value), domain.realm);
-    if (key == "netbios") set(true, domain.netbiosName);
+    if (key == "netbios") set(IsNetbiosName(value), domain.netbiosName);
     if (key == "host") set(IsDnsName(value), domain.hostName);
     if (key == "account") set(IsMachineAccount(value), domain.machineAccount);
     if (key == "keytab") set(IsPath(value), domain.keytab);

@@ -7,7 +7,8 @@
 //
 // Line 1 is a comment, empty lines are skipped, every other line is a key, "=", and a value with or without double
 // quotes. The reader is strict, because a setting that is silently ignored is worse than an error: an unknown or
-// repeated key, a number out of its range or a relative path ends with status 1610 and the line's number.
+// repeated key, a number out of its range, a relative path or a control character in a value ends with status 1610 and
+// the line's number.
 //
 // Plain values; read anew for each operation, so that a change counts at once.
 
