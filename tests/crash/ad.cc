@@ -101,8 +101,8 @@ Operation OnTheKeytab(const char* name, std::function<void()> prepare, std::func
 // Keys are slow to make by design.
 Operation MakingKeys(Operation operation) {
     operation.killStride = 5;
-    operation.failureStride = 5;
-    operation.allocationStride = 10;
+    operation.failureStride = 7;
+    operation.allocationStride = 20;
     return operation;
 }
 

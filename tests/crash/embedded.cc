@@ -78,8 +78,8 @@ Operation OnTheHost(const char* name, std::function<void()> prepare, std::functi
     operation.run = std::move(run);
     operation.read = ReadHost;
     operation.isDocumented = IsOneOf<DirectoryError>;
-    operation.failureStride = 7;
-    operation.allocationStride = 5;
+    operation.failureStride = 11;
+    operation.allocationStride = 10;
     return operation;
 }
 
@@ -98,6 +98,7 @@ Operation JoinAsUser() {
         if (!IsJoined()) Join();
     };
     operation.killedPartByPart = true;
+    operation.exhaustedPartByPart = true;
     return operation;
 }
 
@@ -136,6 +137,7 @@ Operation JoinWithMachineAccount() {
         JoinAsMachine();
     };
     operation.killedPartByPart = true;
+    operation.exhaustedPartByPart = true;
     return operation;
 }
 
@@ -145,6 +147,7 @@ Operation Leave(const char* name, std::function<void()> run) {
         if (IsJoined()) run();
     };
     operation.killedPartByPart = true;
+    operation.exhaustedPartByPart = true;
     return operation;
 }
 
@@ -161,6 +164,7 @@ Operation JoinAgain() {
     };
     operation.read = ReadHostAndTrust;
     operation.killedPartByPart = true;
+    operation.exhaustedPartByPart = true;
     return operation;
 }
 

@@ -100,8 +100,8 @@ Operation OnTheStore(const char* name) {
     operation.folders = {kStoreFolder};
     operation.isDocumented = IsOneOf<ConfigStoreException>;
     operation.read = ReadObject;
-    operation.failureStride = 5;
-    operation.allocationStride = 5;
+    operation.failureStride = 7;
+    operation.allocationStride = 10;
     return operation;
 }
 

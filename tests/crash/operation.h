@@ -31,6 +31,8 @@ struct Operation {
     bool killedPartByPart = false;
     // So may a call that throws.
     bool throwsPartByPart = false;
+    // So may one that runs out of memory for good: what it has done cannot be taken back then.
+    bool exhaustedPartByPart = false;
     // A call that throws has changed nothing. Else it may have changed everything.
     bool throwsUnchanged = true;
     // Only every so manieth point is tried, where all would take too long. Odd numbers that three does not divide go
