@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const bool granted = answer.status == 0;
     if (body.size() < 3 || body.front() != '{' || body[body.size() - 2] != '}') std::abort();
     if (granted != (service.backEnd.accounts.size() == 1) || granted != (answer.httpStatus < 300)) std::abort();
-    if (granted && !IsHostPart(service.backEnd.accounts.begin()->first)) std::abort();
+    if (granted && !nimbrel::kit::IsComputerName(service.backEnd.accounts.begin()->first)) std::abort();
     if (answer.status == kInternalError) std::abort();
     return 0;
 }

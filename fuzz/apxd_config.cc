@@ -37,7 +37,8 @@ void CheckTexts(const Config& config) {
     for (const std::string& file : {config.certificateFile, config.keyFile, config.ledgerFile, config.directoryFile}) {
         Require(file.starts_with('/') && file.find('\n') == std::string::npos, "a file is named by its whole path");
     }
-    for (const std::string& name : config.preStaged) Require(IsHostPart(name), "a pre-staged account is a name");
+    for (const std::string& name : config.preStaged)
+        Require(nimbrel::kit::IsComputerName(name), "a pre-staged account is a name");
     Require(!config.allowed.empty(), "somebody may ask");
     Require(
         config.domain.find_first_of(" \t\xff,;\"") == std::string::npos && config.domain.find('.') != std::string::npos,

@@ -52,5 +52,6 @@ fuzz_target(unified_diff SOURCES unified_diff.cc LIBRARIES loginfiles)
 find_package(nlohmann_json REQUIRED)
 set(tool "${PROJECT_SOURCE_DIR}/tools/nimauthctl")
 fuzz_target(tool_report
-    SOURCES tool_report.cc "${tool}/report.cc" "${tool}/report_json.cc" "${tool}/report_text.cc"
+    SOURCES tool_report.cc "${tool}/report.cc" "${tool}/report_json.cc" "${tool}/report_style.cc" "${tool}/report_table.cc"
+        "${tool}/report_text.cc"
     LIBRARIES ${library} nlohmann_json::nlohmann_json)
