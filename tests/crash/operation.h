@@ -40,7 +40,7 @@ struct Operation {
     std::size_t killStride = 1;
     std::size_t failureStride = 1;
     std::size_t allocationStride = 1;
-    // Files that stay for good, as prescribed: path -> true.
+    // Files that nothing ever deletes: path -> true.
     std::function<bool(const std::string& path)> mayStay = {};
     // Types, modes and owners beside the old and the new one: path -> "100600 0:0".
     std::map<std::string, std::string> furtherAttributes = {};
