@@ -39,3 +39,9 @@ if(NIMAUTH_COVERAGE)
     target_compile_options(nimauth_build_flags INTERFACE --coverage -fprofile-update=atomic)
     target_link_options(nimauth_build_flags INTERFACE --coverage)
 endif()
+
+# The types that a library offers, in its debug information, where the tests compare them with those of its release line.
+add_library(nimauth_public_types INTERFACE)
+if(NIMAUTH_BUILD_TESTS AND NOT NIMAUTH_SANITIZE AND NOT NIMAUTH_COVERAGE)
+    target_compile_options(nimauth_public_types INTERFACE -g2)
+endif()
