@@ -88,8 +88,10 @@ class Pool {
         _worker.join();
     }
     void Post(std::function<void()> work) {
-        const std::lock_guard<std::mutex> guard(_mutex);
-        _queue.push_back(std::move(work));
+        {
+            const std::lock_guard<std::mutex> guard(_mutex);
+            _queue.push_back(std::move(work));
+        }
         _arrived.notify_one();
     }
 
