@@ -95,23 +95,26 @@ void Ledger::ReadLine(const std::string& line) {
 }
 
 // Under another name first, so that a crash leaves the old file or the new one.
-void Ledger::Rewrite() {
+void Ledger::Rewrite() { Rewrite(_entries); }
+
+void Ledger::Rewrite(const std::map<Key, Entry>& entries) {
     const std::string temporary = _path + ".new";
     std::string text = std::string(kHeader) + '\n';
-    for (const auto& [key, entry] : _entries) text += Line(key, entry);
-    const int file = OpenOrFail(temporary, O_WRONLY | O_TRUNC | O_APPEND | kCreate);
-    int error = WriteAll(file, text);
+    for (const auto& [key, entry] : entries) text += Line(key, entry);
+    const std::size_t slash = _path.rfind('/');
+    const int folder = OpenOrFail(slash == std::string::npos ? "." : _path.substr(0, slash + 1), O_RDONLY | O_CLOEXEC);
+    const int file = open(temporary.c_str(), O_WRONLY | O_TRUNC | O_APPEND | kCreate, 0600);
+    int error = file < 0 ? errno : WriteAll(file, text);
     if (error == 0 && rename(temporary.c_str(), _path.c_str()) != 0) error = errno;
     if (error != 0) {
-        close(file);
+        close(folder);
+        if (file >= 0) close(file);
         unlink(temporary.c_str());
         FailWith(error, _path);
     }
     if (_file >= 0) close(_file);
     _file = file;
     _appended = 0;
-    const std::size_t slash = _path.rfind('/');
-    const int folder = OpenOrFail(slash == std::string::npos ? "." : _path.substr(0, slash + 1), O_RDONLY | O_CLOEXEC);
     fsync(folder);
     close(folder);
 }
@@ -146,24 +149,36 @@ std::string Ledger::TakenOverBy(const std::string& name) const {
 
 void Ledger::Note(const std::string& name, const std::string& client, const Entry& entry) {
     const std::lock_guard<std::mutex> lock(_mutex);
-    Append(Line({name, client}, entry));
-    _entries[{name, client}] = entry;
-    if (_appended > kMostOutdatedLines + _entries.size()) Rewrite();
+    std::map<Key, Entry> noted = {{{name, client}, entry}};
+    const auto& [key, kept] = *noted.begin();
+    Append(Line(key, kept));
+    // Nothing from here on may fail.
+    _entries.erase(key);
+    _entries.merge(noted);
+    if (_appended <= kMostOutdatedLines + _entries.size()) return;
+    try {
+        Rewrite();
+    } catch (const std::exception&) {
+        // the entry is on the disk; the file is made shorter another time
+    }
 }
 
 void Ledger::Forget(const std::string& name, const std::string& client) {
     const std::lock_guard<std::mutex> lock(_mutex);
+    const Key key = {name, client};
     Append("F " + name + ' ' + client + '\n');
-    _entries.erase({name, client});
+    _entries.erase(key);
 }
 
 void Ledger::Prune(std::int64_t oldest, const std::set<std::string>& preStaged) {
     const std::lock_guard<std::mutex> lock(_mutex);
-    std::erase_if(_entries, [&](const auto& item) {
+    std::map<Key, Entry> after = _entries;
+    std::erase_if(after, [&](const auto& item) {
         const auto& [key, entry] = item;
         return entry.takenOver ? preStaged.count(key.first) == 0 : entry.time < oldest;
     });
-    Rewrite();
+    Rewrite(after);
+    _entries.swap(after);
 }
 
 Ledger::Turn::Turn(Ledger& ledger, const std::string& name) : _ledger(ledger), _name(name) {

@@ -46,7 +46,7 @@ class Ledger {
     // The client that has taken over the pre-staged account, or the empty text.
     std::string TakenOverBy(const std::string& name) const;
 
-    // These two are on the disk when they return. If they throw, the ledger is as before.
+    // These three are on the disk when they return. If they throw, the ledger is as before.
     void Note(const std::string& name, const std::string& client, const Entry& entry);
     void Forget(const std::string& name, const std::string& client);
 
@@ -74,6 +74,7 @@ class Ledger {
     void ReadLine(const std::string& line);
     void Append(const std::string& line);
     void Rewrite();
+    void Rewrite(const std::map<Key, Entry>& entries);
 
     const std::string _path;
     int _lockFile = -1;

@@ -110,12 +110,17 @@ std::unique_ptr<Generation> Start(const std::string& configFile, const Generatio
     made->ledger = before != nullptr && before->config.ledgerFile == config.ledgerFile
                        ? before->ledger
                        : std::make_shared<Ledger>(config.ledgerFile);
-    made->ledger->Prune(std::time(nullptr) - static_cast<std::int64_t>(config.retrySeconds), config.preStaged);
     made->listener = before != nullptr && SameListener(before->config, config) ? before->listener
                                                                                : std::make_shared<Listener>(config);
     made->handler = std::make_unique<Handler>(config, *made->backEnd, *made->ledger);
     made->server = std::make_unique<Server>(config, *made->handler, files, made->listener);
     return made;
+}
+
+// Only for a configuration that is in force: what it does not need, an earlier one may.
+void PruneLedger(const Generation& generation) {
+    generation.ledger->Prune(std::time(nullptr) - static_cast<std::int64_t>(generation.config.retrySeconds),
+                             generation.config.preStaged);
 }
 
 void LogStart(const char* event, const Generation& generation) {
@@ -135,6 +140,7 @@ void Reload(const std::string& configFile, std::unique_ptr<Generation>& current)
         next->server->Retire();
         LogStart("reloaded", *current);
         next->server->Drain();
+        PruneLedger(*current);
     } catch (const std::exception& error) {
         LogLine("not-reloaded").Add("reason", error.what()).Write();
     }
@@ -153,6 +159,7 @@ int Serve(const std::string& configFile) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // for the threads to come, too
     std::signal(SIGPIPE, SIG_IGN);
     std::unique_ptr<Generation> current = Start(configFile, nullptr);
+    PruneLedger(*current);
     LogStart("ready", *current);
     Notify("READY=1");
     for (int number = 0; sigwait(&signals, &number) == 0 && number == SIGHUP;) Reload(configFile, current);

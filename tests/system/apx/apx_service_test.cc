@@ -360,6 +360,31 @@ TEST_F(Apx, ReloadTakesUpNewRulesAndKeepsTheOldOnesIfTheyAreWrong) {
     EXPECT_EQ(service.Stop(), 0);
 }
 
+std::string LedgerText() {
+    std::ifstream stream(kLedgerFile);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// The rules in force stay, and with them who has taken over what.
+TEST_F(Apx, ReloadThatFailsForgetsNothing) {
+    Configure(certificate, "pre-staged = NODE07\n");
+    Open().PreStageComputer("corp.test", "NODE07");
+    Service service;
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node07").status, 0U);
+    Configure(certificate, "listen = 203.0.113.1:8443\n");  // no address of this host
+    service.Signal(SIGHUP);
+    service.WaitForLog("not-reloaded ");
+    EXPECT_THAT(service.Log(), HasSubstr("203.0.113.1"));
+    EXPECT_THAT(LedgerText(), HasSubstr("T NODE07 "));
+    EXPECT_EQ(AskAccount(kHere, Pinned(), "node07").status, 1316U);
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node07").status, 0U) << "its own once more";
+    Configure(certificate);
+    service.Signal(SIGHUP);
+    service.WaitForLog("reloaded ");
+    EXPECT_EQ(service.Stop(), 0);
+    EXPECT_THAT(LedgerText(), Not(HasSubstr("NODE07"))) << "nothing needs it now";
+}
+
 TEST_F(Apx, CheckConfigTellsWhatIsWrong) {
     const auto check = [] { return WEXITSTATUS(std::system("apxd --check-config >/run/check 2>&1")); };
     const auto said = [] {
