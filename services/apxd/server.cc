@@ -1,26 +1,20 @@
 #include "services/apxd/server.h"
 
-#include <arpa/inet.h>
 #include <gnutls/gnutls.h>
-#include <gnutls/x509.h>
 #include <microhttpd.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <condition_variable>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
-#include <map>
 #include <mutex>
-#include <system_error>
+#include <new>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
+#include "services/apxd/connections.h"
 #include "services/apxd/service_log.h"
 
 namespace nimbrel::apxd {
@@ -31,104 +25,6 @@ using Clock = std::chrono::steady_clock;
 constexpr char kPriorities[] = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2:%SERVER_PRECEDENCE";
 constexpr std::size_t kConnectionMemory = 16384;  // bounds request line and header fields
 constexpr std::chrono::milliseconds kHearing(50);
-constexpr int kBacklog = 512;
-
-[[noreturn]] void FailWith(int error, const std::string& what) {
-    throw std::system_error(error, std::generic_category(), what);
-}
-
-// ---------------------------------------------------------------- the connections and their deadlines
-
-class Connections {
- public:
-    explicit Connections(std::chrono::seconds patience) : _patience(patience), _watch([this] { Watch(); }) {}
-    Connections(const Connections&) = delete;
-    Connections& operator=(const Connections&) = delete;
-    ~Connections() {
-        {
-            const std::lock_guard<std::mutex> lock(_lock);
-            _ending = true;
-        }
-        _changed.notify_all();
-        _watch.join();
-    }
-
-    void Open(int socket, const std::string& client) {
-        {
-            const std::lock_guard<std::mutex> lock(_lock);
-            _open[socket] = {Clock::now() + _patience, client};
-        }
-        _changed.notify_all();
-    }
-    void Close(int socket) {
-        {
-            const std::lock_guard<std::mutex> lock(_lock);
-            _open.erase(socket);
-        }
-        _changed.notify_all();
-    }
-    // The request is there: no deadline, or a new one for the answer.
-    void Suspend(int socket) { SetDeadline(socket, Clock::time_point::max()); }
-    void Resume(int socket) { SetDeadline(socket, Clock::now() + _patience); }
-
-    // False if some are still open when the time is over.
-    bool WaitForNone(std::chrono::seconds time) {
-        std::unique_lock<std::mutex> lock(_lock);
-        return _changed.wait_for(lock, time, [this] { return _open.empty(); });
-    }
-
- private:
-    struct Connection {
-        Clock::time_point deadline;
-        std::string client;
-    };
-
-    void SetDeadline(int socket, Clock::time_point deadline) {
-        {
-            const std::lock_guard<std::mutex> lock(_lock);
-            const auto found = _open.find(socket);
-            if (found != _open.end()) found->second.deadline = deadline;
-        }
-        _changed.notify_all();
-    }
-    void Watch();
-    Clock::time_point CutOverdue();
-
-    const std::chrono::seconds _patience;
-    std::mutex _lock;  // guards all below
-    std::condition_variable _changed;
-    std::map<int, Connection> _open;
-    bool _ending = false;
-    std::thread _watch;
-};
-
-// Returns the next deadline. The socket stays open, so that its number cannot be another connection's.
-Clock::time_point Connections::CutOverdue() {
-    auto next = Clock::time_point::max();
-    for (auto& [socket, connection] : _open) {
-        if (connection.deadline <= Clock::now()) {
-            LogLine("cut").Add("client", connection.client).Add("reason", "too slow").Write();
-            shutdown(socket, SHUT_RDWR);
-            connection.deadline = Clock::time_point::max();
-        }
-        next = std::min(next, connection.deadline);
-    }
-    return next;
-}
-
-void Connections::Watch() {
-    std::unique_lock<std::mutex> lock(_lock);
-    while (!_ending) {
-        const auto next = CutOverdue();
-        if (next == Clock::time_point::max()) {
-            _changed.wait(lock);
-        } else {
-            _changed.wait_until(lock, next);
-        }
-    }
-}
-
-// ---------------------------------------------------------------- what a connection tells
 
 int SocketOf(MHD_Connection* connection) {
     return MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
@@ -242,88 +138,7 @@ MHD_Result Send(MHD_Connection* connection, Answer answer) {
     return queued;
 }
 
-gnutls_datum_t Datum(const std::string& text) {
-    return {reinterpret_cast<unsigned char*>(const_cast<char*>(text.data())), static_cast<unsigned>(text.size())};
-}
-
-struct CredentialsFree {
-    void operator()(gnutls_certificate_credentials_t credentials) const {
-        gnutls_certificate_free_credentials(credentials);
-    }
-};
-using Credentials = std::unique_ptr<std::remove_pointer_t<gnutls_certificate_credentials_t>, CredentialsFree>;
-
-Credentials MakeCredentials() {
-    gnutls_certificate_credentials_t made = nullptr;
-    if (gnutls_certificate_allocate_credentials(&made) != GNUTLS_E_SUCCESS) throw std::bad_alloc();
-    return Credentials(made);
-}
-
 }  // namespace
-
-// ---------------------------------------------------------------- listening
-
-Listener::Listener(const Config& config) : _descriptor(-1) {
-    const bool ipv6 = config.address.find(':') != std::string::npos;
-    _descriptor = socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (_descriptor < 0) FailWith(errno, "socket");
-    const int on = 1;
-    setsockopt(_descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    const auto port = htons(static_cast<std::uint16_t>(config.port));
-    sockaddr_in ipv4Address = {};
-    sockaddr_in6 ipv6Address = {};
-    ipv4Address.sin_family = AF_INET;
-    ipv4Address.sin_port = port;
-    ipv6Address.sin6_family = AF_INET6;
-    ipv6Address.sin6_port = port;
-    inet_pton(AF_INET, config.address.c_str(), &ipv4Address.sin_addr);
-    inet_pton(AF_INET6, config.address.c_str(), &ipv6Address.sin6_addr);
-    const auto* const address =
-        ipv6 ? reinterpret_cast<const sockaddr*>(&ipv6Address) : reinterpret_cast<const sockaddr*>(&ipv4Address);
-    if (bind(_descriptor, address, ipv6 ? sizeof ipv6Address : sizeof ipv4Address) != 0 ||
-        listen(_descriptor, kBacklog) != 0) {
-        const int error = errno;
-        close(_descriptor);
-        FailWith(error, config.address + ':' + std::to_string(config.port));
-    }
-}
-
-Listener::~Listener() { close(_descriptor); }
-
-std::string Listener::Address() const {
-    sockaddr_storage bound = {};
-    socklen_t size = sizeof bound;
-    getsockname(_descriptor, reinterpret_cast<sockaddr*>(&bound), &size);
-    sockaddr_in6 ipv6 = {};
-    std::memcpy(&ipv6, &bound, sizeof ipv6);  // the port lies at the same place in both
-    const auto address = apxd::Address::From(reinterpret_cast<const sockaddr&>(bound));
-    return TextOf(address) + ' ' + std::to_string(ntohs(ipv6.sin6_port));
-}
-
-// ---------------------------------------------------------------- TLS
-
-TlsFiles TlsFiles::Read(const Config& config) {
-    TlsFiles files;
-    files.certificate = ReadTextFile(config.certificateFile);
-    files.key = SecretText(ReadTextFile(config.keyFile));
-    if (!config.clientCaFile.empty()) files.clientCa = ReadTextFile(config.clientCaFile);
-
-    const Credentials credentials = MakeCredentials();
-    const gnutls_datum_t certificate = Datum(files.certificate);
-    const gnutls_datum_t key = Datum(files.key.Text());
-    int result = gnutls_certificate_set_x509_key_mem(credentials.get(), &certificate, &key, GNUTLS_X509_FMT_PEM);
-    if (result < 0) {
-        throw ConfigError(config.certificateFile + ", " + config.keyFile + ": " + gnutls_strerror(result));
-    }
-    const gnutls_datum_t clientCa = Datum(files.clientCa);
-    result = config.clientCaFile.empty()
-                 ? 1
-                 : gnutls_certificate_set_x509_trust_mem(credentials.get(), &clientCa, GNUTLS_X509_FMT_PEM);
-    if (result <= 0) throw ConfigError(config.clientCaFile + ": holds no certificate");
-    return files;
-}
-
-// ---------------------------------------------------------------- the server
 
 class Server::Impl {
  public:
@@ -405,16 +220,25 @@ void Server::Impl::OnMessage(void* self, const char* format, va_list arguments) 
     if (server->_started) return;
     char text[512] = {};
     std::vsnprintf(text, sizeof text, format, arguments);
-    server->_startMessage += text;
+    try {
+        server->_startMessage += text;
+    } catch (const std::bad_alloc&) {
+        // the start fails all the same, with what there is of the reason
+    }
 }
 
 void Server::Impl::OnConnection(void* self, MHD_Connection* connection, void** /*state*/,
                                 MHD_ConnectionNotificationCode code) {
     Connections& connections = static_cast<Impl*>(self)->_connections;
-    if (code == MHD_CONNECTION_NOTIFY_STARTED) {
-        connections.Open(SocketOf(connection), TextOf(ClientOf(connection)));
-    } else {
+    if (code != MHD_CONNECTION_NOTIFY_STARTED) {
         connections.Close(SocketOf(connection));
+        return;
+    }
+    try {
+        connections.Open(SocketOf(connection), TextOf(ClientOf(connection)));
+    } catch (const std::bad_alloc&) {
+        // without an entry nobody watches over it: it ends now
+        shutdown(SocketOf(connection), SHUT_RDWR);
     }
 }
 

@@ -18,35 +18,10 @@
 
 #include "services/apxd/config.h"
 #include "services/apxd/handler.h"
+#include "services/apxd/listener.h"
+#include "services/apxd/tls_files.h"
 
 namespace nimbrel::apxd {
-
-// A listening socket; closed when the last owner drops it.
-class Listener {
- public:
-    // Throws `std::system_error`.
-    explicit Listener(const Config& config);
-    Listener(const Listener&) = delete;
-    Listener& operator=(const Listener&) = delete;
-    ~Listener();
-
-    int Descriptor() const { return _descriptor; }
-    // Where it really listens: port 0 gets a number of the system's choice.
-    std::string Address() const;
-
- private:
-    int _descriptor;
-};
-
-// The files that TLS needs, read into memory.
-struct TlsFiles {
-    std::string certificate;
-    SecretText key;
-    std::string clientCa;
-
-    // Throws `ConfigError` if a file cannot be read, the key does not belong to the certificate, or a file holds neither.
-    static TlsFiles Read(const Config& config);
-};
 
 class Server {
  public:

@@ -1,0 +1,81 @@
+#include "services/apxd/connections.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+
+#include "services/apxd/service_log.h"
+
+namespace nimbrel::apxd {
+
+Connections::Connections(std::chrono::seconds patience) : _patience(patience), _watch([this] { Watch(); }) {}
+
+Connections::~Connections() {
+    {
+        const std::lock_guard<std::mutex> lock(_lock);
+        _ending = true;
+    }
+    _changed.notify_all();
+    _watch.join();
+}
+
+void Connections::Open(int socket, const std::string& client) {
+    {
+        const std::lock_guard<std::mutex> lock(_lock);
+        _open[socket] = {Clock::now() + _patience, client};
+    }
+    _changed.notify_all();
+}
+
+void Connections::Close(int socket) {
+    {
+        const std::lock_guard<std::mutex> lock(_lock);
+        _open.erase(socket);
+    }
+    _changed.notify_all();
+}
+
+void Connections::Suspend(int socket) { SetDeadline(socket, Clock::time_point::max()); }
+void Connections::Resume(int socket) { SetDeadline(socket, Clock::now() + _patience); }
+
+bool Connections::WaitForNone(std::chrono::seconds time) {
+    std::unique_lock<std::mutex> lock(_lock);
+    return _changed.wait_for(lock, time, [this] { return _open.empty(); });
+}
+
+void Connections::SetDeadline(int socket, Clock::time_point deadline) {
+    {
+        const std::lock_guard<std::mutex> lock(_lock);
+        const auto found = _open.find(socket);
+        if (found != _open.end()) found->second.deadline = deadline;
+    }
+    _changed.notify_all();
+}
+
+// Returns the next deadline.
+Connections::Clock::time_point Connections::CutOverdue() {
+    auto next = Clock::time_point::max();
+    for (auto& [socket, connection] : _open) {
+        if (connection.deadline <= Clock::now()) {
+            LogLine("cut").Add("client", connection.client).Add("reason", "too slow").Write();
+            shutdown(socket, SHUT_RDWR);
+            connection.deadline = Clock::time_point::max();
+        }
+        next = std::min(next, connection.deadline);
+    }
+    return next;
+}
+
+void Connections::Watch() {
+    std::unique_lock<std::mutex> lock(_lock);
+    while (!_ending) {
+        const auto next = CutOverdue();
+        if (next == Clock::time_point::max()) {
+            _changed.wait(lock);
+        } else {
+            _changed.wait_until(lock, next);
+        }
+    }
+}
+
+}  // namespace nimbrel::apxd
