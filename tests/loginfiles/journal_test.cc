@@ -167,7 +167,7 @@ TEST_F(JournalTest, KeepsTheLastFifty) {
         const int id = journal.Apply(NewRecord(), Nothing);
         journal.Apply(Reverse(journal.Find(id)->record), Nothing);
     }
-    EXPECT_EQ(51U, journal.Entries().size());
+    EXPECT_EQ(50U, journal.Entries().size());
     EXPECT_EQ(54, journal.Entries().back().record.id);
     EXPECT_FALSE(journal.Find(1).has_value());
 }

@@ -288,7 +288,7 @@ void Journal::RemoveLeftovers() {
 
 void Journal::Prune() {
     std::vector<Entry> entries = Entries();
-    for (std::size_t index = 0; index + kKept < entries.size(); ++index) {
+    for (std::size_t index = 0; index + kKept <= entries.size(); ++index) {
         // Under a name that says so first: an entry is there whole or not at all.
         const std::string folder = EntryFolder(entries[index].record.id);
         if (std::rename(folder.c_str(), (_folder + "/new-pruned").c_str()) == 0) RemoveTree(_folder + "/new-pruned");
@@ -307,9 +307,22 @@ std::int64_t Journal::MillisecondsSinceBoot() {
     return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
+namespace {
+
+// Where /proc is not there, as in the root of a rescue system, it is another boot than the change's.
+bool IsOfThisBoot(const Record& record) {
+    try {
+        return record.bootId == Journal::BootId();
+    } catch (const LoginsError&) {
+        return false;
+    }
+}
+
+}  // namespace
+
 bool IsOverdue(const Record& record) {
     if (record.deadline == 0) return false;
-    return record.bootId != Journal::BootId() || Journal::MillisecondsSinceBoot() >= record.deadline;
+    return !IsOfThisBoot(record) || Journal::MillisecondsSinceBoot() >= record.deadline;
 }
 
 }  // namespace nimbrel::logins

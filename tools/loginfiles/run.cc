@@ -29,6 +29,7 @@ class StartSettings {
         posix_spawn_file_actions_addopen(&_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
         posix_spawn_file_actions_adddup2(&_actions, output, STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&_actions, output, STDERR_FILENO);
+        posix_spawn_file_actions_addclosefrom_np(&_actions, STDERR_FILENO + 1);
         sigset_t none;
         sigset_t all;
         sigemptyset(&none);

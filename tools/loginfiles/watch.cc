@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <exception>
 #include <optional>
 
 #include "tools/loginfiles/journal.h"
@@ -32,15 +33,24 @@ bool StartTimer(int id, long milliseconds) {
                .status == 0;
 }
 
-// A change of the entry's folder wakes the watcher early.
 bool StillWaits(int id) {
     const std::optional<Entry> entry = Journal().Find(id);
     return entry && (entry->progress == Progress::Applying || entry->progress == Progress::Applied ||
                      entry->progress == Progress::Restoring);
 }
 
+// A journal that cannot be read at the moment decides nothing.
+bool MayStillWait(int id) {
+    try {
+        return StillWaits(id);
+    } catch (const std::exception&) {
+        return true;
+    }
+}
+
+// A change of the entry's folder wakes the watcher early.
 void AwaitDeadline(const Record& record, int changes) {
-    while (StillWaits(record.id)) {
+    while (MayStillWait(record.id)) {
         const std::int64_t left = record.deadline - Journal::MillisecondsSinceBoot();
         if (left <= 0) return;
         struct pollfd wait = {changes, POLLIN, 0};
@@ -59,10 +69,11 @@ void TakeBackWhatIsOver() {
 
 void TakeBackInTheEnd(int id) {
     openlog("nimauthctl", LOG_PID, LOG_AUTHPRIV);
-    while (StillWaits(id)) {
+    for (;;) {
         try {
+            if (!StillWaits(id)) return;
             TakeBackWhatIsOver();
-        } catch (const LoginsError& error) {
+        } catch (const std::exception& error) {
             syslog(LOG_ERR, "logins: change %d cannot be taken back yet: %s", id, error.what());
             poll(nullptr, 0, kRetryMilliseconds);
         }
@@ -72,7 +83,9 @@ void TakeBackInTheEnd(int id) {
 // The tool waits for the end of its pipe.
 void LetGoOfStandardStreams() {
     const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
-    for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nothing, number);
+    for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (nothing < 0 || dup2(nothing, number) < 0) close(number);
+    }
 }
 
 }  // namespace
