@@ -1,11 +1,11 @@
 #include "call.h"
 
-#include <syslog.h>
-
+#include <exception>
 #include <new>
 
 #include "gate.h"
 #include "log_in_software.h"
+#include "pluginkit/failure_log.h"
 
 namespace nimbrel::ad {
 
@@ -13,12 +13,16 @@ std::uint32_t StatusOfCurrentException() noexcept {
     try {
         throw;
     } catch (const AdError& error) {
-        // The number is all that the caller gets.
-        syslog(LOG_NOTICE, "ad: status %u: %s", error.Status(), error.what());
+        kit::LogFailure("ad", error.Status(), error.what());
         return error.Status();
-    } catch (const std::bad_alloc&) {
+    } catch (const std::bad_alloc& error) {
+        kit::LogFailure("ad", kStatusNotEnoughMemory, error.what());
         return kStatusNotEnoughMemory;
+    } catch (const std::exception& error) {
+        kit::LogFailure("ad", kStatusInternalError, error.what());
+        return kStatusInternalError;
     } catch (...) {
+        kit::LogFailure("ad", kStatusInternalError, "an unknown exception");
         return kStatusInternalError;
     }
 }

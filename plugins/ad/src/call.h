@@ -11,7 +11,7 @@
 
 namespace nimbrel::ad {
 
-// The status of the exception being handled: an `AdError`'s own, 8 for exhausted memory, 1359 for anything else.
+// The status of the exception being handled: an `AdError`'s own, 8 for exhausted memory, 1359 for anything else. Logs it.
 std::uint32_t StatusOfCurrentException() noexcept;
 
 // Runs work inside the gate; `work` takes the host with the settings of this moment.
@@ -44,7 +44,8 @@ std::int32_t AnswerValue(std::int32_t fault, const Work& work) {
         WithHost([&](const Host& host) { value = work(host); });
         return value;
     } catch (...) {
-        return fault;  // translated: there is no status to answer with
+        StatusOfCurrentException();  // for the log: there is no status to answer with
+        return fault;
     }
 }
 

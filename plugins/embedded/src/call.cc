@@ -7,6 +7,8 @@
 #include <exception>
 #include <new>
 
+#include "pluginkit/failure_log.h"
+
 namespace nimbrel::embedded {
 namespace {
 
@@ -72,10 +74,16 @@ std::uint32_t StatusOfCurrentException() noexcept {
     try {
         throw;
     } catch (const DirectoryError& error) {
+        kit::LogFailure("embedded", error.Status(), error.what());
         return error.Status();
-    } catch (const std::bad_alloc&) {
+    } catch (const std::bad_alloc& error) {
+        kit::LogFailure("embedded", kStatusNotEnoughMemory, error.what());
         return kStatusNotEnoughMemory;
+    } catch (const std::exception& error) {
+        kit::LogFailure("embedded", kStatusInternalError, error.what());
+        return kStatusInternalError;
     } catch (...) {
+        kit::LogFailure("embedded", kStatusInternalError, "an unknown exception");
         return kStatusInternalError;
     }
 }

@@ -21,6 +21,7 @@ namespace nimbrel::embedded {
 std::optional<std::int64_t> Rehearse(std::string_view operation, const kit::CancellationShield& shield);
 
 // The status of the exception being handled: a `DirectoryError`'s own, 8 for exhausted memory, 1359 for anything else.
+// Logs it.
 std::uint32_t StatusOfCurrentException() noexcept;
 
 // The answer of an operation with a status; `work` takes the host.
@@ -48,7 +49,8 @@ std::int32_t AnswerValue(std::string_view operation, std::int32_t fault, const W
     try {
         return work(Host());
     } catch (...) {
-        return fault;  // translated: there is no status to answer with
+        StatusOfCurrentException();  // for the log: there is no status to answer with
+        return fault;
     }
 }
 

@@ -9,6 +9,7 @@
 #include "log_on.h"
 #include "membership_lock.h"
 #include "names.h"
+#include "pluginkit/failure_log.h"
 #include "session.h"
 #include "session_pool.h"
 #include "trusts.h"
@@ -136,7 +137,18 @@ bool RealmKnowsUser(const Settings& settings, const Controller& controller, cons
     } catch (const UserIsKnown&) {
         return true;
     } catch (const KerberosError& error) {
-        return error.Code() != KRB5KDC_ERR_C_PRINCIPAL_UNKNOWN;
+        switch (error.Code()) {
+            case KRB5KDC_ERR_C_PRINCIPAL_UNKNOWN:
+                return false;
+            // What only a user that is there can be told.
+            case KRB5KDC_ERR_CLIENT_REVOKED:
+            case KRB5KDC_ERR_KEY_EXP:
+            case KRB5KDC_ERR_NAME_EXP:
+            case KRB5KDC_ERR_POLICY:
+                return true;
+            default:
+                throw;
+        }
     }
 }
 
@@ -169,6 +181,13 @@ std::optional<std::string> FindAnywhere(const Settings& settings, const Membersh
         return std::nullopt;
     }
     return in(FindTrustedUser(settings, session, *trust, {user.name, trust->dnsName}, deadline), trust->dnsName);
+}
+
+// A value tells less than a status. Not to be joined is no failure.
+void LogReason(const AdError& error) {
+    if (error.Status() != kStatusNotJoined) {
+        kit::LogFailure("ad", error.Status(), error.what());
+    }
 }
 
 }  // namespace
@@ -230,6 +249,7 @@ std::int32_t Host::TrustState() const {
         GiveBackSession(key, std::move(session));
         return kTrustStateHealthy;
     } catch (const AdError& error) {
+        LogReason(error);
         return TrustStateOf(error.Status());  // translated: the query has no status, only values
     }
 }
@@ -245,6 +265,7 @@ std::int32_t Host::TrustRelationship(const std::string& domain) const {
         const Trust* trust = FindTrust(trusts, wanted);
         return trust ? trust->relationship : kRelationshipUnknownDomain;
     } catch (const AdError& error) {
+        LogReason(error);
         return RelationshipOfStatus(error.Status());  // translated, as above
     }
 }
