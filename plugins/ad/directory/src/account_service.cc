@@ -64,7 +64,7 @@ class Work {
 
     ComputerAccounts& Accounts() { return _accounts; }
 
-    // With what tells whether somebody uses it.
+    // An enabled host's account, with what tells whether somebody uses it.
     LdapEntry Require(const std::string& computer) {
         const auto found =
             _session.Ldap().Search({_session.At().domainDN,
@@ -74,6 +74,10 @@ class Work {
                                      "pwdLastSet", "lastLogon", "lastLogonTimestamp", "logonCount", kMarkAttribute}});
         if (found.empty()) {
             throw AdError(kStatusNoSuchAccount, "There is no machine account '" + computer + "'");
+        }
+        RequireOrdinaryComputer(found.front());
+        if (IsDisabled(found.front())) {
+            throw AdError(kStatusAccountDisabled, "The machine account '" + computer + "' is disabled");
         }
         return found.front();
     }

@@ -63,12 +63,6 @@ bool HasClass(const LdapEntry& entry, const std::string& name) {
     return std::any_of(classes.begin(), classes.end(), [&](const auto& one) { return SameName(one, name); });
 }
 
-void RequireOrdinaryComputer(const LdapEntry& entry) {
-    if (!HasClass(entry, "computer") || (entry.Number("useraccountcontrol") & kControllerAccount) != 0) {
-        throw AdError(kStatusAccountExists, "'" + entry.distinguishedName + "' is not an ordinary computer's account");
-    }
-}
-
 bool IsRefusal(const LdapError& error) { return error.Code() == LDAP_INSUFFICIENT_ACCESS; }
 
 // Adds what is missing to the principals that are there, which other services may have added.
@@ -97,6 +91,19 @@ std::int64_t EnabledControl(const LdapEntry& existing) {
 }
 
 }  // namespace
+
+// A managed service account is a computer by its classes, and its secret is the controllers' own.
+void RequireOrdinaryComputer(const LdapEntry& account) {
+    const bool ordinary = HasClass(account, "computer") && !HasClass(account, "msDS-ManagedServiceAccount") &&
+                          !HasClass(account, "msDS-GroupManagedServiceAccount") &&
+                          (account.Number("useraccountcontrol") & kControllerAccount) == 0;
+    if (!ordinary) {
+        throw AdError(kStatusAccountExists,
+                      "'" + account.distinguishedName + "' is not an ordinary computer's account");
+    }
+}
+
+bool IsDisabled(const LdapEntry& account) { return (account.Number("useraccountcontrol") & kAccountDisabled) != 0; }
 
 Secret PasswordValue(std::string_view password) {
     std::vector<char> bytes;

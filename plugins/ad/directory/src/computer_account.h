@@ -69,6 +69,11 @@ class ComputerAccounts {
     const Controller& _controller;
 };
 
+// Throws 1316 for the account of anything but a host: a user, a domain controller of either kind, a trust, a managed
+// service.
+void RequireOrdinaryComputer(const LdapEntry& account);
+bool IsDisabled(const LdapEntry& account);
+
 // The quoted UTF-16 form in which a domain takes a password. Throws 1326 for a text that is not UTF-8.
 Secret PasswordValue(std::string_view password);
 

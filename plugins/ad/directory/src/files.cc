@@ -191,6 +191,10 @@ FileLock::FileLock(const std::string& path, const Deadline& deadline) {
         FailFile("open", path, error);
     }
     while (flock(_file.Get(), LOCK_EX | LOCK_NB) != 0) {
+        const int error = errno;
+        if (error != EWOULDBLOCK && error != EINTR) {
+            FailFile("lock", path, error);
+        }
         if (deadline.HasPassed()) {
             throw AdError(kStatusBusy, "Another process is joining or leaving a domain");
         }

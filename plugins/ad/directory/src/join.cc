@@ -139,8 +139,14 @@ class JoinTransaction {
                 joined.trustedForests.push_back(trust.dnsName);
             }
         }
+        // Beforehand, as it may take memory.
+        _undo.Add("the settings of domain log-ins", [this] {
+            if (_logInsEnabled) {
+                _logIns.Disable();
+            }
+        });
         _logIns.Enable(joined);
-        _undo.Add("the settings of domain log-ins", [this] { _logIns.Disable(); });
+        _logInsEnabled = true;
     }
 
     // On the same connection while it answers, else on new ones to the same controller, which alone is sure to know of
@@ -197,6 +203,7 @@ class JoinTransaction {
     std::unique_ptr<Session> _session;
     ComputerAccounts::Survey _survey;
     ComputerAccount _account;
+    bool _logInsEnabled = false;
     UndoList _undo;  // last, so that it runs while everything else is there
 };
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <memory>
 #include <optional>
 
 #include "addirectory/secret.h"
@@ -200,18 +201,18 @@ class LdapConnection::Impl {
     Impl(Descriptor socket, const std::string& host, const Deadline& deadline)
         : _transport(std::move(socket), deadline) {
         const std::string url = "ldap://" + (host.empty() ? "controller" : host);
-        if (ldap_init_fd(_transport.Socket(), LDAP_PROTO_EXT, url.c_str(), &_handle) != LDAP_SUCCESS) {
+        LDAP* handle = nullptr;
+        if (ldap_init_fd(_transport.Socket(), LDAP_PROTO_EXT, url.c_str(), &handle) != LDAP_SUCCESS) {
             throw AdError(kStatusInternalError, "The LDAP library takes no connection");
         }
+        _handle.reset(handle);
         SetOptions();
         _transport.Attach(Buffer());
     }
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
-    // The peer notices by the end of the connection; a farewell might have to wait.
-    ~Impl() { ldap_destroy(_handle); }
 
-    LDAP* Handle() const { return _handle; }
+    LDAP* Handle() const { return _handle.get(); }
     void SetStepLimit(std::chrono::milliseconds limit) { _stepLimit = limit; }
     LdapTransport& Transport() { return _transport; }
 
@@ -229,7 +230,7 @@ class LdapConnection::Impl {
         while (true) {
             timeval now = {};
             LDAPMessage* message = nullptr;
-            const int kind = ldap_result(_handle, request, LDAP_MSG_ALL, &now, &message);
+            const int kind = ldap_result(Handle(), request, LDAP_MSG_ALL, &now, &message);
             if (kind > 0) {
                 return Message(message);
             }
@@ -253,7 +254,7 @@ class LdapConnection::Impl {
     void CheckAnswer(LDAPMessage* message, const std::string& action, int alsoGood = LDAP_SUCCESS) const {
         int code = LDAP_OTHER;
         char* text = nullptr;
-        const int parsed = ldap_parse_result(_handle, message, &code, nullptr, &text, nullptr, nullptr, 0);
+        const int parsed = ldap_parse_result(Handle(), message, &code, nullptr, &text, nullptr, nullptr, 0);
         const Memory diagnostic(text);
         Check(parsed, action);
         Check(code == alsoGood ? LDAP_SUCCESS : code, action, text ? text : "");
@@ -264,10 +265,10 @@ class LdapConnection::Impl {
         static const std::string kAction = "log in to the controller";
         berval ours = Value(token);
         int request = 0;
-        Check(ldap_sasl_bind(_handle, nullptr, kMechanism, &ours, nullptr, nullptr, &request), kAction);
+        Check(ldap_sasl_bind(Handle(), nullptr, kMechanism, &ours, nullptr, nullptr, &request), kAction);
         const Message answer = Wait(request, kAction);
         berval* theirs = nullptr;
-        ldap_parse_sasl_bind_result(_handle, answer.get(), &theirs, 0);
+        ldap_parse_sasl_bind_result(Handle(), answer.get(), &theirs, 0);
         const std::string reply = theirs ? std::string(theirs->bv_val, theirs->bv_len) : "";
         ber_bvfree(theirs);
         CheckAnswer(answer.get(), kAction, expected);
@@ -277,7 +278,7 @@ class LdapConnection::Impl {
  private:
     Sockbuf* Buffer() const {
         Sockbuf* buffer = nullptr;
-        ldap_get_option(_handle, LDAP_OPT_SOCKBUF, &buffer);
+        ldap_get_option(Handle(), LDAP_OPT_SOCKBUF, &buffer);
         return buffer;
     }
 
@@ -287,16 +288,21 @@ class LdapConnection::Impl {
         const int never = LDAP_DEREF_NEVER;
         const int none = 0;
         ber_len_t maximum = kMaximumIncoming;
-        ldap_set_option(_handle, LDAP_OPT_PROTOCOL_VERSION, &version);
-        ldap_set_option(_handle, LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
-        ldap_set_option(_handle, LDAP_OPT_DEREF, &never);
-        ldap_set_option(_handle, LDAP_OPT_SIZELIMIT, &none);
-        ldap_set_option(_handle, LDAP_OPT_TIMELIMIT, &none);
+        ldap_set_option(Handle(), LDAP_OPT_PROTOCOL_VERSION, &version);
+        ldap_set_option(Handle(), LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
+        ldap_set_option(Handle(), LDAP_OPT_DEREF, &never);
+        ldap_set_option(Handle(), LDAP_OPT_SIZELIMIT, &none);
+        ldap_set_option(Handle(), LDAP_OPT_TIMELIMIT, &none);
         ber_sockbuf_ctrl(Buffer(), LBER_SB_OPT_SET_MAX_INCOMING, &maximum);
     }
 
+    // The peer notices by the end of the connection; a farewell might have to wait.
+    struct Destroy {
+        void operator()(LDAP* handle) const { ldap_destroy(handle); }
+    };
+
     LdapTransport _transport;  // outlives the handle, which reads and writes through it
-    LDAP* _handle = nullptr;
+    std::unique_ptr<LDAP, Destroy> _handle;
     std::chrono::milliseconds _stepLimit = std::chrono::hours(1);
 };
 

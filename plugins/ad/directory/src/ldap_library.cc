@@ -3,6 +3,7 @@
 #include <ldap.h>
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <condition_variable>
 #include <mutex>
@@ -17,6 +18,7 @@ struct Start {
     std::mutex lock;  // guards what follows
     std::condition_variable ended;
     bool isRunning = false;
+    pid_t process = -1;  // that runs it: no thread outlives a fork
     bool isReady = false;
 };
 
@@ -64,8 +66,15 @@ void AwaitLdapLibrary(const Deadline& deadline) {
     if (start.isReady) {
         return;
     }
-    start.isRunning = start.isRunning || StartThread();
+    start.isRunning = (start.isRunning && start.process == getpid()) || StartThread();
+    start.process = getpid();
+    if (!start.isRunning) {
+        throw AdError(kStatusNotEnoughMemory, "The LDAP library cannot be started: there is no thread for it");
+    }
     start.ended.wait_for(guard, deadline.Remaining(), [&] { return start.isReady || !start.isRunning; });
+    if (!start.isReady && !start.isRunning) {
+        throw AdError(kStatusInternalError, "The LDAP library cannot be started");
+    }
     if (!start.isReady) {
         throw AdError(kStatusNoSuchDomain, "The LDAP library waits for the look-up of this host's own name");
     }
