@@ -1,6 +1,7 @@
 #include "activedirectory/thumbprint.h"
 
 #include <openssl/bio.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -21,11 +22,21 @@ std::string FormatThumbprint(const unsigned char* digest, unsigned int size) {
     return text;
 }
 
+// What fails here must not look like the host's own next failure: the error queue of the thread is left as it was.
+class KeptErrors {
+ public:
+    KeptErrors() { ERR_set_mark(); }
+    KeptErrors(const KeptErrors&) = delete;
+    KeptErrors& operator=(const KeptErrors&) = delete;
+    ~KeptErrors() { ERR_pop_to_mark(); }
+};
+
 }  // namespace
 
 // The two objects are not released on purpose: that is how this operation has always stood, and it is the one entry of
 // the leak checker's suppressions.
 std::string ThumbprintOfPEM(const std::string& certificate) {
+    const KeptErrors errors;
     // Tried in place of asking for one: an encrypted certificate must not stop the host's agent at a prompt.
     char noPassPhrase[] = "";
     BIO* const memory = BIO_new(BIO_s_mem());

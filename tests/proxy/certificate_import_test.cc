@@ -1,6 +1,6 @@
 // Importing the proxy's certificate.
 
-#include <openssl/ui.h>
+#include <openssl/err.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -8,6 +8,7 @@
 
 #include "proxy/certificates.h"
 #include "proxy/join.h"
+#include "support/pass_phrase.h"
 
 namespace nimbrel::authentication::test {
 namespace {
@@ -120,21 +121,25 @@ TEST_F(CertificateImport, WhatFollowsANulIsStoredAndNotLookedAt) {
 
 // The agent has nobody at its terminal, if it has one.
 TEST_F(CertificateImport, NobodyIsAskedForThePassPhraseOfAnEncryptedCertificate) {
-    static int asked = 0;
-    asked = 0;
-    UI_METHOD* const method = UI_create_method("counts");
-    UI_method_set_opener(method, [](UI*) {
-        ++asked;
-        return 0;
-    });
-    UI_set_default_method(method);
+    const nimbrel::testing::CountedPrompts prompts;
     std::string text = Certificate();
     text.insert(text.find('\n') + 1,
                 "Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF\n\n");
     EXPECT_EQ(Import(text), kRefusal);
-    EXPECT_EQ(asked, 0);
-    UI_set_default_method(UI_OpenSSL());
-    UI_destroy_method(method);
+    EXPECT_EQ(prompts.Asked(), 0);
+}
+
+// An agent that speaks TLS on the same thread would take what is left there for an error of its own.
+TEST_F(CertificateImport, TheThreadsQueueOfErrorsStaysAsItWas) {
+    ERR_clear_error();
+    EXPECT_EQ(Import("not a certificate"), kRefusal);
+    EXPECT_EQ(ERR_peek_error(), 0u);
+    ERR_raise(ERR_LIB_USER, ERR_R_INTERNAL_ERROR);
+    const unsigned long before = ERR_peek_last_error();
+    EXPECT_EQ(Import("not a certificate"), kRefusal);
+    EXPECT_EQ(Import(Certificate()), "success");
+    EXPECT_EQ(ERR_get_error(), before);
+    EXPECT_EQ(ERR_get_error(), 0u);
 }
 
 TEST_F(CertificateImport, AnythingElseIsRefusedAndTheOldOneStays) {
@@ -179,7 +184,7 @@ TEST_F(CertificateImport, WritesOneObjectAndNothingElse) {
     Import(Certificate());
     EXPECT_THAT(Journal::Lines(), ElementsAre("write auth_proxy_certificate"));
     EXPECT_THAT(OrbConfigStore::Memory::Snapshot(),
-                ElementsAre(Pair(ActiveDirectoryConfigStore::AUTH_PROXY_CERT_CSO_ID, testing::SizeIs(2))));
+                ElementsAre(Pair(ActiveDirectoryConfigStore::AUTH_PROXY_CERT_CSO_ID, ::testing::SizeIs(2))));
 }
 
 TEST_F(CertificateImport, TheSameTextAgainIsWrittenAgain) {
