@@ -159,10 +159,10 @@ int LongestJump(const std::string& control) {
     return longest;
 }
 
-PamFiles ReadPamFiles() {
+PamFiles ReadPamFiles(const std::string& root) {
     PamFiles files;
-    ReadFolder(kPamFolder, files);
-    ReadFolder("/usr/lib/pam.d", files);
+    ReadFolder(root + kPamFolder, files);
+    ReadFolder(root + "/usr/lib/pam.d", files);
     return files;
 }
 

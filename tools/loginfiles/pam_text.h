@@ -49,8 +49,9 @@ int LongestJump(const std::string& control);
 // All service files by name.
 using PamFiles = std::map<std::string, std::string>;
 
-// Those of /etc/pam.d, and of /usr/lib/pam.d where the first has none of that name. Backup copies are left out.
-PamFiles ReadPamFiles();
+// Those of /etc/pam.d below `root`, and of /usr/lib/pam.d where the first has none of that name. Backup copies are left
+// out.
+PamFiles ReadPamFiles(const std::string& root = "");
 
 struct EffectiveRule {
     PamLine line;

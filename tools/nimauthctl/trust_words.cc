@@ -37,6 +37,7 @@ constexpr Meaning kEmbeddedRelationships[] = {
     {embedded::kRelationshipBidirectional, "users of either can log in at the other"},
     {embedded::kRelationshipUnknownDomain, "nothing known of this domain"},
     {embedded::kRelationshipNotMember, "not a member"},
+    {embedded::kRelationshipNoController, "no domain controller reachable"},
     {embedded::kRelationshipUnreadable, "the embedded directory cannot be read"},
 };
 

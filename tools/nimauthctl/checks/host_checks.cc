@@ -12,6 +12,7 @@
 #include <system_error>
 #include <vector>
 
+#include "tools/loginfiles/pam_text.h"
 #include "tools/nimauthctl/checks/keytab.h"
 #include "tools/nimauthctl/checks/login_files.h"
 #include "tools/nimauthctl/commands/membership.h"
@@ -19,7 +20,6 @@
 namespace nimbrel::nimauthctl {
 namespace {
 
-constexpr char kPamFolder[] = "/etc/pam.d";
 constexpr char kKeytab[] = "/etc/krb5.keytab";
 constexpr char kEnableLogins[] = "nimauthctl logins enable; --dry-run shows what it would change";
 constexpr char kJoinAgain[] = "leave the domain and join it again";
@@ -89,12 +89,12 @@ bool IsProcess(const std::string& root, const std::string& pidFile, const std::s
     return pid > 1 && ReadText("/proc/" + std::to_string(pid) + "/comm").value_or("") == command + '\n';
 }
 
-std::vector<std::string> WithoutModule(const std::string& folder, const std::vector<std::string>& services,
+std::vector<std::string> WithoutModule(const logins::PamFiles& files, const std::vector<std::string>& services,
                                        const std::string& module) {
     std::vector<std::string> without;
     for (const auto& service : services) {
         for (const char* const type : {"auth", "account"}) {
-            if (!ReachesModule(folder, service, type, module)) without.push_back(service + " (" + type + ')');
+            if (!logins::Uses(files, service, type, module)) without.push_back(service + " (" + type + ')');
         }
     }
     return without;
@@ -149,14 +149,15 @@ Finding CheckPam(const std::string& root, const std::string& module) {
     const std::string file = FirstMatch(root, {"/lib*/security/" + module, "/lib*/*/security/" + module,
                                                "/usr/lib*/security/" + module, "/usr/lib*/*/security/" + module});
     if (file.empty()) return Fail(module + " is not installed", "install the package that brings it");
+    const logins::PamFiles files = logins::ReadPamFiles(root);
     std::vector<std::string> services;
     for (const char* const service : {"login", "sshd"}) {
-        if (StatusOf(root + kPamFolder + '/' + service)) services.emplace_back(service);
+        if (files.contains(service)) services.emplace_back(service);
     }
     if (services.empty()) {
         return Warn("neither login nor sshd is a PAM service of this host", "see to the services that log users in");
     }
-    const auto without = WithoutModule(root + kPamFolder, services, module);
+    const auto without = WithoutModule(files, services, module);
     if (without.size() == 2 * services.size()) return Fail("no PAM service uses " + module, kEnableLogins);
     if (!without.empty()) return Warn(module + " is missing in " + Joined(without), kEnableLogins);
     return Pass(module + " in " + Joined(services));

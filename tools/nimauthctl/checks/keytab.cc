@@ -54,7 +54,8 @@ std::optional<std::vector<std::string>> KeytabPrincipals(std::string_view bytes)
         const auto entry =
             rest.Take(size < 0 ? std::size_t{0} - static_cast<std::size_t>(size) : static_cast<std::size_t>(size));
         if (!rest.IsGood()) return std::nullopt;
-        if (size <= 0) continue;
+        if (size == 0) break;  // what follows is padding
+        if (size < 0) continue;
         const auto principal = PrincipalOf(entry);
         if (!principal) return std::nullopt;
         if (std::find(principals.begin(), principals.end(), *principal) == principals.end()) {

@@ -1,4 +1,4 @@
-// What the host's own files say about who may log in: nsswitch.conf and the PAM services. Read only.
+// What the host's own files say about who may log in. Read only.
 
 #ifndef NIMAUTHCTL_CHECKS_LOGIN_FILES_H_
 #define NIMAUTHCTL_CHECKS_LOGIN_FILES_H_
@@ -14,11 +14,6 @@ std::optional<std::string> ReadText(const std::string& path);
 
 // Whether the line of `database` in nsswitch.conf's text names the service.
 bool NamesService(const std::string& nsswitch, const std::string& database, const std::string& service);
-
-// Whether the PAM service's lines of `type` ("auth") come to `module` ("pam_sss.so"), through files that they include
-// too. `folder` is where the services are, /etc/pam.d.
-bool ReachesModule(const std::string& folder, const std::string& service, const std::string& type,
-                   const std::string& module);
 
 // The files that match the pattern below `root`, sorted, without `root`.
 std::vector<std::string> AllMatches(const std::string& root, const std::string& pattern);

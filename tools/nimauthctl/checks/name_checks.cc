@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 
+#include "pluginkit/directory_names.h"
 #include "tools/nimauthctl/commands/ask_within.h"
 #include "tools/nimauthctl/commands/membership.h"
 #include "tools/nimauthctl/failure.h"
@@ -13,13 +14,7 @@
 namespace nimbrel::nimauthctl {
 namespace {
 
-constexpr std::size_t kLongestAccountName = 15;
-
 std::string FirstLabel(const std::string& name) { return name.substr(0, name.find('.')); }
-
-bool IsAccountCharacter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-';
-}
 
 // The resolver's official name, as a join takes it; or why there is none.
 struct Resolved {
@@ -80,11 +75,9 @@ Finding CheckDefaultName(const std::string& hostName) {
 
 Finding CheckAccountName(const std::string& hostName) {
     const std::string name = FirstLabel(hostName);
-    const bool isAllowed = !name.empty() && std::all_of(name.begin(), name.end(), IsAccountCharacter) &&
-                           name.find_first_not_of("0123456789") != std::string::npos;
-    if (isAllowed && name.size() <= kLongestAccountName) return Pass("'" + name + "' can name a computer account");
+    if (kit::IsComputerName(name)) return Pass("'" + name + "' can name a computer account");
     return Fail("'" + name + "' cannot name a computer account",
-                "use at most 15 letters, digits and hyphens, not digits alone: 'hostnamectl set-hostname NAME'",
+                "use at most 15 letters, digits and inner hyphens, not digits alone: 'hostnamectl set-hostname NAME'",
                 ExitCode::HostName);
 }
 

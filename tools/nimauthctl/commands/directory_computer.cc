@@ -1,5 +1,7 @@
 // nimauthctl directory computer
 
+#include <openssl/crypto.h>
+
 #include "tools/nimauthctl/commands/commands.h"
 #include "tools/nimauthctl/commands/directory_common.h"
 
@@ -11,10 +13,11 @@ void ShowComputer(const embedded::Directory& directory, const Invocation& invoca
 }
 
 ExitCode Stage(const Invocation& invocation, Report& report) {
-    const embedded::PreStagedComputer staged =
+    embedded::PreStagedComputer staged =
         OpenDirectory().PreStageComputer(invocation.Text("DOMAIN"), invocation.Text("NAME"), invocation.Text("ou"));
     AddComputerRow(staged.computer, report);
     report.Text("one-time secret", staged.oneTimeSecret);
+    OPENSSL_cleanse(staged.oneTimeSecret.data(), staged.oneTimeSecret.size());
     return ExitCode::Ok;
 }
 

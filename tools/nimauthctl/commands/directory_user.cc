@@ -60,7 +60,8 @@ embedded::UserFlags ChangedFlags(embedded::UserFlags flags, const Invocation& in
     return flags;
 }
 
-// Every word is checked before the first change.
+// Every word is checked before the first change. What the directory may refuse comes first, so that a refusal leaves the
+// user as it was: a unit that is not there, then a password; the flags are always taken.
 ExitCode Set(const Invocation& invocation, Report& report) {
     if (invocation.Has("delegate") && invocation.Has("no-delegation")) {
         throw UsageError("--delegate and --no-delegation exclude each other");
@@ -68,15 +69,13 @@ ExitCode Set(const Invocation& invocation, Report& report) {
     embedded::Directory directory = OpenDirectory();
     const embedded::UserInfo user = FindUser(directory, invocation);
     const embedded::UserFlags flags = ChangedFlags(user.flags, invocation);
-    if (ChangesPassword(invocation)) {
-        Password password;
-        ReadPassword(password, user.name, invocation, true);
-        directory.SetUserPassword(user.domain, user.name, password.View());
-    }
-    directory.SetUserFlags(user.domain, user.name, flags);
+    Password password;
+    if (ChangesPassword(invocation)) ReadPassword(password, user.name, invocation, true);
     if (invocation.Has("delegate") || invocation.Has("no-delegation")) {
         directory.SetUserDelegation(user.domain, user.name, invocation.Texts("delegate"));
     }
+    if (ChangesPassword(invocation)) directory.SetUserPassword(user.domain, user.name, password.View());
+    directory.SetUserFlags(user.domain, user.name, flags);
     AddUserRow(FindUser(directory, invocation), report);
     return ExitCode::Ok;
 }

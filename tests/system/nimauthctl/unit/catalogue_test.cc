@@ -3,15 +3,16 @@
 #include <cxxabi.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <memory>
+#include <regex>
 #include <set>
 #include <string>
 #include <typeinfo>
 
 #include "authentication/exceptions.h"
-#include "embeddeddirectory/directory_error.h"
 
 namespace nimbrel::nimauthctl {
 namespace {
@@ -77,18 +78,22 @@ TEST(CatalogueTest, ClassesAreUnique) {
     for (const ClassEntry& entry : ClassEntries()) EXPECT_TRUE(names.insert(entry.exception).second) << entry.exception;
 }
 
-TEST(CatalogueTest, EveryStatusOfTheEmbeddedDirectoryIsExplained) {
-    using namespace embedded;
-    constexpr std::array kStatuses = {kStatusFileNotFound,       kStatusAccessDenied,       kStatusNotEnoughMemory,
-                                      kStatusInvalidParameter,   kStatusNotEmpty,           kStatusAlreadyExists,
-                                      kStatusInvalidUnitName,    kStatusNotFound,           kStatusInvalidComputerName,
-                                      kStatusInvalidDomainName,  kStatusInvalidAccountName, kStatusAccountExists,
-                                      kStatusNoSuchAccount,      kStatusLogonFailure,       kStatusPasswordExpired,
-                                      kStatusAccountDisabled,    kStatusNoSuchDomain,       kStatusDomainExists,
-                                      kStatusInternalError,      kStatusNoTrustAccount,     kStatusAccountExpired,
-                                      kStatusDomainInconsistent, kStatusPasswordMustChange, kStatusAccountLocked,
-                                      kStatusAlreadyJoined,      kStatusNotJoined};
-    for (const std::uint32_t status : kStatuses) EXPECT_NE(nullptr, FindStatus(status)) << status;
+std::string ReadFile(const std::string& path) {
+    std::ifstream stream(path);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+TEST(CatalogueTest, EveryStatusOfTheProvidersIsExplained) {
+    for (const char* const header : {"ad/directory/include/addirectory/ad_error.h",
+                                     "embedded/directory/include/embeddeddirectory/directory_error.h"}) {
+        const std::string text = ReadFile(std::string(NIMAUTH_SOURCE "/plugins/") + header);
+        const std::regex pattern("kStatus\\w+ = (\\d+);");
+        int found = 0;
+        for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end; ++match, ++found) {
+            EXPECT_NE(nullptr, FindStatus(std::stoul((*match)[1]))) << match->str();
+        }
+        EXPECT_GT(found, 20) << header;
+    }
 }
 
 struct ExitCodeCase {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/loginfiles/pam_text.h"
 #include "tools/nimauthctl/checks/host_checks.h"
 #include "tools/nimauthctl/checks/keytab.h"
 #include "tools/nimauthctl/checks/login_files.h"
@@ -54,6 +55,9 @@ TEST(KeytabPrincipalsTest, AreReadEachOnce) {
     ASSERT_TRUE(principals);
     EXPECT_THAT(*principals, ElementsAre("NODE01$@CORP.TEST", "host/node01.corp.test@CORP.TEST", "x@OTHER.TEST"));
     EXPECT_THAT(KeytabPrincipals("\x05\x02").value(), ElementsAre());
+    // An entry of no length ends the file.
+    EXPECT_THAT(KeytabPrincipals(Keytab({Entry("CORP.TEST", {"NODE01$"})}) + std::string(64, '\0')).value(),
+                ElementsAre("NODE01$@CORP.TEST"));
 }
 
 TEST(KeytabPrincipalsTest, OtherBytesAreNoKeytab) {
@@ -102,7 +106,7 @@ class ChecksTest : public ::testing::Test {
     }
     void PutPam(const std::string& service, const std::string& text) const { Put("/etc/pam.d/" + service, text); }
     bool Reaches(const std::string& service, const std::string& type) const {
-        return ReachesModule(Root() + "/etc/pam.d", service, type, "pam_sss.so");
+        return logins::Uses(logins::ReadPamFiles(Root()), service, type, "pam_sss.so");
     }
 
  private:
@@ -119,13 +123,25 @@ TEST_F(ChecksTest, PamLinesLeadToTheModule) {
     PutPam("comment", "#auth required pam_sss.so\nauth required pam_unix.so # pam_sss.so\n");
     PutPam("other", "session optional pam_sss.so\n");
     PutPam("argument", "auth required pam_unix.so pam_sss.so\n");
-    for (const char* const service : {"direct", "path", "include", "old", "dash"}) {
+    Put("/usr/lib/pam.d/vendor", "auth required pam_sss.so\n");
+    Put("/usr/lib/pam.d/argument", "auth required pam_sss.so\n");
+    for (const char* const service : {"direct", "path", "include", "old", "dash", "vendor"}) {
         EXPECT_TRUE(Reaches(service, "auth")) << service;
         EXPECT_FALSE(Reaches(service, "account")) << service;
     }
     for (const char* const service : {"loop", "comment", "other", "argument", "missing"}) {
         EXPECT_FALSE(Reaches(service, "auth")) << service;
     }
+}
+
+TEST_F(ChecksTest, PamFilesThatIncludeEachOtherTwiceEnd) {
+    for (int depth = 0; depth < 40; ++depth) {
+        const std::string next = std::to_string(depth + 1);
+        PutPam(std::to_string(depth), "auth include " + next + "\nauth include " + next + "\n");
+    }
+    PutPam("login", "auth include 0\n");
+    Put("/usr/lib/x86_64-linux-gnu/security/pam_sss.so", "");
+    EXPECT_EQ(CheckPam(Root(), "pam_sss.so").verdict, Verdict::Fail);
 }
 
 TEST_F(ChecksTest, PamOfTheWholeHost) {

@@ -28,6 +28,8 @@ TEST(NameChecksTest, AccountNamesAreOfFifteenAllowedCharacters) {
                                    {"node01.corp.test", Verdict::Pass},
                                    {"a23456789012345.corp.test", Verdict::Pass},
                                    {"node_01", Verdict::Fail},
+                                   {"-node01", Verdict::Fail},
+                                   {"node01-", Verdict::Fail},
                                    {"12345", Verdict::Fail},
                                    {"", Verdict::Fail},
                                    {".corp.test", Verdict::Fail},
