@@ -10,7 +10,10 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <system_error>
 
@@ -18,6 +21,8 @@
 
 namespace SysNet::Network {
 namespace {
+
+using std::chrono::steady_clock;
 
 // Everything that posix_spawn is told: no terminal, no signals held back, and none of this process's environment.
 class SpawnSettings {
@@ -68,10 +73,12 @@ bool EndsInTime(pid_t pid, int milliseconds) {
     const UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     // A kernel without process descriptors: the wait that follows has no limit.
     if (process.Get() < 0) return true;
+    const auto end = steady_clock::now() + std::chrono::milliseconds(milliseconds);
     pollfd ended = {process.Get(), POLLIN, 0};
     int ready = 0;
     do {
-        ready = poll(&ended, 1, milliseconds);
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now()).count();
+        ready = poll(&ended, 1, static_cast<int>(std::max<std::int64_t>(left, 0)));
     } while (ready < 0 && errno == EINTR);
     return ready != 0;
 }
