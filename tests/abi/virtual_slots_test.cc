@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 
 #include "authentication/configuration.h"
@@ -17,6 +19,19 @@
 #include "orbconfigstore/config_store.h"
 #include "systemconfiguration/nss_configuration.h"
 #include "systemconfiguration/pam_policy.h"
+
+// Becomes null when what it points to is freed.
+static const void* watched = nullptr;
+
+void operator delete(void* memory) noexcept {
+    if (memory == watched) watched = nullptr;
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }
+void* operator new(std::size_t size) {
+    if (void* const memory = std::malloc(size)) return memory;
+    throw std::bad_alloc();
+}
 
 namespace nimbrel::authentication {
 namespace {
@@ -88,12 +103,21 @@ TEST(VirtualSlots, OfAConfiguration) {
     EXPECT_EQ(SlotOf(&ProviderConfiguration::Write), 2);
 }
 
-// The destructor alone: complete in slot 0, deleting in slot 1.
+// The destructor alone: complete in slot 0, deleting in slot 1. So the memory goes with the second only.
 TEST(VirtualSlots, OfAStoreConfiguration) {
     void* const configuration =
         std::make_unique<ActiveDirectoryStoreConfiguration>("corp.test", "CORP", std::deque<std::string>{"dc1"}, "CN=a")
             .release();
+    watched = configuration;
     InSlot<void(void*)>(configuration, 1)(configuration);
+    EXPECT_EQ(watched, nullptr) << "has not been freed";
+
+    alignas(ActiveDirectoryStoreConfiguration) char place[sizeof(ActiveDirectoryStoreConfiguration)];
+    auto* const placed = new (place) ActiveDirectoryStoreConfiguration;
+    watched = placed;
+    InSlot<void(void*)>(placed, 0)(placed);
+    EXPECT_EQ(watched, placed) << "has been freed";
+    watched = nullptr;
 }
 
 TEST(VirtualSlots, OfTheSystemFileExceptions) {

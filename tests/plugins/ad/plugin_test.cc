@@ -224,20 +224,34 @@ void ExpectCleanExit(const Work& work) {
     EXPECT_EQ(WEXITSTATUS(status), 7);
 }
 
+// A name server of loopback that never answers.
+class SilentNameServer {
+ public:
+    SilentNameServer() : _socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(53);
+        EXPECT_EQ(bind(_socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+
+    void AwaitQuestion() const {
+        char byte = 0;
+        EXPECT_EQ(recv(_socket.Get(), &byte, 1, 0), 1);
+    }
+
+ private:
+    Descriptor _socket;
+};
+
 TEST_F(AdProvider, ProcessExitsWhileACallWaits) {
     BeJoined();
-    // An address of nobody: the question for the controllers hangs.
-    WriteFile("/etc/nimbrel/nimauth/ad.conf", "name_servers = 192.0.2.77\nname_seconds = 60\nquery_seconds = 60\n");
+    WriteFile("/etc/nimbrel/nimauth/ad.conf", "name_servers = 127.0.0.1\nname_seconds = 60\nquery_seconds = 60\n");
+    const SilentNameServer nameServer;
     const auto start = std::chrono::steady_clock::now();
-    ExpectCleanExit([] {
-        std::atomic<bool> entered = false;
-        std::thread([&entered] {
-            entered = true;
-            Table().getDomainTrustState();
-        }).detach();
-        while (!entered) {
-            std::this_thread::yield();
-        }
+    ExpectCleanExit([&nameServer] {
+        std::thread([] { Table().getDomainTrustState(); }).detach();
+        nameServer.AwaitQuestion();
     });
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
 }
@@ -261,26 +275,6 @@ TEST_F(AdProvider, ProcessExitsInTheMiddleOfManyCalls) {
         });
     }
 }
-
-// A name server of loopback that never answers.
-class SilentNameServer {
- public:
-    SilentNameServer() : _socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(53);
-        EXPECT_EQ(bind(_socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    }
-
-    void AwaitQuestion() const {
-        char byte = 0;
-        EXPECT_EQ(recv(_socket.Get(), &byte, 1, 0), 1);
-    }
-
- private:
-    Descriptor _socket;
-};
 
 // A child made while other threads wait in calls can use the provider itself.
 TEST_F(AdProvider, ForkWaitsForNobodyWhoWaits) {
