@@ -1,10 +1,7 @@
 // What a killed process left beside a file is removed, and nothing else is.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <filesystem>
 
@@ -54,11 +51,10 @@ TEST_F(AbandonedFiles, FirstNameOfADatabaseIsRemovedUnlessItsMakerIsAtIt) {
     WriteMembership();
     std::filesystem::create_hard_link(folder.Path("membership.db"), folder.Path("membership.db.new.aaaaaa"));
     {
-        const int maker = open(folder.Path("").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        ASSERT_EQ(0, flock(maker, LOCK_EX | LOCK_NB));
+        const LockedFile maker(folder.Path("membership.db.lock"));
         WriteMembership();
-        EXPECT_THAT(folder.Names(), UnorderedElementsAre("membership.db", "membership.db.new.aaaaaa"));
-        close(maker);
+        EXPECT_THAT(folder.Names(),
+                    UnorderedElementsAre("membership.db", "membership.db.lock", "membership.db.new.aaaaaa"));
     }
     WriteMembership();
     EXPECT_THAT(folder.Names(), UnorderedElementsAre("membership.db"));

@@ -1,5 +1,7 @@
 // What stands in the files, and when.
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +17,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
+constexpr char kLockFile[] = "/var/lib/nimbrel/.ad-log-ins.lock";
 constexpr char kHeading[] =
     "# Written by nimauth and removed when the host leaves the domain; changes made here are lost. Settings of your "
     "own\n"
@@ -232,6 +235,34 @@ TEST_F(SnippetsTest, ALinkInThePlaceOfARecordIsRefused) {
     ASSERT_EQ(symlink(Path("/elsewhere").c_str(), Path(kRecordFile).c_str()), 0);
     EXPECT_EQ(StatusOf([&] { logIns.PreferredControllers(); }), 5U);
     EXPECT_EQ(StatusOf([&] { logIns.Enable(Corp()); }), 5U);
+}
+
+// A folder that all may read can be locked by all.
+TEST_F(SnippetsTest, NobodyWithoutRightsToTheFilesHoldsUpAChange) {
+    Put("/var/lib/nimbrel/embedded-accounts", "");
+    const int anybody = open(Path("/var/lib/nimbrel").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(anybody, LOCK_EX | LOCK_NB), 0);
+    EXPECT_EQ(StatusOf([&] { logIns.Enable(Corp()); }), 0U);
+    EXPECT_EQ(StatusOf([&] { logIns.Disable(); }), 0U);
+    close(anybody);
+    EXPECT_THAT(NamesIn("/var/lib/nimbrel"), ElementsAre("embedded-accounts"));
+}
+
+TEST_F(SnippetsTest, ALockThatOthersMayOpenIsRefused) {
+    for (const unsigned mode : {0604U, 0640U, 0602U}) {
+        Put(kLockFile, "", mode);
+        EXPECT_EQ(StatusOf([&] { logIns.Enable(Corp()); }), 5U) << std::oct << mode;
+    }
+    ASSERT_EQ(unlink(Path(kLockFile).c_str()), 0);
+    ASSERT_EQ(symlink(Path("/elsewhere").c_str(), Path(kLockFile).c_str()), 0);
+    EXPECT_EQ(StatusOf([&] { logIns.Enable(Corp()); }), 5U);
+    EXPECT_FALSE(Has("/elsewhere"));
+}
+
+TEST_F(SnippetsTest, ALockThatAKilledProcessLeftIsTakenOver) {
+    Put(kLockFile, "", 0600);
+    EXPECT_EQ(StatusOf([&] { logIns.Enable(Corp()); }), 0U);
+    EXPECT_FALSE(Has(kLockFile));
 }
 
 }  // namespace

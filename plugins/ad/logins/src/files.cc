@@ -20,6 +20,7 @@ namespace nimbrel::ad::logins {
 namespace {
 
 constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kLockMode = 0600;
 constexpr mode_t kPermissionBits = 07777;
 constexpr std::size_t kMaximumFile = 1024 * 1024;
 constexpr auto kLockTime = std::chrono::seconds(10);
@@ -63,6 +64,39 @@ bool MakeFolder(const std::string& folder, mode_t mode) {
     }
     if (errno == EEXIST) return false;
     ThrowFileError("make", folder, errno);
+}
+
+// Whoever can open a file can lock it.
+Descriptor OpenLock(const std::string& path) {
+    Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kLockMode));
+    if (!file) ThrowFileError("open", path, errno);
+    struct stat status = {};
+    if (fstat(file.Number(), &status) != 0) ThrowFileError("open", path, errno);
+    const bool own = status.st_uid == geteuid() || status.st_uid == 0;
+    if (!S_ISREG(status.st_mode) || !own || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        throw LogInsError(5, "'" + path + "' is refused as a lock: others may use it");
+    }
+    return file;
+}
+
+bool HasName(const Descriptor& file) {
+    struct stat status = {};
+    return fstat(file.Number(), &status) != 0 || status.st_nlink > 0;
+}
+
+Descriptor AwaitLock(const std::string& path) {
+    const auto end = std::chrono::steady_clock::now() + kLockTime;
+    for (;;) {
+        Descriptor file = OpenLock(path);
+        if (flock(file.Number(), LOCK_EX | LOCK_NB) == 0) {
+            if (HasName(file)) return file;
+            continue;
+        }
+        const int error = errno;
+        if (error == EINTR) continue;
+        if (error != EWOULDBLOCK || std::chrono::steady_clock::now() >= end) ThrowFileError("lock", path, error);
+        std::this_thread::sleep_for(kLockPause);
+    }
 }
 
 }  // namespace
@@ -136,15 +170,13 @@ std::vector<std::string> MakeFolders(const std::string& folder, mode_t mode) {
     return made;
 }
 
-FolderLock::FolderLock(const std::string& folder) : _folder(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (!_folder) ThrowFileError("open", folder, errno);
-    const auto end = std::chrono::steady_clock::now() + kLockTime;
-    while (flock(_folder.Number(), LOCK_EX | LOCK_NB) != 0) {
-        const int error = errno;
-        if (error == EINTR) continue;
-        if (error != EWOULDBLOCK || std::chrono::steady_clock::now() >= end) ThrowFileError("lock", folder, error);
-        std::this_thread::sleep_for(kLockPause);
-    }
+RecordLock::RecordLock(const std::string& path) : _path(path), _file(AwaitLock(path)) {}
+
+// The name goes first: who waits for the lock then sees that it has got an old file, and makes a new one. Unlocked by
+// name: a child that was forked meanwhile shares the lock with the descriptor.
+RecordLock::~RecordLock() {
+    unlink(_path.c_str());
+    flock(_file.Number(), LOCK_UN);
 }
 
 }  // namespace nimbrel::ad::logins

@@ -53,14 +53,19 @@ std::string NameOf(const std::string& path);
 // the umask; parents have 0755.
 std::vector<std::string> MakeFolders(const std::string& folder, mode_t mode);
 
-// Makes those who change the same files take turns, between threads and between processes, until it is destroyed. Throws
-// `LogInsError` 170 if its turn does not come within some seconds.
-class FolderLock {
+// Makes those who change the same files take turns, between threads and between processes, until it is destroyed: by a
+// lock on the file `path`, which is made for it with mode 0600, so that nobody else can hold it up, and removed again.
+// Throws `LogInsError` 170 if its turn does not come within some seconds, 5 for a link or a file that others may open.
+class RecordLock {
  public:
-    explicit FolderLock(const std::string& folder);
+    explicit RecordLock(const std::string& path);
+    RecordLock(const RecordLock&) = delete;
+    RecordLock& operator=(const RecordLock&) = delete;
+    ~RecordLock();
 
  private:
-    Descriptor _folder;
+    std::string _path;
+    Descriptor _file;
 };
 
 }  // namespace nimbrel::ad::logins

@@ -30,6 +30,7 @@ using namespace logins;
 
 constexpr char kRecordFolder[] = "/var/lib/nimbrel";
 constexpr char kRecordFile[] = "/var/lib/nimbrel/ad-log-ins.conf";
+constexpr char kRecordLock[] = "/var/lib/nimbrel/.ad-log-ins.lock";
 constexpr char kDomainFile[] = "/etc/sssd/conf.d/50-nimauth-domain.conf";
 constexpr char kControllersFile[] = "/etc/sssd/conf.d/55-nimauth-controllers.conf";
 constexpr char kSmartCardFile[] = "/etc/sssd/conf.d/60-nimauth-smartcard.conf";
@@ -169,7 +170,7 @@ template <typename Edit>
 void Change(const std::string& root, const LogInOptions& options, Edit edit) {
     CheckOptions(options);
     MakeFolders(root + kRecordFolder, kRecordFolderMode);
-    const FolderLock lock(root + kRecordFolder);
+    const RecordLock lock(root + kRecordLock);
     Record record = ReadRecord(root);
     const auto domainsBefore = ServedDomains(root, record);
     edit(record);
@@ -179,8 +180,9 @@ void Change(const std::string& root, const LogInOptions& options, Edit edit) {
 bool IsThere(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
 bool HasAnything(const std::string& root) {
-    return IsThere(root + kRecordFile) || IsThere(root + kDomainFile) || IsThere(root + kControllersFile) ||
-           IsThere(root + kSmartCardFile);
+    // The lock is there if somebody changes something now, or was killed meanwhile.
+    const char* const files[] = {kRecordFile, kDomainFile, kControllersFile, kSmartCardFile, kRecordLock};
+    return std::any_of(std::begin(files), std::end(files), [&](const char* file) { return IsThere(root + file); });
 }
 
 // What SSSD knows of the domains goes while it does not run; then it runs again if it has something else to serve.
@@ -216,7 +218,7 @@ void LogIns::Enable(const DomainLogIns& domain) {
 void LogIns::Disable() {
     if (!HasAnything(_root)) return;
     MakeFolders(_root + kRecordFolder, kRecordFolderMode);
-    const FolderLock lock(_root + kRecordFolder);
+    const RecordLock lock(_root + kRecordLock);
     const Record record = ReadRecord(_root);
     const auto domains = ServedDomains(_root, record);
     const std::vector<std::string> files = {_root + kDomainFile, _root + kControllersFile, _root + kSmartCardFile};

@@ -7,12 +7,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "embeddeddirectory/directory_error.h"
@@ -23,6 +25,8 @@ namespace {
 constexpr mode_t kFileMode = 0600;
 constexpr mode_t kFolderMode = 0755;
 constexpr char kNewMark[] = ".new.";
+constexpr char kLockMark[] = ".lock";
+constexpr auto kLockPause = std::chrono::milliseconds(20);
 
 [[noreturn]] void FailWith(int error, const std::string& name) {
     const bool refused = error == EACCES || error == EPERM || error == EROFS || error == ELOOP;
@@ -71,7 +75,24 @@ void RemoveForeignRights(const Descriptor& file, mode_t mode, const std::string&
     }
 }
 
-// Under the lock of those who make files there is nobody whose new file these could be. What cannot be removed stays.
+bool HasName(const Descriptor& file) {
+    struct stat status = {};
+    return fstat(file.Number(), &status) != 0 || status.st_nlink > 0;
+}
+
+// Whoever can open a file can lock it.
+void RequireOwnLock(const Descriptor& lock, const std::string& name) {
+    struct stat status = {};
+    if (fstat(lock.Number(), &status) != 0) {
+        FailWith(errno, name);
+    }
+    const bool own = status.st_uid == geteuid() || status.st_uid == 0;
+    if (!S_ISREG(status.st_mode) || !own || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        throw DirectoryError(kStatusAccessDenied, "The lock of the " + name + " is refused: others may use it");
+    }
+}
+
+// Under the lock of those who make the file there is nobody whose new file these could be. What cannot be removed stays.
 void RemoveAbandonedFiles(const std::string& folder, const std::string& file) {
     const std::string prefix = file + kNewMark;
     struct Close {
@@ -86,19 +107,15 @@ void RemoveAbandonedFiles(const std::string& folder, const std::string& file) {
     }
 }
 
-bool LockWhenFree(const Descriptor& folder) {
-    int result = 0;
-    do {
-        result = flock(folder.Number(), LOCK_EX);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
-}
-
 // For a file with a second name: its maker has not taken the first one away yet, or was killed before it could.
-void RemoveSecondName(const std::string& folder, const std::string& file) {
-    const Descriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (lock && flock(lock.Number(), LOCK_EX | LOCK_NB) == 0) {
-        RemoveAbandonedFiles(folder, file);
+void RemoveSecondName(const std::string& folder, const std::string& file, const std::string& name) {
+    try {
+        MakerLock lock(Join(folder, file), name);
+        if (lock.Try()) {
+            RemoveAbandonedFiles(folder, file);
+        }
+    } catch (const DirectoryError&) {
+        // It stays where nothing can be written: the file itself is good.
     }
 }
 
@@ -152,12 +169,59 @@ std::optional<std::string> PrepareExistingFile(const std::string& path, const st
     }
     RemoveForeignRights(descriptor, status.st_mode, name);
     if (status.st_nlink > 1) {
-        RemoveSecondName(*realFolder, file);
+        RemoveSecondName(*realFolder, file, name);
     }
     return real;
 }
 
-NewFile::NewFile(const std::string& path, std::string name) : _name(std::move(name)) {
+MakerLock::MakerLock(const std::string& path, std::string name) : _name(std::move(name)), _path(path + kLockMark) {}
+
+MakerLock::~MakerLock() { Release(); }
+
+bool MakerLock::Try() {
+    for (;;) {
+        Descriptor lock(open(_path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kFileMode));
+        if (!lock) {
+            FailWith(errno, _name);
+        }
+        RequireOwnLock(lock, _name);
+        if (flock(lock.Number(), LOCK_EX | LOCK_NB) != 0) {
+            const int error = errno;
+            if (error == EWOULDBLOCK) {
+                return false;
+            }
+            if (error != EINTR) {
+                FailWith(error, _name);
+            }
+        } else if (HasName(lock)) {  // else its holder has ended meanwhile, and the next one would lock another file
+            _lock = std::move(lock);
+            return true;
+        }
+    }
+}
+
+void MakerLock::Wait(std::chrono::milliseconds most) {
+    const auto end = std::chrono::steady_clock::now() + most;
+    while (!Try()) {
+        if (std::chrono::steady_clock::now() >= end) {
+            throw DirectoryError(kStatusInternalError,
+                                 "The " + _name + " is being made by another process for too long");
+        }
+        std::this_thread::sleep_for(kLockPause);
+    }
+}
+
+bool MakerLock::Release() noexcept {
+    if (!_lock) {
+        return true;
+    }
+    const bool removed = unlink(_path.c_str()) == 0;
+    flock(_lock.Number(), LOCK_UN);  // a child that was forked meanwhile shares it
+    _lock = Descriptor();
+    return removed;
+}
+
+NewFile::NewFile(const std::string& path, std::string name) : _name(std::move(name)), _lock(path, _name) {
     const auto [folder, file] = SplitPath(path);
     RequireFileName(file, _name);
     MakeFolder(folder, _name);
@@ -166,11 +230,12 @@ NewFile::NewFile(const std::string& path, std::string name) : _name(std::move(na
         FailWith(ENOENT, _name);
     }
     _finalPath = Join(*realFolder, file);
-    // One maker at a time, to the end: what is removed here and in `Publish` must not be somebody's.
     _folder = Descriptor(open(realFolder->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!_folder || !LockWhenFree(_folder)) {
+    if (!_folder) {
         FailWith(errno, _name);
     }
+    // One maker at a time, to the end: what is removed here and in `Publish` must not be somebody's.
+    _lock.Wait(kMakingTime);
     RemoveAbandonedFiles(*realFolder, file);
     _temporaryPath = _finalPath + kNewMark + "XXXXXX";
     const Descriptor descriptor(mkostemp(_temporaryPath.data(), O_CLOEXEC));
@@ -185,6 +250,11 @@ NewFile::NewFile(const std::string& path, std::string name) : _name(std::move(na
 }
 
 NewFile::~NewFile() {
+    // A second name that is left over is removed by whoever comes next, and the lock's file with it; the lock's file
+    // alone would stay.
+    if (!_lock.Release()) {
+        return;
+    }
     // Without asking for memory: there may be none left.
     char path[PATH_MAX];
     for (const char* const companion : {"", "-journal", "-wal", "-shm"}) {

@@ -6,6 +6,7 @@
 #ifndef NIMBREL_EMBEDDED_DATABASE_FILE_H_
 #define NIMBREL_EMBEDDED_DATABASE_FILE_H_
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -33,8 +34,35 @@ class Descriptor {
 // messages.
 std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name);
 
-// A new empty file beside `path`, removed again unless it is published. One at a time in a folder: a second one waits.
-// What killed processes left of theirs is removed.
+// Makes those who make the file `path` take turns. The lock is a file beside it, "<path>.lock", of mode 0600, so that
+// nobody without the rights to the database can hold it up; it is there as long as somebody has the lock, and what a
+// killed process left of it is taken over. One that others may open, or a link, is refused with `DirectoryError` 5.
+class MakerLock {
+ public:
+    // Takes no lock yet. `name` is for messages.
+    MakerLock(const std::string& path, std::string name);
+    MakerLock(const MakerLock&) = delete;
+    MakerLock& operator=(const MakerLock&) = delete;
+    ~MakerLock();
+
+    // False if another has it.
+    bool Try();
+    // Throws `DirectoryError` 1359 if another has it all that time.
+    void Wait(std::chrono::milliseconds most);
+    // False if the lock's file stays.
+    bool Release() noexcept;
+
+ private:
+    std::string _name;
+    std::string _path;
+    Descriptor _lock;
+};
+
+// How long a maker is waited for: making a database takes some milliseconds.
+inline constexpr std::chrono::milliseconds kMakingTime{10'000};
+
+// A new empty file beside `path`, removed again unless it is published. One at a time for each path: a second one waits
+// for at most `kMakingTime`. What killed processes left of theirs is removed.
 class NewFile {
  public:
     // Creates the last folder of the path if it is missing.
@@ -51,7 +79,8 @@ class NewFile {
     void RemoveLeftoversOfDeletedFile() const;
 
     std::string _name;
-    Descriptor _folder;  // holds the lock
+    MakerLock _lock;
+    Descriptor _folder;
     std::string _finalPath;
     std::string _temporaryPath;
 };
