@@ -2,8 +2,8 @@
 
 #include <cerrno>
 #include <charconv>
-#include <fstream>
-#include <iterator>
+#include <cstdio>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -63,6 +63,7 @@ void ReadLine(Settings& settings, std::string_view line) {
 Settings ParseSettings(const std::string& text, const std::string& file) {
     Settings settings;
     std::istringstream lines(text);
+    lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     std::size_t number = 0;
     for (std::string line; std::getline(lines, line);) {
         ++number;
@@ -76,17 +77,18 @@ Settings ParseSettings(const std::string& text, const std::string& file) {
 }
 
 Settings ReadSettings(const std::string& file) {
-    errno = 0;
-    std::ifstream stream(file, std::ios::binary);
-    int error = errno;
-    if (!stream && error == ENOENT) return {};
+    const auto fail = [&](int error) {
+        throw std::runtime_error(file + ":0: " + std::generic_category().message(error));
+    };
+    const std::unique_ptr<FILE, int (*)(FILE*)> opened(std::fopen(file.c_str(), "rbe"), std::fclose);
+    if (opened == nullptr && errno == ENOENT) return {};
+    if (opened == nullptr) fail(errno);
     std::string text;
-    try {
-        text.assign(std::istreambuf_iterator<char>(stream), {});
-    } catch (const std::ios_base::failure&) {
-        error = EISDIR;  // so a folder reads
+    char buffer[4096];
+    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, opened.get())) > 0;) {
+        text.append(buffer, count);
     }
-    if (error != 0) throw std::runtime_error(file + ":0: " + std::generic_category().message(error));
+    if (std::ferror(opened.get()) != 0) fail(errno);
     return ParseSettings(text, file);
 }
 

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <fstream>
+#include <cstdio>
 #include <functional>
-#include <iterator>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string_view>
 #include <system_error>
@@ -192,6 +192,7 @@ void Reader::CheckComplete() {
 
 Config Reader::Read(const std::string& text) {
     std::istringstream lines(text);
+    lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string line; std::getline(lines, line);) {
         ++_line;
         ReadLine(line);
@@ -205,17 +206,16 @@ Config Reader::Read(const std::string& text) {
 Config ParseConfig(const std::string& text, const std::string& file) { return Reader(file).Read(text); }
 
 std::string ReadTextFile(const std::string& path) {
-    errno = 0;
-    std::ifstream stream(path, std::ios::binary);
-    int error = errno;
+    const auto fail = [&](int error) { throw ConfigError(path + ":0: " + std::generic_category().message(error)); };
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
+    if (file == nullptr) fail(errno);
     std::string text;
-    try {
-        text.assign(std::istreambuf_iterator<char>(stream), {});
-    } catch (const std::ios_base::failure&) {
-        error = EISDIR;  // so a folder reads
+    char buffer[4096];
+    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
+        text.append(buffer, count);
+        if (text.size() > kLargestFile) throw ConfigError(path + ":0: the file is too large");
     }
-    if (error != 0) throw ConfigError(path + ":0: " + std::generic_category().message(error));
-    if (text.size() > kLargestFile) throw ConfigError(path + ":0: the file is too large");
+    if (std::ferror(file.get()) != 0) fail(errno);
     return text;
 }
 

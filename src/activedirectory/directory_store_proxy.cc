@@ -1,5 +1,5 @@
-#include <fstream>
-#include <sstream>
+#include <cstdio>
+#include <memory>
 
 #include "activedirectory/host_name.h"
 #include "activedirectory/thumbprint.h"
@@ -32,6 +32,18 @@ std::int64_t ReadVerifyOption() {
         user->GetOption("ActiveDirectoryVerifyAPXCertificate"));
     if (option == nullptr) throw HostMgmtException("Unable to get the user option");
     return option->GetValue();
+}
+
+// What can be read of it: a text that was cut holds no whole certificate.
+std::string ReadCertificateFile(const std::string& path) {
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
+    if (file == nullptr) throw FileNotFoundException();
+    std::string text;
+    char buffer[4096];
+    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
+        text.append(buffer, count);
+    }
+    return text;
 }
 
 bool MustVerifyCertificate() {
@@ -127,11 +139,7 @@ void ActiveDirectoryStore::ImportCertificateForAPX(const std::string& certificat
 
 // The second argument is accepted for callers that have one, and not used.
 void ActiveDirectoryStore::ImportCertificateForAPX(const std::string& certificateFile, const std::string& /*ignored*/) {
-    const std::ifstream file(certificateFile);
-    if (!file) throw FileNotFoundException();
-    std::ostringstream text;
-    text << file.rdbuf();
-    ImportCertificateForAPX(text.str());
+    ImportCertificateForAPX(ReadCertificateFile(certificateFile));
 }
 
 }  // namespace nimbrel::authentication

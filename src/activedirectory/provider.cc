@@ -22,6 +22,7 @@ std::list<std::string> SplitWords(const char* text) {
     std::list<std::string> words;
     if (text == nullptr) return words;
     std::istringstream stream(text);
+    stream.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string word; stream >> word;) words.push_back(word);
     return words;
 }

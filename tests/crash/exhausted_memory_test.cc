@@ -10,6 +10,8 @@
 #include "adlogins/log_ins.h"
 #include "crash/allocations.h"
 #include "plugins/ad/logins/src/record.h"
+#include "plugins/embedded/logins/accounts.h"
+#include "services/apxd/config.h"
 #include "tools/loginfiles/edits.h"
 #include "tools/loginfiles/record_text.h"
 
@@ -45,6 +47,26 @@ std::string EditTemplate() {
         {.pamModule = "pam_sss.so", .nssService = "sss"});
 }
 
+std::string ReadServiceConfig() {
+    const apxd::Config config = apxd::ParseConfig(
+        "certificate = /c\nkey = /k\ndomain = corp.test\nallow = 192.0.2.0/24\npre-staged = node07\n"
+        "# a line that is longer than all those before it: what is allowed in the end must not be less\n"
+        "allow = 198.51.100.0/24\npre-staged = node08\n",
+        "apxd.conf");
+    std::string text = config.certificateFile + '\n' + config.keyFile + '\n' + config.domain + '\n';
+    text += std::to_string(config.allowed.size()) + '\n';
+    for (const std::string& name : config.preStaged) text += name + '\n';
+    return text;
+}
+
+std::string ReadPublishedAccounts() {
+    std::string text;
+    for (const char* const name : {"alice", "bob", "carol"}) {
+        text += std::string(name) + "-of-a-name-longer-than-a-small-string:1900000007\n";
+    }
+    return embedded::PublishedText(embedded::ParsePublished(text));
+}
+
 class ExhaustedMemory : public ::testing::TestWithParam<Reading> {};
 
 TEST_P(ExhaustedMemory, LosesNoLine) {
@@ -72,6 +94,8 @@ std::string NameOfRow(const ::testing::TestParamInfo<Reading>& info) { return in
 INSTANTIATE_TEST_SUITE_P(Texts, ExhaustedMemory,
                          ::testing::Values(Reading{"LogInsRecord", ReadLogInsRecord},
                                            Reading{"JournalRecord", ReadJournalRecord},
+                                           Reading{"PublishedAccounts", ReadPublishedAccounts},
+                                           Reading{"ServiceConfig", ReadServiceConfig},
                                            Reading{"Template", EditTemplate}),
                          NameOfRow);
 

@@ -29,6 +29,7 @@ std::string MustRun(const std::vector<std::string>& words) {
 
 std::vector<std::string> Split(const std::string& text) {
     std::istringstream stream(text);
+    stream.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     std::vector<std::string> words;
     for (std::string word; stream >> word;) words.push_back(word);
     return words;

@@ -172,6 +172,7 @@ Trial::Failures Trial::Ask(const std::string& question, const std::vector<std::s
     }
     Failures failures;
     std::istringstream lines(result.output);
+    lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string line; std::getline(lines, line);) {
         const std::size_t tab = line.find('\t');
         if (tab != std::string::npos) failures[line.substr(0, tab)] = line.substr(tab + 1);

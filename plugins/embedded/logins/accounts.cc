@@ -7,8 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
+#include <memory>
 #include <sstream>
 
 #include "embeddeddirectory/directory.h"
@@ -35,9 +34,15 @@ std::string LowerCase(std::string name) {
     return name;
 }
 
+// Empty if it cannot be read. The programs that load the modules start others: those get no descriptor of ours.
 std::string ReadFile(const char* path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path, "rbe"), std::fclose);
+    std::string text;
+    char buffer[4096];
+    for (std::size_t count = 0; file && (count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
+        text.append(buffer, count);
+    }
+    return text;
 }
 
 std::vector<Account> FromDirectory() {
@@ -106,6 +111,7 @@ std::string PublishedText(const std::vector<Account>& accounts) {
 std::vector<Account> ParsePublished(const std::string& text) {
     std::vector<Account> accounts;
     std::istringstream lines(text);
+    lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string line; std::getline(lines, line);) {
         const std::size_t colon = line.find(':');
         const long uid = colon == std::string::npos ? 0 : std::atol(line.c_str() + colon + 1);

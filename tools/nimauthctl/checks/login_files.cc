@@ -4,8 +4,9 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
+#include <cstdio>
 #include <iterator>
+#include <memory>
 #include <sstream>
 
 namespace nimbrel::nimauthctl {
@@ -31,10 +32,14 @@ std::string WithoutBrackets(const std::string& line) {
 }  // namespace
 
 std::optional<std::string> ReadText(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) return std::nullopt;
-    std::string text(std::istreambuf_iterator<char>(stream), {});
-    if (stream.bad()) return std::nullopt;
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
+    if (file == nullptr) return std::nullopt;
+    std::string text;
+    char buffer[4096];
+    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
+        text.append(buffer, count);
+    }
+    if (std::ferror(file.get()) != 0) return std::nullopt;
     return text;
 }
 

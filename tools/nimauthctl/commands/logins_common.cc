@@ -62,6 +62,7 @@ std::vector<std::string> NamedServices(const Invocation& invocation) {
     std::vector<std::string> services;
     for (const std::string& list : invocation.Texts("services")) {
         std::istringstream names(list);
+        names.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
         for (std::string name; std::getline(names, name, ',');) {
             if (name.empty() || name.find('/') != std::string::npos) {
                 throw UsageError("--services takes names of PAM services, separated by commas");

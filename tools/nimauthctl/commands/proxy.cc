@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
-#include <iterator>
+#include <cstdio>
+#include <memory>
 #include <string>
 #include <system_error>
 
@@ -62,13 +62,15 @@ void ShowCertificate(const ProxyCertificate& certificate, Report& report) {
 }
 
 std::string ReadCertificateFile(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (const int error = errno; !stream) FailRead(path, error);
-    try {
-        return {std::istreambuf_iterator<char>(stream), {}};
-    } catch (const std::ios_base::failure&) {
-        FailRead(path, EISDIR);  // translated
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
+    if (file == nullptr) FailRead(path, errno);
+    std::string text;
+    char buffer[4096];
+    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
+        text.append(buffer, count);
     }
+    if (std::ferror(file.get()) != 0) FailRead(path, errno);
+    return text;
 }
 
 class Terminal {
