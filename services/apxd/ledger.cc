@@ -6,7 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
+#include <cstdio>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
@@ -16,14 +17,28 @@ namespace {
 
 constexpr char kHeader[] = "nimbrel-apxd ledger 1";
 constexpr std::size_t kMostOutdatedLines = 10000;
+constexpr mode_t kMode = 0600;
 constexpr int kCreate = O_CREAT | O_CLOEXEC | O_NOFOLLOW;
 
 [[noreturn]] void FailWith(int error, const std::string& path) {
     throw std::system_error(error, std::generic_category(), path);
 }
 
+// A negative number, and errno, if it cannot be opened.
+int Open(const std::string& path, int flags) {
+    const int file = open(path.c_str(), flags, kMode);
+    // The umask may have taken rights. What has further names is somebody else's file.
+    struct stat status = {};
+    const bool isOurs = file >= 0 && (flags & O_CREAT) != 0 && fstat(file, &status) == 0 && status.st_nlink == 1;
+    if (!isOurs || fchmod(file, kMode) == 0) return file;
+    const int error = errno;
+    close(file);
+    errno = error;
+    return -1;
+}
+
 int OpenOrFail(const std::string& path, int flags) {
-    const int file = open(path.c_str(), flags, 0600);
+    const int file = Open(path, flags);
     const int error = errno;
     if (file < 0) FailWith(error, path);
     return file;
@@ -70,15 +85,24 @@ Ledger::~Ledger() {
 void Ledger::ReadAll() {
     struct stat status = {};
     if (lstat(_path.c_str(), &status) != 0 && errno == ENOENT) return;
-    std::ifstream stream(_path, std::ios::binary);
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(_path.c_str(), "rbe"), std::fclose);
+    std::string text;
+    char buffer[4096];
+    for (std::size_t count = 0; file && (count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
+        text.append(buffer, count);
+    }
+    const int error = errno;
+    if (file == nullptr || std::ferror(file.get()) != 0) FailWith(error, _path);
+    std::istringstream stream(text);
+    stream.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     std::string line;
     if (!std::getline(stream, line) || line != kHeader) throw std::runtime_error(_path + ": not a ledger");
     while (std::getline(stream, line) && !stream.eof()) ReadLine(line);
-    if (stream.bad()) FailWith(EIO, _path);
 }
 
 void Ledger::ReadLine(const std::string& line) {
     std::istringstream words(line);
+    words.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     std::string kind;
     Key key;
     Entry entry;
@@ -103,7 +127,8 @@ void Ledger::Rewrite(const std::map<Key, Entry>& entries) {
     for (const auto& [key, entry] : entries) text += Line(key, entry);
     const std::size_t slash = _path.rfind('/');
     const int folder = OpenOrFail(slash == std::string::npos ? "." : _path.substr(0, slash + 1), O_RDONLY | O_CLOEXEC);
-    const int file = open(temporary.c_str(), O_WRONLY | O_TRUNC | O_APPEND | kCreate, 0600);
+    unlink(temporary.c_str());  // what a killed process left: nothing that has the name already is written to
+    const int file = Open(temporary, O_WRONLY | O_EXCL | O_APPEND | kCreate);
     int error = file < 0 ? errno : WriteAll(file, text);
     if (error == 0 && rename(temporary.c_str(), _path.c_str()) != 0) error = errno;
     if (error != 0) {

@@ -34,7 +34,7 @@ usr/bin/nimauthctl                           sleep                              
 # or cannot know the size of the object. What formats or copies texts is always checked where the headers are asked to,
 # so that it is allowed by name only: the library lets a host stand in for `syslog`, and the standard library takes the
 # address of `vsnprintf` to write numbers.
-plain='gethostname|getcwd|memcpy|memmove|memset|poll|ppoll|pread|read|readlink|realpath|recv|recvfrom'
+plain='fread|gethostname|getcwd|memcpy|memmove|memset|poll|ppoll|pread|read|readlink|realpath|recv|recvfrom'
 plain_in_libnimauth='syslog'
 plain_in_nimauthctl='vsnprintf'
 

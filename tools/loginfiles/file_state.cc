@@ -212,7 +212,8 @@ std::string ReadWhole(const std::string& path) {
 }
 
 void WriteDurably(const std::string& path, const std::string& content) {
-    Descriptor file(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0600);
+    unlink(path.c_str());  // nothing that has the name already is written to
+    Descriptor file(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
     int error = errno;
     if (file.Number() < 0) ThrowSystemError("create", path, error);
     WriteAll(file.Number(), path, content);

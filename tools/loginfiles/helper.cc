@@ -7,6 +7,7 @@
 //   load FILE...             tries to load shared objects
 //   authselect FOLDER WORD...  lets authselect work on a copy
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -50,6 +51,7 @@ int Guarded(const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    umask(022);  // for the programs that it runs, too
     const int status = Guarded({argv + (argc > 0 ? 1 : 0), argv + argc});
     // Handlers that a module has left for the exit do not run.
     std::fflush(nullptr);

@@ -27,9 +27,12 @@ constexpr std::size_t kKept = 50;
 
 void MakeFolder(const std::string& path, mode_t mode) {
     const bool made = mkdir(path.c_str(), mode) == 0;
-    const int error = errno;
-    if (!made && error != EEXIST) ThrowSystemError("make the folder", path, error);
-    if (made) SyncFolder(FolderOf(path));
+    int error = errno;
+    if (!made && error == EEXIST) return;
+    const bool moded = made && chmod(path.c_str(), mode) == 0;  // the umask may have taken rights
+    if (made) error = errno;
+    if (!moded) ThrowSystemError("make the folder", path, error);
+    SyncFolder(FolderOf(path));
 }
 
 // The copy of `path` below `tree`, with every folder on the way.
@@ -98,6 +101,9 @@ void Journal::Lock() {
     _lock = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     int error = errno;
     if (_lock < 0) ThrowSystemError("open", path, error);
+    const bool moded = fchmod(_lock, 0600) == 0;  // the umask may have taken rights
+    error = errno;
+    if (!moded) ThrowSystemError("open", path, error);
     int locked = 0;
     do {
         locked = flock(_lock, LOCK_EX);

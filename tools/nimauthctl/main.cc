@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <exception>
@@ -11,6 +12,7 @@
 int main(int argc, char** argv) {
     using namespace nimbrel::nimauthctl;
     GuardStandardStreams();
+    umask(022);  // for the programs that it runs, too: what they make for the log-ins is for root alone to write
     int status = 1;
     try {
         status = RunTool(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));

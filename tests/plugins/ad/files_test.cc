@@ -64,6 +64,36 @@ TEST_F(Files, SecondHolderOfTheLockWaitsUntilItsDeadline) {
     EXPECT_GE(Deadline::Clock::now() - start, milliseconds(100));
 }
 
+TEST_F(Files, LockThatOthersMayUseIsRefused) {
+    const auto takeStatus = [&] {
+        return StatusOf([&] { FileLock(Path("lock"), Deadline::After(milliseconds(100))); });
+    };
+    for (const mode_t mode : {0604, 0640, 0602}) {
+        WriteFile(Path("lock"), "");
+        ASSERT_EQ(chmod(Path("lock").c_str(), mode), 0);
+        EXPECT_EQ(takeStatus(), kStatusAccessDenied) << std::oct << mode;
+    }
+    ASSERT_EQ(chmod(Path("lock").c_str(), 0600), 0);
+    EXPECT_EQ(takeStatus(), 0U);
+    std::filesystem::create_hard_link(Path("lock"), Path("second"));
+    EXPECT_EQ(takeStatus(), kStatusAccessDenied);
+}
+
+TEST_F(Files, FoldersAndFilesHaveTheirModesUnderAnyUmask) {
+    for (const mode_t mask : {0000, 0022, 0077, 0777}) {
+        const mode_t before = umask(mask);
+        const std::string folder = Path(std::to_string(mask));
+        { const FileLock lock(folder + "/a/lock", Deadline::After(milliseconds(100))); }
+        FileReplacement replacement(folder + "/a/file");
+        replacement.Commit();
+        umask(before);
+        for (const auto& [path, mode] : {std::pair(folder, 0755U), std::pair(folder + "/a", 0755U),
+                                         std::pair(folder + "/a/lock", 0600U), std::pair(folder + "/a/file", 0600U)}) {
+            EXPECT_EQ(ModeOf(path), mode) << path << " under " << std::oct << mask;
+        }
+    }
+}
+
 TEST_F(Files, LockIsPassedOn) {
     { const FileLock first(Path("lock"), Deadline::After(milliseconds(100))); }
     EXPECT_EQ(StatusOf([&] { FileLock(Path("lock"), Deadline::After(milliseconds(100))); }), 0U);

@@ -20,6 +20,8 @@
 namespace nimbrel::ad {
 namespace {
 
+constexpr mode_t kFolderMode = 0755;
+
 [[noreturn]] void FailFile(const std::string& action, const std::string& path, int error) {
     const bool refused = error == EACCES || error == EPERM || error == ELOOP || error == EROFS;
     const bool full = error == ENOSPC || error == EDQUOT;
@@ -79,6 +81,19 @@ void SyncFolder(const std::string& path) {
     }
 }
 
+// Whoever can open a file can lock it. A second name would be somebody else's file.
+void KeepForOwner(const Descriptor& lock, const std::string& path) {
+    const struct stat info = Examine(lock, path);
+    const bool own = info.st_uid == geteuid() || info.st_uid == 0;
+    if (!own || info.st_nlink != 1 || (info.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        throw AdError(kStatusAccessDenied, "'" + path + "' is refused as a lock: others may use it");
+    }
+    if (fchmod(lock.Get(), S_IRUSR | S_IWUSR) != 0) {  // the umask may have taken rights
+        const int error = errno;
+        FailFile("open", path, error);
+    }
+}
+
 }  // namespace
 
 Descriptor::Descriptor(Descriptor&& other) noexcept : _fd(other.Release()) {}
@@ -118,10 +133,21 @@ std::optional<Secret> ReadTrustedFile(const std::string& path) {
 }
 
 void CreateFolders(const std::string& path) {
-    std::error_code error;
-    std::filesystem::create_directories(path, error);
-    if (error) {
-        FailFile("create", path, error.value());
+    struct stat info = {};
+    if (path.empty() || stat(path.c_str(), &info) == 0) {
+        return;
+    }
+    CreateFolders(std::filesystem::path(path).parent_path());
+    if (mkdir(path.c_str(), kFolderMode) != 0) {
+        const int error = errno;
+        if (error == EEXIST) {
+            return;
+        }
+        FailFile("create", path, error);
+    }
+    if (chmod(path.c_str(), kFolderMode) != 0) {  // the umask may have taken rights
+        const int error = errno;
+        FailFile("create", path, error);
     }
 }
 
@@ -190,6 +216,7 @@ FileLock::FileLock(const std::string& path, const Deadline& deadline) {
         const int error = errno;
         FailFile("open", path, error);
     }
+    KeepForOwner(_file, path);
     while (flock(_file.Get(), LOCK_EX | LOCK_NB) != 0) {
         const int error = errno;
         if (error != EWOULDBLOCK && error != EINTR) {
