@@ -101,6 +101,11 @@ TEST_F(CheckTest, FilesThatOthersMayWriteAreNamed) {
     EXPECT_THAT(Failed(5), HasSubstr("check: settings files result=fail found=\"/etc/nimbrel/nimauth/provider.conf "
                                      "may be written by its group\""));
     fs::permissions(kSettings, fs::perms(0644));
+    fs::permissions("/var/lib/nimbrel/directory.db", fs::perms(0640));
+    EXPECT_THAT(Failed(5),
+                HasSubstr("check: state files result=fail found=\"/var/lib/nimbrel/directory.db may be read by "
+                          "its group\""));
+    fs::permissions("/var/lib/nimbrel/directory.db", fs::perms(0600));
     EXPECT_THAT(Done({"check", "corp.test"}), HasLine("check: settings files result=pass found=\"only root may write "
                                                       "/etc/nimbrel/nimauth\""));
 }

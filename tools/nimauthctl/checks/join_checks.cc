@@ -85,6 +85,7 @@ Finding ManagementInterface(CheckSubject&) {
 constexpr Check kJoinChecks[] = {
     {"user", Needs::Nothing, CheckUserIsRoot},
     {"settings files", Needs::Nothing, [](CheckSubject&) { return CheckSettingsFiles(kHost); }},
+    {"state files", Needs::Nothing, [](CheckSubject&) { return CheckStateFiles(kHost); }},
     {"store", Needs::Nothing, StoreRecord},
     {"provider settings", Needs::Nothing, CheckProviderSettings},
     {"proxy settings", Needs::Nothing, ProxySettings},

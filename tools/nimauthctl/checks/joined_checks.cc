@@ -79,6 +79,7 @@ Finding CheckTrust(CheckSubject& subject) {
 constexpr Check kJoinedChecks[] = {
     {"user", Needs::Nothing, CheckUserIsRoot},
     {"settings files", Needs::Nothing, [](CheckSubject&) { return CheckSettingsFiles(kHost); }},
+    {"state files", Needs::Nothing, [](CheckSubject&) { return CheckStateFiles(kHost); }},
     {"store", Needs::Nothing, CheckStore},
     {"provider settings", Needs::Nothing, CheckProviderSettings},
     {"provider files", Needs::Nothing, [](CheckSubject&) { return CheckProviderFiles(kHost); }},

@@ -1,8 +1,9 @@
 #include "tools/nimauthctl/checks/rights.h"
 
-#include <sys/stat.h>
-
+#include <algorithm>
+#include <filesystem>
 #include <optional>
+#include <system_error>
 #include <vector>
 
 #include "tools/nimauthctl/checks/login_files.h"
@@ -17,12 +18,36 @@ std::optional<struct stat> StatusOf(const std::string& path) {
     return status;
 }
 
-// The folders that are there, each before what is in it.
+// "/", "/usr" and "/usr/libexec" of "/usr/libexec/nimauth".
+std::vector<std::string> FoldersAbove(const std::string& path) {
+    std::vector<std::string> folders = {"/"};
+    for (auto slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
+        folders.push_back(path.substr(0, slash));
+    }
+    return folders;
+}
+
+// Whoever may write a folder may put another one into the next one's place, on the way as it is written and on the way
+// that it leads through links.
+std::vector<std::string> FoldersOnTheWay(const std::string& root, const std::string& folder) {
+    std::vector<std::string> folders = FoldersAbove(folder);
+    std::error_code error;
+    const std::string base = root.empty() ? "" : std::filesystem::canonical(root, error).string();
+    const std::string real = std::filesystem::canonical(root + folder, error).string();
+    const bool isInside = !error && real.compare(0, base.size(), base) == 0;
+    if (!isInside || real.substr(base.size()) == folder) return folders;
+    for (const std::string& above : FoldersAbove(real.substr(base.size()))) {
+        if (std::find(folders.begin(), folders.end(), above) == folders.end()) folders.push_back(above);
+    }
+    return folders;
+}
+
+// The folders that are there, with those on the way to them, each before what is in it.
 std::vector<std::string> FoldersAndFiles(const std::string& root, const std::vector<std::string>& folders) {
-    std::vector<std::string> paths;
+    std::vector<std::string> paths = FoldersOnTheWay(root, folders.back());
     for (const std::string& folder : folders) {
         if (!StatusOf(root + folder)) continue;
-        paths.push_back(folder);
+        if (std::find(paths.begin(), paths.end(), folder) == paths.end()) paths.push_back(folder);
         for (const std::string& path : AllMatches(root, folder + "/*")) {
             const auto status = StatusOf(root + path);
             if (status && S_ISREG(status->st_mode)) paths.push_back(path);
@@ -31,20 +56,60 @@ std::vector<std::string> FoldersAndFiles(const std::string& root, const std::vec
     return paths;
 }
 
-Finding CheckRights(const std::string& root, const std::vector<std::string>& folders) {
-    const std::vector<std::string> paths = FoldersAndFiles(root, folders);
-    std::string wrong;
-    std::string names;
-    for (const std::string& path : paths) {
-        const auto status = StatusOf(root + path);
-        const std::string how = status ? WhoElseMayWrite(status->st_uid, status->st_mode) : "";
-        if (how.empty()) continue;
-        wrong += (wrong.empty() ? "" : "; ") + path + ' ' + how;
-        names += ' ' + path;
+// What is wrong, path by path, and the paths.
+struct Wrong {
+    std::string found;
+    std::string paths;
+
+    void Add(const std::string& path, const std::string& how) {
+        if (how.empty()) return;
+        found += (found.empty() ? "" : "; ") + path + ' ' + how;
+        paths += ' ' + path;
     }
-    if (wrong.empty()) return Pass("only root may write " + folders.back());
-    return Fail(wrong, "see what they hold now, then: chown root:root" + names + " && chmod go-w" + names,
+};
+
+Finding CheckRights(const std::string& root, const std::vector<std::string>& folders) {
+    Wrong wrong;
+    for (const std::string& path : FoldersAndFiles(root, folders)) {
+        const auto status = StatusOf(root + path);
+        if (status) wrong.Add(path, WhoElseMayWrite(status->st_uid, status->st_mode));
+    }
+    if (wrong.found.empty()) return Pass("only root may write " + folders.back());
+    return Fail(wrong.found,
+                "see what they hold now, then: chown root:root" + wrong.paths + " && chmod go-w" + wrong.paths,
                 ExitCode::Permission);
+}
+
+Finding StateFinding(const Wrong& writable, const Wrong& open) {
+    if (writable.found.empty() && open.found.empty()) return Pass("only root may write /var/lib/nimbrel");
+    std::string remedy = "see what they hold now, then: chown root:root" + writable.paths + open.paths;
+    if (!writable.paths.empty()) remedy += " && chmod go-w" + writable.paths;
+    if (!open.paths.empty()) remedy += " && chmod go-rwx" + open.paths;
+    const bool both = !writable.found.empty() && !open.found.empty();
+    return Fail(writable.found + (both ? "; " : "") + open.found, remedy, ExitCode::Permission);
+}
+
+constexpr char kState[] = "/var/lib/nimbrel";
+constexpr char kJournal[] = "/var/lib/nimbrel/logins";
+constexpr char kPublishedAccounts[] = "/var/lib/nimbrel/embedded-accounts";
+
+// What lies below the state's folder, and can be seen. The journal is a folder of root's own: what is in it is nobody's
+// business.
+std::vector<std::string> StatePaths(const std::string& root) {
+    std::vector<std::string> paths;
+    std::error_code error;
+    constexpr auto kOptions = std::filesystem::directory_options::skip_permission_denied;
+    for (std::filesystem::recursive_directory_iterator item(root + kState, kOptions, error), end; !error && item != end;
+         item.increment(error)) {
+        paths.push_back(item->path().string().substr(root.size()));
+        if (paths.back() == kJournal) item.disable_recursion_pending();
+    }
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+bool IsForAllToRead(const std::string& path, const struct stat& status) {
+    return path == kPublishedAccounts ? S_ISREG(status.st_mode) : S_ISDIR(status.st_mode) && path != kJournal;
 }
 
 }  // namespace
@@ -55,10 +120,41 @@ std::string WhoElseMayWrite(uid_t owner, mode_t mode) {
     return (mode & S_IWGRP) != 0 ? "may be written by its group" : "";
 }
 
+std::string WhoElseMayOpen(const struct stat& status) {
+    if (S_ISLNK(status.st_mode)) return "is a symbolic link";
+    const std::string writes = WhoElseMayWrite(status.st_uid, status.st_mode);
+    if (!writes.empty()) return writes;
+    if ((status.st_mode & S_IRWXO) != 0) return "may be read by everybody";
+    return (status.st_mode & S_IRWXG) != 0 ? "may be read by its group" : "";
+}
+
 Finding CheckSettingsFiles(const std::string& root) {
     constexpr char kFolder[] = "/etc/nimbrel/nimauth";
     if (!StatusOf(root + kFolder)) return Fail(std::string(kFolder) + " is missing", "install the library again");
     return CheckRights(root, {"/etc/nimbrel", kFolder});
+}
+
+Finding CheckStateFiles(const std::string& root) {
+    if (!StatusOf(root + kState)) return Pass(std::string(kState) + " is not there yet");
+    Wrong writable;
+    std::vector<std::string> folders = FoldersOnTheWay(root, kState);
+    folders.emplace_back(kState);
+    for (const std::string& path : folders) {
+        if (const auto status = StatusOf(root + path)) {
+            writable.Add(path, WhoElseMayWrite(status->st_uid, status->st_mode));
+        }
+    }
+    Wrong open;
+    for (const std::string& path : StatePaths(root)) {
+        struct stat status = {};
+        if (lstat((root + path).c_str(), &status) != 0) continue;
+        if (IsForAllToRead(path, status)) {
+            writable.Add(path, WhoElseMayWrite(status.st_uid, status.st_mode));
+        } else {
+            open.Add(path, WhoElseMayOpen(status));
+        }
+    }
+    return StateFinding(writable, open);
 }
 
 Finding CheckProviderFiles(const std::string& root) {

@@ -4,6 +4,7 @@
 #ifndef NIMAUTHCTL_CHECKS_RIGHTS_H_
 #define NIMAUTHCTL_CHECKS_RIGHTS_H_
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <string>
@@ -16,8 +17,16 @@ namespace nimbrel::nimauthctl {
 // Empty if nobody could.
 std::string WhoElseMayWrite(uid_t owner, mode_t mode);
 
+// The same of a file that holds secrets, and is no link: "may be read by everybody" too.
+std::string WhoElseMayOpen(const struct stat& status);
+
+// Each looks at the folders on the way from the root, too: who may write one of them may put other files in place.
+//
 // /etc/nimbrel, /etc/nimbrel/nimauth and the files in them: they say which provider is loaded.
 Finding CheckSettingsFiles(const std::string& root);
+// /var/lib/nimbrel and what is in it: the configuration store, the embedded directory, memberships, the journal of the
+// log-in files. All but the published accounts are for root alone. What is not there yet is in order.
+Finding CheckStateFiles(const std::string& root);
 // /usr/libexec/nimauth and what is in it: the providers, and what else runs with root's rights.
 Finding CheckProviderFiles(const std::string& root);
 

@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "unit/temporary_folder.h"
 
@@ -66,6 +69,97 @@ TEST_F(RightsOfFilesTest, FolderThatOthersMayWriteIsNamedToo) {
     Put("/etc/nimbrel/nimauth/provider.conf", 0644);
     std::filesystem::permissions(Root() + "/etc/nimbrel", std::filesystem::perms(0777));
     EXPECT_THAT(CheckSettingsFiles(Root()).found, HasSubstr("/etc/nimbrel "));
+}
+
+TEST_F(RightsOfFilesTest, EveryFolderOnTheWayIsNamedToo) {
+    struct Way {
+        const char* file;
+        Finding (*check)(const std::string& root);
+        std::vector<const char*> folders;
+    };
+    const Way kWays[] = {
+        {"/etc/nimbrel/nimauth/provider.conf",
+         CheckSettingsFiles,
+         {"/", "/etc", "/etc/nimbrel", "/etc/nimbrel/nimauth"}},
+        {"/usr/libexec/nimauth/libgood.so", CheckProviderFiles, {"/", "/usr", "/usr/libexec", "/usr/libexec/nimauth"}},
+        {"/var/lib/nimbrel/configstore.db", CheckStateFiles, {"/", "/var", "/var/lib", "/var/lib/nimbrel"}},
+    };
+    for (const Way& way : kWays) {
+        Put(way.file, 0600);
+        for (const char* const folder : way.folders) {
+            std::filesystem::permissions(Root() + folder, std::filesystem::perms(0775));
+            const Finding finding = way.check(Root());
+            EXPECT_EQ(Verdict::Fail, finding.verdict) << folder;
+            EXPECT_THAT(finding.remedy + " ", HasSubstr(std::string(" ") + folder + ' ')) << way.file;
+            std::filesystem::permissions(Root() + folder, std::filesystem::perms(0755));
+            if (geteuid() == 0) {
+                EXPECT_EQ(Verdict::Pass, way.check(Root()).verdict) << folder;
+            }
+        }
+    }
+}
+
+TEST_F(RightsOfFilesTest, FoldersBehindALinkAreOnTheWay) {
+    Put("/srv/providers/nimauth/libgood.so", 0644);
+    std::filesystem::create_directories(Root() + "/usr/libexec");
+    std::filesystem::create_symlink("../../srv/providers/nimauth", Root() + "/usr/libexec/nimauth");
+    std::filesystem::permissions(Root() + "/srv/providers", std::filesystem::perms(0777));
+    EXPECT_THAT(CheckProviderFiles(Root()).remedy + " ", HasSubstr(" /srv/providers "));
+}
+
+struct StateCase {
+    const char* name;
+    mode_t mode;
+    const char* how;  // empty if it is in order
+};
+
+TEST_F(RightsOfFilesTest, OfTheStateAllButThePublishedAccountsIsForRootAlone) {
+    constexpr StateCase kCases[] = {
+        {"configstore.db", 0600, ""},
+        {"configstore.db", 0640, "may be read by its group"},
+        {"configstore.db", 0604, "may be read by everybody"},
+        {"directory.db", 0660, "may be written by its group"},
+        {"membership.db-wal", 0644, "may be read by everybody"},
+        {".ad-log-ins.lock", 0666, "may be written by everybody"},
+        {"ad-log-ins.conf", 0644, "may be read by everybody"},
+        {"ad/membership", 0600, ""},
+        {"ad/membership", 0604, "may be read by everybody"},
+        {"embedded-accounts", 0644, ""},
+        {"embedded-accounts", 0666, "may be written by everybody"},
+    };
+    for (const StateCase& row : kCases) {
+        const std::string path = std::string("/var/lib/nimbrel/") + row.name;
+        const std::string how = geteuid() == 0 ? row.how : "belongs to user " + std::to_string(geteuid());
+        Put(path, row.mode);
+        const Finding finding = CheckStateFiles(Root());
+        EXPECT_EQ(how.empty() ? Verdict::Pass : Verdict::Fail, finding.verdict) << path << std::oct << row.mode;
+        EXPECT_THAT(finding.found, HasSubstr(how.empty() ? "only root may write" : path + ' ' + how));
+        EXPECT_THAT(finding.remedy, HasSubstr(how.empty() ? "" : path));
+        std::filesystem::remove(Root() + path);
+    }
+}
+
+TEST_F(RightsOfFilesTest, JournalOfTheLogInFilesIsForRootAloneAsAWhole) {
+    Put("/var/lib/nimbrel/logins/1/before/etc/pam.d/common-auth", 0644);
+    const std::string folder = Root() + "/var/lib/nimbrel/logins";
+    std::filesystem::permissions(folder, std::filesystem::perms(0711));
+    EXPECT_THAT(CheckStateFiles(Root()).remedy, HasSubstr("/var/lib/nimbrel/logins"));
+    std::filesystem::permissions(folder, std::filesystem::perms(0700));
+    EXPECT_THAT(CheckStateFiles(Root()).found, Not(HasSubstr("common-auth")));
+}
+
+TEST_F(RightsOfFilesTest, LinkInTheStateIsNamed) {
+    Put("/elsewhere", 0600);
+    std::filesystem::create_directories(Root() + "/var/lib/nimbrel");
+    std::filesystem::create_symlink(Root() + "/elsewhere", Root() + "/var/lib/nimbrel/configstore.db");
+    const Finding finding = CheckStateFiles(Root());
+    EXPECT_THAT(finding.found, HasSubstr("/var/lib/nimbrel/configstore.db is a symbolic link"));
+    EXPECT_EQ(ExitCode::Permission, finding.exitCode);
+}
+
+TEST_F(RightsOfFilesTest, StateThatIsNotThereYetIsInOrder) {
+    Put("/etc/hosts", 0644);
+    EXPECT_EQ(Verdict::Pass, CheckStateFiles(Root()).verdict);
 }
 
 TEST_F(RightsOfFilesTest, MissingFolderIsAFailure) {
