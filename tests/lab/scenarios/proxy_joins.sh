@@ -1,12 +1,25 @@
 # Joining through the authentication proxy: the host never has a user's credentials, the proxy has a keytab of its own.
 
-proxy_start() {  # $proxy at $proxy_address, with the rights of `joiner`
+# The service's account, made and given its rights by the very commands that the how-to tells an administrator. Once for
+# all scenarios; the keytab is its outcome.
+service_account() {
+    (
+        flock 9
+        [ ! -e /mnt/lab/apxd.keytab ] || exit 0
+        sed -n '/^ *samba-tool user create apxd/,/^ *samba-tool domain exportkeytab/p' \
+            /mnt/src/docs/how-to/proxy-join.md | in_box dc1 bash -euo pipefail -c 'cd /root; . /dev/stdin' >/dev/null
+        in_box dc1 cat /root/apxd.keytab >/mnt/lab/apxd.keytab.new
+        mv /mnt/lab/apxd.keytab.new /mnt/lab/apxd.keytab
+    ) 9>/mnt/lab/apxd.lock
+}
+
+proxy_start() {  # $proxy at $proxy_address
+    service_account
     proxy=proxy$(next_number)
     members+=("$proxy")
     member_start "$proxy"
     proxy_address=$(in_box "$proxy" ip -4 -o address show scope global | sed -n 's/.* inet \([0-9.]*\).*/\1/p' | head -n 1)
-    printf 'addent -password -p joiner@CORP.TEST -k 1 -e aes256-cts-hmac-sha1-96\n%s\nwkt /root/apxd.keytab\n' "$secret" |
-        in_box "$proxy" ktutil >/dev/null
+    in_box "$proxy" bash -c 'cat >/root/apxd.keytab' </mnt/lab/apxd.keytab
     in_box "$proxy" openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1 \
         -subj "/CN=$proxy.corp.test" -keyout /root/key.pem -out /root/certificate.pem 2>/dev/null
     in_box "$proxy" bash -c 'cat >/etc/nimbrel/apxd.conf' <<END
@@ -16,7 +29,7 @@ allow = 10.99.0.0/16
 domain = corp.test
 back-end = ad
 keytab = /root/apxd.keytab
-principal = joiner
+principal = apxd
 unit = Hosts
 ledger = /root/ledger
 $*
@@ -89,6 +102,44 @@ scenario_proxy_hands_out_a_pre_staged_account() {
     trust_the_proxy
     tool 0 join --proxy "$proxy_address"
     is_joined OU=Hosts
+}
+
+# What the how-to delegates is enough for all that the service does, as the scenarios above show, and for nothing else.
+scenario_proxy_account_may_do_nothing_to_users() {
+    service_account
+    member
+    in_box "$node" bash -c 'cat >/root/apxd.keytab' </mnt/lab/apxd.keytab
+    succeeds kinit -k -t /root/apxd.keytab apxd@CORP.TEST
+    directory_change <<END
+dn: CN=$node-user,OU=Hosts,DC=corp,DC=test
+changetype: add
+objectClass: user
+sAMAccountName: $node-user
+END
+    refuses <<END
+dn: CN=$node-other,OU=Hosts,DC=corp,DC=test
+changetype: add
+objectClass: user
+sAMAccountName: $node-other
+END
+    refuses <<END
+dn: CN=$node-user,OU=Hosts,DC=corp,DC=test
+changetype: modify
+replace: description
+description: written
+END
+    refuses <<END
+dn: CN=$node-user,OU=Hosts,DC=corp,DC=test
+changetype: modify
+replace: unicodePwd
+unicodePwd:: $(quoted_password Another-Secret-2)
+END
+    directory_delete "(sAMAccountName=$node-user)"
+}
+
+refuses() {  # LDIF on standard input, with the ticket of the box
+    capture in_box "$node" ldapmodify -Q -Y GSSAPI -N -H ldap://dc1.corp.test
+    equals "LDAP result, insufficient access" 50 "$result"
 }
 
 scenario_proxy_answers_that_the_domain_cannot_be_reached() {
