@@ -23,12 +23,14 @@ run_scenarios() {
     directory_log_on
     mkdir -p /mnt/lab/out
     : >/mnt/lab/failures
+    : >/mnt/lab/cut
     : >/mnt/lab/done
     run_kind scenario "$lanes" "${wanted[@]}" || failed=1
     run_kind sweep 2 "${wanted[@]}" || failed=1
     run_kind alone 1 "${wanted[@]}" || failed=1
     [ "$failed" = 0 ] || keep_logs
-    printf 'lab: %d scenarios, %d failed\n' "$(wc -l </mnt/lab/done)" "$(wc -l </mnt/lab/failures)" >&2
+    printf 'lab: %d scenarios, %d failed, %d cut short\n' \
+        "$(wc -l </mnt/lab/done)" "$(wc -l </mnt/lab/failures)" "$(wc -l </mnt/lab/cut)" >&2
     [ -s /mnt/lab/done ] || { echo "lab: no such scenario" >&2; return 1; }
     return $failed
 }

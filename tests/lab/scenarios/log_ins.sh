@@ -27,13 +27,8 @@ leave_domain() {
     equals "exit status of leave" 0 "$result"
 }
 
-# SSSD checks a password as the user, whose id must exist: an ordinary user's lab has one id alone. There a scenario ends
-# with what it has seen so far, and says so.
-needs_user_ids() {
-    [ -z "$lab_is_root" ] || return 0
-    echo "note: up to the first password only, which root's lab alone can check"
-    exit 0
-}
+# SSSD checks a password as the user, whose id must exist: an ordinary user's lab has one id alone.
+needs_user_ids() { [ -n "$lab_is_root" ] || cut_short "at the first password, which root's lab alone can check"; }
 
 # log_in_says TEXT USER [PASSWORD]: what pamtester ends with
 log_in_says() {
