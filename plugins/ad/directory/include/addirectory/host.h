@@ -2,10 +2,13 @@
 // coat over this class.
 //
 // Every operation ends within its budget (`Settings`), whatever the controllers and name servers do; a join that has
-// to be taken back has `rollBackBudget` besides.
+// to be taken back has `rollBackBudget` besides. What the log-in software takes is in neither: a join, a leave, and a
+// change of the preferred controllers or the smart-card services have about 24 seconds more with SSSD, a join that
+// has to be taken back twice that.
 //
 // Threads: stateless; any calls at once. Joins and leaves of one host take turns, other processes included.
-// Errors: `AdError`; 1355 whenever no controller answers in time, 1398 when this host's clock is off.
+// Errors: `AdError`; 1355 whenever no controller answers in time, 1398 when this host's clock is off, 170 when another
+// process changes the host for too long.
 
 #ifndef NIMBREL_AD_HOST_H_
 #define NIMBREL_AD_HOST_H_
@@ -79,7 +82,7 @@ class Host {
     // Joins as `hostName` (its part before the first "."): first the account in the domain, then the keytab, the
     // log-ins, and last this host's membership. A failure of any step takes the earlier ones back. An empty `unit`
     // means the default container. Throws 2691 (already joined, looked at first), 1210, 1212, 1355, 1398, 1326, 1331,
-    // 1793, 1909, 1907 (the user's log-in), 2 or 267 (unit), 5, 1316, 8557.
+    // 1793, 1909, 1907 (the user's log-in), 2 or 267 (unit), 5, 1316, 1325, 8557.
     void Join(const std::string& domain, const std::string& hostName, const std::string& unit,
               const UserCredentials& credentials) const;
     // Takes over an account that was made for this host, and changes its secret. Throws 1810 if the SID or the NetBIOS

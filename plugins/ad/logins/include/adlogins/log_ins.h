@@ -24,8 +24,9 @@
 //
 // Threads and processes: any number; changes take turns (a lock on the record's folder). Nothing is cached.
 //
-// Time: at most a few seconds, SSSD's stop and start included. An SSSD that does not obey in that time is reported to the
-// system log and otherwise not waited for: a join does not fail because of it.
+// Time: a change may take about 24 seconds: 10 to take its turn, 2 to ask whether SSSD runs, 5 to stop it, and 2 and 5 to
+// start it. An SSSD that does not obey in that time is reported to the system log and otherwise not waited for: a join
+// does not fail because of it. Questions read files only.
 
 #ifndef NIMBREL_AD_LOG_INS_H_
 #define NIMBREL_AD_LOG_INS_H_
