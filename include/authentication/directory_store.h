@@ -104,9 +104,13 @@ class NIMAUTH_EXPORT ActiveDirectoryStore : public DirectoryStore {
 
     // Joins the domain with a user's credentials. `domain` is a DNS name, optionally followed by '/' and the
     // organizational unit for the computer account: "corp.test/Hosts/Sub". Unless `skipHostnameCheck` is set the host's
-    // name is made to fit first (`SanitiseHostnameForDomain`). The domain settings are stored after the join; if they
-    // cannot be, the host leaves again, so that membership and stored settings agree. The strings in `credentials` are
-    // used during the call only; wipe them after it.
+    // name is made to fit first (`SanitiseHostnameForDomain`). The strings in `credentials` are used during the call
+    // only; wipe them after it.
+    //
+    // The domain settings are stored after the join. If that throws `OrbConfigStore::ConfigStoreException`, and nothing
+    // else, the host leaves again, so that membership and stored settings agree. If leaving fails, too, the provider's
+    // exception is thrown in place of the store's, and the host stays joined without stored settings; `PartDomain` ends
+    // that.
     //
     // Blocks for as long as the provider takes: up to four attempts and 120 seconds of pauses. Throws
     // `InvalidCredentialsException` for a null user name or a null or empty password (nothing is changed),
@@ -120,6 +124,9 @@ class NIMAUTH_EXPORT ActiveDirectoryStore : public DirectoryStore {
     //
     // Throws `InvalidHostNameException` with the reason, or `HostMgmt::Lib::HostMgmtException` if the platform fails. A
     // host called "localhost", "linux" or "hostname" is refused only after the search list may have been extended.
+    //
+    // Whether the domain resolves is asked of `gethostbyname`, whose result belongs to the whole process: no other
+    // thread may call it meanwhile. Both joins do this, too, unless they skip the check.
     void SanitiseHostnameForDomain(const std::string& domainName) const;
 
     // Leaves the domain without credentials and removes the stored domain settings. If these cannot be removed the
@@ -133,7 +140,8 @@ class NIMAUTH_EXPORT ActiveDirectoryStore : public DirectoryStore {
     // account; the host never holds a domain user's password. The account goes to `organizationalUnit`, or where the
     // service puts it if that is empty. Whether the proxy's certificate must be the imported one is decided by the host's
     // advanced option UserVars.ActiveDirectoryVerifyAPXCertificate, 0 or 1. Stores the settings and leaves again as
-    // `JoinDomain` does; an account that the proxy has created stays, whatever fails later.
+    // `JoinDomain` does, with the same outcome if leaving fails; an account that the proxy has created stays, whatever
+    // fails later.
     //
     // Blocks for as long as proxy and provider take. Throws `InvalidIPAddressException`,
     // `InvalidVerifyAPXCertificateOptionException`, `InvalidHostNameException`, `InvalidAPXProxyProviderException`,

@@ -7,8 +7,8 @@
 //     auto provider = std::make_shared<const ActiveDirectoryProvider>("embedded");
 //     std::cout << provider->GetActiveDomain() << '\n';
 //
-// Threads: the object never changes after construction; share it and call it from any thread. It takes no lock, so the
-// plug-in sees concurrent calls. Every call blocks for as long as the plug-in takes.
+// Threads: the object never changes after construction but by `CacheMetadata`; share it as const and call it from any
+// thread. It takes no lock, so the plug-in sees concurrent calls. Every call blocks for as long as the plug-in takes.
 //
 // Errors: every operation throws `CallNotImplementedException` if the plug-in's slot is null, and for a non-zero status
 // what `ThrowMappedException` throws for it, unless it says otherwise. Outputs of a failed call are not released.
@@ -41,7 +41,8 @@ class NIMAUTH_EXPORT ActiveDirectoryProvider {
     // Closes the plug-in.
     ~ActiveDirectoryProvider();
 
-    // Reads module names and parameters from the metadata record. The constructor has done so.
+    // Reads module names and parameters from the metadata record. Called by the constructor; a further call reads the
+    // same names and appends the parameters again, and is for no time when another thread uses the object.
     void CacheMetadata();
 
     // What a client needs to wire logins: the PAM module's file name, the NSS service's name, and their parameters. The
