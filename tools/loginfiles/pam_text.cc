@@ -5,8 +5,6 @@
 #include <cctype>
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
-#include <set>
 #include <system_error>
 
 #include "tools/loginfiles/file_state.h"

@@ -43,7 +43,7 @@ TEST(NetlogonReply, TellsWhoAnswers) {
     EXPECT_EQ(reply->netbiosDomain, "CORP");
     EXPECT_EQ(reply->serverSite, "Default-First-Site-Name");
     EXPECT_EQ(reply->clientSite, "Default-First-Site-Name");
-    EXPECT_TRUE(reply->IsWritable());
+    EXPECT_EQ(reply->flags, 0x13fdU);
     EXPECT_TRUE(reply->IsClosest());
 }
 

@@ -1,10 +1,6 @@
 #include "addirectory/account_service.h"
 
-#include <ldap.h>
-
-#include <algorithm>
 #include <ctime>
-#include <optional>
 
 #include "computer_account.h"
 #include "gate.h"

@@ -18,6 +18,12 @@ UserName CheckedUserName(std::string_view name, std::string_view domain) {
     return {std::string(name), std::string(domain)};
 }
 
+// "*" -> "\2a".
+std::string HexFilter(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return {'\\', kHexDigits[byte >> 4], kHexDigits[byte & 0x0f]};
+}
+
 }  // namespace
 
 std::string DnsName(std::string_view name) {
@@ -79,31 +85,9 @@ std::string EscapeFilter(std::string_view value) {
     std::string escaped;
     for (const char c : value) {
         const bool special = c == '*' || c == '(' || c == ')' || c == '\\' || c == '\0';
-        escaped += special ? HexFilter(std::string_view(&c, 1)) : std::string(1, c);
+        escaped += special ? HexFilter(c) : std::string(1, c);
     }
     return escaped;
-}
-
-std::string HexFilter(std::string_view value) {
-    std::string escaped;
-    for (const char c : value) {
-        const auto byte = static_cast<unsigned char>(c);
-        escaped += '\\';
-        escaped += kHexDigits[byte >> 4];
-        escaped += kHexDigits[byte & 0x0f];
-    }
-    return escaped;
-}
-
-std::string ParentDN(const std::string& distinguishedName) {
-    for (std::size_t i = 0; i < distinguishedName.size(); ++i) {
-        if (distinguishedName[i] == '\\') {
-            ++i;
-        } else if (distinguishedName[i] == ',') {
-            return distinguishedName.substr(i + 1);
-        }
-    }
-    return "";
 }
 
 std::string SidText(std::string_view binary) {

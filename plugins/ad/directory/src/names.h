@@ -47,10 +47,6 @@ std::string UnitDN(std::string_view unit, const std::string& domain);
 
 // "a*b" -> "a\2ab": safe inside a search filter.
 std::string EscapeFilter(std::string_view value);
-// A binary value as search filters take it: each byte as "\hh".
-std::string HexFilter(std::string_view value);
-// The first name of a distinguished name taken off: the container.
-std::string ParentDN(const std::string& distinguishedName);
 
 // A security identifier's binary form -> "S-1-5-21-..."; empty if it is none.
 std::string SidText(std::string_view binary);

@@ -28,7 +28,6 @@ struct NetlogonReply {
     std::string serverSite;     // "Default-First-Site-Name"
     std::string clientSite;     // empty if the controller knows no site for this host
 
-    bool IsWritable() const { return (flags & 0x100U) != 0; }
     bool IsClosest() const { return (flags & 0x80U) != 0; }
 };
 

@@ -51,7 +51,6 @@ class Session {
 
     const Controller& At() const { return _controller; }
     LdapConnection& Ldap() { return *_connection; }
-    Tickets& OwnTickets() { return *_tickets; }
     void SetDeadline(const Deadline& deadline);
 
  private:
@@ -61,7 +60,7 @@ class Session {
     Controller _controller;
     std::unique_ptr<KdcCarrier> _carrier;
     std::unique_ptr<Tickets> _tickets;
-    std::unique_ptr<LdapConnection> _connection;  // last, so that it goes first: it stands on the ticket
+    std::unique_ptr<LdapConnection> _connection;  // last, so that it goes first: it stands on the tickets' context
 };
 
 // How long one step at a controller that has answered the ping may take: longer than the ping, as the controller is there

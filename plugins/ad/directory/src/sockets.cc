@@ -83,13 +83,6 @@ Endpoint Endpoint::FromIPv6(const void* address, std::uint16_t port) {
     return endpoint;
 }
 
-Endpoint Endpoint::FromSocketAddress(const sockaddr* address) {
-    Endpoint endpoint;
-    std::memcpy(&endpoint._storage, address,
-                address->sa_family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6));
-    return endpoint;
-}
-
 // The port stands at the same place in both kinds of address.
 Endpoint Endpoint::WithPort(std::uint16_t port) const {
     static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));

@@ -26,7 +26,6 @@ class Endpoint {
     static std::optional<Endpoint> FromText(const std::string& address, std::uint16_t port);
     static Endpoint FromIPv4(const void* address, std::uint16_t port);
     static Endpoint FromIPv6(const void* address, std::uint16_t port);
-    static Endpoint FromSocketAddress(const sockaddr* address);
 
     Endpoint WithPort(std::uint16_t port) const;
     int Family() const { return _storage.ss_family; }

@@ -16,7 +16,6 @@
 #ifndef NIMBREL_AD_ACCOUNT_SERVICE_H_
 #define NIMBREL_AD_ACCOUNT_SERVICE_H_
 
-#include <functional>
 #include <string>
 
 #include "addirectory/ad_error.h"
