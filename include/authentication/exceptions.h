@@ -17,10 +17,10 @@
 //         syslog(LOG_ERR, "%s", error.what());
 //     }
 //
-// Failures of the host's platform libraries are not translated: they leave as `HostMgmt::Lib::HostMgmtException` or
-// `OrbConfigStore::ConfigStoreException`, in all but two cases: a verify option that cannot be read becomes
-// `InvalidVerifyAPXCertificateOptionException`, and a proxy certificate that cannot be read from the configuration store
-// `InvalidThumbprintStoreException`.
+// Failures of the host's platform libraries are not translated: they leave as `HostMgmt::Lib::HostMgmtException`, those
+// of the configuration store as its subclass `OrbConfigStore::ConfigStoreException`. But a verify option that cannot be
+// read becomes `InvalidVerifyAPXCertificateOptionException`, and a proxy certificate that cannot be read from the
+// configuration store `InvalidThumbprintStoreException`.
 //
 // Threads: exceptions are plain values without shared state. `Clone` and `Throw` carry one from the thread on which it
 // arose to the thread that must hear of it, with its own class.

@@ -3,7 +3,7 @@
 // A client has `request-seconds` to send its request, the handshake included, and as long again to take the answer; then
 // its connection is cut, however busily it trickles. The time that the directory takes does not count.
 //
-//     Server server(config, handler, ListenOn(config));
+//     Server server(config, handler, TlsFiles::Read(config), std::make_shared<Listener>(config));
 //     ...
 //     server.Retire();      // takes no more requests
 //     server.Drain();       // and ends those that are under way

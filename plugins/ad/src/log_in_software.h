@@ -12,7 +12,8 @@
 
 namespace nimbrel::ad {
 
-// Steps outside the gate for each call: programs are started in it, for which the process forks.
+// Steps outside the gate for each call: it waits for seconds, for its turn and for SSSD, and neither a fork nor the end
+// of the process is to wait for that.
 class DomainLogInSoftware : public LogInSoftware {
  public:
     explicit DomainLogInSoftware(const Settings& settings);

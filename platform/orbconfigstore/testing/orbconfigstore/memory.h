@@ -5,7 +5,10 @@
 //
 //     OrbConfigStore::Memory::Reset();
 //     OrbConfigStore::Memory::FailNext(OrbConfigStore::Memory::Operation::kSetObject, "disk full");
-//     EXPECT_THROW(helper.StoreDomainInfo("corp.test", "", ""), OrbConfigStore::ConfigStoreException);
+//     const auto store = OrbConfigStore::ConfigStore::GetStore(OrbConfigStore::sGlobalNamespace);
+//     const auto object = std::make_shared<OrbConfigStore::ConfigStoreObject>(id);
+//     std::uint32_t word = 0;
+//     EXPECT_THROW(store->SetObject(object, word), OrbConfigStore::ConfigStoreException);
 //     EXPECT_TRUE(OrbConfigStore::Memory::Snapshot().empty());
 //
 // Threads: everything here may be called by any thread at any time.

@@ -4,7 +4,8 @@
 //
 //     SysNet::Memory::Reset();
 //     SysNet::Memory::SetManagementInterface("eth0", "192.0.2.10");
-//     store.SanitiseHostnameForDomain("corp.test");
+//     const auto address = SysNet::Network::NetworkInfoImpl().GetManagementInterface()->GetIpConfig().GetIpv4Address();
+//     SysNet::Network::HostsFile().AddOrReplaceEntry(address.GetStringAddress(), "node01.corp.test", {"node01"});
 //     EXPECT_EQ(SysNet::Memory::HostsEntries().at("192.0.2.10").front(), "node01.corp.test");
 //
 // Threads: everything here may be called by any thread at any time.

@@ -66,7 +66,8 @@ class Tickets {
     // `keytab` is a name as libkrb5 has them: "FILE:/etc/krb5.keytab".
     void LogOnWithKeytab(const Principal& principal, const std::string& keytab);
 
-    // A ticket for "ldap/dc1.corp.test@CORP.TEST", in this realm or across a trust; valid as long as the object.
+    // A ticket for "ldap/dc1.corp.test@CORP.TEST", in this realm or across a trust; valid until the next call of this, or
+    // the end of the object.
     krb5_creds* TicketFor(const std::string& service);
 
     krb5_context Context() const { return _context.get(); }

@@ -1,7 +1,8 @@
 // This host's keys in the system's keytab, which is shared with other services and other realms.
 //
-// Each change writes a whole new file beside the old one and renames it: mode 0600, and every entry that is not ours
-// byte for byte as it was. Errors: `AdError` with 5 or 1359; a damaged file is never replaced.
+// Each change writes a whole new file beside the old one and renames it: mode 0600, owned by this process's user (root)
+// whatever the old one was, and every entry that is not ours byte for byte as it was. Errors: `AdError` with 5 or 1359; a
+// damaged file is never replaced.
 
 #ifndef NIMBREL_AD_KEYTAB_H_
 #define NIMBREL_AD_KEYTAB_H_
@@ -38,10 +39,10 @@ class KeytabChange {
     KeytabChange& operator=(const KeytabChange&) = delete;
 
     void SetKeys(const KeytabAccount& account, const Secret& machineSecret);
-    // The file as it will be, for a trial: "FILE:/etc/krb5.keytab.x3Yz1A".
+    // The file as it will be, for a trial: "FILE:/etc/krb5.keytab.new".
     std::string TrialName() const { return "FILE:" + _replacement.TemporaryPath(); }
     void Commit();
-    // After `Commit`: the old file back.
+    // After `Commit`: the old contents back, in a file of root's with mode 0600; no file where there was none.
     void Revert() const;
 
  private:

@@ -89,7 +89,8 @@ class LdapConnection {
     // How long the controller has for each single answer; without limit unless set.
     void SetStepLimit(std::chrono::milliseconds limit);
 
-    // Logs in with a service ticket and seals the connection. The context and the ticket must outlive the connection.
+    // Logs in with a service ticket and seals the connection. The ticket is used during the call only; the context must
+    // outlive the connection.
     void BindSealed(krb5_context context, krb5_creds* ticket);
     // Starts TLS on a fresh connection, whose certificate must be `host`'s and signed by an authority of the file.
     void StartTls(const std::string& authorityFile);

@@ -22,7 +22,8 @@ namespace nimbrel::ad {
 
 class SealedChannel {
  public:
-    // `ticket` is a service ticket with an AES session key. Both must outlive the object.
+    // `ticket` is a service ticket with an AES session key, used until `Request` has returned. The context must outlive the
+    // object.
     SealedChannel(krb5_context context, krb5_creds* ticket);
     SealedChannel(const SealedChannel&) = delete;
     SealedChannel& operator=(const SealedChannel&) = delete;

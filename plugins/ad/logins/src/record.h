@@ -14,8 +14,8 @@
 //    12  sssd-ran
 //
 // Lines 2 to 7 are there on a joined host, 8 and 9 once for each name, in order. Line 10 says that smart-card services
-// were set; without a line 11 then, to none. Line 12 says that SSSD ran already when the host joined. A line that is none of these, or whose value is malformed, counts as absent: a leave must
-// be possible with a damaged record.
+// were set; without a line 11 then, to none. Line 12 says that SSSD ran already when the host joined. A line that is none
+// of these, or whose value is malformed, counts as absent: a leave must be possible with a damaged record.
 
 #ifndef NIMBREL_AD_LOGINS_RECORD_H_
 #define NIMBREL_AD_LOGINS_RECORD_H_

@@ -10,7 +10,8 @@
 // repeated key, a number out of its range, a relative path or a control character in a value ends with status 1610 and
 // the line's number.
 //
-// Plain values; read anew for each operation, so that a change counts at once.
+// Plain values; read anew for each operation, so that a change counts for the next one. A log-in that a process keeps
+// open for up to ten seconds stays as it was made, unless the change names another membership file or keytab.
 
 #ifndef NIMBREL_AD_SETTINGS_H_
 #define NIMBREL_AD_SETTINGS_H_

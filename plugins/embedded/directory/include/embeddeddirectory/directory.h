@@ -120,11 +120,11 @@ class Directory {
     PreStagedComputer PreStageComputer(const std::string& domain, const std::string& name, const std::string& unit,
                                        const UserCredentials& credentials);
     // The two calls of an authentication proxy, which must be able to repeat an answer that was lost. `mark`, 32
-    // lower-case hexadecimal digits of the caller's own, stays with the account for as long as its secret does: a join, a reset or
-    // another hand-out takes it away. `Restage...` gives an account that still waits for its host a fresh one-time
-    // secret, which then carries `mark`; it throws 1316 unless the present secret carries `expectedMark`. An empty
-    // `expectedMark` takes any account that waits. Both throw 1355 (unknown domain, no controller reachable), 1210 and 87
-    // (malformed mark); the first 1316 (taken) and 2 or 267 (unit), the second 1317 (unknown) and 1331 (disabled).
+    // lower-case hexadecimal digits of the caller's own, stays with the account for as long as its secret does: a join, a
+    // reset or another hand-out takes it away. `Restage...` gives an account that still waits for its host a fresh
+    // one-time secret, which then carries `mark`; it throws 1316 unless the present secret carries `expectedMark`. An
+    // empty `expectedMark` takes any account that waits. Both throw 1355 (unknown domain, no controller reachable), 1210
+    // and 87 (malformed mark); the first 1316 (taken) and 2 or 267 (unit), the second 1317 (unknown) and 1331 (disabled).
     PreStagedComputer StageMarkedComputer(const std::string& domain, const std::string& name, const std::string& unit,
                                           const std::string& mark);
     PreStagedComputer RestageMarkedComputer(const std::string& domain, const std::string& name,
