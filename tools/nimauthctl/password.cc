@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <system_error>
 
@@ -27,6 +28,30 @@ char* SecretPages() {
     static_cast<void>(mlock(pages, kBytes));
     static_cast<void>(madvise(pages, kBytes, MADV_DONTDUMP));
     return static_cast<char*>(pages);
+}
+
+// The passwords that there are, and whether the process could be dumped before the first of them.
+struct DumpBan {
+    std::mutex lock;  // guards what follows, and the process's flag
+    int passwords = 0;
+    int dumpableBefore = 0;
+};
+
+DumpBan& Dumps() {
+    static auto& ban = *new DumpBan;  // never destroyed: work may hold a password until the process is gone
+    return ban;
+}
+
+void ForbidDumps() {
+    const std::lock_guard guard(Dumps().lock);
+    if (Dumps().passwords++ > 0) return;
+    Dumps().dumpableBefore = prctl(PR_GET_DUMPABLE);
+    prctl(PR_SET_DUMPABLE, 0);
+}
+
+void AllowDumps() {
+    const std::lock_guard guard(Dumps().lock);
+    if (--Dumps().passwords == 0 && Dumps().dumpableBefore == 1) prctl(PR_SET_DUMPABLE, 1);
 }
 
 // One byte at a time, so that no other buffer gets to see the password.
@@ -55,12 +80,12 @@ void RefuseTerminal(int descriptor) {
 
 }  // namespace
 
-Password::Password() : _bytes(SecretPages()), _dumpableBefore(prctl(PR_GET_DUMPABLE)) { prctl(PR_SET_DUMPABLE, 0); }
+Password::Password() : _bytes(SecretPages()) { ForbidDumps(); }
 
 Password::~Password() {
     explicit_bzero(_bytes, kBytes);
     munmap(_bytes, kBytes);
-    if (_dumpableBefore == 1) prctl(PR_SET_DUMPABLE, 1);
+    AllowDumps();
 }
 
 void Password::Append(char byte, const std::string& source) {

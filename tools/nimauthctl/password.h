@@ -15,7 +15,8 @@ namespace nimbrel::nimauthctl {
 // A password in memory: in pages of its own that are kept out of swap (where the host's limits allow) and out of core
 // dumps, wiped when the object is destroyed. While any is held the process cannot be dumped or traced by its own user.
 //
-// Threads: make and destroy passwords on one thread.
+// Threads: an object belongs to one thread at a time, and need not be destroyed by the one that made it: work that goes on
+// after an interruption takes its password along and destroys it. Any number may be made and destroyed at once.
 class Password {
  public:
     // The longest password in bytes.
@@ -47,7 +48,6 @@ class Password {
 
     char* _bytes;  // kMaximum + room for a line end and the NUL
     std::size_t _size = 0;
-    int _dumpableBefore;
 };
 
 // Reads the password of `user` as the command line asks: `fromStdin`, from `descriptor` unless it is the empty text, or

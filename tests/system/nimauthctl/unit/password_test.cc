@@ -9,9 +9,12 @@
 
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <vector>
 
 #include "tools/nimauthctl/failure.h"
 
@@ -110,6 +113,27 @@ TEST(PasswordTest, ProcessCannotBeDumpedWhileAPasswordIsHeld) {
         { const Password second; }
         EXPECT_EQ(0, prctl(PR_GET_DUMPABLE));
     }
+    EXPECT_EQ(1, prctl(PR_GET_DUMPABLE));
+}
+
+TEST(PasswordTest, ProcessCannotBeDumpedUntilTheLastPasswordIsGone) {
+    ASSERT_EQ(1, prctl(PR_GET_DUMPABLE));
+    auto first = std::make_unique<Password>();
+    const auto second = std::make_shared<Password>();
+    first.reset();
+    EXPECT_EQ(0, prctl(PR_GET_DUMPABLE));
+}
+
+TEST(PasswordTest, WorkOnAnotherThreadDestroysItsPassword) {
+    ASSERT_EQ(1, prctl(PR_GET_DUMPABLE));
+    std::vector<std::thread> workers;
+    for (int worker = 0; worker < 4; ++worker) {
+        workers.emplace_back([password = std::make_unique<Password>()]() mutable {
+            password.reset();
+            for (int round = 0; round < 100; ++round) const Password another;
+        });
+    }
+    for (std::thread& worker : workers) worker.join();
     EXPECT_EQ(1, prctl(PR_GET_DUMPABLE));
 }
 
