@@ -15,9 +15,8 @@ constexpr char kEmbedded[] =
 
 constexpr char kLogins[] =
     "Turns logins of directory users on and off in the host's PAM files and nsswitch.conf. Every change is previewed "
-    "as a "
-    "diff, tried on a copy, made for all files or none, written to a journal, and taken back by itself unless it is "
-    "confirmed, so that nobody is locked out.";
+    "as a diff, tried on a copy, made for all files or none, written to a journal, and taken back by itself unless it "
+    "is confirmed, so that nobody is locked out.";
 
 std::vector<Command> MakeCommands() {
     return {
@@ -175,6 +174,24 @@ std::string Synopsis(const Command& command) {
     for (const Option& option : command.options) text += ' ' + Usage(option);
     for (const Argument& argument : command.arguments) text += ' ' + Usage(argument);
     return text;
+}
+
+std::string ShownFlags(const Option& option) {
+    std::string flags = option.flags;
+    if (const std::size_t comma = flags.find(','); comma != std::string::npos) flags.insert(comma + 1, " ");
+    return flags;
+}
+
+std::string ShownHelp(const Option& option) { return option.help + (option.repeatable ? "; may be repeated" : ""); }
+
+std::vector<std::string> Paragraphs(const std::string& text) {
+    std::vector<std::string> paragraphs;
+    for (std::size_t begin = 0; begin < text.size();) {
+        const std::size_t end = std::min(text.find("\n\n", begin), text.size());
+        paragraphs.push_back(text.substr(begin, end - begin));
+        begin = std::min(end + 2, text.size());
+    }
+    return paragraphs;
 }
 
 }  // namespace nimbrel::nimauthctl

@@ -3,6 +3,7 @@
 #ifndef NIMAUTHCTL_COMMAND_TABLE_H_
 #define NIMAUTHCTL_COMMAND_TABLE_H_
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -25,6 +26,13 @@ const CommandGroup* FindGroup(std::string_view name);
 
 // "nimauthctl join [--if-needed] ... -U USER DOMAIN[/OU]".
 std::string Synopsis(const Command& command);
+
+// An option as help and manual page show it: "-U, --user", and what it does.
+std::string ShownFlags(const Option& option);
+std::string ShownHelp(const Option& option);
+
+// What empty lines separate in a description.
+std::vector<std::string> Paragraphs(const std::string& text);
 
 }  // namespace nimbrel::nimauthctl
 

@@ -1,6 +1,5 @@
 #include "tools/nimauthctl/help.h"
 
-#include <algorithm>
 #include <sstream>
 #include <string_view>
 #include <vector>
@@ -33,15 +32,10 @@ std::string Fold(const std::string& text, std::size_t indent) {
     return folded;
 }
 
-// Paragraphs are separated by an empty line.
 std::string FoldParagraphs(const std::string& text) {
     std::string folded;
-    std::size_t begin = 0;
-    while (begin < text.size()) {
-        const std::size_t end = std::min(text.find("\n\n", begin), text.size());
-        if (begin > 0) folded += '\n';
-        folded += Fold(text.substr(begin, end - begin), 0) + '\n';
-        begin = std::min(end + 2, text.size());
+    for (const std::string& paragraph : Paragraphs(text)) {
+        folded += (folded.empty() ? "" : "\n") + Fold(paragraph, 0) + '\n';
     }
     return folded;
 }
@@ -57,18 +51,11 @@ std::string Item(const std::string& term, const std::string& help) {
     return line + Fold(help, kHelpColumn) + '\n';
 }
 
-std::string Term(const Option& option) {
-    const std::size_t comma = option.flags.find(',');
-    std::string term = option.flags.substr(0, comma);
-    if (comma != std::string::npos) term += ", " + option.flags.substr(comma + 1);
-    return option.value.empty() ? term : term + ' ' + option.value;
-}
+std::string Term(const Option& option) { return ShownFlags(option) + (option.value.empty() ? "" : ' ' + option.value); }
 
 std::string OptionItems(const std::vector<Option>& options) {
     std::string text;
-    for (const Option& option : options) {
-        text += Item(Term(option), option.help + (option.repeatable ? "; may be repeated" : ""));
-    }
+    for (const Option& option : options) text += Item(Term(option), ShownHelp(option));
     return text;
 }
 

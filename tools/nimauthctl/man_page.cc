@@ -1,6 +1,5 @@
 // nimauthctl(8).
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -28,15 +27,9 @@ std::string Escaped(const std::string& text) {
 
 std::string Bold(const std::string& text) { return "\\fB" + Escaped(text) + "\\fR"; }
 
-// Paragraphs are separated by an empty line.
-std::string Paragraphs(const std::string& text) {
-    std::string shown = ".PP\n";
-    for (std::size_t begin = 0; begin < text.size();) {
-        const std::size_t end = std::min(text.find("\n\n", begin), text.size());
-        if (begin > 0) shown += ".PP\n";
-        shown += Escaped(text.substr(begin, end - begin)) + '\n';
-        begin = std::min(end + 2, text.size());
-    }
+std::string Description(const std::string& text) {
+    std::string shown;
+    for (const std::string& paragraph : Paragraphs(text)) shown += ".PP\n" + Escaped(paragraph) + '\n';
     return shown;
 }
 
@@ -45,21 +38,17 @@ std::string Item(const std::string& term, const std::string& help) {
 }
 
 std::string Term(const Option& option) {
-    std::string flags = option.flags;
-    if (const std::size_t comma = flags.find(','); comma != std::string::npos) flags.insert(comma + 1, " ");
-    return Bold(flags) + (option.value.empty() ? "" : " \\fI" + Escaped(option.value) + "\\fR");
+    return Bold(ShownFlags(option)) + (option.value.empty() ? "" : " \\fI" + Escaped(option.value) + "\\fR");
 }
 
 std::string OptionItems(const std::vector<Option>& options) {
     std::string text;
-    for (const Option& option : options) {
-        text += Item(Term(option), option.help + (option.repeatable ? "; may be repeated" : ""));
-    }
+    for (const Option& option : options) text += Item(Term(option), ShownHelp(option));
     return text;
 }
 
 std::string CommandSection(const Command& command) {
-    std::string text = ".SS " + Escaped(Synopsis(command)) + '\n' + Paragraphs(command.description);
+    std::string text = ".SS " + Escaped(Synopsis(command)) + '\n' + Description(command.description);
     for (const Argument& argument : command.arguments) {
         text += Item("\\fI" + Escaped(argument.name) + "\\fR", argument.help);
     }

@@ -89,8 +89,7 @@ void AddRehearsalRow(const embedded::RehearsalInfo& rehearsal, Report& report) {
 std::string Describe(const std::string& what) {
     return what +
            "\n\nThe embedded directory is a file on this host that the provider 'embedded' answers from: for "
-           "evaluation, "
-           "for air-gapped laboratories, and to rehearse an agent. It is not a real domain.";
+           "evaluation, for air-gapped laboratories, and to rehearse an agent. It is not a real domain.";
 }
 
 std::vector<ExitCode> ChangeExitCodes() { return {ExitCode::OtherState, ExitCode::Permission}; }

@@ -1,13 +1,11 @@
 // nimauthctl join
 
-#include <unistd.h>
-
-#include <array>
 #include <memory>
 #include <string>
 #include <utility>
 
 #include "authentication/directory_config_store.h"
+#include "tools/nimauthctl/checks/name_checks.h"
 #include "tools/nimauthctl/commands/commands.h"
 #include "tools/nimauthctl/commands/interruption.h"
 #include "tools/nimauthctl/commands/membership.h"
@@ -34,11 +32,6 @@ Target SplitTarget(const std::string& text) {
     if (slash == 0 || text.empty()) throw UsageError("the domain's name is empty", "give its DNS name, as corp.test");
     if (slash == std::string::npos) return {text, ""};
     return {text.substr(0, slash), text.substr(slash + 1)};
-}
-
-std::string HostName() {
-    std::array<char, 256> name{};
-    return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
 }
 
 // A provider that does not know its machine account yet gives an empty text.
@@ -81,7 +74,7 @@ void ShowJoin(const Target& target, bool skipHostNameCheck, Report& report) {
     report.Flag("changed", true);
     report.Text("domain", target.domain);
     report.TextOrNone("organizational unit", target.organizationalUnit);
-    report.TextOrNone("host name", HostName());
+    report.TextOrNone("host name", KernelHostName());
     report.Text("host name check", skipHostNameCheck ? "skipped" : "passed, hosts file made to fit");
 }
 

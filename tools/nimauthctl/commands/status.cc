@@ -207,8 +207,7 @@ Command StatusCommand() {
             "The directory is given --timeout seconds for each answer. One that does not come in time is marked "
             "[stale], shown with the last known value (unknown, if there is none), and makes the exit status 6. An "
             "answer that fails is shown as unavailable, with the reason on standard error. The lines 'answer:' tell "
-            "how "
-            "old each answer is, and which setting's time-out struck.",
+            "how old each answer is, and which setting's time-out struck.",
         .options = {{.flags = "-w,--watch", .help = "look again every few seconds, until Ctrl-C"},
                     {.flags = "--interval", .value = "SECONDS", .help = "how long between looks; 5 unless given"},
                     {.flags = "--count", .value = "N", .help = "look so many times only"}},
