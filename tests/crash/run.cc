@@ -12,6 +12,7 @@
 #include <typeinfo>
 
 #include "crash/allocations.h"
+#include "support/leave_child.h"
 #include "support/traced_child.h"
 
 namespace nimbrel::crash {
@@ -153,7 +154,7 @@ void Runner::LookAndGoOn(Report& report) {
     report.next = Try(_operation, _operation.next ? _operation.next : _operation.run, ignored);
     report.end = Observe();
     _shared.Put(report);
-    _exit(0);
+    LeaveChild(0);
 }
 
 void Runner::RunMarked(long failingAllocation, bool onwards) {
@@ -184,7 +185,7 @@ Observation Runner::Look() {
         Report report;
         report.between = Observe();
         _shared.Put(report);
-        _exit(0);
+        LeaveChild(0);
     });
     if (!ending.report) throw std::runtime_error("the old state cannot be looked at");
     return ending.report->between;

@@ -20,9 +20,10 @@ struct Book {
     std::map<std::string, std::optional<std::string>> texts;
 };
 
+// Never destroyed: calls are noted to the very end of the process.
 Book& TheBook() {
-    static Book book;
-    return book;
+    static Book* book = new Book;
+    return *book;
 }
 
 __attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments) {

@@ -27,6 +27,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "support/leave_child.h"
+
 class TracedChild {
  public:
     template <typename Action>
@@ -38,7 +40,7 @@ class TracedChild {
         syscall(SYS_kill, self, SIGSTOP);
         action();
         syscall(SYS_kill, self, SIGSTOP);
-        _exit(0);
+        LeaveChild(0);
     }
     TracedChild(const TracedChild&) = delete;
     TracedChild& operator=(const TracedChild&) = delete;
