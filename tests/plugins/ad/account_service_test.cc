@@ -1,0 +1,121 @@
+// Machine accounts made for other hosts.
+
+#include "addirectory/account_service.h"
+
+#include <gmock/gmock.h>
+
+#include "joining_host.h"
+#include "keytab.h"
+
+namespace nimbrel::ad::test {
+namespace {
+
+constexpr char kMark[] = "0123456789abcdef0123456789abcdef";
+constexpr char kOtherMark[] = "ffffffffffffffffffffffffffffffff";
+
+class Accounts : public JoiningHost {
+ protected:
+    Accounts() {
+        KeytabChange keys(_keytab);
+        keys.SetKeys({"APX01", "corp.test", 1}, Secret("service"));
+        keys.Commit();
+        corp.keys.SetPassword("APX01$", "service", MachineSalt("APX01", "corp.test"));
+    }
+
+    AccountService Service() const { return {settings, {"corp.test", "APX01$", _keytab}}; }
+    std::uint32_t CreateStatus(const std::string& name, const std::string& mark = kMark) {
+        return StatusOf([&] { Service().Create(name, "", mark); });
+    }
+    std::uint32_t RenewStatus(const std::string& mark = kMark) {
+        return StatusOf([&] { Service().Renew("NODE01", mark); });
+    }
+    std::uint32_t TakeOverStatus() {
+        return StatusOf([&] { Service().TakeOver("NODE01", kMark); });
+    }
+    void SetAttribute(const std::string& name, const std::string& value) {
+        corp.entries.Put(kAccount, {{name, {value}}});
+    }
+    std::uint32_t JoinWith(const HandedOutAccount& account) {
+        return StatusOf([&] {
+            TheHost().JoinWithMachineAccount(
+                {"node01", "corp.test", "CORP", "", account.accountName, account.oneTimeSecret.View()});
+        });
+    }
+
+    const std::string _keytab = Path("service.keytab");
+};
+
+TEST_F(Accounts, ServiceKnowsItsDomain) {
+    const ServiceDomain domain = Service().Domain();
+    EXPECT_EQ(domain.dnsName, "corp.test");
+    EXPECT_EQ(domain.netbiosName, "CORP");
+    EXPECT_EQ(domain.sid, "S-1-5-21-1-2-3");
+}
+
+TEST_F(Accounts, CreatedAccountIsGoodForOneJoin) {
+    const HandedOutAccount account = Service().Create("node01.corp.test", "Hosts", kMark);
+    EXPECT_EQ(account.accountName, "NODE01$");
+    EXPECT_EQ(Account()->name, "CN=NODE01,OU=Hosts,DC=corp,DC=test");
+    EXPECT_EQ(Account()->Text("admindescription"), std::string("nimauth:") + kMark + ":1");
+    EXPECT_EQ(Account()->Text("operatingsystem"), "") << "the host's to tell";
+    EXPECT_EQ(JoinWith(account), 0U);
+}
+
+TEST_F(Accounts, CreatingRefusesWhatItMust) {
+    EXPECT_EQ(CreateStatus("NODE01", "mark"), kStatusInvalidParameter);
+    EXPECT_EQ(CreateStatus("NODE01", std::string(32, 'A')), kStatusInvalidParameter);
+    EXPECT_EQ(CreateStatus("no good"), kStatusInvalidComputerName);
+    MakeAccount();
+    EXPECT_EQ(CreateStatus("NODE01"), kStatusAccountExists);
+    corp.keys.Remove("APX01$");
+    EXPECT_EQ(CreateStatus("NODE02"), kStatusLogonFailure);
+}
+
+TEST_F(Accounts, UnusedAccountIsRenewed) {
+    Service().Create("NODE01", "", kMark);
+    const HandedOutAccount account = Service().Renew("NODE01", kMark);
+    EXPECT_EQ(Account()->Text("admindescription"), std::string("nimauth:") + kMark + ":2");
+    EXPECT_EQ(JoinWith(account), 0U);
+    EXPECT_EQ(RenewStatus(), kStatusAccountExists) << "a host has joined with it";
+}
+
+TEST_F(Accounts, RenewingRefusesAccountsOfOthers) {
+    EXPECT_EQ(RenewStatus(), kStatusNoSuchAccount);
+    MakeAccount();
+    EXPECT_EQ(RenewStatus(), kStatusAccountExists) << "without a mark";
+    corp.entries.Delete(kAccount, true);
+    Service().Create("NODE01", "", kMark);
+    EXPECT_EQ(RenewStatus(kOtherMark), kStatusAccountExists);
+}
+
+// The maker was interrupted between making the account and noting its key version.
+TEST_F(Accounts, MarkWithoutAKeyVersionCountsWhileTheSecretIsTheFirst) {
+    MakeAccount({{"adminDescription", {std::string("nimauth:") + kMark}}, {"msDS-KeyVersionNumber", {"1"}}});
+    EXPECT_EQ(RenewStatus(), kStatusAccountExists) << "it is not known when it was made";
+    SetAttribute("whenCreated", "20261121054300.0Z");
+    EXPECT_EQ(RenewStatus(), kStatusAccountExists) << "nor when its secret was set";
+    SetAttribute("pwdLastSet", "134397133820000000");  // 05:43:02
+    EXPECT_EQ(RenewStatus(), kStatusAccountExists) << "set again later";
+    SetAttribute("pwdLastSet", "134397133810000000");  // 05:43:01
+    EXPECT_EQ(RenewStatus(), 0U);
+}
+
+TEST_F(Accounts, PreparedAccountIsTakenOverUnlessSomebodyUsesIt) {
+    EXPECT_EQ(TakeOverStatus(), kStatusNoSuchAccount);
+    MakeAccount();
+    for (const char* sign : {"lastLogon", "lastLogonTimestamp", "logonCount"}) {
+        SetAttribute(sign, "1");
+        EXPECT_EQ(TakeOverStatus(), kStatusAccountExists) << sign;
+        SetAttribute(sign, "0");
+    }
+    SetAttribute("adminDescription", "rack 4");
+    EXPECT_EQ(TakeOverStatus(), kStatusAccountExists) << "somebody's note";
+    corp.entries.Delete(kAccount, true);
+    MakeAccount();
+    const HandedOutAccount account = Service().TakeOver("NODE01", kMark);
+    EXPECT_EQ(Account()->Text("admindescription"), std::string("nimauth:") + kMark + ":1");
+    EXPECT_EQ(JoinWith(account), 0U);
+}
+
+}  // namespace
+}  // namespace nimbrel::ad::test

@@ -1,0 +1,121 @@
+#include "plugins/ad/domain/loopback.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <stdexcept>
+
+namespace nimbrel::ad::test {
+namespace {
+
+sockaddr_in AddressOf(const std::string& address, std::uint16_t port) {
+    sockaddr_in result = {};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    if (inet_pton(AF_INET, address.c_str(), &result.sin_addr) != 1) throw std::runtime_error(address);
+    return result;
+}
+
+int Bind(int type, const std::string& address, std::uint16_t port) {
+    const int opened = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    const sockaddr_in bound = AddressOf(address, port);
+    const int on = 1;
+    setsockopt(opened, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (bind(opened, reinterpret_cast<const sockaddr*>(&bound), sizeof bound) != 0) {
+        close(opened);
+        throw std::runtime_error("port " + std::to_string(port) + " of " + address + " is taken");
+    }
+    return opened;
+}
+
+sockaddr_in BoundAddress(int socket) {
+    sockaddr_in bound = {};
+    socklen_t size = sizeof bound;
+    getsockname(socket, reinterpret_cast<sockaddr*>(&bound), &size);
+    return bound;
+}
+
+}  // namespace
+
+bool ReadExactly(int socket, void* bytes, std::size_t size) {
+    return size == 0 || recv(socket, bytes, size, MSG_WAITALL) == static_cast<ssize_t>(size);
+}
+
+void WriteAll(int socket, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t sent = send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (sent <= 0) return;
+        bytes.remove_prefix(static_cast<std::size_t>(sent));
+    }
+}
+
+StreamService::StreamService(const std::string& address, std::uint16_t port, Converse converse)
+    : _listener(Bind(SOCK_STREAM, address, port)),
+      _port(ntohs(BoundAddress(_listener).sin_port)),
+      _converse(std::move(converse)) {
+    if (listen(_listener, 16) != 0) throw std::runtime_error("listen");
+    _thread = std::thread([this] { TakeConnections(); });
+}
+
+StreamService::~StreamService() {
+    {
+        const std::lock_guard guard(_lock);
+        _ending = true;
+        for (const int one : _sockets) shutdown(one, SHUT_RDWR);
+    }
+    shutdown(_listener, SHUT_RDWR);
+    _thread.join();
+    for (auto& conversation : _conversations) conversation.join();
+    for (const int one : _sockets) close(one);
+    close(_listener);
+}
+
+void StreamService::TakeConnections() {
+    while (true) {
+        const int taken = accept4(_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (taken < 0) return;
+        const int on = 1;
+        setsockopt(taken, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        const std::lock_guard guard(_lock);
+        _sockets.push_back(taken);
+        if (_ending) return;
+        _conversations.emplace_back([this, taken] {
+            _converse(taken);
+            shutdown(taken, SHUT_RDWR);
+        });
+    }
+}
+
+DatagramService::DatagramService(const std::string& address, std::uint16_t port, Answer answer)
+    : _socket(Bind(SOCK_DGRAM, address, port)),
+      _port(ntohs(BoundAddress(_socket).sin_port)),
+      _answer(std::move(answer)),
+      _thread([this] { TakeDatagrams(); }) {}
+
+DatagramService::~DatagramService() {
+    _ending = true;
+    const sockaddr_in self = BoundAddress(_socket);
+    sendto(_socket, "", 0, 0, reinterpret_cast<const sockaddr*>(&self), sizeof self);
+    _thread.join();
+    close(_socket);
+}
+
+void DatagramService::TakeDatagrams() {
+    std::array<char, 4096> request = {};
+    while (true) {
+        sockaddr_in peer = {};
+        socklen_t size = sizeof peer;
+        const ssize_t got =
+            recvfrom(_socket, request.data(), request.size(), 0, reinterpret_cast<sockaddr*>(&peer), &size);
+        if (_ending || got < 0) return;
+        const std::string answer = _answer({request.data(), static_cast<std::size_t>(got)});
+        if (answer.empty()) continue;
+        sendto(_socket, answer.data(), answer.size(), 0, reinterpret_cast<const sockaddr*>(&peer), size);
+    }
+}
+
+}  // namespace nimbrel::ad::test

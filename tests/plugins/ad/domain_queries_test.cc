@@ -1,0 +1,223 @@
+// The questions that a joined host asks its domain.
+
+#include <gmock/gmock.h>
+
+#include "joining_host.h"
+#include "keytab.h"
+
+namespace nimbrel::ad::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+class Queries : public JoiningHost {
+ protected:
+    Queries() { EXPECT_EQ(Join(), 0U); }
+
+    // Another secret in the domain than in the keytab.
+    void ChangeSecretInTheDomain() { corp.keys.SetPassword("NODE01$", "another", "salt"); }
+    std::string CanonicalName(const std::string& name) { return TheHost().CanonicalUserName(name); }
+    std::uint32_t CanonicalStatus(const std::string& name) {
+        return StatusOf([&] { TheHost().CanonicalUserName(name); });
+    }
+    std::vector<std::string> TrustedNames() {
+        std::vector<std::string> names;
+        for (const auto& domain : TheHost().TrustedDomains())
+            names.push_back(domain.dnsName + "/" + domain.netbiosName);
+        return names;
+    }
+};
+
+TEST_F(Queries, TrustStateTellsWhyTheDomainRefusesTheHost) {
+    EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+    const struct {
+        krb5_error_code refusal;
+        std::int32_t state;
+        std::uint32_t status;
+    } kRows[] = {
+        {KRB5KDC_ERR_PREAUTH_FAILED, kTrustStateSecretMismatch, kStatusLogonFailure},
+        {KRB5KDC_ERR_KEY_EXP, kTrustStateSecretMismatch, kStatusPasswordMustChange},
+        {KRB5KDC_ERR_CLIENT_REVOKED, kTrustStateAccountDisabled, kStatusAccountDisabled},
+        {KRB5KDC_ERR_NAME_EXP, kTrustStateAccountDisabled, kStatusAccountExpired},
+        {KRB5KDC_ERR_C_PRINCIPAL_UNKNOWN, kTrustStateAccountMissing, kStatusNoTrustAccount},
+        {KRB5KRB_AP_ERR_SKEW, kTrustStateClockOff, kStatusTimeSkew},
+    };
+    for (const auto& row : kRows) {
+        // The session that the join's first question has left answers for a few seconds.
+        settings.keytab = Folder() + "/./" + settings.keytab.substr(Folder().size() + 1);
+        corp.keys.Refuse("NODE01$", row.refusal);
+        EXPECT_EQ(TheHost().TrustState(), row.state);
+        EXPECT_EQ(StatusOf([&] { TheHost().TrustedDomains(); }), row.status);
+    }
+}
+
+TEST_F(Queries, SecretThatIsOutOfStepIsTold) {
+    ChangeSecretInTheDomain();
+    EXPECT_EQ(TheHost().TrustState(), kTrustStateSecretMismatch);
+}
+
+TEST_F(Queries, ClockThatIsOffIsTold) {
+    corp.controller.clockOffset = 400;
+    EXPECT_EQ(TheHost().TrustState(), kTrustStateClockOff);
+    EXPECT_EQ(TheHost().TrustRelationship("other.test"), kRelationshipClockOff);
+}
+
+TEST_F(Queries, OneSessionAnswersMany) {
+    TheHost().TrustedDomains();
+    const int before = corp.keys.logOns;
+    for (int i = 0; i < 3; ++i) TheHost().TrustedDomains();
+    EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+    EXPECT_EQ(corp.keys.logOns, before);
+}
+
+TEST_F(Queries, SessionThatTheControllerHasClosedIsReplaced) {
+    TheHost().TrustedDomains();
+    const int before = corp.keys.logOns;
+    Behave("search", Behaviour::HangsUp, 1);
+    EXPECT_THAT(TheHost().TrustedDomains(), IsEmpty());
+    EXPECT_EQ(corp.keys.logOns, before + 1);
+}
+
+TEST_F(Queries, RefusalOnAKeptSessionIsNotAskedAgain) {
+    TheHost().TrustedDomains();
+    const int before = corp.keys.logOns;
+    corp.controller.SetRefuse([](const std::string&, const std::string& name) {
+        return name == "CN=System,DC=corp,DC=test" ? std::optional(Result{kInsufficientAccess}) : std::nullopt;
+    });
+    EXPECT_EQ(StatusOf([&] { TheHost().TrustedDomains(); }), kStatusAccessDenied);
+    EXPECT_EQ(corp.keys.logOns, before);
+    EXPECT_EQ(TheHost().TrustRelationship("other.test"), kRelationshipUnreadable);
+    EXPECT_EQ(corp.keys.logOns, before + 1) << "the refused session is not used again";
+}
+
+TEST_F(Queries, RelationshipsNameDirectionAndKind) {
+    const struct {
+        const char* partner;
+        int direction;
+        int type;
+        int attributes;
+        std::int32_t relationship;
+    } kRows[] = {
+        {"out.test", 2, 2, 0, kRelationshipOutbound},
+        {"in.test", 1, 2, 0, kRelationshipInbound},
+        {"both.test", 3, 2, 0, kRelationshipBidirectional},
+        {"forest.test", 3, 2, 8, kRelationshipBidirectional + kRelationshipKindForest},
+        {"child.corp.test", 3, 2, 32, kRelationshipBidirectional + kRelationshipKindWithinForest},
+        {"realm.test", 2, 3, 0, kRelationshipOutbound + kRelationshipKindRealm},
+        {"disabled.test", 0, 2, 0, kRelationshipUnknownDomain},
+    };
+    for (const auto& row : kRows) corp.AddTrust(row.partner, "", row.direction, row.type, row.attributes);
+    for (const auto& row : kRows) EXPECT_EQ(TheHost().TrustRelationship(row.partner), row.relationship) << row.partner;
+    EXPECT_EQ(TheHost().TrustRelationship("OUT.TEST."), kRelationshipOutbound);
+    EXPECT_EQ(TheHost().TrustRelationship("elsewhere.test"), kRelationshipUnknownDomain);
+}
+
+TEST_F(Queries, TrustedDomainsAreThoseWhoseUsersMayComeIn) {
+    corp.AddTrust("Out.Test", "OUT", 2);
+    corp.AddTrust("in.test", "IN", 1);
+    corp.AddTrust("", "NAMELESS", 3);
+    const std::string partitions = ",CN=Partitions,CN=Configuration,DC=corp,DC=test";
+    corp.entries.Put("CN=CHILD" + partitions, {{"objectClass", {"crossRef"}},
+                                               {"nETBIOSName", {"CHILD"}},
+                                               {"dnsRoot", {"child.corp.test"}},
+                                               {"systemFlags", {"3"}}});
+    corp.entries.Put(
+        "CN=DomainDnsZones" + partitions,
+        {{"objectClass", {"crossRef"}}, {"dnsRoot", {"DomainDnsZones.corp.test"}}, {"systemFlags", {"5"}}});
+    EXPECT_THAT(TrustedNames(), UnorderedElementsAre("out.test/OUT", "child.corp.test/CHILD"));
+    EXPECT_EQ(TheHost().TrustRelationship("CHILD"), kRelationshipBidirectional + kRelationshipKindWithinForest);
+    EXPECT_EQ(TheHost().HostPrincipal("out.test"), "host/node01.corp.test@CORP.TEST");
+    EXPECT_EQ(StatusOf([&] { TheHost().HostPrincipal("other.test"); }), kStatusNoSuchDomain);
+}
+
+TEST_F(Queries, ControllerIsTheFirstThatAnswers) {
+    const auto second = corp.MakeController("dc2.corp.test", "127.0.0.2");
+    EXPECT_EQ(TheHost().AnyController("", ""), "dc1.corp.test");
+    EXPECT_EQ(TheHost().AnyController("dc2.corp.test", ""), "dc2.corp.test");
+    EXPECT_EQ(TheHost().AnyController("dc9.corp.test", "corp.test"), "dc2.corp.test") << "the one in use";
+    TheHost().SetPreferredControllers({"dc9.corp.test", "dc1.corp.test"});
+    EXPECT_EQ(TheHost().AnyController("", "CORP"), "dc1.corp.test");
+    EXPECT_EQ(StatusOf([&] { TheHost().AnyController("", "other.test"); }), kStatusNoSuchDomain);
+}
+
+TEST_F(Queries, UsersOfTheOwnDomainAreSpelledAsInTheDirectory) {
+    for (const char* name : {"alice", "ALICE@corp.test", "CORP\\alice", "corp.test\\aLiCe"}) {
+        EXPECT_EQ(CanonicalName(name), "Alice@corp.test") << name;
+    }
+    EXPECT_EQ(CanonicalStatus("nobody"), kStatusNoSuchAccount);
+    EXPECT_EQ(CanonicalStatus("a\nb"), kStatusInvalidAccountName);
+}
+
+TEST_F(Queries, UsersAreFoundByPrincipalNameToo) {
+    corp.entries.Put("CN=Bob,CN=Users,DC=corp,DC=test", {{"objectClass", {"user"}},
+                                                         {"objectCategory", {"person"}},
+                                                         {"sAMAccountName", {"Bob"}},
+                                                         {"userPrincipalName", {"robert@corp.test"}}});
+    EXPECT_EQ(CanonicalName("robert"), "Bob@corp.test");
+    corp.entries.Put("CN=Bob,CN=Users,DC=corp,DC=test", {{"userPrincipalName", {"robert@example.com"}}});
+    EXPECT_EQ(CanonicalName("robert@example.com"), "Bob@corp.test");
+    EXPECT_EQ(CanonicalStatus("nobody@example.com"), kStatusNoSuchAccount);
+}
+
+// Two domains on one machine.
+class TrustingQueries : public Queries {
+ protected:
+    static constexpr char kSecret[] = "between the two";
+
+    TrustingQueries() {
+        branch.AddUser("Carol");
+        corp.keys.LetOutTo("BRANCH.TEST", kSecret);
+        branch.keys.LetInFrom("CORP.TEST", kSecret);
+    }
+
+    TestDomain branch{corp, "branch.test", "BRANCH", "127.0.0.3"};
+};
+
+TEST_F(TrustingQueries, UsersOfATrustedDomainAreAskedThere) {
+    corp.AddTrust("branch.test", "BRANCH", 3);
+    EXPECT_EQ(CanonicalName("carol@branch.test"), "Carol@branch.test");
+    EXPECT_EQ(CanonicalName("BRANCH\\CAROL"), "Carol@branch.test");
+    EXPECT_EQ(CanonicalStatus("nobody@branch.test"), kStatusNoSuchAccount);
+}
+
+TEST_F(TrustingQueries, UsersOfADomainThatLetsNobodyInAreKnownToItsKeyCentre) {
+    corp.AddTrust("branch.test", "BRANCH", 2);
+    EXPECT_EQ(CanonicalName("carol@branch.test"), "carol@branch.test");
+    EXPECT_EQ(CanonicalStatus("nobody@branch.test"), kStatusNoSuchAccount);
+    branch.keys.Refuse("Carol", KRB5KDC_ERR_CLIENT_REVOKED);
+    EXPECT_EQ(CanonicalName("carol@branch.test"), "carol@branch.test") << "a locked user is a user";
+}
+
+TEST_F(TrustingQueries, UsersOfADomainThatMayNotComeInAreNotAsked) {
+    corp.AddTrust("branch.test", "BRANCH", 1);
+    EXPECT_EQ(CanonicalStatus("carol@branch.test"), kStatusNoSuchAccount);
+    EXPECT_THAT(branch.controller.Requests(), IsEmpty());
+}
+
+TEST_F(TrustingQueries, TrustedDomainWithoutAControllerIsTold) {
+    corp.AddTrust("gone.test", "GONE", 3);
+    EXPECT_EQ(CanonicalStatus("carol@gone.test"), kStatusNoSuchDomain);
+    corp.AddTrust("branch.test", "BRANCH", 3);
+    corp.names->Forget("_kerberos._tcp.branch.test");
+    EXPECT_EQ(CanonicalStatus("carol@branch.test"), kStatusNoSuchDomain) << "its key centre is not found";
+}
+
+TEST_F(TrustingQueries, KeyCentresAreTriedInTurn) {
+    corp.AddTrust("branch.test", "BRANCH", 3);
+    for (const char* host : {"dead.branch.test", "unknown.branch.test"}) {
+        corp.names->AddService("_kerberos._tcp.branch.test", host, {0, 65535, 88});
+    }
+    corp.names->AddAddress("dead.branch.test", "127.0.0.9");
+    EXPECT_EQ(CanonicalName("carol@branch.test"), "Carol@branch.test");
+    corp.names->Forget("_kerberos._tcp.branch.test");
+    for (const char* host : {"dead.branch.test", "unknown.branch.test", "k3.test", "k4.test"}) {
+        corp.names->AddService("_kerberos._tcp.branch.test", host);
+    }
+    settings.membership = Folder() + "/./membership";  // a session of its own
+    EXPECT_EQ(CanonicalStatus("carol@branch.test"), kStatusNoSuchDomain);
+}
+
+}  // namespace
+}  // namespace nimbrel::ad::test
