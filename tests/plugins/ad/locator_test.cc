@@ -168,6 +168,16 @@ TEST_F(Sites, ControllerElsewhereIsGoodWhereTheSiteHasNone) {
     EXPECT_EQ(Locate({}, domain), "near.sites.test");
 }
 
+class CloserSites : public Sites {
+ protected:
+    CloserSites() : Sites("closer.test") {}
+};
+
+TEST_F(CloserSites, ControllerOfTheOwnSiteIsTakenInstead) {
+    TellOfTheSite();
+    EXPECT_EQ(Locate({}, domain), "near.closer.test");
+}
+
 TEST_F(Locator, OwnSettingOfTheSiteComesFirst) {
     const auto branch = corp.MakeController("branch.corp.test", "127.0.0.8");
     corp.names->AddService("_ldap._tcp.branch._sites.dc._msdcs.corp.test", "branch.corp.test");

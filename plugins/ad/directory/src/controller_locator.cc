@@ -121,7 +121,7 @@ class Search {
             }
         }
         const std::string site = !_settings.site.empty() ? _settings.site : inUse ? inUse->site : "";
-        if (auto found = TryServices(site)) {
+        if (auto found = site.empty() ? std::nullopt : TryServices(site)) {
             return found;
         }
         auto found = TryServices("");
