@@ -129,9 +129,28 @@ TYPED_TEST_P(NetworkContract, OnlyTheDefaultStackExists) {
 
 TYPED_TEST_P(NetworkContract, HostileSearchDomainsAreRefused) {
     DnsConfigImpl dns("defaultTcpipStack");
-    for (const std::string& domain : Names{"", ".", "..", "a..b", ".a", "corp.test\nnameserver 203.0.113.1", "a b",
-                                           "a\tb", "a#b", "a;b", "~a", "a/b", "a=b", std::string("a\0b", 3),
-                                           std::string(64, 'a'), std::string(64, 'a') + ".test", "\xc3\xbc.test"}) {
+    for (const std::string& domain : Names{"",
+                                           ".",
+                                           "..",
+                                           "a..b",
+                                           ".a",
+                                           "corp.test\nnameserver 203.0.113.1",
+                                           "a b",
+                                           "a\tb",
+                                           "a#b",
+                                           "a;b",
+                                           "~a",
+                                           "a/b",
+                                           "a:b",
+                                           "a@b",
+                                           "a[b",
+                                           "a`b",
+                                           "a{b",
+                                           "a=b",
+                                           std::string("a\0b", 3),
+                                           std::string(64, 'a'),
+                                           std::string(64, 'a') + ".test",
+                                           "\xc3\xbc.test"}) {
         EXPECT_THROW(dns.AddUserSearchDomain(domain), HostMgmtException) << domain;
     }
     dns.SaveConfig();

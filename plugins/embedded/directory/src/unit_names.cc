@@ -34,9 +34,6 @@ class DnReader {
         do {
             names.push_back(ReadOne());
         } while (Take(','));
-        if (_at != _text.size()) {
-            FailMalformed();
-        }
         return names;
     }
 
