@@ -120,6 +120,8 @@ TYPED_TEST_P(AdvancedOptionsContract, RetypedOptionIsOfItsNewType) {
     EXPECT_THROW(integer->GetValue(), HostMgmtException);
     EXPECT_THROW(integer->SetValue(1), HostMgmtException);
     EXPECT_EQ(text->GetValue(), "yes");
+    text->SetValue("no");
+    EXPECT_EQ(this->template FindAs<AdvancedStringOption>(kVerify)->GetValue(), "no");
 }
 
 TYPED_TEST_P(AdvancedOptionsContract, RestoreBringsTheDefaultBack) {

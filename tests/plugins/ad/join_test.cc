@@ -97,6 +97,15 @@ TEST_F(Joins, UserWhoMayNotEvenThatIsRefused) {
     EXPECT_FALSE(HasTraces());
 }
 
+TEST_F(Joins, AccountThatNeedsNothingIsOnlyReset) {
+    EXPECT_EQ(Join(), 0U);
+    TheHost().Part(std::nullopt);
+    corp.entries.Put(kAccount, {{"msDS-SupportedEncryptionTypes", {"31"}}});
+    Refuse("modify", {kInsufficientAccess}, 1);
+    EXPECT_EQ(Join(), 0U);
+    EXPECT_EQ(Account()->Text("msds-supportedencryptiontypes"), "31") << "may not be written, and need not be";
+}
+
 TEST_F(Joins, AccountOfAnotherKindIsNotTouched) {
     const Values computer = {"top", "computer"};
     for (const auto& [classes, control] : std::map<Values, std::string>{{{"user"}, "512"}, {computer, "532480"}}) {
@@ -222,6 +231,17 @@ TEST_F(Joins, WhatMayNotBeRestoredIsLeft) {
     });
     EXPECT_EQ(Join(), kStatusAccessDenied);
     EXPECT_EQ(Account()->Text("dnshostname"), "node01.corp.test");
+}
+
+TEST_F(Joins, WhatCannotBeRestoredIsTold) {
+    MakeAccount();
+    logIns.refuses = true;
+    corp.controller.SetRefuse([changes = 0](const std::string& operation, const std::string&) mutable {
+        return operation == "modify" && ++changes > 2 ? std::optional(Result{53}) : std::nullopt;
+    });
+    TakeLogLines();
+    EXPECT_EQ(JoinText(), "refused");
+    EXPECT_THAT(TakeLogLines(), ElementsAre(HasSubstr("leaves the machine account behind: Unable to change")));
 }
 
 TEST_F(Joins, TakingBackGoesOnUntilTheControllerAnswers) {

@@ -48,6 +48,11 @@ TEST_F(Locator, ServicesComeWithTheirAddresses) {
     EXPECT_THAT(Services("_ldap._tcp.nowhere.test").services, IsEmpty()) << "an answer, too";
 }
 
+TEST_F(Locator, ServiceThatIsNotOfferedNamesNobody) {
+    corp.names->AddService("_ldap._tcp.closed.test", "");
+    EXPECT_THAT(Services("_ldap._tcp.closed.test").services, IsEmpty());
+}
+
 TEST_F(Locator, LongAnswersAreFetchedByConnection) {
     corp.names->truncates = true;
     EXPECT_THAT(Services(kServices).services, SizeIs(1));
@@ -63,7 +68,7 @@ TEST_F(Locator, FailingNameServerIsNoAnswer) {
 }
 
 TEST_F(Locator, NextNameServerIsAsked) {
-    settings.nameServers = {"127.0.0.77", "127.0.0.1"};
+    settings.nameServers = {"127.0.0.77", "255.255.255.255", "127.0.0.1"};
     EXPECT_THAT(Services(kServices).services, SizeIs(1));
 }
 
@@ -122,7 +127,7 @@ TEST_F(Locator, FaultIsTold) {
 }
 
 TEST_F(Locator, AnswerThatIsNoPingIsRefused) {
-    corp.controller.changePing = [](std::string& reply) { reply.resize(20); };
+    corp.controller.SetChangePing([](const std::string& reply) { return reply.substr(0, 20); });
     EXPECT_THAT(Locate(), HasSubstr("is no controller of"));
 }
 

@@ -266,6 +266,11 @@ void TestController::SetBehave(Behave behave) {
     _behave = std::move(behave);
 }
 
+void TestController::SetChangePing(ChangePing change) {
+    const std::lock_guard guard(_lock);
+    _changePing = std::move(change);
+}
+
 std::vector<std::string> TestController::Requests() {
     const std::lock_guard guard(_lock);
     return _requests;
@@ -282,13 +287,14 @@ Behaviour TestController::BehaviourAt(const std::string& operation, const std::s
     return _behave ? _behave(operation, name) : Behaviour::Answers;
 }
 
-std::string TestController::Ping() const {
-    std::string reply = LittleEndian(23, 2) + LittleEndian(0, 2) + LittleEndian(_facts.flags | 0x100U, 4) +
-                        std::string(16, '\x01') + Labels(_facts.domain) + Labels(_facts.domain) + Labels(_facts.host) +
-                        Labels(_facts.netbiosName) + Labels("DC1") + Labels("") + Labels(_facts.serverSite) +
-                        Labels(_facts.clientSite) + LittleEndian(5, 4) + LittleEndian(0xffffffff, 4);
-    if (changePing) changePing(reply);
-    return reply;
+std::string TestController::Ping() {
+    const std::string reply = LittleEndian(23, 2) + LittleEndian(0, 2) + LittleEndian(_facts.flags | 0x100U, 4) +
+                              std::string(16, '\x01') + Labels(_facts.domain) + Labels(_facts.domain) +
+                              Labels(_facts.host) + Labels(_facts.netbiosName) + Labels("DC1") + Labels("") +
+                              Labels(_facts.serverSite) + Labels(_facts.clientSite) + LittleEndian(5, 4) +
+                              LittleEndian(0xffffffff, 4);
+    const std::lock_guard guard(_lock);
+    return _changePing ? _changePing(reply) : reply;
 }
 
 Entry TestController::Root() const {

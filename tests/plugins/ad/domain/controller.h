@@ -76,8 +76,9 @@ class TestController {
     std::atomic<bool> damagesMessages = false;
     std::atomic<bool> dribblesMessages = false;
     std::atomic<long> announcedLength = -1;
-    // Reads the reply of the ping and writes another one.
-    std::function<void(std::string& reply)> changePing;
+    // Makes another answer to pings of the one that it is given.
+    using ChangePing = std::function<std::string(const std::string& reply)>;
+    void SetChangePing(ChangePing change);
 
     // What has been asked, in order: "search CN=Computers,...".
     std::vector<std::string> Requests();
@@ -87,7 +88,7 @@ class TestController {
 
     std::optional<Result> Refused(const std::string& operation, const std::string& name);
     Behaviour BehaviourAt(const std::string& operation, const std::string& name);
-    std::string Ping() const;
+    std::string Ping();
     Entry Root() const;
     void ConverseKerberos(int socket);
 
@@ -97,6 +98,7 @@ class TestController {
     std::mutex _lock;  // guards what follows
     Refuse _refuse;
     Behave _behave;
+    ChangePing _changePing;
     std::vector<std::string> _requests;
     std::unique_ptr<StreamService> _kerberos;
     std::unique_ptr<StreamService> _ldap;
