@@ -27,7 +27,8 @@ expect_all() {  # expect_all WHAT FLAG LINES
     failures=$((failures + 1))
 }
 
-compiled=$(grep -E "\"command\": .* -c $source/(src|platform|plugins|services|tools)/" "$build/compile_commands.json" || true)
+sources="-c $source/(src|platform|plugins|services|tools)/"
+compiled=$(grep -E "\"command\": .* $sources" "$build/compile_commands.json" || true)
 for flag in -fstack-protector-strong -D_FORTIFY_SOURCE=[23] '-O(g|1|2|3|s)' '-f(PIC|PIE)' -fvisibility=hidden; do
     expect_all "compiled" "$flag" "$compiled"
 done
@@ -38,7 +39,12 @@ linked=$(awk -v RS= '/^build [^\n]*_(SHARED_LIBRARY|MODULE_LIBRARY|EXECUTABLE)_L
         made = kind = flags = ""
         count = split($0, lines, "\n")
         for (i = 1; i <= count; ++i) {
-            if (lines[i] ~ /^build /) { split(lines[i], words, " "); made = words[2]; sub(/:$/, "", made); kind = words[3] }
+            if (lines[i] ~ /^build /) {
+                split(lines[i], words, " ")
+                made = words[2]
+                sub(/:$/, "", made)
+                kind = words[3]
+            }
             if (lines[i] ~ /^ *LINK_FLAGS = /) flags = substr(lines[i], index(lines[i], "=") + 1)
         }
         print kind " -o " made " " flags

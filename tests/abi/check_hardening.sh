@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Looks at every ELF file of an installed tree as an attacker does: how it is linked, what its compiler was told, what it
-# exports. A file is found, not named, so a new one is covered as soon as it is installed.
+# Looks at every ELF file of an installed tree as an attacker does: how it is linked, what its compiler was told, what
+# it exports. A file is found, not named, so a new one is covered as soon as it is installed.
 #
 #   check_hardening.sh TREE
 set -euo pipefail
@@ -30,8 +30,8 @@ usr/s?bin/apxd                               -                                  
 usr/bin/nimauthctl                           sleep                                               no
 '
 
-# Functions that have a checked variant and are called as they are, in any file: the compiler knows that the length fits,
-# or cannot know the size of the object. What formats or copies texts is always checked where the headers are asked to,
+# Functions that have a checked variant and are called as they are, in any file: the compiler knows that the length
+# fits, or cannot know the size of the object. What formats or copies texts is always checked where the headers are asked to,
 # so that it is allowed by name only: the library lets a host stand in for `syslog`, and the standard library takes the
 # address of `vsnprintf` to write numbers.
 plain='fread|gethostname|getcwd|memcpy|memmove|memset|poll|ppoll|pread|read|readlink|realpath|recv|recvfrom'
@@ -103,7 +103,10 @@ check_exports() {  # check_exports NAME FILE
 
 libc=$(ldd "$(command -v bash)" | sed -nE 's/.*libc\.so\.6 => ([^ ]+) .*/\1/p')
 checked=$(checked_functions "$libc")
-[ "$(grep -cxE 'snprintf|strcpy|memcpy|read' <<<"$checked")" = 4 ] || { echo "FAILED: no checked functions in $libc"; exit 1; }
+if [ "$(grep -cxE 'snprintf|strcpy|memcpy|read' <<<"$checked")" != 4 ]; then
+    echo "FAILED: $libc has no checked functions"
+    exit 1
+fi
 
 count=0
 while IFS= read -r -d '' file; do

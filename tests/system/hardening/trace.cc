@@ -30,8 +30,8 @@ class Parser {
  public:
     explicit Parser(const std::vector<std::string>& own) : _own(own) {}
 
-    // "123 openat(AT_FDCWD, "/x", O_RDONLY|O_CLOEXEC) = 3", or one of its two halves: strace writes what another process
-    // does in between.
+    // "123 openat(AT_FDCWD, "/x", O_RDONLY|O_CLOEXEC) = 3", or one of its two halves: strace writes what another
+    // process does in between.
     void Read(const std::string& line) {
         const std::size_t blank = line.find(' ');
         if (blank == std::string::npos) return;

@@ -24,8 +24,8 @@ struct Call {
     bool Has(std::string_view flag) const { return arguments.find(flag) != std::string::npos; }
 };
 
-// The calls that succeeded, without those of foreign programs: a process is foreign from its first `execve` of a program
-// that is not in `own` on, and so are its children.
+// The calls that succeeded, without those of foreign programs: a process is foreign from its first `execve` of a
+// program that is not in `own` on, and so are its children.
 std::vector<Call> ParseTrace(const std::string& text, const std::vector<std::string>& own);
 
 // Whether the call makes a descriptor that a program which is started later would get. The three standard ones, put in
