@@ -4,6 +4,7 @@
 #include <openssl/crypto.h>
 #include <openssl/ssl.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <syslog.h>
 
 #include <cerrno>
@@ -64,6 +65,11 @@ CURLcode OnTls(CURL* /*handle*/, void* context, void* trust) {
     SSL_CTX_set_verify(tls, SSL_VERIFY_PEER, nullptr);
     SSL_CTX_set_cert_verify_callback(tls, OnCertificate, trust);
     return CURLE_OK;
+}
+
+// The library's own sockets would be handed to every program that the agent starts meanwhile.
+curl_socket_t OnSocket(void* /*context*/, curlsocktype /*purpose*/, curl_sockaddr* address) {
+    return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
 // The room is there from the start: growing would leave copies of a secret in the heap.
@@ -129,6 +135,7 @@ void Conversation::SetUp(const std::string& request) {
     Set(CURLOPT_CONNECTTIMEOUT, _settings.connectSeconds);
     Set(CURLOPT_TIMEOUT, _settings.totalSeconds);
     Set(CURLOPT_ERRORBUFFER, _error);
+    Set(CURLOPT_OPENSOCKETFUNCTION, OnSocket);
     Set(CURLOPT_WRITEFUNCTION, OnData);
     Set(CURLOPT_WRITEDATA, &_body.text);
     if (_service.verify) {

@@ -32,16 +32,17 @@ struct Exception {
     const char* reason;
 };
 
-constexpr char kSettings[] = R"("/etc/nimbrel/nimauth/authentication\.conf\.\w{6}")";
+constexpr char kSettings[] = R"(/etc/nimbrel/nimauth/authentication\.conf\.\w{6})";
 
 // Descriptors that a child may get, as long as they are open.
 const Exception kInherited[] = {
     {kSettings, "O_RDWR|O_CREAT|O_EXCL", "the temporary file of a settings file is made by mkstemp"},
     {kSettings, "O_WRONLY|O_CREAT|O_TRUNC", "and written through a file stream of the standard library"},
-    {R"("/usr/lib/ssl/openssl\.cnf")", "O_RDONLY", "libcrypto"},
-    {R"("/usr/share/augeas/lenses/.*")", "O_RDONLY", "libaugeas"},
-    {R"("(/etc/pam\.d|/var/lib/nimbrel/logins/candidate-\w+)/.*")", "O_RDONLY", "libpam"},
-    {R"("/proc/sys/kernel/cap_last_cap")", "O_RDONLY", "libcap-ng, for a PAM module"},
+    {R"(/usr/lib/ssl/openssl\.cnf)", "O_RDONLY", "libcrypto"},
+    {R"(/usr/share/augeas/lenses/.*)", "O_RDONLY", "libaugeas"},
+    {R"((/etc/pam\.d|/var/lib/nimbrel/logins/candidate-\w+)/.*)", "O_RDONLY", "libpam"},
+    {R"(/proc/sys/kernel/cap_last_cap)", "O_RDONLY", "libcap-ng, for a PAM module"},
+    {R"(AF_UNIX, SOCK_STREAM)", R"(0, \[\d+, \d+\])", "libcurl's means to wake itself"},
     {R"(AF_NETLINK, SOCK_RAW)", "NETLINK_AUDIT", "libaudit, for libpam"},
 };
 
@@ -49,18 +50,18 @@ const Exception kInherited[] = {
 // reached through a link but the first, whose name no one can know.
 const Exception kNotExclusive[] = {
     {kSettings, "O_WRONLY|O_CREAT|O_TRUNC", "the file stream's second opening of what mkstemp has made"},
-    {R"("/var/lib/nimbrel/[a-z-]+\.db(\.new\.\w{6})?-(journal|wal|shm)")", "O_RDWR|O_CREAT|O_NOFOLLOW|O_CLOEXEC",
+    {R"(/var/lib/nimbrel/[a-z-]+\.db(\.new\.\w{6})?-(journal|wal|shm))", "O_RDWR|O_CREAT|O_NOFOLLOW|O_CLOEXEC",
      "SQLite"},
-    {R"("/var/lib/nimbrel/[a-z-]+\.db\.lock")", "O_RDWR|O_CREAT|O_NONBLOCK|O_NOFOLLOW|O_CLOEXEC", "for many"},
-    {R"("/var/lib/nimbrel/logins/lock")", "O_RDWR|O_CREAT|O_NOFOLLOW|O_CLOEXEC", "for many"},
-    {R"("/run/apxd/ledger\.lock")", "O_RDWR|O_CREAT|O_NOFOLLOW|O_CLOEXEC", "for many"},
+    {R"(/var/lib/nimbrel/[a-z-]+\.db\.lock)", "O_RDWR|O_CREAT|O_NONBLOCK|O_NOFOLLOW|O_CLOEXEC", "for many"},
+    {R"(/var/lib/nimbrel/logins/lock)", "O_RDWR|O_CREAT|O_NOFOLLOW|O_CLOEXEC", "for many"},
+    {R"(/run/apxd/ledger\.lock)", "O_RDWR|O_CREAT|O_NOFOLLOW|O_CLOEXEC", "for many"},
 };
 
 // "openat(AT_FDCWD, <what>, <flags>, 0600) = 3"
 bool Fits(const Call& call, const Exception& one) {
     const std::string flags = std::regex_replace(std::string(one.flags), std::regex(R"(\|)"), R"(\|)");
     return std::regex_match(call.arguments,
-                            std::regex("(AT_FDCWD, )?" + std::string(one.what) + ", " + flags + "(, [0-7]+)?"));
+                            std::regex("(AT_FDCWD, )?\"?" + std::string(one.what) + "\"?, " + flags + "(, [0-7]+)?"));
 }
 
 template <std::size_t count>
