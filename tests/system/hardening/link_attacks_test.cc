@@ -19,7 +19,6 @@
 #include "contract/config_store.h"
 #include "embeddeddirectory/directory.h"
 #include "embeddeddirectory/membership.h"
-#include "platform/orbconfigstore/src/sqlite_store.h"
 #include "plugins/ad/directory/src/files.h"
 #include "services/apxd/ledger.h"
 #include "sysnet/hosts_file.h"
@@ -56,9 +55,12 @@ void EditHosts(const std::string& folder) {
     SysNet::Network::HostsFile(folder + "/hosts").AddOrReplaceEntry("192.0.2.10", "node01.corp.test", {});
 }
 
+// The store's place is fixed; a link in the folders above is the administrator's and is followed.
 void StoreObject(const std::string& folder) {
-    OrbConfigStore::SqliteStore store(folder + "/configstore.db", "global");
-    WriteObject(store, ContractId("one"), {{"n", "new"}});
+    fs::remove_all("/var/lib/nimbrel");
+    fs::create_directory_symlink(folder, "/var/lib/nimbrel");
+    WriteObject(*OrbConfigStore::ConfigStore::GetStore(OrbConfigStore::sGlobalNamespace), ContractId("one"),
+                {{"n", "new"}});
 }
 
 void MakeDirectory(const std::string& folder) {
@@ -154,6 +156,10 @@ class LinkAttackTest : public ::testing::TestWithParam<Attack> {
         _host.Put("victim", kSecret, 0644);
         for (const auto& item : fs::recursive_directory_iterator(Folder())) Open(item.path());
         Open(Folder());
+    }
+
+    ~LinkAttackTest() override {
+        if (fs::is_symlink("/var/lib/nimbrel")) fs::remove("/var/lib/nimbrel");
     }
 
     std::string Folder() const { return _host.Path("folder"); }
