@@ -68,8 +68,9 @@ const Row* RowOf(const std::string& path) {
 
 Files FilesOfTheHost() {
     Files files;
+    constexpr auto kOptions = fs::directory_options::skip_permission_denied;  // the machine's own, to an ordinary user
     for (const char* const folder : {"/etc", "/home", "/root", "/run", "/tmp", "/usr/share/pam-configs", "/var"}) {
-        for (fs::recursive_directory_iterator item(folder), end; item != end; ++item) {
+        for (fs::recursive_directory_iterator item(folder, kOptions), end; item != end; ++item) {
             const std::string path = item->path();
             if (path == NIMAUTH_SOURCE || path == NIMAUTH_BUILD) {  // wherever somebody builds
                 item.disable_recursion_pending();

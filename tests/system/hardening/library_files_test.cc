@@ -1,6 +1,7 @@
 // The modes and owners of what the libraries make for an agent, whose umask is whatever it is.
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -25,6 +26,13 @@ namespace fs = std::filesystem;
 
 class LibraryFilesTest : public ::testing::TestWithParam<mode_t> {
  protected:
+    // Of this root's own: in an ordinary user's, the machine's folder belongs to nobody.
+    static void SetUpTestSuite() {
+        umask(022);
+        fs::create_directories("/etc/systemd");
+        ASSERT_EQ(0, mount("tmpfs", "/etc/systemd", "tmpfs", 0, "mode=0755"));
+    }
+
     // A host on which nothing of ours has run, and whose network files are missing.
     void SetUp() override {
         for (const char* const path :
