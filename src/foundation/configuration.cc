@@ -45,15 +45,6 @@ std::pair<std::string_view, std::string_view> SplitLine(std::string_view line, i
     return {key, CleanField(line.substr(delimiter + 1), lineNumber)};
 }
 
-// Adds the pair unless the key is there. Most files are in key order, as `Write` leaves them, so the end is tried first.
-void AddUnlessPresent(std::map<std::string, std::string>& settings, std::string_view key, std::string_view value) {
-    if (settings.empty() || std::prev(settings.end())->first < key) {
-        settings.emplace_hint(settings.end(), key, value);
-    } else {
-        settings.try_emplace(std::string(key), value);
-    }
-}
-
 void ThrowIfFailed(const AtomicFileStream& stream, const std::string& path, int error) {
     if (!stream) throw IOError("Unable to write '" + path + "': " + std::strerror(error));
 }
@@ -71,7 +62,8 @@ Configuration::Configuration(const std::string& path) : _path(path) {
     for (int lineNumber = 1; reader.Next(line); ++lineNumber) {
         if (std::all_of(line.begin(), line.end(), IsBlank)) continue;
         const auto [key, value] = SplitLine(line, lineNumber);
-        AddUnlessPresent(*this, key, value);
+        // The first of repeated keys wins. Most files are in key order, as `Write` leaves them, so the end is tried first.
+        emplace_hint(end(), key, value);
     }
 }
 

@@ -61,7 +61,7 @@ bool LineReader::Next(std::string_view& line) {
     for (;;) {
         const char* const start = _buffer.get() + _begin;
         const std::size_t rest = _end - _begin;
-        if (const void* newline = rest > searched ? std::memchr(start + searched, '\n', rest - searched) : nullptr) {
+        if (const void* newline = std::memchr(start + searched, '\n', rest - searched)) {
             const auto length = static_cast<std::size_t>(static_cast<const char*>(newline) - start);
             line = std::string_view(start, length);
             _begin += length + 1;

@@ -18,6 +18,8 @@ int openFlags = 0;            // of the last open of the library
 int interruptionsOfRead = 0;  // how many of the next reads fail with EINTR
 int errorOfRead = 0;          // what the next read fails with
 int errorOfStreamClose = 0;   // what closing a stream's file fails with
+int errorOfStreamWrite = 0;   // what writing a stream's file fails with
+int streamWrites = 0;         // how many of them there were
 
 }  // namespace
 
@@ -59,6 +61,15 @@ __attribute__((visibility("default"))) int fclose(FILE* file) {
     return EOF;
 }
 
+// The same for its writes.
+__attribute__((visibility("default"))) ssize_t write(int descriptor, const void* data, std::size_t size) {
+    static const auto real = reinterpret_cast<ssize_t (*)(int, const void*, std::size_t)>(dlsym(RTLD_NEXT, "write"));
+    ++streamWrites;
+    if (errorOfStreamWrite == 0) return real(descriptor, data, size);
+    errno = errorOfStreamWrite;
+    return -1;
+}
+
 }  // extern "C"
 
 namespace {
@@ -69,7 +80,7 @@ using nimbrel::authentication::IOError;
 class ConfigurationCalls : public ::testing::Test {
  protected:
     ConfigurationCalls() { _folder.Put("file", "a = \"1\"\n"); }
-    ~ConfigurationCalls() override { errorOfStreamClose = errorOfRead = interruptionsOfRead = 0; }
+    ~ConfigurationCalls() override { errorOfStreamWrite = errorOfStreamClose = errorOfRead = interruptionsOfRead = 0; }
 
     Configuration Read() const { return Configuration(_folder.Path("file")); }
     std::string Quoted() const { return "'" + _folder.Path("file") + "'"; }
@@ -98,6 +109,27 @@ TEST_F(ConfigurationCalls, FileIsNotInheritedByOtherPrograms) {
     Read();
     EXPECT_EQ(openFlags & O_CLOEXEC, O_CLOEXEC);
     EXPECT_EQ(openFlags & O_ACCMODE, O_RDONLY);
+}
+
+TEST_F(ConfigurationCalls, EveryLineIsWrittenOnItsOwn) {
+    _folder.Put("file", "a = 1\nb = 2\nc = 3\n");
+    const Configuration configuration = Read();
+    streamWrites = 0;
+    configuration.Write();
+    EXPECT_EQ(streamWrites, 3);
+}
+
+TEST_F(ConfigurationCalls, FailedWriteIsReportedWithTheReasonOfTheFirstFailure) {
+    const Configuration configuration = Read();
+    errorOfStreamWrite = ENOSPC;
+    errorOfStreamClose = EDQUOT;
+    try {
+        configuration.Write();
+        ADD_FAILURE() << "the file was written";
+    } catch (const IOError& error) {
+        EXPECT_EQ(error.what(), "Unable to write " + Quoted() + ": No space left on device");
+    }
+    EXPECT_EQ(_folder.Get("file"), "a = \"1\"\n");
 }
 
 // Some file systems tell only at closing time that the disk is full.
