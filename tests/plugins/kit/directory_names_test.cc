@@ -2,10 +2,69 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <set>
+
 namespace nimbrel::kit {
 namespace {
 
 using namespace std::string_literals;
+
+std::string Encoded(std::uint32_t scalar) {
+    const auto byte = [](std::uint32_t value) { return static_cast<char>(value); };
+    const auto next = [&](unsigned shift) { return byte(0x80 | (scalar >> shift & 0x3f)); };
+    if (scalar < 0x80) return {byte(scalar)};
+    if (scalar < 0x800) return {byte(0xc0 | scalar >> 6), next(0)};
+    if (scalar < 0x10000) return {byte(0xe0 | scalar >> 12), next(6), next(0)};
+    return {byte(0xf0 | scalar >> 18), next(12), next(6), next(0)};
+}
+
+TEST(DirectoryNames, EveryScalarValueIsUtf8AndEverySurrogateIsNot) {
+    for (std::uint32_t scalar = 0; scalar < 0x120000; ++scalar) {
+        const bool isScalar = scalar <= 0x10ffff && (scalar < 0xd800 || scalar > 0xdfff);
+        ASSERT_EQ(IsUtf8(Encoded(scalar)), isScalar) << std::hex << scalar;
+    }
+}
+
+// Every first and second byte, and third and fourth ones at both ends of what may follow.
+TEST(DirectoryNames, OnlyWhatEncodesAScalarValueIsUtf8) {
+    std::set<std::string> sequences;
+    for (std::uint32_t scalar = 0x80; scalar < 0x110000; ++scalar) {
+        if (scalar < 0xd800 || scalar > 0xdfff) sequences.insert(Encoded(scalar));
+    }
+    const char ends[] = {'\x7f', '\x80', '\xbf', '\xc0'};
+    for (int first = 0x80; first < 0x100; ++first) {
+        for (int second = 0x80; second < 0x100; ++second) {
+            const std::string two = {static_cast<char>(first), static_cast<char>(second)};
+            ASSERT_EQ(IsUtf8(two), sequences.count(two) != 0) << ::testing::PrintToString(two);
+            for (const char third : ends) {
+                // A two-byte sequence and an ordinary letter are well formed together.
+                const std::string three = two + third;
+                ASSERT_EQ(IsUtf8(three), sequences.count(three) != 0 || (third == '\x7f' && sequences.count(two) != 0));
+                for (const char fourth : ends) {
+                    const std::string four = three + fourth;
+                    const bool split = sequences.count(two) != 0 && IsUtf8(four.substr(2));
+                    const bool ended = sequences.count(three) != 0 && fourth == '\x7f';
+                    ASSERT_EQ(IsUtf8(four), sequences.count(four) != 0 || split || ended);
+                }
+            }
+        }
+    }
+}
+
+TEST(DirectoryNames, EveryByteHasItsCaseAndItsPlaceInALabel) {
+    for (int value = 0; value < 0x100; ++value) {
+        const std::string byte(1, static_cast<char>(value));
+        const bool upper = value >= 'A' && value <= 'Z';
+        const bool lower = value >= 'a' && value <= 'z';
+        const bool digit = value >= '0' && value <= '9';
+        EXPECT_EQ(LowerCase(byte), upper ? std::string(1, static_cast<char>(value + 32)) : byte) << value;
+        EXPECT_EQ(UpperCase(byte), lower ? std::string(1, static_cast<char>(value - 32)) : byte) << value;
+        EXPECT_EQ(HasControlCharacters("a" + byte), value < 0x20 || value == 0x7f) << value;
+        EXPECT_EQ(IsLabel("a" + byte + "b"), upper || lower || digit || value == '-' || value == '_') << value;
+        EXPECT_EQ(IsComputerName("1" + byte + "1"), upper || lower || value == '-') << value;
+    }
+}
 
 TEST(DirectoryNames, Utf8) {
     for (const auto& good : {std::string(), "a"s, "\xc3\xa9"s, "\xe2\x82\xac"s, "\xf0\x9f\x98\x80"s, "\x7f"s,
@@ -43,6 +102,9 @@ TEST(DirectoryNames, DnsNamesAreLabelsWithDotsBetween) {
     }
     EXPECT_EQ(WithoutFinalDot("corp.test."), "corp.test");
     EXPECT_EQ(WithoutFinalDot("."), ".");
+    EXPECT_EQ(WithoutFinalDot("a."), "a");
+    EXPECT_EQ(WithoutFinalDot("a"), "a");
+    EXPECT_EQ(WithoutFinalDot(""), "");
 }
 
 TEST(DirectoryNames, ComputerNamesFitAnAccount) {
@@ -55,6 +117,9 @@ TEST(DirectoryNames, ComputerNamesFitAnAccount) {
     EXPECT_EQ(BareComputerName("node01.corp.test"), "node01");
     EXPECT_EQ(BareComputerName("NODE01$"), "NODE01");
     EXPECT_EQ(BareComputerName("$"), "");
+    EXPECT_EQ(BareComputerName(""), "");
+    EXPECT_EQ(BareComputerName("NODE01"), "NODE01");
+    EXPECT_EQ(HostPrincipalName("NODE01", "Corp.Test"), "host/node01.Corp.Test@CORP.TEST");
 }
 
 TEST(DirectoryNames, UnitsArePathsOrDistinguishedNames) {
@@ -63,8 +128,10 @@ TEST(DirectoryNames, UnitsArePathsOrDistinguishedNames) {
     EXPECT_EQ(SplitUnitPath("A\\/B/C\\\\D/"), (Names{"A/B", "C\\D", ""}));
     EXPECT_EQ(SplitUnitPath("A\\B"), (Names{"A\\B"}));
     EXPECT_EQ(SplitUnitPath("A\\"), (Names{"A\\"}));
+    EXPECT_EQ(SplitUnitPath(""), (Names{""}));
     EXPECT_TRUE(LooksLikeDistinguishedName("OU=Hosts,DC=corp,DC=test"));
     EXPECT_TRUE(LooksLikeDistinguishedName("cn = Computers"));
+    EXPECT_TRUE(LooksLikeDistinguishedName("Dc=test"));
     EXPECT_FALSE(LooksLikeDistinguishedName("Hosts/Sub"));
     EXPECT_FALSE(LooksLikeDistinguishedName("A=B/C"));
 }
