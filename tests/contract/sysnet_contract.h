@@ -99,6 +99,70 @@ TYPED_TEST_P(NetworkContract, HostileHostNamesAreRefused) {
     EXPECT_EQ(TypeParam::HostsEntries(), before);
 }
 
+TYPED_TEST_P(NetworkContract, EveryByteIsFitForAHostNameOrNot) {
+    for (int value = 0; value < 0x100; ++value) {
+        const std::string name(1, static_cast<char>(value));
+        const bool isFit = value > ' ' && value < 0x7f && value != '#';
+        bool isTaken = true;
+        try {
+            HostsFile().AddOrReplaceEntry("192.0.2.77", name, {});
+        } catch (const HostMgmtException& error) {
+            isTaken = false;
+            EXPECT_EQ(error.what(), "'" + name.substr(0, name.find('\0')) + (value == 0 ? "" : "' is not a host name"));
+        }
+        EXPECT_EQ(isTaken, isFit) << value;
+    }
+}
+
+TYPED_TEST_P(NetworkContract, EveryByteIsFitForASearchDomainOrNot) {
+    DnsConfigImpl dns("defaultTcpipStack");
+    for (int value = 0; value < 0x100; ++value) {
+        const bool isFit = (value >= 'a' && value <= 'z') || (value >= 'A' && value <= 'Z') ||
+                           (value >= '0' && value <= '9') || value == '-' || value == '_';
+        const std::string domain(1, static_cast<char>(value));
+        if (isFit) {
+            EXPECT_NO_THROW(dns.AddUserSearchDomain(domain)) << value;
+        } else {
+            EXPECT_THROW(dns.AddUserSearchDomain(domain), HostMgmtException) << value;
+        }
+    }
+}
+
+TYPED_TEST_P(NetworkContract, SearchDomainsHaveLabelsOf63And253CharactersAtMost) {
+    DnsConfigImpl dns("defaultTcpipStack");
+    const std::string label(63, 'a');
+    const std::string longest = label + "." + label + "." + label + "." + std::string(61, 'a');
+    EXPECT_NO_THROW(dns.AddUserSearchDomain(label));
+    EXPECT_NO_THROW(dns.AddUserSearchDomain(longest));
+    EXPECT_NO_THROW(dns.AddUserSearchDomain(longest + "."));
+    EXPECT_THROW(dns.AddUserSearchDomain(longest + "a"), HostMgmtException);
+    EXPECT_THROW(dns.AddUserSearchDomain(longest + "a."), HostMgmtException);
+    EXPECT_THROW(dns.AddUserSearchDomain("corp.test.."), HostMgmtException);
+}
+
+TYPED_TEST_P(NetworkContract, RefusalsTellTheTextAndWhatItIsNot) {
+    const auto textOf = [](const auto& call) -> std::string {
+        try {
+            call();
+        } catch (const HostMgmtException& error) {
+            return error.what();
+        }
+        return "no refusal";
+    };
+    DnsConfigImpl dns("defaultTcpipStack");
+    EXPECT_EQ(textOf([] { HostsFile().AddOrReplaceEntry("x", "node77", {}); }), "'x' is not an IP address");
+    EXPECT_EQ(textOf([&] { dns.AddUserSearchDomain("a b"); }), "'a b' is not a domain name");
+    EXPECT_EQ(textOf([] { DnsConfigImpl{"x"}; }),
+              "'x' is not a network stack of this host; the only one is 'defaultTcpipStack'");
+}
+
+TYPED_TEST_P(NetworkContract, CaseOfASearchDomainDoesNotMatter) {
+    this->SaveDomains({"azby.test"});
+    this->SaveDomains({"AZBY.TEST"});
+    this->SaveDomains({"azby"});
+    EXPECT_EQ(TypeParam::SearchDomains(), (Names{"azby.test", "azby"}));
+}
+
 TYPED_TEST_P(NetworkContract, SearchDomainsAreSavedInOrder) {
     this->SaveDomains({"corp.test", "lab.corp.test"});
     EXPECT_EQ(TypeParam::SearchDomains(), (Names{"corp.test", "lab.corp.test"}));
@@ -166,8 +230,11 @@ TYPED_TEST_P(NetworkContract, ManagementInterfaceHasNameAndAddress) {
 
 REGISTER_TYPED_TEST_SUITE_P(NetworkContract, HostsEntryIsAdded, HostsEntryOfAnAddressIsReplaced,
                             HostsEntriesOfOtherAddressesStay, OtherSpellingOfAnAddressIsTheSameEntry,
-                            HostileAddressesAreRefused, HostileHostNamesAreRefused, SearchDomainsAreSavedInOrder,
-                            SearchDomainIsNeverSavedTwice, NothingIsSavedBeforeSaveConfig, OnlyTheDefaultStackExists,
-                            HostileSearchDomainsAreRefused, ManagementInterfaceHasNameAndAddress);
+                            HostileAddressesAreRefused, HostileHostNamesAreRefused, EveryByteIsFitForAHostNameOrNot,
+                            EveryByteIsFitForASearchDomainOrNot, SearchDomainsHaveLabelsOf63And253CharactersAtMost,
+                            RefusalsTellTheTextAndWhatItIsNot, CaseOfASearchDomainDoesNotMatter,
+                            SearchDomainsAreSavedInOrder, SearchDomainIsNeverSavedTwice, NothingIsSavedBeforeSaveConfig,
+                            OnlyTheDefaultStackExists, HostileSearchDomainsAreRefused,
+                            ManagementInterfaceHasNameAndAddress);
 
 #endif  // TESTS_CONTRACT_SYSNET_CONTRACT_H_

@@ -111,6 +111,15 @@ TEST_F(ConfigurationCalls, FileIsNotInheritedByOtherPrograms) {
     EXPECT_EQ(openFlags & O_ACCMODE, O_RDONLY);
 }
 
+TEST_F(ConfigurationCalls, FileMayBeOpenedAsDescriptorZeroAndIsClosedThen) {
+    const int kept = dup(0);
+    close(0);
+    EXPECT_EQ(Read()["a"], "1");
+    EXPECT_EQ(fcntl(0, F_GETFD), -1);
+    dup2(kept, 0);
+    close(kept);
+}
+
 TEST_F(ConfigurationCalls, EveryLineIsWrittenOnItsOwn) {
     _folder.Put("file", "a = 1\nb = 2\nc = 3\n");
     const Configuration configuration = Read();
