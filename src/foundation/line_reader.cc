@@ -71,7 +71,7 @@ bool LineReader::Next(std::string_view& line) {
         if (!Fill()) break;
     }
     if (_begin == _end) return false;
-    line = std::string_view(_buffer.get() + _begin, _end - _begin);
+    line = std::string_view(_buffer.get(), _end);  // the rest, which the last `Fill` has moved to the front
     _begin = _end;
     return true;
 }

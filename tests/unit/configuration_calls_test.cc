@@ -17,6 +17,7 @@ namespace {
 int openFlags = 0;            // of the last open of the library
 int interruptionsOfRead = 0;  // how many of the next reads fail with EINTR
 int errorOfRead = 0;          // what the next read fails with
+int reads = 0;                // how many there were
 int errorOfStreamClose = 0;   // what closing a stream's file fails with
 int errorOfStreamWrite = 0;   // what writing a stream's file fails with
 int streamWrites = 0;         // how many of them there were
@@ -40,6 +41,7 @@ int __wrap_open(const char* path, int flags, ...) {
 
 ssize_t __wrap_read(int descriptor, void* buffer, std::size_t size);
 ssize_t __wrap_read(int descriptor, void* buffer, std::size_t size) {
+    ++reads;
     if (interruptionsOfRead > 0) {
         --interruptionsOfRead;
         errno = EINTR;
@@ -92,6 +94,14 @@ TEST_F(ConfigurationCalls, InterruptedReadIsRepeated) {
     interruptionsOfRead = 3;
     EXPECT_EQ(Read()["a"], "1");
     EXPECT_EQ(interruptionsOfRead, 0);
+}
+
+// A terminal or a pipe could wait for more.
+TEST_F(ConfigurationCalls, NothingIsReadBehindTheEnd) {
+    _folder.Put("file", "a = 1\nb = 2");
+    reads = 0;
+    EXPECT_EQ(Read()["b"], "2");
+    EXPECT_EQ(reads, 2);
 }
 
 TEST_F(ConfigurationCalls, FailedReadIsReportedWithTheReason) {

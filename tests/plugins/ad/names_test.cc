@@ -37,6 +37,8 @@ TEST(Names, UserNamesInTheirParts) {
                 {"alice@corp.test.", "alice", "corp.test"},
                 {"CORP\\alice", "alice", "CORP"},
                 {"Alice B", "Alice B", ""},
+                {"alice@", "alice", ""},
+                {"CORP\\a", "a", "CORP"},
                 {"\xc3\xa4nne", "\xc3\xa4nne", ""}};
     for (const auto& row : rows) {
         const UserName user = SplitUserName(row.text);
@@ -48,6 +50,36 @@ TEST(Names, UserNamesInTheirParts) {
         EXPECT_EQ(StatusOf([&] { SplitUserName(text); }), kStatusInvalidAccountName) << text;
     }
     EXPECT_EQ(StatusOf([] { SplitUserName(std::string(100000, 'x')); }), kStatusInvalidAccountName);
+    EXPECT_EQ(SplitUserName(std::string(256, 'x')).name.size(), 256U);
+    EXPECT_EQ(StatusOf([] { SplitUserName(std::string(257, 'x')); }), kStatusInvalidAccountName);
+    EXPECT_EQ(StatusOf([] { SplitUserName("no good\\alice"); }), kStatusInvalidAccountName);
+}
+
+TEST(Names, CharactersThatUserNamesCannotHold) {
+    for (const char c : std::string("\"/\\[]:;|=,+*?<>@")) {
+        EXPECT_EQ(StatusOf([&] { SplitUserName(std::string("CORP\\a") + c + "b"); }), kStatusInvalidAccountName) << c;
+    }
+    for (const char c : std::string("!#$%&'()-._^`{}~ ")) {
+        EXPECT_EQ(SplitUserName(std::string("CORP\\a") + c + "b").name, std::string("a") + c + "b");
+    }
+}
+
+TEST(Names, RefusalsTellWhatIsMalformed) {
+    const auto textOf = [](const auto& call) -> std::string {
+        try {
+            call();
+        } catch (const AdError& error) {
+            return error.what();
+        }
+        return "no refusal";
+    };
+    EXPECT_EQ(textOf([] { DnsName("."); }), "The domain name is malformed");
+    EXPECT_EQ(textOf([] { ControllerName("."); }), "The domain controller's name is malformed");
+    EXPECT_EQ(textOf([] { ComputerName("-a"); }),
+              "The host name is malformed: a computer account takes 1 to 15 letters, digits and hyphens");
+    for (const char* user : {"a\nb", "\\a", "CORP\\"}) {
+        EXPECT_EQ(textOf([&] { SplitUserName(user); }), "The user name is malformed");
+    }
 }
 
 TEST(Names, Principals) {
@@ -94,7 +126,11 @@ TEST(Names, SecurityIdentifiers) {
     const std::string sid("\x01\x02\x00\x00\x00\x00\x00\x05\x15\x00\x00\x00\x01\x02\x03\x04", 16);
     EXPECT_EQ(SidText(sid), "S-1-5-21-67305985");
     EXPECT_EQ(SidText(sid.substr(0, 15)), "");
+    EXPECT_EQ(SidText(sid + "x"), "");
     EXPECT_EQ(SidText(""), "");
+    EXPECT_EQ(SidText(std::string("\x01\x00\x01\x02\x03\x04\x05\x06", 8)), "S-1-1108152157446");
+    EXPECT_EQ(SidText(std::string("\x01\x00\x00\x00\x00\x00\x00", 7)), "");
+    EXPECT_EQ(SidText(std::string("\x01\x01\x00\x00\x00\x00\x00\x05\xff\xfe\xfd\xfc", 12)), "S-1-5-4244504319");
     EXPECT_EQ(SidText("\x02" + sid.substr(1)), "");
 }
 

@@ -47,6 +47,91 @@ TEST(NetlogonReply, TellsWhoAnswers) {
     EXPECT_TRUE(reply->IsClosest());
 }
 
+std::string Labels(const std::vector<std::string>& labels) {
+    std::string bytes;
+    for (const auto& label : labels) {
+        bytes += static_cast<char>(label.size());
+        bytes += label;
+    }
+    return bytes + '\0';
+}
+
+// A reply with these eight names, none of them compressed.
+std::string ReplyWith(const std::vector<std::string>& names) {
+    std::string bytes = RealReply().substr(0, 24);
+    for (const auto& name : names) {
+        bytes += name;
+    }
+    return bytes;
+}
+
+// Forest, domain, controller, the domain's short name, the controller's, a user, and the two sites.
+std::vector<std::string> SomeNames() {
+    return {Labels({"forest", "test"}), Labels({"corp", "test"}), Labels({"dc1", "corp", "test"}),
+            Labels({"CORP"}),           Labels({"DC1"}),          Labels({"alice"}),
+            Labels({"site-a"}),         Labels({"site-b"})};
+}
+
+TEST(NetlogonReply, NamesStandInTheirPlaces) {
+    auto names = SomeNames();
+    names[1] = Labels({"Corp", "TEST"});
+    names[2] = Labels({"DC1", "Corp", "Test"});
+    const auto reply = ParseNetlogonReply(ReplyWith(names));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->forest, "forest.test");
+    EXPECT_EQ(reply->domain, "corp.test");
+    EXPECT_EQ(reply->controller, "dc1.corp.test");
+    EXPECT_EQ(reply->netbiosDomain, "CORP");
+    EXPECT_EQ(reply->serverSite, "site-a");
+    EXPECT_EQ(reply->clientSite, "site-b");
+}
+
+TEST(NetlogonReply, FlagsAreFourBytesAndTheOperationTwo) {
+    std::string bytes = ReplyWith(SomeNames());
+    bytes.replace(4, 4, "\x12\x34\x56\xf8");
+    ASSERT_TRUE(ParseNetlogonReply(bytes));
+    EXPECT_EQ(ParseNetlogonReply(bytes)->flags, 0xf8563412U);
+    bytes[0] = 24;  // paused
+    EXPECT_TRUE(ParseNetlogonReply(bytes));
+    bytes[1] = 1;
+    EXPECT_FALSE(ParseNetlogonReply(bytes));
+}
+
+TEST(NetlogonReply, DomainControllerAndShortNameMustBeTold) {
+    for (std::size_t at = 0; at < 8; ++at) {
+        auto names = SomeNames();
+        names[at] = Labels({});
+        EXPECT_EQ(ParseNetlogonReply(ReplyWith(names)).has_value(), at == 0 || at > 3) << at;
+    }
+}
+
+TEST(NetlogonReply, LabelsHave63AndNames255CharactersAtMost) {
+    const std::string label(63, 'a');
+    const auto isGood = [](const std::string& forest) {
+        auto names = SomeNames();
+        names[0] = forest;
+        return ParseNetlogonReply(ReplyWith(names)).has_value();
+    };
+    EXPECT_TRUE(isGood(Labels({label})));
+    EXPECT_FALSE(isGood(Labels({label + "a"})));
+    EXPECT_TRUE(isGood(Labels({label, label, label, label})));
+    EXPECT_TRUE(isGood(Labels({label, label, label, std::string(61, 'a'), "a"})));
+    EXPECT_FALSE(isGood(Labels({label, label, label, std::string(62, 'a'), "a"})));
+}
+
+TEST(NetlogonReply, PointersReachBehindTheFirst256Bytes) {
+    auto names = SomeNames();
+    names[5] = Labels({std::string(60, 'a'), std::string(60, 'b'), std::string(60, 'c'), std::string(60, 'd')});
+    std::string bytes = ReplyWith({names[0], names[1], names[2], names[3], names[4], names[5]});
+    const std::size_t at = bytes.size();
+    ASSERT_GT(at, 256U);
+    bytes += names[6] + '\xc1' + static_cast<char>(at - 256);
+    const auto reply = ParseNetlogonReply(bytes);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->clientSite, "site-a");
+    EXPECT_FALSE(ParseNetlogonReply(bytes.substr(0, bytes.size() - 1)));
+}
+
 TEST(NetlogonReply, CutAnywhereIsNoReply) {
     for (std::size_t size = 0; size < 82; ++size) {
         EXPECT_FALSE(ParseNetlogonReply(std::string_view(RealReply()).substr(0, size))) << size;
@@ -85,9 +170,11 @@ TEST(NetlogonReply, PointersToThemselvesAndForwardAreRefused) {
     }
 }
 
-TEST(NetlogonReply, ControlCharactersAreRefused) {
+TEST(NetlogonReply, ControlCharactersAndWhatIsNotUtf8AreRefused) {
     std::string bytes = RealReply();
     bytes[25] = '\n';
+    EXPECT_FALSE(ParseNetlogonReply(bytes));
+    bytes[25] = '\xff';
     EXPECT_FALSE(ParseNetlogonReply(bytes));
 }
 

@@ -78,6 +78,70 @@ TEST(Settings, WhatCannotBeMeantIsRefused) {
     }
 }
 
+TEST(Settings, BoundsAreTakenAndWhatLiesBehindThemIsNot) {
+    const std::string label(63, 'a');
+    const struct {
+        std::string line;
+        bool good;
+    } rows[] = {
+        {"join_seconds = 1", true},
+        {"join_seconds = 600", true},
+        {"join_seconds = 0", false},
+        {"join_seconds = 601", false},
+        {"leave_seconds = 600", true},
+        {"leave_seconds = 1", true},
+        {"leave_seconds = 0", false},
+        {"leave_seconds = 601", false},
+        {"query_seconds = 600", true},
+        {"query_seconds = 1", true},
+        {"roll_back_seconds = 600", true},
+        {"roll_back_seconds = 1", true},
+        {"roll_back_seconds = 0", false},
+        {"roll_back_seconds = 601", false},
+        {"controller_seconds = 60", true},
+        {"controller_seconds = 0", false},
+        {"controller_seconds = 61", false},
+        {"name_seconds = 60", true},
+        {"name_seconds = 1", true},
+        {"name_seconds = 0", false},
+        {"name_seconds = 61", false},
+        {"avoid_seconds = 3600", true},
+        {"avoid_seconds = 3601", false},
+        {"ldap_port = 0", false},
+        {"ldap_port = 1", true},
+        {"ldap_port = 65535", true},
+        {"name_servers = 10.0.0.1 dc1", false},
+        {"name_servers = \"\"", true},
+        {"keytab = /", false},
+        {"keytab = /a", true},
+        {"site = " + label, true},
+        {"site = " + label + "a", false},
+        {"site = a/b", false},
+        {"site = a\\b", false},
+        {"site = a b", false},
+        {"site = \"\"", false},
+        {"log_in_access = ad", true},
+        {"log_in_access = deny", true},
+        {"log_in_access = simple", true},
+        {"log_in_full_names = true", true},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(StatusOf([&] { Settings::Parse(row.line); }), row.good ? 0U : kStatusBadConfiguration) << row.line;
+    }
+    EXPECT_TRUE(Settings::Parse("log_in_full_names = true").logInFullNames);
+    EXPECT_EQ(Settings::Parse("avoid_seconds = 3600").avoidance, std::chrono::hours(1));
+    EXPECT_EQ(Settings::Parse("ldap_port = 65535").ldapPort, 65535);
+}
+
+TEST(Settings, QuotesCountInPairsOnly) {
+    EXPECT_EQ(Settings::Parse("log_in_home = \"/h\"").logInHome, "/h");
+    EXPECT_EQ(Settings::Parse("log_in_home = /h\"").logInHome, "/h\"");
+    EXPECT_EQ(Settings::Parse("log_in_home = /h=%u").logInHome, "/h=%u");
+    EXPECT_EQ(Settings::Parse("site = \"").site, "\"");
+    EXPECT_EQ(Settings::Parse("site = \"a").site, "\"a");
+    EXPECT_EQ(Settings::Parse("\r\tsite\t = \ta \r\n\r\n# x").site, "a");
+}
+
 TEST(Settings, ControlCharactersAreRefused) {
     using namespace std::string_literals;
     for (const std::string& line : {"name_servers = \"10.0.0.1\0x\""s, "keytab = /a\x01"s, "site = a\x1b[2J"s,
@@ -93,6 +157,24 @@ TEST(Settings, TheLineIsNamed) {
     } catch (const AdError& error) {
         EXPECT_THAT(error.what(), HasSubstr("Line 3"));
         EXPECT_THAT(error.what(), HasSubstr("query_seconds"));
+    }
+}
+
+TEST(Settings, EveryReasonIsTold) {
+    const struct {
+        const char* text;
+        const char* reason;
+    } rows[] = {{"site", "Line 1 of ad.conf: no '='"},
+                {"site = a\n\nsites = b", "Line 3 of ad.conf: unknown key 'sites'"},
+                {"site = a\nsite = b", "Line 2 of ad.conf: 'site' is set twice"},
+                {"\nkeytab = a", "Line 2 of ad.conf: the value of 'keytab' is not valid"}};
+    for (const auto& row : rows) {
+        try {
+            Settings::Parse(row.text);
+            ADD_FAILURE() << row.text;
+        } catch (const AdError& error) {
+            EXPECT_STREQ(error.what(), row.reason);
+        }
     }
 }
 
