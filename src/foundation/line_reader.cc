@@ -29,9 +29,7 @@ LineReader::LineReader(const std::string& path)
     _descriptor = Open(path);
 }
 
-LineReader::~LineReader() {
-    if (_descriptor >= 0) close(_descriptor);
-}
+LineReader::~LineReader() { close(_descriptor); }
 
 bool LineReader::Fill() {
     if (_atEnd) return false;

@@ -34,7 +34,6 @@ void AppendWords(const std::string& text, std::list<std::string>& words) {
 
 // The words of `text`, one blank between each two.
 void JoinWords(std::string_view text, std::string& joined) {
-    joined.reserve(text.size());
     Words words(text);
     joined = words.Next();
     for (std::string_view word = words.Next(); !word.empty(); word = words.Next()) joined.append(1, ' ').append(word);
@@ -56,7 +55,6 @@ bool PAMEntryReader::Divide(std::string_view line, RuleText& rule) {
     if (first.empty()) return false;
     if (first.front() == '[') {
         const std::size_t start = words.Position() - first.size();
-        rule.isJoined = true;
         for (std::string_view last = first; last.back() != ']';) {
             const std::size_t end = words.Position();
             last = words.Next();
