@@ -206,6 +206,8 @@ TEST(PamControl, AssigningAValueClearsTheText) {
     PAMControl control("[a=b]"s);
     control = PAMControl::Bracketed;
     EXPECT_EQ(static_cast<std::string>(control), "");
+    control = PAMControl::Optional;
+    EXPECT_EQ(static_cast<std::string>(control), "optional");
 }
 
 TEST(PamControl, AssigningANameOverABracketGivesTheName) {

@@ -2,6 +2,12 @@
 
 #include <arpa/nameser.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <functional>
+#include <map>
+#include <thread>
 
 #include "sandbox.h"
 
@@ -72,8 +78,72 @@ TEST(DnsReply, RecordsOfOtherKindsAndSizesAreLeftOut) {
     EXPECT_THAT(answer.addresses, SizeIs(0));
 }
 
+TEST(DnsReply, EveryFieldOfAServiceIsTaken) {
+    const std::string data = Number(0x0102, 2) + Number(0x0304, 2) + Number(0x0506, 2) + Name("dc1.corp.test");
+    const DnsAnswer answer = ParseDnsReply(Reply({Record("_ldap._tcp.dc._msdcs.corp.test", ns_t_srv, data)}));
+    ASSERT_THAT(answer.services, SizeIs(1));
+    EXPECT_EQ(answer.services[0].priority, 0x0102);
+    EXPECT_EQ(answer.services[0].weight, 0x0304);
+    EXPECT_EQ(answer.services[0].port, 0x0506);
+}
+
+TEST(DnsReply, AddressesOfBothFamiliesAreTakenFromBothSections) {
+    const std::string ipv6 = std::string("\xfd\0\0\0\0\0\0\0\0\0\0\0\0\0\0\2", 16);
+    const DnsAnswer answer = ParseDnsReply(
+        Reply({Record("Dc1.corp.test", ns_t_aaaa, ipv6)}, {Record("dc1.corp.test", ns_t_a, "\x0a\x63\x01\x02")}));
+    std::vector<std::string> addresses;
+    for (const auto& [name, endpoint] : answer.addresses) {
+        EXPECT_EQ(name, "dc1.corp.test");
+        addresses.push_back(endpoint.Text());
+    }
+    EXPECT_THAT(addresses, ElementsAre("fd00::2", "10.99.1.2"));
+}
+
+// What follows a record that is too short would pass for its end.
+TEST(DnsReply, RecordsOfAnotherSizeAreLeftOut) {
+    const std::string address = Record("dc1.corp.test", ns_t_a, "abcd");
+    for (const std::string& record :
+         {Record("a", ns_t_srv, std::string(6, '\0')), Record("a", ns_t_srv, ""), Record("a", ns_t_a, "abc"),
+          Record("a", ns_t_a, "abcde"), Record("a", ns_t_aaaa, std::string(15, 'a')), Record("a", ns_t_txt, "abcd"),
+          Record("a", ns_t_aaaa, std::string(17, 'a')), Record("a", ns_t_txt, std::string(16, 'a'))}) {
+        const DnsAnswer answer = ParseDnsReply(Reply({record, address}));
+        EXPECT_THAT(answer.services, SizeIs(0));
+        EXPECT_THAT(answer.addresses, SizeIs(1));
+    }
+}
+
+TEST(DnsReply, ServiceWhoseHostCannotBeReadIsLeftOut) {
+    for (const std::string& host : {std::string("\xff\xff"),
+                                    std::string("\x03"
+                                                "abc\xff\xff"),
+                                    std::string("\xc0\xff", 2)}) {
+        const std::string bad = Record("a", ns_t_srv, std::string(6, '\1') + host);
+        const DnsAnswer answer = ParseDnsReply(Reply({bad, Service(0, 0, "dc1.corp.test")}));
+        EXPECT_THAT(answer.services, SizeIs(1));
+    }
+}
+
+TEST(DnsReply, RecordsBehindADamagedOneAreNotRead) {
+    std::string reply = Reply({Service(0, 100, "dc1.corp.test"), Service(0, 100, "dc2.corp.test")});
+    EXPECT_THAT(ParseDnsReply(reply).services, SizeIs(2));
+    reply[7] = 3;
+    EXPECT_EQ(StatusOf([&] { ParseDnsReply(reply); }), kStatusNoSuchDomain);
+}
+
+TEST(DnsReply, HoldsNoMoreThanAMessageMay) {
+    const std::size_t rest = 65535 - Reply({Record("a", ns_t_txt, "")}).size();
+    EXPECT_EQ(StatusOf([&] { ParseDnsReply(Reply({Record("a", ns_t_txt, std::string(rest, 'x'))})); }), 0U);
+    EXPECT_EQ(StatusOf([&] { ParseDnsReply(Reply({Record("a", ns_t_txt, std::string(rest + 1, 'x'))})); }),
+              kStatusNoSuchDomain);
+}
+
 TEST(DnsReply, NoSuchNameIsAnEmptyAnswer) {
     std::string reply = Reply({});
+    reply[3] = static_cast<char>(0x83);
+    EXPECT_THAT(ParseDnsReply(reply).services, SizeIs(0));
+
+    // Records in it do not count.
+    reply = Reply({Service(0, 0, "dc1.corp.test")});
     reply[3] = static_cast<char>(0x83);
     EXPECT_THAT(ParseDnsReply(reply).services, SizeIs(0));
 }
@@ -117,6 +187,25 @@ TEST(ServiceOrder, WeightDecidesHowOften) {
     EXPECT_NEAR(heavyFirst, 900, 60);
 }
 
+TEST(ServiceOrder, WeightsDecideAmongAllThatAreLeft) {
+    std::minstd_rand random(3);
+    std::map<std::string, int> first;
+    std::map<std::string, int> second;
+    for (int i = 0; i < 6000; ++i) {
+        std::vector<ServiceRecord> services = {
+            {0, 10, 389, "a"}, {0, 20, 389, "b"}, {0, 30, 389, "c"}, {7, 60, 1, "d"}};
+        OrderServices(services, random);
+        ++first[services[0].host];
+        if (services[0].host == "c") ++second[services[1].host];
+        ASSERT_EQ(services[3].host, "d");
+    }
+    EXPECT_NEAR(first["a"], 1000, 150);
+    EXPECT_NEAR(first["b"], 2000, 200);
+    EXPECT_NEAR(first["c"], 3000, 200);
+    EXPECT_NEAR(second["a"], 1000, 150);
+    EXPECT_NEAR(second["b"], 2000, 200);
+}
+
 TEST(ServiceOrder, NothingIsLost) {
     std::minstd_rand random(2);
     for (int i = 0; i < 100; ++i) {
@@ -125,6 +214,112 @@ TEST(ServiceOrder, NothingIsLost) {
         EXPECT_EQ(services.back().host, "d");
         EXPECT_THAT(Hosts(services), ::testing::UnorderedElementsAre("a", "b", "c", "d"));
     }
+}
+
+// A name server on loopback that answers one question with the datagrams that `makeReplies` makes of it.
+class OneAnswer {
+ public:
+    using MakeReplies = std::function<std::vector<std::string>(const std::string& question)>;
+
+    explicit OneAnswer(MakeReplies makeReplies) : _socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        EXPECT_EQ(bind(_socket.Get(), reinterpret_cast<sockaddr*>(&address), size), 0);
+        EXPECT_EQ(getsockname(_socket.Get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+        _settings.nameServers = {"127.0.0.1"};
+        _settings.nameServerPort = ntohs(address.sin_port);
+        _settings.nameBudget = std::chrono::seconds(5);
+        _thread = std::thread([this, makeReplies = std::move(makeReplies)] { Answer(makeReplies); });
+    }
+    ~OneAnswer() { _thread.join(); }
+
+    DnsAnswer Ask() const {
+        return Resolver(_settings).Services("_ldap._tcp.corp.test", Deadline::After(std::chrono::seconds(10)));
+    }
+
+ private:
+    void Answer(const MakeReplies& makeReplies) const {
+        char buffer[1024];
+        sockaddr_in client = {};
+        socklen_t size = sizeof client;
+        const ssize_t got =
+            recvfrom(_socket.Get(), buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&client), &size);
+        ASSERT_GT(got, 0);
+        for (const std::string& reply : makeReplies(std::string(buffer, static_cast<std::size_t>(got)))) {
+            sendto(_socket.Get(), reply.data(), reply.size(), 0, reinterpret_cast<const sockaddr*>(&client), size);
+        }
+    }
+
+    Descriptor _socket;
+    Settings _settings;
+    std::thread _thread;
+};
+
+// The question's header and name again, with one service.
+std::string ReplyTo(const std::string& question, const std::string& host) {
+    std::string reply = question.substr(0, question.size() - 11) + Service(0, 0, host);
+    reply[2] = static_cast<char>(reply[2] | 0x80);
+    reply[7] = 1;
+    reply[11] = 0;
+    return reply;
+}
+
+TEST(Resolver, AsksForServicesAndAnnouncesRoomForLongAnswers) {
+    std::string asked;
+    {
+        const OneAnswer server([&](const std::string& question) {
+            asked = question;
+            return std::vector<std::string>{ReplyTo(question, "dc1.corp.test")};
+        });
+        EXPECT_THAT(Hosts(server.Ask().services), ElementsAre("dc1.corp.test"));
+    }
+    const std::string expected = Number(0x0100, 2) + Number(1, 2) + Number(0, 4) + Number(1, 2) +
+                                 Name("_ldap._tcp.corp.test") + Number(ns_t_srv, 2) + Number(ns_c_in, 2) + '\0' +
+                                 Number(41, 2) + Number(4096, 2) + Number(0, 4) + Number(0, 2);
+    EXPECT_EQ(asked.substr(2), expected);
+}
+
+TEST(Resolver, OnlyTheReplyToItsOwnQuestionIsTaken) {
+    const OneAnswer server([](const std::string& question) {
+        const std::string good = ReplyTo(question, "dc1.corp.test");
+        const std::string other = ReplyTo(question, "dc2.corp.test");
+        std::vector<std::string> replies = {"", "x", other.substr(0, question.size() - 12)};
+        for (const std::size_t at : {std::size_t{0}, std::size_t{1}, std::size_t{13}, question.size() - 12}) {
+            replies.push_back(other);  // of another number, name or class
+            replies.back()[at] = static_cast<char>(replies.back()[at] ^ 0x11);
+        }
+        replies.push_back(other);
+        replies.back()[2] = static_cast<char>(replies.back()[2] & 0x7f);  // a question
+        replies.push_back(good);
+        return replies;
+    });
+    EXPECT_THAT(Hosts(server.Ask().services), ElementsAre("dc1.corp.test"));
+}
+
+TEST(Resolver, NameInOtherLettersIsTheSameQuestion) {
+    const OneAnswer server([](const std::string& question) {
+        std::string reply = ReplyTo(question, "dc1.corp.test");
+        reply[14] = 'L';
+        return std::vector<std::string>{reply};
+    });
+    EXPECT_THAT(Hosts(server.Ask().services), ElementsAre("dc1.corp.test"));
+}
+
+TEST(Resolver, ServerThatFailsGivesNoAnswer) {
+    const auto statusWith = [](char code) {
+        const OneAnswer server([code](const std::string& question) {
+            std::string reply = ReplyTo(question, "dc1.corp.test");
+            reply[3] = static_cast<char>((reply[3] & 0xf0) | code);
+            return std::vector<std::string>{reply};
+        });
+        return StatusOf([&] { server.Ask(); });
+    };
+    EXPECT_EQ(statusWith(ns_r_noerror), 0U);
+    EXPECT_EQ(statusWith(ns_r_nxdomain), 0U);
+    EXPECT_EQ(statusWith(ns_r_servfail), kStatusNoSuchDomain);
+    EXPECT_EQ(statusWith(ns_r_refused), kStatusNoSuchDomain);
 }
 
 }  // namespace
