@@ -49,6 +49,33 @@ TEST(ApxHttpsAnswers, AnythingElseIsRefused) {
     }
 }
 
+TEST(ApxHttpsAnswers, EveryTextOfAnAnswerMustBeThere) {
+    EXPECT_FALSE(ParseDomainAnswer(R"({"netbiosName":"CORP","dnsName":"corp.test"})"));
+    EXPECT_FALSE(ParseDomainAnswer(R"({"netbiosName":"CORP","sid":"S-1-5"})"));
+    EXPECT_FALSE(ParseDomainAnswer(R"({"dnsName":"corp.test","sid":"S-1-5"})"));
+    EXPECT_FALSE(ParseAccountAnswer(R"({"oneTimeSecret":"a"})"));
+    EXPECT_FALSE(ParseAccountAnswer(R"({"accountName":"a"})"));
+}
+
+TEST(ApxHttpsAnswers, TextsHave4096CharactersAtMostAndNoControlCharacters) {
+    const auto isTaken = [](const std::string& name) {
+        return ParseAccountAnswer(R"({"oneTimeSecret":"a","accountName":")" + name + R"("})").has_value();
+    };
+    EXPECT_TRUE(isTaken(std::string(4096, 'a')));
+    EXPECT_FALSE(isTaken(std::string(4097, 'a')));
+    EXPECT_TRUE(isTaken("a b~"));
+    EXPECT_TRUE(isTaken("\xc2\x80"));
+    EXPECT_FALSE(isTaken("\x7f"));
+    EXPECT_FALSE(isTaken(R"(\u001f)"));
+    EXPECT_TRUE(isTaken(R"(\u0020)"));
+}
+
+TEST(ApxHttpsAnswers, MessageOfARefusalIsOptional) {
+    EXPECT_EQ(ParseRefusal(R"({"status":5,"message":"taken"})")->message, "taken");
+    EXPECT_EQ(ParseRefusal(R"({"status":5})")->message, "");
+    EXPECT_FALSE(ParseRefusal(R"({"message":"taken"})"));
+}
+
 TEST(ApxHttpsAnswers, RefusalsCarryTheirNumber) {
     const struct {
         const char* body;
@@ -114,6 +141,41 @@ TEST(ApxHttpsSettings, WhatIsWrongIsToldWithItsLine) {
     EXPECT_EQ(ErrorOf("port = 0"), "f:1: the value must be a number from 1 to 65535");
     EXPECT_EQ(ErrorOf("port = 65536"), "f:1: the value must be a number from 1 to 65535");
     EXPECT_EQ(ErrorOf("total-seconds = \"1 \""), "f:1: the value must be a number from 1 to 3600");
+    EXPECT_EQ(ErrorOf("total-seconds = 0"), "f:1: the value must be a number from 1 to 3600");
+    EXPECT_EQ(ErrorOf("\n\ntotal-seconds = 3601"), "f:3: the value must be a number from 1 to 3600");
+    EXPECT_EQ(ErrorOf("connect-seconds = 3601"), "f:1: the value must be a number from 1 to 3600");
+    EXPECT_EQ(ErrorOf("connect-seconds = x"), "f:1: the value must be a number from 1 to 3600");
+}
+
+TEST(ApxHttpsSettings, BoundsAreTaken) {
+    EXPECT_EQ(ParseSettings("port = 1", "f").port, 1);
+    EXPECT_EQ(ParseSettings("port = 65535", "f").port, 65535);
+    EXPECT_EQ(ParseSettings("connect-seconds = 3600", "f").connectSeconds, 3600);
+    EXPECT_EQ(ParseSettings("total-seconds = 3600", "f").totalSeconds, 3600);
+}
+
+TEST(ApxHttpsSettings, QuotesCountInPairsAndBlanksAroundDoNot) {
+    EXPECT_EQ(ParseSettings("client-key = \"", "f").clientKey, "\"");
+    EXPECT_EQ(ParseSettings("client-key = \"\"", "f").clientKey, "");
+    EXPECT_EQ(ParseSettings("client-key = \"a", "f").clientKey, "\"a");
+    EXPECT_EQ(ParseSettings("client-key = a\"", "f").clientKey, "a\"");
+    EXPECT_EQ(ParseSettings("\r\t client-key\t =\t a=b \t\r\n \t\n\t#", "f").clientKey, "a=b");
+}
+
+TEST(ApxHttpsSettings, FileIsReadAndWhyItCannotBeIsTold) {
+    const nimbrel::testing::TemporaryFolder folder;
+    nimbrel::testing::WriteText(folder / "settings", "port = 7\n");
+    EXPECT_EQ(ReadSettings(folder / "settings").port, 7);
+    const auto errorOf = [&](const std::string& name) -> std::string {
+        try {
+            ReadSettings(folder / name);
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+        return "(none)";
+    };
+    EXPECT_EQ(errorOf(""), folder / "" + ":0: Is a directory");
+    EXPECT_EQ(errorOf("settings/below"), folder / "settings/below" + ":0: Not a directory");
 }
 
 TEST(ApxHttpsAnswers, CorpusOfTheFuzzerIsRead) {

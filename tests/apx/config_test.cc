@@ -112,6 +112,89 @@ TEST(ApxdConfig, WhatIsWrongIsToldWithItsLine) {
     for (const auto& row : rows) EXPECT_EQ(ErrorOf(std::string(kLeast) + row.line + '\n'), row.error) << row.line;
 }
 
+TEST(ApxdConfig, NumbersHaveTheirBounds) {
+    const struct {
+        const char* key;
+        std::uint32_t Config::*member;
+        std::uint32_t least;
+        std::uint32_t most;
+    } rows[] = {
+        {"requests-per-minute", &Config::requestsPerMinute, 1, 1000000},
+        {"burst", &Config::burst, 1, 1000000},
+        {"connections", &Config::connections, 1, 4096},
+        {"connections-per-client", &Config::connectionsPerClient, 1, 4096},
+        {"request-seconds", &Config::requestSeconds, 1, 600},
+        {"stop-seconds", &Config::stopSeconds, 1, 600},
+        {"retry-seconds", &Config::retrySeconds, 0, 31536000},
+    };
+    for (const auto& row : rows) {
+        const auto with = [&](std::int64_t value) { return kLeast + (row.key + (" = " + std::to_string(value))); };
+        const std::string error = std::string("apxd.conf:5: '") + row.key + "': the value must be a number from " +
+                                  std::to_string(row.least) + " to " + std::to_string(row.most);
+        EXPECT_EQ(ParseConfig(with(row.least), "apxd.conf").*row.member, row.least) << row.key;
+        EXPECT_EQ(ParseConfig(with(row.most), "apxd.conf").*row.member, row.most) << row.key;
+        EXPECT_EQ(ErrorOf(with(std::int64_t{row.least} - 1)), error);
+        EXPECT_EQ(ErrorOf(with(std::int64_t{row.most} + 1)), error);
+    }
+}
+
+TEST(ApxdConfig, ListensAtAnAddressWithOrWithoutAPort) {
+    const struct {
+        const char* value;
+        const char* address;
+        std::uint32_t port;
+    } rows[] = {{"192.0.2.1", "192.0.2.1", 8443},
+                {"192.0.2.1:0", "192.0.2.1", 0},
+                {"[::]", "::", 8443},
+                {"[::]:65535", "::", 65535},
+                {"[::1]:1", "::1", 1}};
+    for (const auto& row : rows) {
+        const Config config = ParseConfig(std::string(kLeast) + "listen = " + row.value, "apxd.conf");
+        EXPECT_EQ(config.address, row.address) << row.value;
+        EXPECT_EQ(config.port, row.port) << row.value;
+    }
+    for (const char* value : {"[]", "[]:1", ":1", "::1", "[::1", "[192.0.2.1", "192.0.2.1]", "[::1].", "[::1]8:1"}) {
+        EXPECT_EQ(ErrorOf(std::string(kLeast) + "listen = " + value),
+                  "apxd.conf:5: 'listen': the value must be ADDRESS or ADDRESS:PORT, an IPv6 address in brackets")
+            << value;
+    }
+    EXPECT_EQ(ErrorOf(std::string(kLeast) + "listen = 192.0.2.1:65536"),
+              "apxd.conf:5: 'listen': the value must be a number from 0 to 65535");
+}
+
+TEST(ApxdConfig, BlanksAroundKeysAndValuesDoNotCount) {
+    const Config config = ParseConfig(std::string(kLeast) + "\t unit \t=\t Hosts = New \t\n \t\n\t#", "apxd.conf");
+    EXPECT_EQ(config.defaultUnit, "Hosts = New");
+    EXPECT_EQ(ErrorOf(std::string(kLeast) + "unit = a\x7f"), "apxd.conf:5: the line holds a control character");
+    EXPECT_EQ(ErrorOf(std::string(kLeast) + "unit = a\x1f"), "apxd.conf:5: the line holds a control character");
+}
+
+TEST(ApxdConfig, TheDirectoryNeedsAnAccountOfTheServicesOwn) {
+    const std::string text = std::string(kLeast) + "back-end = ad\nkeytab = /k\n";
+    EXPECT_EQ(ErrorOf(text), "apxd.conf:0: 'principal' is missing: the service's own account");
+    EXPECT_EQ(ErrorOf(text + "principal = apxd\n"), "(none)");
+    EXPECT_EQ(ParseConfig(std::string(kLeast) + "back-end = embedded", "apxd.conf").backEnd, "embedded");
+}
+
+TEST(ApxdConfig, EveryByteIsFitForADomainOrNot) {
+    for (int value = 0x21; value < 0x100; ++value) {
+        const auto byte = static_cast<char>(value);
+        if (value == '.' || value == 0x7f) continue;
+        const bool isFit = (value >= 'a' && value <= 'z') || (value >= 'A' && value <= 'Z') ||
+                           (value >= '0' && value <= '9') || value == '-' || value == '_';
+        std::string text = kLeast;
+        text.replace(text.find("corp.test"), 9, std::string("c") + byte + "p.test");
+        EXPECT_EQ(ErrorOf(text), isFit ? "(none)" : "apxd.conf:4: 'domain': the value must be the domain's DNS name")
+            << value;
+    }
+    const std::string label(63, 'a');
+    for (const auto& [domain, isFit] : {std::pair(label + ".test", true), std::pair(label + "a.test", false)}) {
+        std::string text = kLeast;
+        text.replace(text.find("corp.test"), 9, domain);
+        EXPECT_EQ(ErrorOf(text) == "(none)", isFit) << domain;
+    }
+}
+
 TEST(ApxdConfig, TheDomainIsADnsName) {
     const std::string least = kLeast;
     const std::size_t name = least.find("corp.test");
@@ -143,6 +226,23 @@ TEST(ApxdConfig, AFileThatCannotBeReadIsAnError) {
     EXPECT_THROW(ReadConfig(folder / ""), ConfigError);
     nimbrel::testing::WriteText(folder / "large", std::string(2U << 20U, '#'));
     EXPECT_THROW(ReadConfig(folder / "large"), ConfigError);
+}
+
+TEST(ApxdConfig, AFilesSizeAndTheReasonAreTold) {
+    const nimbrel::testing::TemporaryFolder folder;
+    const auto errorOf = [&](const std::string& name) -> std::string {
+        try {
+            return std::to_string(ReadTextFile(folder / name).size());
+        } catch (const ConfigError& error) {
+            return error.what();
+        }
+    };
+    EXPECT_EQ(errorOf("missing"), folder / "missing" + ":0: No such file or directory");
+    EXPECT_EQ(errorOf(""), folder / "" + ":0: Is a directory");
+    nimbrel::testing::WriteText(folder / "largest", std::string(1U << 20U, '#'));
+    EXPECT_EQ(errorOf("largest"), "1048576");
+    nimbrel::testing::WriteText(folder / "large", std::string((1U << 20U) + 1, '#'));
+    EXPECT_EQ(errorOf("large"), folder / "large" + ":0: the file is too large");
 }
 
 // --- Networks and names ---
