@@ -57,6 +57,10 @@ TEST_F(Keytab, HoldsEveryPrincipalWithBothAesKeys) {
     }
     EXPECT_EQ(ModeOf(File()), 0600U);
     EXPECT_EQ(FileCount(Folder()), 1U);
+    const auto times = testing::RunProgram("/usr/bin/klist", {.arguments = {"-k", "-t", File()}});
+    EXPECT_THAT(times.output, HasSubstr(" host/NODE01@CORP.TEST"));
+    EXPECT_THAT(times.output, Not(::testing::AnyOf(HasSubstr("1969"), HasSubstr("1970"))))
+        << "a key has the time at which it was written";
 }
 
 // The keys were made with ktutil's `addent -password` for the same name, salt and password.

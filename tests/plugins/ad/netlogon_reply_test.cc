@@ -132,6 +132,15 @@ TEST(NetlogonReply, PointersReachBehindTheFirst256Bytes) {
     EXPECT_FALSE(ParseNetlogonReply(bytes.substr(0, bytes.size() - 1)));
 }
 
+// Each in memory of its own size, so that a look behind the end is seen.
+TEST(NetlogonReply, CutAnywhereWithoutPointersIsNoReply) {
+    const std::string whole = ReplyWith(SomeNames());
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        const std::vector<char> bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+        EXPECT_FALSE(ParseNetlogonReply(std::string_view(bytes.data(), size))) << size;
+    }
+}
+
 TEST(NetlogonReply, CutAnywhereIsNoReply) {
     for (std::size_t size = 0; size < 82; ++size) {
         EXPECT_FALSE(ParseNetlogonReply(std::string_view(RealReply()).substr(0, size))) << size;

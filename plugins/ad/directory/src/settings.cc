@@ -58,7 +58,6 @@ Setter Text(std::string Settings::*field, const std::function<bool(std::string_v
 }
 
 bool SetNameServers(Settings& settings, std::string_view text) {
-    settings.nameServers.clear();
     while (!text.empty()) {
         const auto blank = text.find(' ');
         const std::string address(text.substr(0, blank));
