@@ -58,6 +58,7 @@ TEST_F(HostsFileTest, EditKeepsEveryByteThatIsNotTheEntry) {
         {"replaced in place", "::1 a\n192.0.2.10 old\nff02::1 b\n", "::1 a\n" + entry + "\nff02::1 b\n"},
         {"replaced last line without newline", "::1 a\n192.0.2.10 old", "::1 a\n" + entry},
         {"blanks before and between", "\t 192.0.2.10 \t old \t older \n", entry + "\n"},
+        {"other white space", "\r192.0.2.10\vold\folder\rmore\v\n", entry + "\n"},
         {"comment behind the entry", "192.0.2.10 old   # rack 4\n", entry + "   # rack 4\n"},
         {"comment touching the name", "192.0.2.10 old#rack 4\n", entry + "#rack 4\n"},
         {"entry that is commented out", "#192.0.2.10 old\n # 192.0.2.10 old\n",

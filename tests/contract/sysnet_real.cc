@@ -1,5 +1,6 @@
 // The real network library at the host's real files.
 
+#include <filesystem>
 #include <sstream>
 
 #include "host.h"
@@ -13,7 +14,9 @@ struct RealNetwork {
     static constexpr char kInterface[] = "eth0";
     static constexpr char kAddress[] = "192.0.2.10";
 
+    // The files are the host's, wherever the process stands.
     static void Reset() {
+        std::filesystem::current_path("/tmp");
         host::WriteFile("/etc/hosts", "127.0.0.1\tlocalhost\n");
         host::WriteFile("/etc/resolv.conf", "nameserver 127.0.0.1\n");
     }

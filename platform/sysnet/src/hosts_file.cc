@@ -22,8 +22,7 @@ struct Entry {
 
 Entry Parse(const std::string& line) {
     Entry entry;
-    std::size_t end = line.find('#');
-    if (end == std::string::npos) end = line.size();
+    const std::size_t end = line.find('#');  // npos lies behind every word
     std::size_t at = line.find_first_not_of(kBlanks);
     std::size_t behindWords = 0;
     while (at < end) {
@@ -31,7 +30,7 @@ Entry Parse(const std::string& line) {
         entry.words.push_back(line.substr(at, behindWords - at));
         at = line.find_first_not_of(kBlanks, behindWords);
     }
-    if (end < line.size()) entry.comment = line.substr(behindWords);
+    if (end != std::string::npos) entry.comment = line.substr(behindWords);
     return entry;
 }
 
