@@ -117,6 +117,8 @@ TEST(ResolvedDropIn, DomainGoesToTheLastSetting) {
          "[Resolve]\nDomains=a.test \\\n# c\n  b.test corp.test\nDNS=192.0.2.53\n"},
         {"already there in a continued line", "[Resolve]\nDomains=a.test\\\ncorp.test\n",
          "[Resolve]\nDomains=a.test\\\ncorp.test\n"},
+        {"already there, with the backslash behind it", "[Resolve]\nDomains=corp.test\\\n a.test\n",
+         "[Resolve]\nDomains=corp.test\\\n a.test\n"},
         {"setting that goes on into nothing", "[Resolve]\nDomains=a.test \\\n",
          "[Resolve]\nDomains=a.test corp.test \\\n"},
         {"other line that goes on into nothing", "[Resolve]\nDNS=192.0.2.53 \\\n",

@@ -185,7 +185,7 @@ TEST_F(NetworkInfoTest, LabelOfAnAddressIsNoName) {
 TEST_F(NetworkInfoTest, NamedInterfaceGoesBeforeTheDefaultRoute) {
     for (const std::string content :
          {"management-interface = eth1\n", "management-interface=eth1", "\t management-interface \t=  eth1 \r\n",
-          "# a comment\n\n   # another\nmanagement-interface = eth1\n"}) {
+          "\rmanagement-interface\v=\feth1\r \n", "# a comment\n\n   # another\nmanagement-interface = eth1\n"}) {
         Conf(content);
         EXPECT_EQ(Management(), "eth1 198.51.100.7") << content;
     }
@@ -222,6 +222,7 @@ TEST_F(NetworkInfoTest, WrongLineIsNamed) {
         {"# x\nmanagement-interface\n", where + "2" + expected},
         {"management-interface =\n", where + "1" + expected},
         {"management-interface = eth0 eth1\n", where + "1" + expected},
+        {"management-interface = eth0\reth1\n", where + "1" + expected},
         {"management-interface = eth1 # office\n", where + "1" + expected},
         {"Management-Interface = eth1\n", where + "1" + expected},
         {"management interface = eth1\n", where + "1" + expected},
