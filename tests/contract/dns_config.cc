@@ -158,7 +158,11 @@ auto IsWarning(const std::string& text) {
 // The host's real files. What a test makes of them is gone afterwards.
 class DnsConfigTest : public ::testing::Test {
  protected:
-    void SetUp() override { CleanUp(); }
+    // The files are the host's, wherever the process stands.
+    void SetUp() override {
+        std::filesystem::current_path("/tmp");
+        CleanUp();
+    }
     void TearDown() override { CleanUp(); }
 
     void CleanUp() {
@@ -210,6 +214,22 @@ TEST_F(DnsConfigTest, SavingNothingNewWritesNothing) {
     Save("CORP.test");
     DnsConfigImpl("defaultTcpipStack").SaveConfig();
     EXPECT_EQ(host::InodeOf(kResolvConf), before);
+}
+
+TEST_F(DnsConfigTest, SavingNothingLooksAtNoFile) {
+    std::filesystem::remove(kResolvConf);
+    std::filesystem::create_directory(kResolvConf);
+    EXPECT_NO_THROW(DnsConfigImpl("defaultTcpipStack").SaveConfig());
+    EXPECT_THROW(Save("corp.test"), HostMgmtException);
+}
+
+TEST_F(DnsConfigTest, WhatHasBeenSavedIsNotSavedAgain) {
+    DnsConfigImpl dns("defaultTcpipStack");
+    dns.AddUserSearchDomain("corp.test");
+    dns.SaveConfig();
+    host::WriteFile(kResolvConf, "search a.test\n");
+    dns.SaveConfig();
+    EXPECT_EQ(host::ReadFile(kResolvConf), "search a.test\n");
 }
 
 TEST_F(DnsConfigTest, TargetOfAnotherProgramsLinkIsEdited) {
