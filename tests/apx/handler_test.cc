@@ -121,6 +121,83 @@ TEST_F(ApxdHandler, Refusals) {
     for (const auto& row : rows) EXPECT_EQ(Outcome(row.request), row.outcome) << row.request.body;
 }
 
+TEST_F(ApxdHandler, EveryRefusalTellsItsReason) {
+    config.allowedUnits = {"Lab"};
+    Request large = Post("{}");
+    large.contentLength = kLargestBody + 1;
+    Request larger = Post(std::string(kLargestBody + 1, ' '));
+    larger.contentLength = 2;
+    Request untyped = Post("{}");
+    untyped.contentType = "";
+    const struct {
+        Request request;
+        const char* message;
+    } rows[] = {
+        {MakeRequest("GET", "/"), "there is no such path"},
+        {MakeRequest("POST", "/v1/domain"), "only GET is allowed"},
+        {MakeRequest("GET", "/v1/computers"), "only POST is allowed"},
+        {large, "the body is larger than 4096 bytes"},
+        {larger, "the body is larger than 4096 bytes"},
+        {untyped, "the body must be application/json"},
+        {Post("[]"), "the body is not a JSON object"},
+        {Post("{}"), "'accountName' is missing"},
+        {Post(R"({"accountName":7})"), "'accountName' is not a text"},
+        {Post(R"({"accountName":"\u007f"})"), "'accountName' is too long or holds control characters"},
+        {Post(R"({"accountName":"\u001f"})"), "'accountName' is too long or holds control characters"},
+        {Post(R"({"accountName":"a","organizationalUnit":7})"), "'organizationalUnit' is not a text"},
+        {Post(R"({"accountName":"a","organizationalUnit":"X"})"), "hosts may not choose this organizational unit"},
+    };
+    for (const auto& row : rows) {
+        now += std::chrono::hours(1);
+        const Answer answer = Send(row.request, now);
+        EXPECT_EQ(answer.message, row.message);
+        EXPECT_EQ(json::parse(answer.body.Text()).value("message", ""), row.message);
+        EXPECT_EQ(answer.body.Text().back(), '\n');
+    }
+    EXPECT_EQ(Handler::LengthRequired().message, "the body's length is not given");
+    EXPECT_EQ(Handler::LengthRequired().httpStatus, 411U);
+    EXPECT_EQ(Handler::LengthRequired().status, 87U);
+}
+
+TEST_F(ApxdHandler, LongestNamesAndBodiesAreTaken) {
+    EXPECT_EQ(Outcome(Post(R"({"accountName":")" + std::string(255, 'a') + R"("})")), "400 1210");
+    EXPECT_EQ(Outcome(Post(R"({"accountName":"a","organizationalUnit":")" + std::string(1024, 'u') + R"("})")),
+              "201 0");
+    EXPECT_EQ(Outcome(Post(R"({"accountName":"a","organizationalUnit":")" + std::string(1025, 'u') + R"("})")),
+              "400 87");
+    const std::string body = R"({"accountName":"b"})";
+    EXPECT_EQ(Outcome(Post(body + std::string(kLargestBody - body.size(), ' '))), "201 0");
+    EXPECT_EQ(Outcome(Post(R"({"accountName":"x ~","organizationalUnit":" ~"})")), "400 1210");
+}
+
+TEST_F(ApxdHandler, TypeOfTheBodyIsLookedAtWithoutItsParameters) {
+    for (const char* type :
+         {"application/json", "Application/JSON;charset=x", "application/json\t", "application/json "}) {
+        Request request = Post(R"({"accountName":"a"})");
+        request.contentType = type;
+        EXPECT_EQ(Outcome(request).substr(0, 2), "20") << type;
+    }
+}
+
+TEST_F(ApxdHandler, RefusalsOfTheDirectoryHaveTheirHttpStatus) {
+    for (const auto& [status, outcome] :
+         {std::pair{87U, "400 87"}, std::pair{1210U, "400 1210"}, std::pair{267U, "400 267"}, std::pair{5U, "403 5"},
+          std::pair{1331U, "403 1331"}, std::pair{2U, "404 2"}, std::pair{1317U, "404 1317"},
+          std::pair{1316U, "409 1316"}, std::pair{1355U, "503 1355"}, std::pair{1359U, "500 1359"}}) {
+        backEnd.beforeCreate = [status = status] { throw Refusal(status, "no"); };
+        EXPECT_EQ(Outcome(Post(R"({"accountName":"a"})")), outcome);
+    }
+}
+
+TEST_F(ApxdHandler, SecretsAreWrittenAsJsonWhateverTheyHold) {
+    std::string secret = "\"\\\x7f\xc3\xa4 ~";
+    for (char c = 1; c < ' '; ++c) secret += c;
+    backEnd.afterCreate = [&] { backEnd.accounts.at("NODE01").secret = secret; };
+    const Answer answer = Send(Post(R"({"accountName":"node01"})"));
+    EXPECT_EQ(json::parse(answer.body.Text()).at("oneTimeSecret"), secret);
+    EXPECT_STREQ(Send(Post(R"({"accountName":"node01"})")).way, "renewed");
+}
+
 TEST_F(ApxdHandler, OnlyAllowedNetworksMayAsk) {
     Request request = MakeRequest("GET", "/v1/domain");
     request.client = Address::Parse("198.51.100.1");

@@ -128,6 +128,7 @@ TEST(DirectoryNames, UnitsArePathsOrDistinguishedNames) {
     EXPECT_EQ(SplitUnitPath("A\\/B/C\\\\D/"), (Names{"A/B", "C\\D", ""}));
     EXPECT_EQ(SplitUnitPath("A\\B"), (Names{"A\\B"}));
     EXPECT_EQ(SplitUnitPath("A\\"), (Names{"A\\"}));
+    EXPECT_EQ(SplitUnitPath("A\\/"), (Names{"A/"}));
     EXPECT_EQ(SplitUnitPath(""), (Names{""}));
     EXPECT_TRUE(LooksLikeDistinguishedName("OU=Hosts,DC=corp,DC=test"));
     EXPECT_TRUE(LooksLikeDistinguishedName("cn = Computers"));
