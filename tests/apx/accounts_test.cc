@@ -208,6 +208,88 @@ TEST_F(ApxdAccounts, AFileThatIsNoLedgerIsRefusedAndKept) {
     }
 }
 
+// --- The ledger by itself ---
+
+const std::string kMark = "0123456789abcdef0123456789abcdef";
+
+TEST(ApxdLedger, LinesAreThoseOfTheDocumentation) {
+    const nimbrel::testing::TemporaryFolder folder;
+    const std::string path = folder / "ledger";
+    const std::string header = "nimbrel-apxd ledger 1\n";
+    const std::string takenOver = "T NODE07 192.0.2.17 " + kMark + " 18\n";
+    {
+        Ledger ledger(path);
+        EXPECT_EQ(ReadText(path), header);
+        ledger.Note("NODE01", "192.0.2.10", {kMark, 17, false});
+        ledger.Note("NODE07", "192.0.2.17", {kMark, 18, true});
+        ledger.Forget("NODE01", "192.0.2.10");
+        EXPECT_EQ(ReadText(path),
+                  header + "H NODE01 192.0.2.10 " + kMark + " 17\n" + takenOver + "F NODE01 192.0.2.10\n");
+        EXPECT_FALSE(ledger.Find("NODE01", "192.0.2.10"));
+    }
+    const Ledger again(path);
+    EXPECT_EQ(ReadText(path), header + takenOver);
+    const auto entry = again.Find("NODE07", "192.0.2.17");
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->mark, kMark);
+    EXPECT_EQ(entry->time, 18);
+    EXPECT_TRUE(entry->takenOver);
+    EXPECT_FALSE(again.Find("NODE07", "192.0.2.18"));
+    for (const std::string& file : {path, path + ".lock"}) {
+        EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600)) << file;
+    }
+    EXPECT_FALSE(std::filesystem::exists(path + ".new"));
+}
+
+TEST(ApxdLedger, ClientThatHasTakenAnAccountOverIsFoundAmongOthers) {
+    const nimbrel::testing::TemporaryFolder folder;
+    Ledger ledger(folder / "ledger");
+    ledger.Note("NODE07", "192.0.2.1", {kMark, 1, false});
+    ledger.Note("NODE07", "192.0.2.2", {kMark, 1, true});
+    ledger.Note("NODE08", "192.0.2.3", {kMark, 1, true});
+    ledger.Note("NODE09", "192.0.2.4", {kMark, 1, false});
+    EXPECT_EQ(ledger.TakenOverBy("NODE07"), "192.0.2.2");
+    EXPECT_EQ(ledger.TakenOverBy("NODE08"), "192.0.2.3");
+    EXPECT_EQ(ledger.TakenOverBy("NODE09"), "");
+    EXPECT_EQ(ledger.TakenOverBy("NODE0"), "");
+}
+
+TEST(ApxdLedger, PruningKeepsWhatIsYoungAndWhatIsPreStaged) {
+    const nimbrel::testing::TemporaryFolder folder;
+    const std::string path = folder / "ledger";
+    Ledger ledger(path);
+    ledger.Note("OLD", "c", {kMark, 4, false});
+    ledger.Note("YOUNG", "c", {kMark, 5, false});
+    ledger.Note("STAGED", "c", {kMark, 1, true});
+    ledger.Note("GONE", "c", {kMark, 9, true});
+    ledger.Prune(5, {"STAGED", "OLD"});
+    EXPECT_EQ(ReadText(path), "nimbrel-apxd ledger 1\nT STAGED c " + kMark + " 1\nH YOUNG c " + kMark + " 5\n");
+}
+
+TEST(ApxdLedger, WhatIsWrongWithTheFileIsTold) {
+    const nimbrel::testing::TemporaryFolder folder;
+    const std::string path = folder / "ledger";
+    const auto errorOf = [](const std::string& file) -> std::string {
+        try {
+            Ledger ledger(file);
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "(none)";
+    };
+    EXPECT_EQ(errorOf(folder / "missing/ledger"), folder / "missing/ledger.lock" + ": No such file or directory");
+    for (const std::string line : {"H NODE01", "H NODE01 c m", "H NODE01 c m x", "T NODE01 c m", "X NODE01 c m 1",
+                                   "F NODE01", "F", "", "HH NODE01 c m 1"}) {
+        WriteText(path, "nimbrel-apxd ledger 1\n" + line + "\n");
+        EXPECT_EQ(errorOf(path), path + ": damaged: " + line);
+    }
+    WriteText(path, "nimbrel-apxd ledger 2\n");
+    EXPECT_EQ(errorOf(path), path + ": not a ledger");
+    std::filesystem::remove(path);
+    const Ledger first(path);
+    EXPECT_EQ(errorOf(path), path + ": in use by another process");
+}
+
 TEST_F(ApxdAccounts, OldEntriesAreDropped) {
     Ask();
     now += 10;
