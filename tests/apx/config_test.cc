@@ -2,8 +2,10 @@
 
 #include "services/apxd/config.h"
 
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 
 #include <sstream>
 
@@ -266,6 +268,64 @@ TEST(ApxdNames, NetworksContainTheirAddresses) {
     }
 }
 
+TEST(ApxdNames, NetworksHaveNoBitsBehindTheirLength) {
+    const struct {
+        const char* network;
+        bool good;
+    } rows[] = {
+        {"192.0.2.128/25", true},
+        {"192.0.2.64/25", false},
+        {"192.0.2.1/32", true},
+        {"192.0.2.1/31", false},
+        {"192.0.2.1/33", false},
+        {"192.0.2.0/", false},
+        {"192.0.2.0/x", false},
+        {"192.0.2.0/24x", false},
+        {"192.0.2.0/-1", false},
+        {"/24", false},
+        {"", false},
+        {"2001:db8::1/128", true},
+        {"2001:db8::1/127", false},
+        {"2001:db8::/129", false},
+        {"2001:db8::/33", true},
+        {"::ffff:192.0.2.0/120", true},
+        {"::ffff:192.0.2.0/24", false},
+        {"::ffff:0.0.0.0/96", true},
+        {"128.0.0.0/1", true},
+        {"128.0.0.0/0", false},
+        {"8000::/1", true},
+        {"8000::/0", false},
+        {"0.0.0.0/0", true},
+        {"::/0", true},
+    };
+    for (const auto& row : rows) EXPECT_EQ(Network::Parse(row.network).has_value(), row.good) << row.network;
+    EXPECT_TRUE(Network::Parse("::ffff:192.0.2.0/120")->Contains(*Address::Parse("192.0.2.9")));
+    EXPECT_FALSE(Network::Parse("::ffff:192.0.2.0/120")->Contains(*Address::Parse("192.0.3.9")));
+}
+
+TEST(ApxdNames, AddressesAreWrittenAsTheyAreKnown) {
+    for (const char* text : {"192.0.2.10", "2001:db8::1", "::", "0.0.0.0", "255.255.255.255"}) {
+        EXPECT_EQ(Address::Parse(text)->Text(), text);
+    }
+    EXPECT_EQ(Address::Parse("::ffff:192.0.2.10")->Text(), "192.0.2.10");
+    EXPECT_FALSE(Address::Parse("node01"));
+    EXPECT_FALSE(Address::Parse(""));
+}
+
+TEST(ApxdNames, AddressesOfSocketsAreTaken) {
+    sockaddr_storage storage = {};
+    auto& address = reinterpret_cast<sockaddr&>(storage);
+    EXPECT_FALSE(Address::From(address));
+    auto& ipv4 = reinterpret_cast<sockaddr_in&>(storage);
+    ipv4.sin_family = AF_INET;
+    ASSERT_EQ(inet_pton(AF_INET, "192.0.2.10", &ipv4.sin_addr), 1);
+    EXPECT_EQ(Address::From(address)->Text(), "192.0.2.10");
+    auto& ipv6 = reinterpret_cast<sockaddr_in6&>(storage);
+    ipv6.sin6_family = AF_INET6;
+    ASSERT_EQ(inet_pton(AF_INET6, "2001:db8::10", &ipv6.sin6_addr), 1);
+    EXPECT_EQ(Address::From(address)->Text(), "2001:db8::10");
+}
+
 TEST(ApxdNames, HostNamesBecomeAccountNames) {
     const struct {
         const char* name;
@@ -303,6 +363,11 @@ TEST(ApxdNames, HostNamesBecomeAccountNames) {
         } catch (const Refusal& refusal) {
             EXPECT_STREQ(row.account, "") << row.name;
             EXPECT_EQ(refusal.Status(), kInvalidComputerName);
+            const bool isOutside = refusal.what() == std::string("the host's name does not end in .corp.test");
+            EXPECT_TRUE(isOutside || refusal.what() == std::string("the host's name is not 1 to 15 letters, digits and "
+                                                                   "inner hyphens, or is digits alone"))
+                << refusal.what();
+            EXPECT_EQ(isOutside, std::string(row.name).starts_with("node01.")) << row.name;
         }
     }
 }
