@@ -87,6 +87,10 @@ INSTANTIATE_TEST_SUITE_P(JumpsThatLandInside, NssReaderAccepts,
                          ::testing::Values(Accepted{"hosts: a [x] 345678 0 2 4", "4:{a|x|}{0|}{2|}{4|}"},
                                            Accepted{"hosts: a [x] 3456789abc ef", "4:{a|x|}{abc|}{ef|}"},
                                            Accepted{"hosts: a [x] 345678 [y] 4", "4:{a|x|}{[y]|}{4|}"},
+                                           Accepted{" hosts: a [x] 345678 0 2 4", "4:{a|x|}{0|}{2|}{4|}"},
+                                           Accepted{"\thosts: a [x] 345678 0 2 4", "4:{a|x|}{0|}{2|}{4|}"},
+                                           Accepted{"\rhosts: a [x] 345678 0 2 4", "4:{a|x|}{0|}{2|}{4|}"},
+                                           Accepted{"~hosts: a [x] 345678 0 2 4", ""},
                                            Accepted{"hosts: a [x] 345678", "4:{a|x|}"},
                                            Accepted{"hosts: a [x] 34567 ", "4:{a|x|}"},
                                            Accepted{"hosts: a [x] 3456789", "4:{a|x|}"},
@@ -173,6 +177,23 @@ TEST(NssReader, ReadErrorEndsTheReading) {
     EXPECT_EQ(outcome.model, "4:{files|}");
     EXPECT_EQ(outcome.error, "");
     EXPECT_EQ(outcome.state & std::ios::badbit, std::ios::badbit);
+}
+
+TEST(NssReader, TiedStreamIsFlushedBeforeEveryLine) {
+    struct CountingBuffer : std::streambuf {
+        int sync() override {
+            ++flushes;
+            return 0;
+        }
+        int flushes = 0;
+    };
+    CountingBuffer buffer;
+    std::ostream tied(&buffer);
+    std::istringstream stream("passwd: files\nhosts: dns\n");
+    stream.tie(&tied);
+    NSSConfiguration configuration;
+    stream >> configuration;
+    EXPECT_EQ(buffer.flushes, 3);
 }
 
 TEST(NssReader, StreamThatThrowsPassesItsExceptionOn) {
