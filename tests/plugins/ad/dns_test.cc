@@ -216,27 +216,42 @@ TEST(ServiceOrder, NothingIsLost) {
     }
 }
 
-// A name server on loopback that answers one question with the datagrams that `makeReplies` makes of it.
+// A name server on loopback that answers questions with the datagrams that `makeReplies` makes of them.
 class OneAnswer {
  public:
     using MakeReplies = std::function<std::vector<std::string>(const std::string& question)>;
 
-    explicit OneAnswer(MakeReplies makeReplies) : _socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    // After `questions` of them it takes one connection if there is a reply for it.
+    explicit OneAnswer(MakeReplies makeReplies, int questions = 1, MakeReplies makeLongReply = nullptr)
+        : _listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
+          _socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
         sockaddr_in address = {};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
+        EXPECT_EQ(bind(_listener.Get(), reinterpret_cast<sockaddr*>(&address), size), 0);
+        EXPECT_EQ(getsockname(_listener.Get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+        EXPECT_EQ(listen(_listener.Get(), 1), 0);
         EXPECT_EQ(bind(_socket.Get(), reinterpret_cast<sockaddr*>(&address), size), 0);
-        EXPECT_EQ(getsockname(_socket.Get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
         _settings.nameServers = {"127.0.0.1"};
         _settings.nameServerPort = ntohs(address.sin_port);
         _settings.nameBudget = std::chrono::seconds(5);
-        _thread = std::thread([this, makeReplies = std::move(makeReplies)] { Answer(makeReplies); });
+        _thread = std::thread([=, this] {
+            for (int i = 0; i < questions; ++i) Answer(makeReplies);
+            if (makeLongReply) AnswerConnection(makeLongReply);
+        });
     }
     ~OneAnswer() { _thread.join(); }
 
     DnsAnswer Ask() const {
         return Resolver(_settings).Services("_ldap._tcp.corp.test", Deadline::After(std::chrono::seconds(10)));
+    }
+    std::vector<std::string> Addresses() const {
+        std::vector<std::string> texts;
+        for (const auto& one : Resolver(_settings).Addresses("dc1.test", Deadline::After(std::chrono::seconds(10)))) {
+            texts.push_back(one.Text());
+        }
+        return texts;
     }
 
  private:
@@ -252,6 +267,18 @@ class OneAnswer {
         }
     }
 
+    void AnswerConnection(const MakeReplies& makeReply) const {
+        const Descriptor connection(accept4(_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        const Deadline deadline = Deadline::After(std::chrono::seconds(10));
+        std::string size(2, '\0');
+        ReceiveExactly(connection.Get(), size.data(), size.size(), deadline);
+        std::string question(static_cast<unsigned char>(size[1]), '\0');
+        ReceiveExactly(connection.Get(), question.data(), question.size(), deadline);
+        const std::string reply = makeReply(question).front();
+        SendAll(connection.Get(), Number(static_cast<unsigned>(reply.size()), 2) + reply, deadline);
+    }
+
+    Descriptor _listener;
     Descriptor _socket;
     Settings _settings;
     std::thread _thread;
@@ -296,6 +323,64 @@ TEST(Resolver, OnlyTheReplyToItsOwnQuestionIsTaken) {
         return replies;
     });
     EXPECT_THAT(Hosts(server.Ask().services), ElementsAre("dc1.corp.test"));
+}
+
+TEST(Resolver, TruncatedReplyIsFetchedByConnection) {
+    const auto truncated = [](const std::string& question) {
+        std::string reply = ReplyTo(question, "dc9.corp.test");
+        reply[2] = static_cast<char>(reply[2] | 0x02);
+        return std::vector<std::string>{reply};
+    };
+    const auto statusWith = [&](char changed) {
+        const OneAnswer server(truncated, 1, [changed](const std::string& question) {
+            std::string reply = ReplyTo(question, "dc1.corp.test");
+            reply[0] = static_cast<char>(reply[0] ^ changed);
+            return std::vector<std::string>{reply};
+        });
+        return StatusOf([&] { EXPECT_THAT(Hosts(server.Ask().services), ElementsAre("dc1.corp.test")); });
+    };
+    EXPECT_EQ(statusWith(0), 0U);
+    EXPECT_EQ(statusWith(1), kStatusNoSuchDomain) << "the reply to another question";
+}
+
+std::vector<std::string> WithAddress(const std::string& question, ns_type type, const std::string& address) {
+    std::string reply = question.substr(0, question.size() - 11);
+    reply[2] = static_cast<char>(reply[2] | 0x80);
+    reply[11] = 0;
+    if (question[question.size() - 14] == type) {
+        reply[7] = 1;
+        reply += Record("dc1.test", type, address);
+    }
+    return {reply};
+}
+
+TEST(Resolver, SecondFamilyIsAskedForOnlyWhereTheFirstHasNothing) {
+    const OneAnswer first([](const auto& question) { return WithAddress(question, ns_t_a, "\x0a\x63\x01\x02"); });
+    EXPECT_THAT(first.Addresses(), ElementsAre("10.99.1.2"));
+    const std::string ipv6 = std::string("\xfd\0\0\0\0\0\0\0\0\0\0\0\0\0\0\2", 16);
+    const OneAnswer second([&](const auto& question) { return WithAddress(question, ns_t_aaaa, ipv6); }, 2);
+    EXPECT_THAT(second.Addresses(), ElementsAre("fd00::2"));
+    const OneAnswer neither([&](const auto& question) { return WithAddress(question, ns_t_txt, ""); }, 2);
+    EXPECT_THAT(neither.Addresses(), SizeIs(0));
+}
+
+TEST(Resolver, AddressAsTextIsNotAskedFor) {
+    const Settings settings;
+    const auto addresses = Resolver(settings).Addresses("192.0.2.1", Deadline::After(std::chrono::seconds(1)));
+    ASSERT_THAT(addresses, SizeIs(1));
+    EXPECT_EQ(addresses.front().Text(), "192.0.2.1");
+}
+
+TEST(Resolver, ThatNobodyAnswersIsToldWithTheName) {
+    Settings settings;
+    settings.nameServers = {"127.0.0.1"};
+    settings.nameServerPort = 1;  // refuses
+    try {
+        Resolver(settings).Services("gone.test", Deadline::After(std::chrono::seconds(10)));
+        ADD_FAILURE() << "there was an answer";
+    } catch (const AdError& error) {
+        EXPECT_STREQ(error.what(), "No name server answers for 'gone.test'");
+    }
 }
 
 TEST(Resolver, NameInOtherLettersIsTheSameQuestion) {

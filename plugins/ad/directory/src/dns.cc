@@ -171,7 +171,7 @@ void OrderServices(std::vector<ServiceRecord>& services, std::minstd_rand& rando
         const std::uint32_t total = std::accumulate(next, groupEnd, std::uint32_t{0}, addWeight);
         std::uint32_t ticket = std::uniform_int_distribution<std::uint32_t>(0, total)(random);
         auto chosen = next;
-        while (chosen + 1 != groupEnd && ticket > chosen->weight) {
+        while (ticket > chosen->weight) {  // the last one's at the latest is not exceeded
             ticket -= chosen->weight;
             ++chosen;
         }
