@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <ctime>
 #include <functional>
 #include <memory>
 
@@ -132,7 +131,6 @@ void AddKey(krb5_context context, const OpenKeytab& keytab, const std::string& p
     const std::unique_ptr<std::remove_pointer_t<krb5_principal>, std::function<void(krb5_principal)>> guard(
         entry.principal, [context](krb5_principal one) { krb5_free_principal(context, one); });
     entry.vno = version;
-    entry.timestamp = static_cast<krb5_timestamp>(std::time(nullptr));
     entry.key = key;
     keytab.Add(entry);
 }
