@@ -85,6 +85,7 @@ TEST(ApxHttpsAnswers, RefusalsCarryTheirNumber) {
         {R"({"status":2148074277})", 0x80090325},
         {R"({"status":4294967295})", 4294967295},
         {R"({"status":4294967296})", 0},
+        {R"({"status":1})", 1},
         {R"({"status":0})", 0},
         {R"({"status":-5})", 0},
         {R"({"status":5.0})", 0},
@@ -95,6 +96,7 @@ TEST(ApxHttpsAnswers, RefusalsCarryTheirNumber) {
     for (const auto& row : rows) {
         const auto refusal = ParseRefusal(row.body);
         EXPECT_EQ(refusal ? refusal->status : 0, row.status) << row.body;
+        EXPECT_EQ(refusal.has_value(), row.status != 0) << row.body;
     }
     EXPECT_EQ(ParseRefusal(R"({"status":5,"message":"a\nb"})")->message, "");
 }
