@@ -220,11 +220,12 @@ TEST(ApxdLedger, LinesAreThoseOfTheDocumentation) {
     {
         Ledger ledger(path);
         EXPECT_EQ(ReadText(path), header);
+        ledger.Note("NODE01", "192.0.2.10", {kMark, 16, false});
         ledger.Note("NODE01", "192.0.2.10", {kMark, 17, false});
         ledger.Note("NODE07", "192.0.2.17", {kMark, 18, true});
         ledger.Forget("NODE01", "192.0.2.10");
-        EXPECT_EQ(ReadText(path),
-                  header + "H NODE01 192.0.2.10 " + kMark + " 17\n" + takenOver + "F NODE01 192.0.2.10\n");
+        EXPECT_EQ(ReadText(path), header + "H NODE01 192.0.2.10 " + kMark + " 16\nH NODE01 192.0.2.10 " + kMark +
+                                      " 17\n" + takenOver + "F NODE01 192.0.2.10\n");
         EXPECT_FALSE(ledger.Find("NODE01", "192.0.2.10"));
     }
     const Ledger again(path);

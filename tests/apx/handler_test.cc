@@ -253,6 +253,7 @@ TEST_F(ApxdHandler, AFaultInsideIsNotToldToTheClient) {
     const Answer answer = Send(Post(R"({"accountName":"node01"})"));
     EXPECT_EQ(answer.httpStatus, 500U);
     EXPECT_EQ(answer.status, kInternalError);
+    EXPECT_EQ(json::parse(answer.body.Text()).value("message", ""), "the service failed; its log tells more");
     EXPECT_THAT(answer.body.Text(), ::testing::Not(HasSubstr("private")));
     EXPECT_THAT(answer.message, HasSubstr("private"));
 }
