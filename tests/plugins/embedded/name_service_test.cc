@@ -1,0 +1,167 @@
+// The name-service module as programs of the host call it: root from the directory, others from what was published.
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <grp.h>
+#include <nss.h>
+#include <pwd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "embeddeddirectory/host.h"
+#include "support/leave_child.h"
+
+namespace nimbrel::embedded::test {
+namespace {
+
+constexpr char kPublished[] = "/var/lib/nimbrel/embedded-accounts";
+constexpr uid_t kFirstUid = 1'900'000'000;
+
+struct Answer {
+    nss_status status = NSS_STATUS_UNAVAIL;
+    int error = 0;
+    std::string name;
+    uid_t uid = 0;
+};
+
+template <class Function>
+Function* Symbol(const char* name) {
+    static void* module = dlopen(NIMAUTH_NAME_SERVICE_MODULE, RTLD_LAZY);
+    void* symbol = module ? dlsym(module, name) : nullptr;
+    if (!symbol) {
+        ADD_FAILURE() << dlerror();
+        std::abort();
+    }
+    return reinterpret_cast<Function*>(symbol);
+}
+
+template <class Function, class Key>
+Answer Ask(const char* function, Key key, std::size_t size) {
+    std::array<char, 1024> buffer = {};
+    passwd entry = {};
+    Answer answer;
+    answer.status = Symbol<Function>(function)(key, &entry, buffer.data(), size, &answer.error);
+    if (answer.status == NSS_STATUS_SUCCESS) {
+        answer.name = entry.pw_name;
+        answer.uid = entry.pw_uid;
+    }
+    return answer;
+}
+
+Answer ByName(const char* name, std::size_t size = 1024) {
+    return Ask<nss_status(const char*, passwd*, char*, std::size_t, int*)>("_nss_nimembedded_getpwnam_r", name, size);
+}
+Answer ByNumber(uid_t uid) {
+    return Ask<nss_status(uid_t, passwd*, char*, std::size_t, int*)>("_nss_nimembedded_getpwuid_r", uid, 1024);
+}
+
+class NameService : public ::testing::Test {
+ protected:
+    NameService() { Empty(); }
+    ~NameService() override { Empty(); }
+
+    static void BeJoined() {
+        Directory directory = Directory::Open(kDefaultDirectoryPath, OpenMode::CreateIfMissing);
+        directory.AddDomain("corp.test");
+        directory.AddUser("corp.test", "Alice", "Secret-1", {.mayJoin = true});
+        directory.AddUser("corp.test", "not portable", "Secret-1", {});
+        Host().Join("corp.test", "node01", "", {"Alice", "Secret-1"});
+    }
+
+ private:
+    // Only ever in a private root: the machine's own files are not a test's to remove.
+    static void Empty() {
+        std::ifstream first("/proc/1/cmdline");
+        if (std::string(std::istreambuf_iterator<char>(first), {}).find("private-root") == std::string::npos) {
+            ADD_FAILURE() << "this program runs in a private root only";
+            std::abort();
+        }
+        std::filesystem::remove_all("/var/lib/nimbrel");
+    }
+};
+
+TEST_F(NameService, UsersAreFoundInAnySpellingAndByNumber) {
+    EXPECT_EQ(ByName("alice").error, ENOENT) << "nobody is known before the join";
+    BeJoined();
+    const Answer alice = ByName("ALICE");
+    EXPECT_EQ(alice.status, NSS_STATUS_SUCCESS);
+    EXPECT_EQ(alice.name, "Alice");
+    EXPECT_EQ(alice.uid, kFirstUid + 1);
+    EXPECT_EQ(ByNumber(alice.uid).name, "Alice");
+    for (const char* name : {"not portable", "nobody", "", "-x"}) {
+        EXPECT_EQ(ByName(name).status, NSS_STATUS_NOTFOUND) << name;
+    }
+    for (const uid_t uid : {uid_t{0}, kFirstUid, kFirstUid + 3, uid_t{2'100'000'000}}) {
+        EXPECT_EQ(ByNumber(uid).error, ENOENT) << uid;
+    }
+}
+
+TEST_F(NameService, RoomThatIsTooSmallIsAskedForAgain) {
+    BeJoined();
+    std::size_t size = 0;
+    for (; size < 1024 && ByName("alice", size).status != NSS_STATUS_SUCCESS; ++size) {
+        const Answer answer = ByName("alice", size);
+        ASSERT_EQ(answer.status, NSS_STATUS_TRYAGAIN) << size;
+        ASSERT_EQ(answer.error, ERANGE) << size;
+    }
+    EXPECT_EQ(size, sizeof("Alice") + sizeof("*") + sizeof("Alice") + sizeof("/home/Alice") + sizeof("/bin/bash"));
+}
+
+TEST_F(NameService, RoomForAGroupIsAskedForAgainToo) {
+    BeJoined();
+    const auto group =
+        Symbol<nss_status(const char*, struct group*, char*, std::size_t, int*)>("_nss_nimembedded_getgrnam_r");
+    alignas(char*) std::array<char, 64> buffer = {};
+    struct group entry = {};
+    int error = 0;
+    std::size_t size = 0;
+    for (; size < buffer.size() && group("alice", &entry, buffer.data(), size, &error) != NSS_STATUS_SUCCESS; ++size) {
+        ASSERT_EQ(error, ERANGE) << size;
+    }
+    EXPECT_EQ(size, sizeof("Alice") + sizeof("*") + sizeof(char*));
+    EXPECT_STREQ(entry.gr_name, "Alice");
+    EXPECT_EQ(entry.gr_gid, kFirstUid + 1);
+    EXPECT_EQ(entry.gr_mem[0], nullptr);
+}
+
+TEST_F(NameService, DamagedMembershipIsToldApartFromAMissingUser) {
+    BeJoined();
+    std::ofstream(kDefaultMembershipPath, std::ios::trunc) << std::string(4096, 'x');
+    errno = EXDEV;
+    const Answer answer = ByName("alice");
+    EXPECT_EQ(errno, EXDEV) << "the caller's own";
+    EXPECT_EQ(answer.status, NSS_STATUS_UNAVAIL);
+    EXPECT_EQ(answer.error, EIO);
+}
+
+// A file that somebody has changed can give nobody the number of another account of the host.
+TEST_F(NameService, OthersSeeWhatWasPublishedIfItIsWellFormed) {
+    std::filesystem::create_directories("/var/lib/nimbrel");
+    std::ofstream(kPublished) << "alice:1900000001\nroot:0\nmallory:1000\nzero:1900000000\nlarge:2000000001\n"
+                                 "two words:1900000002\n-x:1900000003\nnothing\nbob:1900000004\n";
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (setgid(65534) != 0 || setuid(65534) != 0) LeaveChild(99);
+        int wrong = 0;
+        for (const char* name : {"alice", "bob"}) wrong += ByName(name).status == NSS_STATUS_SUCCESS ? 0 : 1;
+        for (const char* name : {"root", "mallory", "zero", "large", "two words", "-x", "nothing"}) {
+            wrong += ByName(name).status == NSS_STATUS_NOTFOUND ? 0 : 10;
+        }
+        wrong += ByNumber(kFirstUid + 4).name == "bob" ? 0 : 1;
+        LeaveChild(wrong);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+}  // namespace
+}  // namespace nimbrel::embedded::test
