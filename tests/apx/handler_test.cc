@@ -165,6 +165,9 @@ TEST_F(ApxdHandler, LongestNamesAndBodiesAreTaken) {
               "201 0");
     EXPECT_EQ(Outcome(Post(R"({"accountName":"a","organizationalUnit":")" + std::string(1025, 'u') + R"("})")),
               "400 87");
+    Request longer = Post(std::string(kLargestBody + 1, ' '));
+    longer.contentLength = 2;
+    EXPECT_EQ(Outcome(longer), "413 87");
     const std::string body = R"({"accountName":"b"})";
     EXPECT_EQ(Outcome(Post(body + std::string(kLargestBody - body.size(), ' '))), "201 0");
     EXPECT_EQ(Outcome(Post(R"({"accountName":"x ~","organizationalUnit":" ~"})")), "400 1210");

@@ -199,4 +199,12 @@ TEST(PamReader, FilesAndStringsReadFromTheCurrentPlace) {
     EXPECT_EQ(policy[PAMFacility::Account].size(), 1U);
 }
 
+// Words are as wide as the stream says, also where a line could be taken at once.
+TEST(PamReader, WidthOfTheStreamCounts) {
+    std::istringstream stream("auth required m\n");
+    stream.width(3);
+    PAMPolicy policy("login");
+    EXPECT_THROW(stream >> policy, InvalidFacilityException);
+}
+
 }  // namespace

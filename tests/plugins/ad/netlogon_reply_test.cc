@@ -179,6 +179,14 @@ TEST(NetlogonReply, PointersToThemselvesAndForwardAreRefused) {
     }
 }
 
+TEST(NetlogonReply, PointerForwardBehindGoodNamesIsRefused) {
+    auto names = SomeNames();
+    names[7] = "\xc0\xf0";
+    EXPECT_FALSE(ParseNetlogonReply(ReplyWith(names)));
+    names[7] = "\xc0\x18";
+    EXPECT_TRUE(ParseNetlogonReply(ReplyWith(names)));
+}
+
 TEST(NetlogonReply, ControlCharactersAndWhatIsNotUtf8AreRefused) {
     std::string bytes = RealReply();
     bytes[25] = '\n';
