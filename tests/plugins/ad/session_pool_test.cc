@@ -55,6 +55,12 @@ TEST_F(Pool, NoMoreThanFourAreKept) {
     EXPECT_EQ(status, 4 << 8) << "it ended by itself, and says how many";
 }
 
+TEST_F(Pool, TheNewestIsKept) {
+    for (const char* const key : {"1", "2", "3", "4", "5"}) GiveBackSession(key, LogOn());
+    EXPECT_FALSE(IsKept("1"));
+    for (const char* const key : {"2", "3", "4", "5"}) EXPECT_TRUE(IsKept(key)) << key;
+}
+
 TEST_F(Pool, ChildStartsWithoutTheParentsSessions) {
     GiveBackSession("parent", LogOn());
     const pid_t child = fork();

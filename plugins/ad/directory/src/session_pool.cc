@@ -92,11 +92,12 @@ void GiveBackSession(const std::string& key, PooledSession session) {
     const std::lock_guard guard(pool.lock);
     ForgetInChild(pool);
     old = TakeOld(pool);
-    if (pool.kept.size() < kMaximumSessions) {
-        pool.kept.push_back({key, std::move(session)});
-    } else {
-        old.push_back({key, std::move(session)});
+    // The one that was kept first goes: it is nearest to its end, or of a membership that is over.
+    if (pool.kept.size() == kMaximumSessions) {
+        old.push_back(std::move(pool.kept.front()));
+        pool.kept.erase(pool.kept.begin());
     }
+    pool.kept.push_back({key, std::move(session)});
 }
 
 PooledSession LogOnMachine(const Settings& settings, const HostState& state, const Deadline& deadline) {

@@ -2,7 +2,7 @@
 // refresh asks for the trusted domains, the trust state and the relationships one after the other.
 //
 // A session is used by one call at a time. It counts for ten seconds after its log-in and only while the membership
-// file is the same; at most four are kept. They are closed by the next call after that, or by the controller. A child
+// file is the same; the last four are kept. They are closed by the next call after that, or by the controller. A child
 // process has none.
 //
 // Threads: any.
