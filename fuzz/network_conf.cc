@@ -10,9 +10,9 @@ namespace {
 
 constexpr char kBlanks[] = " \t\v\f\r";
 
-// The name; "-" for none; "line N" for what is wrong.
+// The name behind '='; nothing for none; "line N" for what is wrong.
 std::string Literal(const std::string& text) {
-    std::string found = "-";
+    std::string found;
     int number = 0;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
@@ -26,15 +26,16 @@ std::string Literal(const std::string& text) {
         if (equals == std::string::npos || line[equals] != '=') return failure;
         const std::size_t value = line.find_first_not_of(kBlanks, equals + 1);
         if (value == std::string::npos || line.find_first_of(kBlanks, value) != std::string::npos) return failure;
-        if (found != "-") return failure;
-        found = line.substr(value);
+        if (!found.empty()) return failure;
+        found = '=' + line.substr(value);
     }
     return found;
 }
 
 std::string Library(const std::string& text) {
     try {
-        return SysNet::Network::ParseManagementInterface("F", text).value_or("-");
+        const auto name = SysNet::Network::ParseManagementInterface("F", text);
+        return name ? '=' + *name : "";
     } catch (const HostMgmt::Lib::HostMgmtException& error) {
         const std::string message = error.what();
         const std::size_t line = message.find("line ");

@@ -99,14 +99,6 @@ std::string WithoutBlanks(const std::string& text) {
     return text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
 }
 
-// A setting of a drop-in: "Domains = a.test b.test". `valueAt` is the offset of what follows the "=".
-bool IsDomainsSetting(const std::string& line, std::size_t& valueAt) {
-    const std::size_t equals = line.find('=');
-    if (equals == std::string::npos || WithoutBlanks(line.substr(0, equals)) != "Domains") return false;
-    valueAt = equals + 1;
-    return true;
-}
-
 // A line that ends with a backslash goes on in the next one that is no comment.
 bool GoesOn(const std::string& line) {
     const std::size_t last = line.find_last_not_of('\\');
@@ -134,14 +126,37 @@ bool EndGoesOn(const std::vector<Line>& lines) {
     return last != lines.rend() && GoesOn(last->text);
 }
 
-// The words of a line of a drop-in, where comments have lines of their own.
-Tail ParseValues(const std::string& line, std::size_t at) {
-    return ParseTail(GoesOn(line) ? line.substr(0, line.size() - 1) : line, at, Comments::StandAlone);
+std::string WithoutContinuation(const std::string& line) {
+    return GoesOn(line) ? line.substr(0, line.size() - 1) : line;
 }
 
-Words DomainsOf(const std::vector<Line>& lines, std::size_t first, std::size_t valueAt, std::size_t last) {
-    Words words = ParseValues(lines[first].text, valueAt).words;
-    for (std::size_t i = first + 1; i <= last; ++i) {
+// The words of a line of a drop-in, where comments have lines of their own.
+Tail ParseValues(const std::string& line, std::size_t at) {
+    return ParseTail(WithoutContinuation(line), at, Comments::StandAlone);
+}
+
+struct Place {
+    std::size_t line;
+    std::size_t at;
+};
+
+// What follows the "=" of "Domains = a.test b.test"; the name, too, may go on in another line.
+std::optional<Place> ValueOfDomains(const std::vector<Line>& lines, std::size_t first, std::size_t last) {
+    std::string name;
+    for (std::size_t i = first; i <= last; ++i) {
+        if (IsComment(lines[i].text)) continue;
+        const std::string text = WithoutContinuation(lines[i].text);
+        const std::size_t equals = text.find('=');
+        name += text.substr(0, equals) + ' ';
+        if (equals == std::string::npos) continue;
+        return WithoutBlanks(name) == "Domains" ? std::optional(Place{i, equals + 1}) : std::nullopt;
+    }
+    return std::nullopt;
+}
+
+Words DomainsOf(const std::vector<Line>& lines, const Place& value, std::size_t last) {
+    Words words = ParseValues(lines[value.line].text, value.at).words;
+    for (std::size_t i = value.line + 1; i <= last; ++i) {
         if (IsComment(lines[i].text)) continue;
         const Words more = ParseValues(lines[i].text, 0).words;
         words.insert(words.end(), more.begin(), more.end());
@@ -152,22 +167,17 @@ Words DomainsOf(const std::vector<Line>& lines, std::size_t first, std::size_t v
 // What a drop-in says about domains: all that it sets, where more can be added to the last setting, and the line behind
 // which a new setting goes.
 struct DropIn {
-    struct Place {
-        std::size_t line;
-        std::size_t at;
-    };
-
     Words domains;
     std::optional<Place> lastSetting;
     std::optional<std::size_t> lastLine;
 };
 
 void TakeSetting(const std::vector<Line>& lines, std::size_t first, std::size_t last, DropIn& dropIn) {
-    std::size_t valueAt = 0;
-    if (!IsDomainsSetting(lines[first].text, valueAt)) return;
-    const Words words = DomainsOf(lines, first, valueAt, last);
+    const std::optional<Place> value = ValueOfDomains(lines, first, last);
+    if (!value) return;
+    const Words words = DomainsOf(lines, *value, last);
     dropIn.domains.insert(dropIn.domains.end(), words.begin(), words.end());
-    dropIn.lastSetting = {last, ParseValues(lines[last].text, last == first ? valueAt : 0).end};
+    dropIn.lastSetting = {last, ParseValues(lines[last].text, last == value->line ? value->at : 0).end};
     if (!words.empty()) return;
     // An empty setting takes back all earlier ones, and has to stay empty for that.
     dropIn.domains.clear();
