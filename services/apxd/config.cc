@@ -3,13 +3,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <functional>
 #include <map>
-#include <memory>
+#include <optional>
 #include <sstream>
 #include <string_view>
 #include <system_error>
+#include <utility>
+
+#include "pluginkit/whole_file.h"
 
 namespace nimbrel::apxd {
 namespace {
@@ -206,17 +208,11 @@ Config Reader::Read(const std::string& text) {
 Config ParseConfig(const std::string& text, const std::string& file) { return Reader(file).Read(text); }
 
 std::string ReadTextFile(const std::string& path) {
-    const auto fail = [&](int error) { throw ConfigError(path + ":0: " + std::generic_category().message(error)); };
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
-    if (file == nullptr) fail(errno);
-    std::string text;
-    char buffer[4096];
-    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
-        text.append(buffer, count);
-        if (text.size() > kLargestFile) throw ConfigError(path + ":0: the file is too large");
-    }
-    if (std::ferror(file.get()) != 0) fail(errno);
-    return text;
+    std::optional<std::string> text = kit::ReadWholeFile(path, kLargestFile);
+    const int error = errno;
+    if (text) return std::move(*text);
+    throw ConfigError(path +
+                      ":0: " + (error == EFBIG ? "the file is too large" : std::generic_category().message(error)));
 }
 
 Config ReadConfig(const std::string& file) { return ParseConfig(ReadTextFile(file), file); }

@@ -6,11 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
+
+#include "pluginkit/whole_file.h"
 
 namespace nimbrel::apxd {
 namespace {
@@ -70,7 +70,7 @@ Ledger::Ledger(const std::string& path) : _path(path), _lockFile(OpenOrFail(path
             FailWith(error, path);
         }
         ReadAll();
-        Rewrite();
+        Rewrite(_entries);
     } catch (...) {
         close(_lockFile);
         throw;
@@ -85,15 +85,10 @@ Ledger::~Ledger() {
 void Ledger::ReadAll() {
     struct stat status = {};
     if (lstat(_path.c_str(), &status) != 0 && errno == ENOENT) return;
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(_path.c_str(), "rbe"), std::fclose);
-    std::string text;
-    char buffer[4096];
-    for (std::size_t count = 0; file && (count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
-        text.append(buffer, count);
-    }
+    const std::optional<std::string> text = kit::ReadWholeFile(_path);
     const int error = errno;
-    if (file == nullptr || std::ferror(file.get()) != 0) FailWith(error, _path);
-    std::istringstream stream(text);
+    if (!text) FailWith(error, _path);
+    std::istringstream stream(*text);
     stream.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     std::string line;
     if (!std::getline(stream, line) || line != kHeader) throw std::runtime_error(_path + ": not a ledger");
@@ -119,8 +114,6 @@ void Ledger::ReadLine(const std::string& line) {
 }
 
 // Under another name first, so that a crash leaves the old file or the new one.
-void Ledger::Rewrite() { Rewrite(_entries); }
-
 void Ledger::Rewrite(const std::map<Key, Entry>& entries) {
     const std::string temporary = _path + ".new";
     std::string text = std::string(kHeader) + '\n';
@@ -153,7 +146,7 @@ void Ledger::Append(const std::string& line) {
         ++_appended;
         return;
     }
-    if (ftruncate(_file, before.st_size) != 0) Rewrite();
+    if (ftruncate(_file, before.st_size) != 0) Rewrite(_entries);
     FailWith(error, _path);
 }
 
@@ -182,7 +175,7 @@ void Ledger::Note(const std::string& name, const std::string& client, const Entr
     _entries.merge(noted);
     if (_appended <= kMostOutdatedLines + _entries.size()) return;
     try {
-        Rewrite();
+        Rewrite(_entries);
     } catch (const std::exception&) {
         // the entry is on the disk; the file is made shorter another time
     }

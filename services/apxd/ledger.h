@@ -73,7 +73,6 @@ class Ledger {
     void ReadAll();
     void ReadLine(const std::string& line);
     void Append(const std::string& line);
-    void Rewrite();
     void Rewrite(const std::map<Key, Entry>& entries);
 
     const std::string _path;

@@ -132,18 +132,27 @@ void LogStart(const char* event, const Generation& generation) {
 }
 
 // A configuration that cannot be used leaves the one in force.
-void Reload(const std::string& configFile, std::unique_ptr<Generation>& current) {
-    Notify("RELOADING=1");
+void TakeUp(const std::string& configFile, std::unique_ptr<Generation>& current) {
     try {
         std::unique_ptr<Generation> next = Start(configFile, current.get());
         current.swap(next);
         next->server->Retire();
         LogStart("reloaded", *current);
         next->server->Drain();
-        PruneLedger(*current);
     } catch (const std::exception& error) {
         LogLine("not-reloaded").Add("reason", error.what()).Write();
+        return;
     }
+    try {
+        PruneLedger(*current);
+    } catch (const std::exception& error) {
+        LogLine("not-pruned").Add("reason", error.what()).Write();  // what is over stays until the next reading
+    }
+}
+
+void Reload(const std::string& configFile, std::unique_ptr<Generation>& current) {
+    Notify("RELOADING=1");
+    TakeUp(configFile, current);
     Notify("READY=1");
 }
 

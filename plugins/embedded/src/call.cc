@@ -4,8 +4,6 @@
 #include <cerrno>
 #include <chrono>
 #include <ctime>
-#include <exception>
-#include <new>
 
 #include "pluginkit/failure_log.h"
 
@@ -70,22 +68,6 @@ std::optional<std::int64_t> Rehearse(std::string_view operation, const kit::Canc
     return rehearsal.value ? std::optional<std::int64_t>(*rehearsal.value) : std::nullopt;
 }
 
-std::uint32_t StatusOfCurrentException() noexcept {
-    try {
-        throw;
-    } catch (const DirectoryError& error) {
-        kit::LogFailure("embedded", error.Status(), error.what());
-        return error.Status();
-    } catch (const std::bad_alloc& error) {
-        kit::LogFailure("embedded", kStatusNotEnoughMemory, error.what());
-        return kStatusNotEnoughMemory;
-    } catch (const std::exception& error) {
-        kit::LogFailure("embedded", kStatusInternalError, error.what());
-        return kStatusInternalError;
-    } catch (...) {
-        kit::LogFailure("embedded", kStatusInternalError, "an unknown exception");
-        return kStatusInternalError;
-    }
-}
+std::uint32_t StatusOfCurrentException() noexcept { return kit::StatusOfCurrentException<DirectoryError>("embedded"); }
 
 }  // namespace nimbrel::embedded

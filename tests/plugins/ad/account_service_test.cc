@@ -117,5 +117,26 @@ TEST_F(Accounts, PreparedAccountIsTakenOverUnlessSomebodyUsesIt) {
     EXPECT_EQ(JoinWith(account), 0U);
 }
 
+TEST_F(Accounts, OnlyAHostsOwnAccountIsHandedOut) {
+    const struct {
+        std::vector<std::string> classes;
+        const char* control;
+        std::uint32_t status;
+    } kRows[] = {
+        {{"top", "computer"}, "4098", kStatusAccountDisabled},
+        {{"top", "computer"}, "8192", kStatusAccountExists},      // a controller
+        {{"top", "computer"}, "67112960", kStatusAccountExists},  // a read-only one
+        {{"top", "user"}, "512", kStatusAccountExists},
+        {{"top", "computer", "msDS-ManagedServiceAccount"}, "4096", kStatusAccountExists},
+        {{"top", "computer", "msDS-GroupManagedServiceAccount"}, "4096", kStatusAccountExists},
+    };
+    for (const auto& row : kRows) {
+        MakeAccount({{"objectClass", row.classes}, {"userAccountControl", {row.control}}});
+        EXPECT_EQ(TakeOverStatus(), row.status) << row.control;
+        EXPECT_EQ(RenewStatus(), row.status) << row.control;
+        EXPECT_EQ(Account()->Text("admindescription"), "") << "nothing has been changed";
+    }
+}
+
 }  // namespace
 }  // namespace nimbrel::ad::test

@@ -4,12 +4,14 @@
 
 #include "joining_host.h"
 #include "keytab.h"
+#include "log_lines.h"
 
 namespace nimbrel::ad::test {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
 class Queries : public JoiningHost {
@@ -48,7 +50,9 @@ TEST_F(Queries, TrustStateTellsWhyTheDomainRefusesTheHost) {
         // The session that the join's first question has left answers for a few seconds.
         settings.keytab = Folder() + "/./" + settings.keytab.substr(Folder().size() + 1);
         corp.keys.Refuse("NODE01$", row.refusal);
+        TakeLogLines();
         EXPECT_EQ(TheHost().TrustState(), row.state);
+        EXPECT_THAT(TakeLogLines(), ElementsAre(StartsWith("ad: status " + std::to_string(row.status) + ": ")));
         EXPECT_EQ(StatusOf([&] { TheHost().TrustedDomains(); }), row.status);
     }
 }
@@ -188,6 +192,8 @@ TEST_F(TrustingQueries, UsersOfADomainThatLetsNobodyInAreKnownToItsKeyCentre) {
     EXPECT_EQ(CanonicalStatus("nobody@branch.test"), kStatusNoSuchAccount);
     branch.keys.Refuse("Carol", KRB5KDC_ERR_CLIENT_REVOKED);
     EXPECT_EQ(CanonicalName("carol@branch.test"), "carol@branch.test") << "a locked user is a user";
+    branch.keys.Refuse("Carol", KRB5KRB_AP_ERR_SKEW);
+    EXPECT_EQ(CanonicalStatus("carol@branch.test"), kStatusTimeSkew) << "which tells nothing of the user";
 }
 
 TEST_F(TrustingQueries, UsersOfADomainThatMayNotComeInAreNotAsked) {

@@ -48,6 +48,15 @@ TEST_F(DirectoryTest, UsersKeepWhatIsNotChanged) {
     EXPECT_THAT(Ctl({"directory", "user", "set", "corp.test", "alice", "--locked=no"}), ExitsWith(1));
 }
 
+TEST_F(DirectoryTest, UnitThatIsNotThereLeavesTheUserAsItWas) {
+    const std::string before = Done({"directory", "user", "list", "corp.test"});
+    EXPECT_THAT(CtlWithPassword(
+                    {"directory", "user", "set", "corp.test", "administrator", "--locked=yes", "--delegate", "Nowhere"},
+                    kWrongPassword),
+                ExitsWith(1));
+    EXPECT_EQ(Done({"directory", "user", "list", "corp.test"}), before);
+}
+
 TEST_F(DirectoryTest, NewPasswordReplacesTheOldOne) {
     EXPECT_THAT(CtlWithPassword({"directory", "user", "set", "corp.test", "administrator"}, kWrongPassword),
                 ExitsWith(0));

@@ -12,6 +12,7 @@
 #include <system_error>
 #include <vector>
 
+#include "pluginkit/whole_file.h"
 #include "tools/loginfiles/pam_text.h"
 #include "tools/nimauthctl/checks/keytab.h"
 #include "tools/nimauthctl/checks/login_files.h"
@@ -59,7 +60,7 @@ struct SssdFile {
 };
 
 std::optional<SssdFile> ReadSssdFile(const std::string& root, const std::string& path, const std::string& domain) {
-    std::istringstream lines(ReadText(root + path).value_or(""));
+    std::istringstream lines(kit::ReadWholeFile(root + path).value_or(""));
     std::optional<SssdFile> file;
     bool inSection = false;
     for (std::string line; std::getline(lines, line);) {
@@ -85,8 +86,8 @@ std::vector<SssdFile> SssdFiles(const std::string& root, const std::string& doma
 }
 
 bool IsProcess(const std::string& root, const std::string& pidFile, const std::string& command) {
-    const long pid = std::strtol(ReadText(root + pidFile).value_or("").c_str(), nullptr, 10);
-    return pid > 1 && ReadText("/proc/" + std::to_string(pid) + "/comm").value_or("") == command + '\n';
+    const long pid = std::strtol(kit::ReadWholeFile(root + pidFile).value_or("").c_str(), nullptr, 10);
+    return pid > 1 && kit::ReadWholeFile("/proc/" + std::to_string(pid) + "/comm").value_or("") == command + '\n';
 }
 
 std::vector<std::string> WithoutModule(const logins::PamFiles& files, const std::vector<std::string>& services,
@@ -134,7 +135,7 @@ Finding CheckNameService(const std::string& root, const std::string& service) {
     if (module.empty()) {
         return Fail("libnss_" + service + ".so.2 is not installed", "install the package that brings it");
     }
-    const std::string text = ReadText(root + "/etc/nsswitch.conf").value_or("");
+    const std::string text = kit::ReadWholeFile(root + "/etc/nsswitch.conf").value_or("");
     std::vector<std::string> missing;
     for (const char* const database : {"passwd", "group"}) {
         if (!NamesService(text, database, service)) missing.emplace_back(database);
@@ -204,7 +205,7 @@ Finding CheckKeytab(const std::string& root, const std::string& domain) {
     }
     const auto status = StatusOf(root + path);
     if (!status) return Fail(path + " is missing", kJoinAgain);
-    const auto bytes = ReadText(root + path);
+    const auto bytes = kit::ReadWholeFile(root + path);
     if (!bytes) return Fail(path + " cannot be read", "run this as root", ExitCode::Permission);
     const auto principals = KeytabPrincipals(*bytes);
     if (!principals) return Fail(path + " is no keytab", kJoinAgain);

@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <iterator>
-#include <memory>
 #include <sstream>
 
 namespace nimbrel::nimauthctl {
@@ -30,18 +28,6 @@ std::string WithoutBrackets(const std::string& line) {
 }
 
 }  // namespace
-
-std::optional<std::string> ReadText(const std::string& path) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
-    if (file == nullptr) return std::nullopt;
-    std::string text;
-    char buffer[4096];
-    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
-        text.append(buffer, count);
-    }
-    if (std::ferror(file.get()) != 0) return std::nullopt;
-    return text;
-}
 
 bool NamesService(const std::string& nsswitch, const std::string& database, const std::string& service) {
     std::istringstream stream(nsswitch);

@@ -9,9 +9,6 @@
 
 namespace nimbrel::nimauthctl {
 
-// The file's bytes; unset if it cannot be read.
-std::optional<std::string> ReadText(const std::string& path);
-
 // Whether the line of `database` in nsswitch.conf's text names the service.
 bool NamesService(const std::string& nsswitch, const std::string& database, const std::string& service);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <utility>
 
 #include "tools/nimauthctl/commands/commands.h"
@@ -60,8 +61,7 @@ embedded::UserFlags ChangedFlags(embedded::UserFlags flags, const Invocation& in
     return flags;
 }
 
-// Every word is checked before the first change. What the directory may refuse comes first, so that a refusal leaves the
-// user as it was: a unit that is not there, then a password; the flags are always taken.
+// Every word is checked before the first change, but for the units, which the directory knows: they come first.
 ExitCode Set(const Invocation& invocation, Report& report) {
     if (invocation.Has("delegate") && invocation.Has("no-delegation")) {
         throw UsageError("--delegate and --no-delegation exclude each other");
@@ -69,12 +69,12 @@ ExitCode Set(const Invocation& invocation, Report& report) {
     embedded::Directory directory = OpenDirectory();
     const embedded::UserInfo user = FindUser(directory, invocation);
     const embedded::UserFlags flags = ChangedFlags(user.flags, invocation);
-    Password password;
-    if (ChangesPassword(invocation)) ReadPassword(password, user.name, invocation, true);
+    std::optional<Password> password;
+    if (ChangesPassword(invocation)) ReadPassword(password.emplace(), user.name, invocation, true);
     if (invocation.Has("delegate") || invocation.Has("no-delegation")) {
         directory.SetUserDelegation(user.domain, user.name, invocation.Texts("delegate"));
     }
-    if (ChangesPassword(invocation)) directory.SetUserPassword(user.domain, user.name, password.View());
+    if (password) directory.SetUserPassword(user.domain, user.name, password->View());
     directory.SetUserFlags(user.domain, user.name, flags);
     AddUserRow(FindUser(directory, invocation), report);
     return ExitCode::Ok;

@@ -4,14 +4,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 
 #include "authentication/directory_config_store.h"
 #include "authentication/directory_store.h"
 #include "authentication/exceptions.h"
+#include "pluginkit/whole_file.h"
 #include "tools/nimauthctl/commands/ask_within.h"
 #include "tools/nimauthctl/commands/commands.h"
 #include "tools/nimauthctl/commands/membership.h"
@@ -62,15 +62,10 @@ void ShowCertificate(const ProxyCertificate& certificate, Report& report) {
 }
 
 std::string ReadCertificateFile(const std::string& path) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
-    if (file == nullptr) FailRead(path, errno);
-    std::string text;
-    char buffer[4096];
-    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
-        text.append(buffer, count);
-    }
-    if (std::ferror(file.get()) != 0) FailRead(path, errno);
-    return text;
+    std::optional<std::string> text = kit::ReadWholeFile(path);
+    const int error = errno;
+    if (!text) FailRead(path, error);
+    return std::move(*text);
 }
 
 class Terminal {

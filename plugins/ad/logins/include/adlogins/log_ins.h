@@ -22,7 +22,7 @@
 // middle leaves each file either old or new, and the next call completes the change. The record is what counts, so
 // settings that were made before a join are kept for it.
 //
-// Threads and processes: any number; changes take turns (a lock on the record's folder). Nothing is cached.
+// Threads and processes: any number; changes take turns (a lock file beside the record). Nothing is cached.
 //
 // Time: a change may take about 24 seconds: 10 to take its turn, 2 to ask whether SSSD runs, 5 to stop it, and 2 and 5 to
 // start it. An SSSD that does not obey in that time is reported to the system log and otherwise not waited for: a join
