@@ -34,8 +34,10 @@ using Operation = std::function<void(const std::string& folder)>;
 // What an operation does to the file behind the link.
 enum class Effect {
     None,
-    WritesThroughSymlink,  // on purpose: the file's real place is the administrator's choice
-    TakesRightsOfOthers,   // of what has the database's own name: such a file is repaired, whoever linked it there
+    // On purpose: the file's real place is the administrator's choice.
+    WritesThroughSymlink,
+    // By a hard link at the database's own name: such a file is repaired, whoever linked it there.
+    TakesRightsOfOthers,
 };
 
 struct Attack {
@@ -98,34 +100,9 @@ void ReplaceLogInFile(const std::string& folder) {
 
 void WriteJournal(const std::string& folder) { logins::WriteDurably(folder + "/record", "new\n"); }
 
-const Attack kSymlinks[] = {
+const Attack kAttacks[] = {
     {"SettingsFile", "settings.conf", WriteAtomically},
     {"HostsFile", "hosts", EditHosts, Effect::WritesThroughSymlink},
-    {"ConfigurationStore", "configstore.db", StoreObject},
-    {"Directory", "directory.db", MakeDirectory},
-    {"DirectoryLock", "directory.db.lock", MakeDirectory},
-    {"DirectoryLog", "directory.db-wal", MakeDirectory},
-    {"Membership", "membership.db", MakeMembership},
-    {"MembershipLock", "membership.db.lock", MakeMembership},
-    {"Keytab", "krb5.keytab", ReplaceKeytab},
-    {"NewKeytab", "krb5.keytab.new", ReplaceKeytab},
-    {"AdMembershipLock", "ad-membership.lock", LockMembership},
-    {"LogInsLock", "var/lib/nimbrel/.ad-log-ins.lock", EnableLogIns},
-    {"LogInsRecord", "var/lib/nimbrel/ad-log-ins.conf", EnableLogIns},
-    {"OldLogInsRecord", "var/lib/nimbrel/.ad-log-ins.conf.old", EnableLogIns},
-    {"SssdFile", "etc/sssd/conf.d/50-nimauth-domain.conf", EnableLogIns},
-    {"OldSssdFile", "etc/sssd/conf.d/.50-nimauth-domain.conf.old", EnableLogIns},
-    {"Ledger", "ledger", OpenLedger},
-    {"NewLedger", "ledger.new", OpenLedger},
-    {"LedgerLock", "ledger.lock", OpenLedger},
-    {"LogInFile", "nsswitch.conf", ReplaceLogInFile},
-    {"StagedLogInFile", ".nsswitch.conf.nimauth-1~", ReplaceLogInFile},
-    {"JournalRecord", "record", WriteJournal},
-};
-
-const Attack kHardLinks[] = {
-    {"SettingsFile", "settings.conf", WriteAtomically},
-    {"HostsFile", "hosts", EditHosts},
     {"ConfigurationStore", "configstore.db", StoreObject, Effect::TakesRightsOfOthers},
     {"Directory", "directory.db", MakeDirectory, Effect::TakesRightsOfOthers},
     {"DirectoryLock", "directory.db.lock", MakeDirectory},
@@ -217,8 +194,8 @@ TEST_P(HardLinkTest, LeavesTheFileAlone) {
 
 std::string NameOfRow(const ::testing::TestParamInfo<Attack>& info) { return info.param.name; }
 
-INSTANTIATE_TEST_SUITE_P(Names, SymlinkTest, ::testing::ValuesIn(kSymlinks), NameOfRow);
-INSTANTIATE_TEST_SUITE_P(Names, HardLinkTest, ::testing::ValuesIn(kHardLinks), NameOfRow);
+INSTANTIATE_TEST_SUITE_P(Names, SymlinkTest, ::testing::ValuesIn(kAttacks), NameOfRow);
+INSTANTIATE_TEST_SUITE_P(Names, HardLinkTest, ::testing::ValuesIn(kAttacks), NameOfRow);
 
 }  // namespace
 }  // namespace nimbrel::testing
