@@ -29,8 +29,8 @@ class Listener {
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
         auto* const any = reinterpret_cast<sockaddr*>(&address);
-        const bool listens = bind(_socket.Get(), any, size) == 0 && listen(_socket.Get(), 4) == 0 &&
-                             getsockname(_socket.Get(), any, &size) == 0;
+        const bool listens = bind(_socket.Number(), any, size) == 0 && listen(_socket.Number(), 4) == 0 &&
+                             getsockname(_socket.Number(), any, &size) == 0;
         Require(listens, "this host lets a program listen on its loopback address");
         _port = ntohs(address.sin_port);
     }
@@ -38,16 +38,16 @@ class Listener {
     Endpoint Place() const { return *Endpoint::FromText("127.0.0.1", _port); }
 
     // Takes the waiting connection, answers it, and says no more.
-    Descriptor Answer(const std::string& bytes) const {
-        Descriptor peer(accept4(_socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-        Require(peer.Get() >= 0, "the connection is there");
-        static_cast<void>(send(peer.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT));
-        shutdown(peer.Get(), SHUT_WR);
+    nimbrel::kit::Descriptor Answer(const std::string& bytes) const {
+        nimbrel::kit::Descriptor peer(accept4(_socket.Number(), nullptr, nullptr, SOCK_CLOEXEC));
+        Require(peer.Number() >= 0, "the connection is there");
+        static_cast<void>(send(peer.Number(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT));
+        shutdown(peer.Number(), SHUT_WR);
         return peer;
     }
 
  private:
-    Descriptor _socket;
+    nimbrel::kit::Descriptor _socket;
     std::uint16_t _port = 0;
 };
 
@@ -85,7 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto start = std::chrono::steady_clock::now();
     try {
         LdapConnection connection(listener.Place(), "dc1.corp.test", Deadline::After(std::chrono::seconds(2)));
-        const Descriptor peer = listener.Answer(bytes);
+        const nimbrel::kit::Descriptor peer = listener.Answer(bytes);
         for (const LdapEntry& entry : connection.Search({})) CheckEntry(entry);
     } catch (const AdError& error) {
         Require(error.Status() != 0, "an error has a status");

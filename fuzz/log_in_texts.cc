@@ -32,7 +32,7 @@ bool IsAccepted(const Record& record) {
         CheckControllers(record.controllers);
         if (record.smartCardServices) CheckServices(*record.smartCardServices);
         return true;
-    } catch (const nimbrel::ad::LogInsError&) {
+    } catch (const nimbrel::kit::StatusError&) {
         return false;
     }
 }

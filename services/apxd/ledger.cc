@@ -1,7 +1,6 @@
 #include "services/apxd/ledger.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,30 +17,23 @@ namespace {
 constexpr char kHeader[] = "nimbrel-apxd ledger 1";
 constexpr std::size_t kMostOutdatedLines = 10000;
 constexpr mode_t kMode = 0600;
-constexpr int kCreate = O_CREAT | O_CLOEXEC | O_NOFOLLOW;
 
 [[noreturn]] void FailWith(int error, const std::string& path) {
     throw std::system_error(error, std::generic_category(), path);
 }
 
-// A negative number, and errno, if it cannot be opened.
-int Open(const std::string& path, int flags) {
-    const int file = open(path.c_str(), flags, kMode);
-    // The umask may have taken rights. What has further names is somebody else's file.
-    struct stat status = {};
-    const bool isOurs = file >= 0 && (flags & O_CREAT) != 0 && fstat(file, &status) == 0 && status.st_nlink == 1;
-    if (!isOurs || fchmod(file, kMode) == 0) return file;
-    const int error = errno;
-    close(file);
-    errno = error;
-    return -1;
+// None, and `errno`, if it cannot be created. Of the mode under any umask.
+kit::Descriptor Create(const std::string& path) {
+    kit::Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_NOFOLLOW | O_CLOEXEC, kMode));
+    return file && fchmod(file.Number(), kMode) != 0 ? kit::Descriptor() : std::move(file);
 }
 
-int OpenOrFail(const std::string& path, int flags) {
-    const int file = Open(path, flags);
-    const int error = errno;
-    if (file < 0) FailWith(error, path);
-    return file;
+kit::Descriptor OpenFolderOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    const std::string name = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    kit::Descriptor folder(open(name.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!folder) FailWith(errno, path);
+    return folder;
 }
 
 // 0, or the error.
@@ -62,24 +54,10 @@ std::string Line(const std::pair<std::string, std::string>& key, const Ledger::E
 
 }  // namespace
 
-Ledger::Ledger(const std::string& path) : _path(path), _lockFile(OpenOrFail(path + ".lock", O_RDWR | kCreate)) {
-    try {
-        if (flock(_lockFile, LOCK_EX | LOCK_NB) != 0) {
-            const int error = errno;
-            if (error == EWOULDBLOCK) throw std::runtime_error(path + ": in use by another process");
-            FailWith(error, path);
-        }
-        ReadAll();
-        Rewrite(_entries);
-    } catch (...) {
-        close(_lockFile);
-        throw;
-    }
-}
-
-Ledger::~Ledger() {
-    if (_file >= 0) close(_file);
-    close(_lockFile);
+Ledger::Ledger(const std::string& path) : _path(path), _lock(path + ".lock", kit::OwnerLock::File::Stays) {
+    if (!_lock.Try()) throw std::runtime_error(path + ": in use by another process");
+    ReadAll();
+    Rewrite(_entries);
 }
 
 void Ledger::ReadAll() {
@@ -118,35 +96,30 @@ void Ledger::Rewrite(const std::map<Key, Entry>& entries) {
     const std::string temporary = _path + ".new";
     std::string text = std::string(kHeader) + '\n';
     for (const auto& [key, entry] : entries) text += Line(key, entry);
-    const std::size_t slash = _path.rfind('/');
-    const int folder = OpenOrFail(slash == std::string::npos ? "." : _path.substr(0, slash + 1), O_RDONLY | O_CLOEXEC);
+    const kit::Descriptor folder = OpenFolderOf(_path);
     unlink(temporary.c_str());  // what a killed process left: nothing that has the name already is written to
-    const int file = Open(temporary, O_WRONLY | O_EXCL | O_APPEND | kCreate);
-    int error = file < 0 ? errno : WriteAll(file, text);
+    kit::Descriptor file = Create(temporary);
+    int error = file ? WriteAll(file.Number(), text) : errno;
     if (error == 0 && rename(temporary.c_str(), _path.c_str()) != 0) error = errno;
     if (error != 0) {
-        close(folder);
-        if (file >= 0) close(file);
         unlink(temporary.c_str());
         FailWith(error, _path);
     }
-    if (_file >= 0) close(_file);
-    _file = file;
+    _file = std::move(file);
     _appended = 0;
-    fsync(folder);
-    close(folder);
+    fsync(folder.Number());
 }
 
 // A line that did not get to the disk whole is taken back, or else the next one would continue it.
 void Ledger::Append(const std::string& line) {
     struct stat before = {};
-    if (fstat(_file, &before) != 0) FailWith(errno, _path);
-    const int error = WriteAll(_file, line);
+    if (fstat(_file.Number(), &before) != 0) FailWith(errno, _path);
+    const int error = WriteAll(_file.Number(), line);
     if (error == 0) {
         ++_appended;
         return;
     }
-    if (ftruncate(_file, before.st_size) != 0) Rewrite(_entries);
+    if (ftruncate(_file.Number(), before.st_size) != 0) Rewrite(_entries);
     FailWith(error, _path);
 }
 

@@ -26,6 +26,9 @@
 #include <string>
 #include <utility>
 
+#include "pluginkit/descriptor.h"
+#include "pluginkit/owner_lock.h"
+
 namespace nimbrel::apxd {
 
 class Ledger {
@@ -40,7 +43,6 @@ class Ledger {
     explicit Ledger(const std::string& path);
     Ledger(const Ledger&) = delete;
     Ledger& operator=(const Ledger&) = delete;
-    ~Ledger();
 
     std::optional<Entry> Find(const std::string& name, const std::string& client) const;
     // The client that has taken over the pre-staged account, or the empty text.
@@ -76,8 +78,8 @@ class Ledger {
     void Rewrite(const std::map<Key, Entry>& entries);
 
     const std::string _path;
-    int _lockFile = -1;
-    int _file = -1;
+    kit::OwnerLock _lock;
+    kit::Descriptor _file;
     mutable std::mutex _mutex;  // guards all below and the file; never held while a directory is asked
     std::map<Key, Entry> _entries;
     std::size_t _appended = 0;  // lines since the file was written anew

@@ -24,7 +24,6 @@ namespace {
 using ad::AdError;
 using ad::HostState;
 using ad::LogIns;
-using ad::LogInsError;
 
 constexpr char kRoot[] = "/srv";
 constexpr char kMembership[] = "/srv/var/lib/nimbrel/ad/membership";
@@ -79,7 +78,7 @@ Operation ForgetMembership() {
 
 void WriteKeys(const char* computer, const char* domain, std::uint32_t version) {
     ad::KeytabChange change(kKeytab);
-    change.SetKeys({computer, domain, version}, ad::Secret("secret"));
+    change.SetKeys({computer, domain, version}, kit::Secret("secret"));
     change.Commit();
 }
 
@@ -172,7 +171,7 @@ Operation OnTheLogIns(const char* name, std::function<void()> prepare, std::func
         for (const char* const path : kLogInFiles) parts[path] = ReadFile(kRoot + std::string(path));
         return parts;
     };
-    operation.isDocumented = IsOneOf<LogInsError>;
+    operation.isDocumented = IsOneOf<kit::StatusError>;
     operation.killedPartByPart = true;
     return operation;
 }

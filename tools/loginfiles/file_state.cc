@@ -12,8 +12,8 @@
 #include <cstdlib>
 #include <memory>
 #include <system_error>
-#include <utility>
 
+#include "pluginkit/descriptor.h"
 #include "tools/loginfiles/logins_error.h"
 
 namespace nimbrel::logins {
@@ -25,23 +25,9 @@ void ThrowSystemError(const std::string& what, const std::string& path, int erro
 
 namespace {
 
-class Descriptor {
- public:
-    Descriptor(const std::string& path, int flags, mode_t mode = 0)
-        : _number(open(path.c_str(), flags | O_CLOEXEC, mode)) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (_number >= 0) close(_number);
-    }
-
-    int Number() const { return _number; }
-    // Some file systems report a failed write only here.
-    int Close() { return close(std::exchange(_number, -1)); }
-
- private:
-    int _number;
-};
+kit::Descriptor Open(const std::string& path, int flags, mode_t mode = 0) {
+    return kit::Descriptor(open(path.c_str(), flags | O_CLOEXEC, mode));
+}
 
 std::string ReadAll(int number, const std::string& path) {
     std::string text;
@@ -101,9 +87,9 @@ void CheckKind(const struct stat& status, const std::string& path) {
 }
 
 void StageRegular(const std::string& staged, const FileState& state) {
-    Descriptor file(staged, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    kit::Descriptor file = Open(staged, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
     int error = errno;
-    if (file.Number() < 0) ThrowSystemError("create", staged, error);
+    if (!file) ThrowSystemError("create", staged, error);
     WriteAll(file.Number(), staged, state.content);
     const bool owned = fchown(file.Number(), state.owner, state.group) == 0;
     error = errno;
@@ -116,7 +102,7 @@ void StageRegular(const std::string& staged, const FileState& state) {
         error = errno;
         if (!set) ThrowSystemError("set the attribute " + name + " of", staged, error);
     }
-    const bool synced = fsync(file.Number()) == 0 && file.Close() == 0;
+    const bool synced = fsync(file.Number()) == 0 && file.Close();
     error = errno;
     if (!synced) ThrowSystemError("write", staged, error);
 }
@@ -205,27 +191,27 @@ void Unstage(const std::string& path, int id) noexcept {
 }
 
 std::string ReadWhole(const std::string& path) {
-    const Descriptor file(path, O_RDONLY | O_NOFOLLOW);
+    const kit::Descriptor file = Open(path, O_RDONLY | O_NOFOLLOW);
     const int error = errno;
-    if (file.Number() < 0) ThrowSystemError("open", path, error);
+    if (!file) ThrowSystemError("open", path, error);
     return ReadAll(file.Number(), path);
 }
 
 void WriteDurably(const std::string& path, const std::string& content) {
     unlink(path.c_str());  // nothing that has the name already is written to
-    Descriptor file(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    kit::Descriptor file = Open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
     int error = errno;
-    if (file.Number() < 0) ThrowSystemError("create", path, error);
+    if (!file) ThrowSystemError("create", path, error);
     WriteAll(file.Number(), path, content);
-    const bool synced = fsync(file.Number()) == 0 && file.Close() == 0;
+    const bool synced = fsync(file.Number()) == 0 && file.Close();
     error = errno;
     if (!synced) ThrowSystemError("write", path, error);
 }
 
 void SyncFolder(const std::string& folder) {
-    const Descriptor opened(folder, O_RDONLY | O_DIRECTORY);
+    const kit::Descriptor opened = Open(folder, O_RDONLY | O_DIRECTORY);
     int error = errno;
-    if (opened.Number() < 0) ThrowSystemError("open", folder, error);
+    if (!opened) ThrowSystemError("open", folder, error);
     const bool synced = fsync(opened.Number()) == 0;
     error = errno;
     if (!synced && error != EINVAL) ThrowSystemError("write", folder, error);

@@ -89,27 +89,24 @@ std::string ReasonToTakeBack(const Entry& entry) {
 
 Journal::Journal(std::string folder) : _folder(std::move(folder)) {}
 
-Journal::~Journal() {
-    if (_lock >= 0) close(_lock);
-}
-
 void Journal::Lock() {
-    if (_lock >= 0) return;
+    if (_lock) return;
     MakeFolder(FolderOf(_folder), 0755);
     MakeFolder(_folder, 0700);
     const std::string path = _folder + "/lock";
-    _lock = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    kit::Descriptor lock(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     int error = errno;
-    if (_lock < 0) ThrowSystemError("open", path, error);
-    const bool moded = fchmod(_lock, 0600) == 0;  // the umask may have taken rights
+    if (!lock) ThrowSystemError("open", path, error);
+    const bool moded = fchmod(lock.Number(), 0600) == 0;  // the umask may have taken rights
     error = errno;
     if (!moded) ThrowSystemError("open", path, error);
     int locked = 0;
     do {
-        locked = flock(_lock, LOCK_EX);
+        locked = flock(lock.Number(), LOCK_EX);
         error = errno;
     } while (locked != 0 && error == EINTR);
     if (locked != 0) ThrowSystemError("lock", path, error);
+    _lock = std::move(lock);
 }
 
 std::string Journal::EntryFolder(int id) const { return _folder + '/' + std::to_string(id); }
@@ -247,7 +244,7 @@ void Journal::TakeBack(const Record& record, const std::string& reason) {
 }
 
 std::vector<Entry> Journal::Recover() {
-    if (_lock < 0 && access(_folder.c_str(), F_OK) != 0) return {};
+    if (!_lock && access(_folder.c_str(), F_OK) != 0) return {};
     Lock();
     RemoveLeftovers();
     MarkUndone();

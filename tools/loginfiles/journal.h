@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "pluginkit/descriptor.h"
 #include "tools/loginfiles/file_state.h"
 
 namespace nimbrel::logins {
@@ -74,7 +75,6 @@ class Journal {
     explicit Journal(std::string folder = kJournalFolder);
     Journal(const Journal&) = delete;
     Journal& operator=(const Journal&) = delete;
-    ~Journal();
 
     // Makes the folder if need be and waits until no other process changes anything. Held until destruction.
     void Lock();
@@ -120,7 +120,7 @@ class Journal {
     void Prune();
 
     std::string _folder;
-    int _lock = -1;
+    kit::Descriptor _lock;
 };
 
 // True once the deadline is over, or belongs to a time before the last boot.

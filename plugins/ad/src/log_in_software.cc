@@ -1,6 +1,5 @@
 #include "log_in_software.h"
 
-#include "addirectory/ad_error.h"
 #include "gate.h"
 
 namespace nimbrel::ad {
@@ -11,13 +10,9 @@ LogInOptions OptionsOf(const Settings& settings) {
 }
 
 template <class Call>
-auto Translate(const Call& call) {
+auto Outside(const Call& call) {
     const OutsideGate outside;
-    try {
-        return call();
-    } catch (const LogInsError& error) {
-        throw AdError(error.Status(), error.what());
-    }
+    return call();
 }
 
 }  // namespace
@@ -25,26 +20,26 @@ auto Translate(const Call& call) {
 DomainLogInSoftware::DomainLogInSoftware(const Settings& settings) : _logIns("", OptionsOf(settings)) {}
 
 void DomainLogInSoftware::Enable(const JoinedDomain& domain) {
-    Translate([&] {
+    Outside([&] {
         _logIns.Enable({domain.dnsName, domain.realm, domain.netbiosName, domain.hostName, domain.machineAccount,
                         domain.keytab, domain.trustedForests});
     });
 }
 
 void DomainLogInSoftware::Disable() {
-    Translate([&] { _logIns.Disable(); });
+    Outside([&] { _logIns.Disable(); });
 }
 
 void DomainLogInSoftware::SetPreferredControllers(const std::vector<std::string>& controllers) {
-    Translate([&] { _logIns.SetPreferredControllers(controllers); });
+    Outside([&] { _logIns.SetPreferredControllers(controllers); });
 }
 
 void DomainLogInSoftware::SetSmartCardServices(const std::vector<std::string>& services) {
-    Translate([&] { _logIns.SetSmartCardServices(services); });
+    Outside([&] { _logIns.SetSmartCardServices(services); });
 }
 
 std::vector<std::string> DomainLogInSoftware::SmartCardServices() const {
-    return Translate([&] { return _logIns.SmartCardServices(); });
+    return Outside([&] { return _logIns.SmartCardServices(); });
 }
 
 }  // namespace nimbrel::ad

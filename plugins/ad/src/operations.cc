@@ -1,7 +1,9 @@
 // The provider "ad": real Active Directory domains, over Kerberos, LDAP and DNS.
 
+#include "addirectory/host.h"
 #include "authentication/provider_abi.h"
-#include "call.h"
+#include "gate.h"
+#include "log_in_software.h"
 #include "pluginkit/provider_table.h"
 
 namespace nimbrel::ad {
@@ -10,18 +12,19 @@ namespace {
 struct Provider {
     using Host = ad::Host;
     using UserCredentials = ad::UserCredentials;
-    using MachineAccount = MachineAccountJoin;
 
-    static constexpr std::int32_t kTrustStateFault = kTrustStateUnreadable;
-    static constexpr std::int32_t kRelationshipFault = kRelationshipUnreadable;
+    static constexpr char kName[] = "ad";
 
+    static std::optional<std::int64_t> AnswerInstead(const char*, const kit::CancellationShield&) { return {}; }
+
+    // Inside the gate: neither a fork nor an exit of the process falls into the work. The settings are those of this
+    // moment.
     template <class Work>
-    static std::uint32_t AnswerStatus(const char*, const Work& work) {
-        return ad::AnswerStatus(work);
-    }
-    template <class Work>
-    static std::int32_t AnswerValue(const char*, std::int32_t fault, const Work& work) {
-        return ad::AnswerValue(fault, work);
+    static void WithHost(const Work& work) {
+        const InsideGate gate;
+        const Settings settings = Settings::Load();
+        DomainLogInSoftware logIns(settings);
+        work(Host(settings, logIns));
     }
 };
 

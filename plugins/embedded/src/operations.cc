@@ -2,28 +2,26 @@
 // rehearsing a management agent. It speaks to no network and is no replacement for a real directory.
 
 #include "authentication/provider_abi.h"
-#include "call.h"
+#include "embeddeddirectory/host.h"
 #include "pluginkit/provider_table.h"
+#include "rehearse.h"
 
 namespace nimbrel::embedded {
 namespace {
 
-// Each operation does what is rehearsed for it first.
 struct Provider {
     using Host = embedded::Host;
     using UserCredentials = embedded::UserCredentials;
-    using MachineAccount = MachineAccountJoin;
 
-    static constexpr std::int32_t kTrustStateFault = kTrustStateUnreadable;
-    static constexpr std::int32_t kRelationshipFault = kRelationshipUnreadable;
+    static constexpr char kName[] = "embedded";
 
-    template <class Work>
-    static std::uint32_t AnswerStatus(const char* operation, const Work& work) {
-        return embedded::AnswerStatus(operation, work);
+    static std::optional<std::int64_t> AnswerInstead(const char* operation, const kit::CancellationShield& shield) {
+        return Rehearse(operation, shield);
     }
+
     template <class Work>
-    static std::int32_t AnswerValue(const char* operation, std::int32_t fault, const Work& work) {
-        return embedded::AnswerValue(operation, fault, work);
+    static void WithHost(const Work& work) {
+        work(Host());
     }
 };
 

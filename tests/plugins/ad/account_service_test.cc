@@ -17,7 +17,7 @@ class Accounts : public JoiningHost {
  protected:
     Accounts() {
         KeytabChange keys(_keytab);
-        keys.SetKeys({"APX01", "corp.test", 1}, Secret("service"));
+        keys.SetKeys({"APX01", "corp.test", 1}, kit::Secret("service"));
         keys.Commit();
         corp.keys.SetPassword("APX01$", "service", MachineSalt("APX01", "corp.test"));
     }

@@ -21,22 +21,5 @@ TEST(PasswordValue, TakesUtf8Only) {
     }
 }
 
-TEST(Secrets, AreLongAndDifferent) {
-    const Secret first = Secret::Random();
-    const Secret second = Secret::Random();
-    EXPECT_EQ(first.View().size(), 64U);
-    EXPECT_EQ(first.View().find_first_not_of("0123456789abcdef"), std::string_view::npos);
-    EXPECT_NE(first.View(), second.View());
-    EXPECT_EQ(std::string(first.Text()), first.View());
-}
-
-TEST(Secrets, AreWipedBeforeTheirMemoryIsGivenBack) {
-    char memory[8] = {'s', 'e', 'c', 'r', 'e', 't', 0, 0};
-    Wipe(memory, sizeof memory);
-    for (const char byte : memory) {
-        EXPECT_EQ(byte, 0);
-    }
-}
-
 }  // namespace
 }  // namespace nimbrel::ad::test

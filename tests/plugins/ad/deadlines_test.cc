@@ -27,17 +27,17 @@ class SilentPeer {
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
-        EXPECT_EQ(bind(_socket.Get(), reinterpret_cast<sockaddr*>(&address), size), 0);
-        EXPECT_TRUE(type == SOCK_DGRAM || listen(_socket.Get(), 8) == 0);
-        EXPECT_EQ(getsockname(_socket.Get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+        EXPECT_EQ(bind(_socket.Number(), reinterpret_cast<sockaddr*>(&address), size), 0);
+        EXPECT_TRUE(type == SOCK_DGRAM || listen(_socket.Number(), 8) == 0);
+        EXPECT_EQ(getsockname(_socket.Number(), reinterpret_cast<sockaddr*>(&address), &size), 0);
         _port = ntohs(address.sin_port);
     }
 
     std::uint16_t Port() const { return _port; }
-    int Socket() const { return _socket.Get(); }
+    int Socket() const { return _socket.Number(); }
 
  private:
-    Descriptor _socket;
+    kit::Descriptor _socket;
     std::uint16_t _port = 0;
 };
 
@@ -123,13 +123,13 @@ class ClosingPeer {
  private:
     void Run() {
         while (true) {
-            const Descriptor connection(accept4(_peer.Socket(), nullptr, nullptr, SOCK_CLOEXEC));
+            const kit::Descriptor connection(accept4(_peer.Socket(), nullptr, nullptr, SOCK_CLOEXEC));
             char byte = 0;
-            if (connection.Get() < 0) {
+            if (connection.Number() < 0) {
                 return;
             }
             ++_connections;
-            recv(connection.Get(), &byte, 1, 0);  // the rest is never read, so that the kernel resets the connection
+            recv(connection.Number(), &byte, 1, 0);  // the rest is never read, so that the kernel resets the connection
         }
     }
 
@@ -193,13 +193,13 @@ class TalkativePeer {
 
  private:
     void Run() {
-        std::vector<Descriptor> connections;
+        std::vector<kit::Descriptor> connections;
         while (true) {
-            Descriptor connection(accept4(_peer.Socket(), nullptr, nullptr, SOCK_CLOEXEC));
-            if (connection.Get() < 0) {
+            kit::Descriptor connection(accept4(_peer.Socket(), nullptr, nullptr, SOCK_CLOEXEC));
+            if (connection.Number() < 0) {
                 return;
             }
-            EXPECT_EQ(send(connection.Get(), _bytes.data(), _bytes.size(), MSG_NOSIGNAL),
+            EXPECT_EQ(send(connection.Number(), _bytes.data(), _bytes.size(), MSG_NOSIGNAL),
                       static_cast<ssize_t>(_bytes.size()));
             connections.push_back(std::move(connection));
         }
@@ -242,8 +242,8 @@ class EndlessPeer {
 
  private:
     void Run() {
-        const Descriptor connection(accept4(_peer.Socket(), nullptr, nullptr, SOCK_CLOEXEC));
-        while (connection.Get() >= 0 && send(connection.Get(), _bytes.data(), _bytes.size(), MSG_NOSIGNAL) > 0) {
+        const kit::Descriptor connection(accept4(_peer.Socket(), nullptr, nullptr, SOCK_CLOEXEC));
+        while (connection.Number() >= 0 && send(connection.Number(), _bytes.data(), _bytes.size(), MSG_NOSIGNAL) > 0) {
             continue;
         }
     }

@@ -229,10 +229,10 @@ class OneAnswer {
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
-        EXPECT_EQ(bind(_listener.Get(), reinterpret_cast<sockaddr*>(&address), size), 0);
-        EXPECT_EQ(getsockname(_listener.Get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
-        EXPECT_EQ(listen(_listener.Get(), 1), 0);
-        EXPECT_EQ(bind(_socket.Get(), reinterpret_cast<sockaddr*>(&address), size), 0);
+        EXPECT_EQ(bind(_listener.Number(), reinterpret_cast<sockaddr*>(&address), size), 0);
+        EXPECT_EQ(getsockname(_listener.Number(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+        EXPECT_EQ(listen(_listener.Number(), 1), 0);
+        EXPECT_EQ(bind(_socket.Number(), reinterpret_cast<sockaddr*>(&address), size), 0);
         _settings.nameServers = {"127.0.0.1"};
         _settings.nameServerPort = ntohs(address.sin_port);
         _settings.nameBudget = std::chrono::seconds(5);
@@ -260,26 +260,26 @@ class OneAnswer {
         sockaddr_in client = {};
         socklen_t size = sizeof client;
         const ssize_t got =
-            recvfrom(_socket.Get(), buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&client), &size);
+            recvfrom(_socket.Number(), buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&client), &size);
         ASSERT_GT(got, 0);
         for (const std::string& reply : makeReplies(std::string(buffer, static_cast<std::size_t>(got)))) {
-            sendto(_socket.Get(), reply.data(), reply.size(), 0, reinterpret_cast<const sockaddr*>(&client), size);
+            sendto(_socket.Number(), reply.data(), reply.size(), 0, reinterpret_cast<const sockaddr*>(&client), size);
         }
     }
 
     void AnswerConnection(const MakeReplies& makeReply) const {
-        const Descriptor connection(accept4(_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        const kit::Descriptor connection(accept4(_listener.Number(), nullptr, nullptr, SOCK_CLOEXEC));
         const Deadline deadline = Deadline::After(std::chrono::seconds(10));
         std::string size(2, '\0');
-        ReceiveExactly(connection.Get(), size.data(), size.size(), deadline);
+        ReceiveExactly(connection.Number(), size.data(), size.size(), deadline);
         std::string question(static_cast<unsigned char>(size[1]), '\0');
-        ReceiveExactly(connection.Get(), question.data(), question.size(), deadline);
+        ReceiveExactly(connection.Number(), question.data(), question.size(), deadline);
         const std::string reply = makeReply(question).front();
-        SendAll(connection.Get(), Number(static_cast<unsigned>(reply.size()), 2) + reply, deadline);
+        SendAll(connection.Number(), Number(static_cast<unsigned>(reply.size()), 2) + reply, deadline);
     }
 
-    Descriptor _listener;
-    Descriptor _socket;
+    kit::Descriptor _listener;
+    kit::Descriptor _socket;
     Settings _settings;
     std::thread _thread;
 };

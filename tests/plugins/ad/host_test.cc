@@ -56,7 +56,7 @@ class HostAlone : public Sandbox {
         state.preferredControllers = {"dc1.corp.test"};
         state.Save(_settings.membership);
         KeytabChange keys(_settings.keytab);
-        keys.SetKeys({"NODE01", "corp.test", 1}, Secret("secret"));
+        keys.SetKeys({"NODE01", "corp.test", 1}, kit::Secret("secret"));
         keys.Commit();
     }
 

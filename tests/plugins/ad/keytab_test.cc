@@ -22,7 +22,7 @@ class Keytab : public Sandbox {
 
     void Write(const KeytabAccount& account, const std::string& secret = "secret") const {
         KeytabChange change(File());
-        change.SetKeys(account, Secret(secret));
+        change.SetKeys(account, kit::Secret(secret));
         change.Commit();
     }
 
@@ -93,7 +93,7 @@ TEST_F(Keytab, NewKeysReplaceTheOldOnesAndNothingElse) {
 
 TEST_F(Keytab, TrialFileIsCompleteBeforeItIsInPlace) {
     KeytabChange change(File());
-    change.SetKeys({"NODE01", "corp.test", 1}, Secret("secret"));
+    change.SetKeys({"NODE01", "corp.test", 1}, kit::Secret("secret"));
     EXPECT_FALSE(std::filesystem::exists(File()));
     const auto listed = testing::RunProgram("/usr/bin/klist", {.arguments = {"-k", change.TrialName()}});
     EXPECT_THAT(listed.output, HasSubstr("NODE01$@CORP.TEST"));
@@ -102,7 +102,7 @@ TEST_F(Keytab, TrialFileIsCompleteBeforeItIsInPlace) {
 TEST_F(Keytab, GivenUpChangeLeavesTheFileAsItWas) {
     Write({"NODE01", "other.test", 1});
     const std::string before = ReadFile(File());
-    { KeytabChange(File()).SetKeys({"NODE01", "corp.test", 1}, Secret("secret")); }
+    { KeytabChange(File()).SetKeys({"NODE01", "corp.test", 1}, kit::Secret("secret")); }
     EXPECT_EQ(ReadFile(File()), before);
     EXPECT_EQ(FileCount(Folder()), 1U);
 }
@@ -111,7 +111,7 @@ TEST_F(Keytab, RevertBringsTheOldFileBack) {
     Write({"NODE01", "other.test", 1});
     const std::string before = ReadFile(File());
     KeytabChange change(File());
-    change.SetKeys({"NODE01", "corp.test", 1}, Secret("secret"));
+    change.SetKeys({"NODE01", "corp.test", 1}, kit::Secret("secret"));
     change.Commit();
     EXPECT_NE(ReadFile(File()), before);
     change.Revert();
@@ -120,7 +120,7 @@ TEST_F(Keytab, RevertBringsTheOldFileBack) {
 
 TEST_F(Keytab, RevertOfTheFirstKeysRemovesTheFile) {
     KeytabChange change(File());
-    change.SetKeys({"NODE01", "corp.test", 1}, Secret("secret"));
+    change.SetKeys({"NODE01", "corp.test", 1}, kit::Secret("secret"));
     change.Commit();
     change.Revert();
     EXPECT_EQ(FileCount(Folder()), 0U);

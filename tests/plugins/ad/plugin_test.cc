@@ -232,16 +232,16 @@ class SilentNameServer {
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         address.sin_port = htons(53);
-        EXPECT_EQ(bind(_socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(bind(_socket.Number(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     }
 
     void AwaitQuestion() const {
         char byte = 0;
-        EXPECT_EQ(recv(_socket.Get(), &byte, 1, 0), 1);
+        EXPECT_EQ(recv(_socket.Number(), &byte, 1, 0), 1);
     }
 
  private:
-    Descriptor _socket;
+    kit::Descriptor _socket;
 };
 
 TEST_F(AdProvider, ProcessExitsWhileACallWaits) {

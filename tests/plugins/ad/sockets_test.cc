@@ -62,16 +62,16 @@ TEST(Sockets, AnswerLongerThanAllowedIsRefused) {
 
 // A listener whose queue is full does not even take the connection.
 TEST(Sockets, PeerThatTakesNoConnectionIsGivenUp) {
-    const Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const kit::Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
-    ASSERT_EQ(bind(listener.Get(), reinterpret_cast<sockaddr*>(&address), size), 0);
-    ASSERT_EQ(listen(listener.Get(), 0), 0);
-    ASSERT_EQ(getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+    ASSERT_EQ(bind(listener.Number(), reinterpret_cast<sockaddr*>(&address), size), 0);
+    ASSERT_EQ(listen(listener.Number(), 0), 0);
+    ASSERT_EQ(getsockname(listener.Number(), reinterpret_cast<sockaddr*>(&address), &size), 0);
     const Endpoint endpoint = At("127.0.0.1", ntohs(address.sin_port));
-    std::vector<Descriptor> waiting;
+    std::vector<kit::Descriptor> waiting;
     const auto connect = [&] { waiting.push_back(ConnectTcp(endpoint, Deadline::After(milliseconds(200)))); };
     for (int i = 0; i < 4; ++i) {
         if (StatusOf(connect) != 0) break;

@@ -50,7 +50,7 @@ class LogInsRoot : public ::testing::Test {
         try {
             call();
             return 0;
-        } catch (const LogInsError& error) {
+        } catch (const kit::StatusError& error) {
             return error.Status();
         }
     }

@@ -110,7 +110,7 @@ TEST_F(HostileNamesTest, AreShownWithoutTheirControlCharacters) {
     try {
         logIns.SetSmartCardServices({"a\n\x1b[2J"});
         FAIL() << "not refused";
-    } catch (const LogInsError& error) {
+    } catch (const kit::StatusError& error) {
         EXPECT_STREQ(error.what(), "The service name 'a??[2J' is malformed");
     }
 }

@@ -151,8 +151,8 @@ TEST(FileErrorTest, EachReasonHasItsStatus) {
                                                   {ENOSPC, 112}, {EDQUOT, 112}, {EWOULDBLOCK, 170}, {EIO, 1359}};
     for (const auto& [error, status] : rows) {
         try {
-            logins::ThrowFileError("write", "/etc/x", error);
-        } catch (const LogInsError& thrown) {
+            kit::ThrowFileError("write", "/etc/x", error);
+        } catch (const kit::StatusError& thrown) {
             EXPECT_EQ(thrown.Status(), status) << error;
             EXPECT_THAT(thrown.what(), ::testing::StartsWith("Unable to write '/etc/x': "));
         }

@@ -256,71 +256,19 @@ TEST_F(Files, NobodyWithoutRightsToTheFilesHoldsUpTheirMaking) {
     close(anybody);
 }
 
-class MakerLocks : public Files {
- protected:
-    // Throws what `NewFile` throws, without its patience.
-    std::uint32_t TakeStatus() const {
-        return StatusOf([&] { MakerLock(path, "file").Wait(std::chrono::milliseconds(1)); });
-    }
-
+TEST_F(Files, LockThatAKilledMakerLeftIsTakenOver) {
     const std::string lockPath = path + ".lock";
-};
-
-TEST_F(MakerLocks, AreForTheOwnerAloneUnderAnyUmaskAndGoneAfterwards) {
-    for (const mode_t mask : {0000, 0022, 0077}) {
-        const Umask set(mask);
-        {
-            MakerLock lock(path, "file");
-            ASSERT_TRUE(lock.Try());
-            EXPECT_EQ(ModeOf(lockPath), 0600U) << std::oct << mask;
-            EXPECT_EQ(TakeStatus(), 1359U) << "another one has it for too long";
-        }
-        EXPECT_FALSE(std::filesystem::exists(lockPath));
-    }
-    EXPECT_EQ(TakeStatus(), 0U);
-}
-
-TEST_F(MakerLocks, LeftByAKilledProcessAreTakenOver) {
     WriteFile(lockPath, "");
     ASSERT_EQ(chmod(lockPath.c_str(), 0600), 0);
     Create();
     EXPECT_FALSE(std::filesystem::exists(lockPath));
 }
 
-TEST_F(MakerLocks, ThatOthersMayOpenAreRefused) {
-    for (const mode_t mode : {0604, 0640, 0602}) {
-        WriteFile(lockPath, "");
-        ASSERT_EQ(chmod(lockPath.c_str(), mode), 0);
-        EXPECT_EQ(TakeStatus(), 5U) << std::oct << mode;
-    }
-    unlink(lockPath.c_str());
-    ASSERT_EQ(mkfifo(lockPath.c_str(), 0600), 0);
-    EXPECT_EQ(TakeStatus(), 5U);
-    unlink(lockPath.c_str());
-    ASSERT_EQ(symlink((folder / "elsewhere").c_str(), lockPath.c_str()), 0);
-    EXPECT_EQ(TakeStatus(), 5U);
-    EXPECT_FALSE(std::filesystem::exists(folder / "elsewhere"));
-}
-
-// Who has waited for a lock whose name is gone does not share the turn of who has made a new one.
-TEST_F(MakerLocks, GoToOneAtATime) {
-    std::vector<std::thread> threads;
-    std::atomic<int> inside = 0;
-    std::atomic<int> together = 0;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int turn = 0; turn < 50; ++turn) {
-                MakerLock lock(path, "file");
-                lock.Wait(std::chrono::minutes(1));
-                together += ++inside > 1 ? 1 : 0;
-                --inside;
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(together, 0);
+TEST_F(Files, LockThatOthersMayOpenIsRefused) {
+    WriteFile(path + ".lock", "");
+    ASSERT_EQ(chmod((path + ".lock").c_str(), 0604), 0);
+    EXPECT_EQ(StatusOf([&] { Create(); }), 5U);
+    EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 // The kernel refuses root nothing: a child becomes another user first.

@@ -2,10 +2,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <thread>
 
 #include "provider.h"
@@ -355,6 +357,37 @@ TEST_F(Provider, SixteenThreadsUseEveryOperation) {
     for (auto& thread : threads) {
         thread.join();
     }
+}
+
+// --- The disk ---
+
+// /var/lib/nimbrel with room for these bytes, for as long as it lives.
+class SmallDisk {
+ public:
+    explicit SmallDisk(const char* options) { EXPECT_EQ(mount("tmpfs", "/var/lib/nimbrel", "tmpfs", 0, options), 0); }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    ~SmallDisk() { umount2("/var/lib/nimbrel", MNT_DETACH); }
+};
+
+TEST_F(Provider, FullDiskIsTold) {
+    const SmallDisk disk("size=512k");
+    std::filesystem::copy_file(TemplateDirectory(), kDefaultDirectoryPath);
+    std::ofstream filler("/var/lib/nimbrel/filler");
+    while (filler << 'x' << std::flush) continue;
+    const char* const services[] = {"login", nullptr};
+    EXPECT_EQ(Table().setSmartCardEnabledServices(services), 112U);
+    EXPECT_EQ(Join(), 112U);
+    std::filesystem::resize_file("/var/lib/nimbrel/filler", 0);
+    EXPECT_EQ(Join(), 0U);
+}
+
+// No file can be made at all: neither a lock nor a log.
+TEST_F(Provider, DiskWithoutRoomForANameIsTold) {
+    const SmallDisk disk("nr_inodes=2");
+    std::filesystem::copy_file(TemplateDirectory(), kDefaultDirectoryPath);
+    const char* const services[] = {"login", nullptr};
+    EXPECT_EQ(Table().setSmartCardEnabledServices(services), 112U);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "embeddeddirectory/secret.h"
 #include "sandbox.h"
 #include "secret_hash.h"
 
@@ -42,23 +41,6 @@ TEST(SecretHash, DamagedTextsAreRefused) {
           "scrypt$1x$8$1$" + salt + "$" + key, "scrypt$1$8$1$" + salt + "$" + key.substr(1) + "g"}) {
         EXPECT_EQ(StatusOf([&] { SecretMatches("secret", damaged); }), 1359U) << damaged;
     }
-}
-
-TEST(Secret, RandomSecretsAreSixtyFourDigitsAndDiffer) {
-    const Secret one = Secret::Random();
-    const Secret other = Secret::Random();
-    EXPECT_EQ(one.View().size(), 64U);
-    EXPECT_EQ(one.View().find_first_not_of("0123456789abcdef"), std::string_view::npos);
-    EXPECT_NE(one.View(), other.View());
-}
-
-TEST(Secret, MovingTakesTheTextAway) {
-    Secret from("text");
-    Secret to(std::move(from));
-    EXPECT_EQ(to.View(), "text");
-    Secret assigned("old");
-    assigned = std::move(to);
-    EXPECT_EQ(assigned.View(), "text");
 }
 
 }  // namespace

@@ -85,8 +85,8 @@ class Work {
     }
 
     HandedOutAccount SetSecret(const LdapEntry& account, const std::string& computer, const std::string& mark) {
-        Secret secret = Secret::Random();
-        const Secret password = PasswordValue(secret.View());
+        kit::Secret secret = kit::Secret::Random();
+        const kit::Secret password = PasswordValue(secret.View());
         const std::string text = MarkText(mark);
         _session.Ldap().Modify(account.distinguishedName,
                                {{LdapChangeKind::Replace, {kMarkAttribute, {text}}},
@@ -130,7 +130,7 @@ HandedOutAccount AccountService::Create(const std::string& name, const std::stri
     if (survey.existing) {
         FailInUse(computer);
     }
-    Secret secret = Secret::Random();
+    kit::Secret secret = kit::Secret::Random();
     ComputerAccount account;
     account.note = MarkText(mark);
     work.Accounts().Prepare(survey, computer, secret, account);

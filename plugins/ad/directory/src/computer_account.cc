@@ -105,7 +105,7 @@ void RequireOrdinaryComputer(const LdapEntry& account) {
 
 bool IsDisabled(const LdapEntry& account) { return (account.Number("useraccountcontrol") & kAccountDisabled) != 0; }
 
-Secret PasswordValue(std::string_view password) {
+kit::Secret PasswordValue(std::string_view password) {
     std::vector<char> bytes;
     bytes.reserve(4 * password.size() + 5);
     const auto put = [&](unsigned unit) {
@@ -129,8 +129,8 @@ Secret PasswordValue(std::string_view password) {
         i += length;
     }
     put('"');
-    Secret value(std::string_view(bytes.data(), bytes.size()));
-    Wipe(bytes.data(), bytes.size());
+    kit::Secret value(std::string_view(bytes.data(), bytes.size()));
+    kit::Wipe(bytes.data(), bytes.size());
     if (!wellFormed) {
         throw AdError(kStatusLogonFailure, "The password is not UTF-8 text");
     }
@@ -168,7 +168,7 @@ ComputerAccounts::Survey ComputerAccounts::Look(const std::string& computer, con
     return survey;
 }
 
-void ComputerAccounts::Prepare(const Survey& survey, const std::string& computer, const Secret& secret,
+void ComputerAccounts::Prepare(const Survey& survey, const std::string& computer, const kit::Secret& secret,
                                ComputerAccount& account) {
     if (survey.existing) {
         Reset(*survey.existing, computer, secret, account);
@@ -178,11 +178,11 @@ void ComputerAccounts::Prepare(const Survey& survey, const std::string& computer
     account.keyVersion = KeyVersion(account.distinguishedName);
 }
 
-void ComputerAccounts::Create(const Survey& survey, const std::string& computer, const Secret& secret,
+void ComputerAccounts::Create(const Survey& survey, const std::string& computer, const kit::Secret& secret,
                               ComputerAccount& account) {
     const AccountTexts texts(computer, survey.domain.dnsName);
     const std::string control = std::to_string(kWorkstationAccount);
-    const Secret password = PasswordValue(secret.View());
+    const kit::Secret password = PasswordValue(secret.View());
     const std::string name = "CN=" + computer + "," + survey.container;
     std::vector<LdapAttribute> attributes = {
         {"objectClass", {"top", "person", "organizationalPerson", "user", "computer"}},
@@ -212,7 +212,7 @@ void ComputerAccounts::Create(const Survey& survey, const std::string& computer,
     }
 }
 
-void ComputerAccounts::Reset(const LdapEntry& existing, const std::string& computer, const Secret& secret,
+void ComputerAccounts::Reset(const LdapEntry& existing, const std::string& computer, const kit::Secret& secret,
                              ComputerAccount& account) {
     const AccountTexts texts(computer, _controller.facts.domain);
     const std::string control = std::to_string(EnabledControl(existing));
@@ -244,13 +244,13 @@ void ComputerAccounts::Reset(const LdapEntry& existing, const std::string& compu
             _connection.Modify(existing.distinguishedName, needed);
         }
     }
-    const Secret password = PasswordValue(secret.View());
+    const kit::Secret password = PasswordValue(secret.View());
     _connection.Modify(existing.distinguishedName, {{LdapChangeKind::Replace, {"unicodePwd", {password.View()}}}});
 }
 
-void ComputerAccounts::ChangeSecret(const LdapEntry& account, const Secret& old, const Secret& fresh) {
-    const Secret oldValue = PasswordValue(old.View());
-    const Secret freshValue = PasswordValue(fresh.View());
+void ComputerAccounts::ChangeSecret(const LdapEntry& account, const kit::Secret& old, const kit::Secret& fresh) {
+    const kit::Secret oldValue = PasswordValue(old.View());
+    const kit::Secret freshValue = PasswordValue(fresh.View());
     _connection.Modify(account.distinguishedName, {{LdapChangeKind::Delete, {"unicodePwd", {oldValue.View()}}},
                                                    {LdapChangeKind::Add, {"unicodePwd", {freshValue.View()}}}});
 }

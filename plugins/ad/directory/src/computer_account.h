@@ -10,9 +10,9 @@
 #include <optional>
 #include <string>
 
-#include "addirectory/secret.h"
 #include "controller_locator.h"
 #include "ldap_connection.h"
+#include "pluginkit/secret.h"
 
 namespace nimbrel::ad {
 
@@ -47,9 +47,10 @@ class ComputerAccounts {
 
     // Makes the account, or resets the existing one where it stands, with the secret. `account` tells at every moment
     // what `Undo` has to take back, also when this throws.
-    void Prepare(const Survey& survey, const std::string& computer, const Secret& secret, ComputerAccount& account);
+    void Prepare(const Survey& survey, const std::string& computer, const kit::Secret& secret,
+                 ComputerAccount& account);
     // As the account's own owner: changes the secret from `old` to `fresh`.
-    void ChangeSecret(const LdapEntry& account, const Secret& old, const Secret& fresh);
+    void ChangeSecret(const LdapEntry& account, const kit::Secret& old, const kit::Secret& fresh);
     // As the account's own owner: the host's names, where the domain lets it write them.
     void CompleteOwn(const std::string& computer, const LdapEntry& account);
     std::uint32_t KeyVersion(const std::string& distinguishedName);
@@ -62,8 +63,9 @@ class ComputerAccounts {
     void DeleteOrDisable(const LdapEntry& account);
 
  private:
-    void Create(const Survey& survey, const std::string& computer, const Secret& secret, ComputerAccount& account);
-    void Reset(const LdapEntry& existing, const std::string& computer, const Secret& secret, ComputerAccount& account);
+    void Create(const Survey& survey, const std::string& computer, const kit::Secret& secret, ComputerAccount& account);
+    void Reset(const LdapEntry& existing, const std::string& computer, const kit::Secret& secret,
+               ComputerAccount& account);
 
     LdapConnection& _connection;
     const Controller& _controller;
@@ -75,7 +77,7 @@ void RequireOrdinaryComputer(const LdapEntry& account);
 bool IsDisabled(const LdapEntry& account);
 
 // The quoted UTF-16 form in which a domain takes a password. Throws 1326 for a text that is not UTF-8.
-Secret PasswordValue(std::string_view password);
+kit::Secret PasswordValue(std::string_view password);
 
 }  // namespace nimbrel::ad
 

@@ -113,11 +113,11 @@ bool IsTruncated(std::string_view reply) { return (static_cast<unsigned char>(re
 int ResponseCode(std::string_view reply) { return static_cast<unsigned char>(reply[3]) & 0x0f; }
 
 std::optional<std::string> AskByDatagram(const Endpoint& server, const std::string& question, const Deadline& wait) {
-    const Descriptor socket = ConnectUdp(server);
-    SendAll(socket.Get(), question, wait);
+    const kit::Descriptor socket = ConnectUdp(server);
+    SendAll(socket.Number(), question, wait);
     std::string reply(kMaximumReply, '\0');
-    while (WaitFor(socket.Get(), POLLIN, wait)) {
-        const ssize_t got = recv(socket.Get(), reply.data(), reply.size(), 0);
+    while (WaitFor(socket.Number(), POLLIN, wait)) {
+        const ssize_t got = recv(socket.Number(), reply.data(), reply.size(), 0);
         if (got < 0 && errno != EAGAIN && errno != EINTR) {
             return std::nullopt;
         }

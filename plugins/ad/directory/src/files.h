@@ -10,32 +10,17 @@
 #include <string>
 #include <string_view>
 
-#include "addirectory/secret.h"
 #include "deadline.h"
+#include "pluginkit/descriptor.h"
+#include "pluginkit/owner_lock.h"
+#include "pluginkit/secret.h"
 
 namespace nimbrel::ad {
 
-// An open file descriptor, or -1.
-class Descriptor {
- public:
-    explicit Descriptor(int fd = -1) noexcept : _fd(fd) {}
-    Descriptor(Descriptor&& other) noexcept;
-    Descriptor& operator=(Descriptor&& other) noexcept;
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor();
-
-    int Get() const noexcept { return _fd; }
-    int Release() noexcept;
-
- private:
-    int _fd;
-};
-
 // The file's contents; unset if it does not exist. Wiped by whoever holds them, as they may be keys.
-std::optional<Secret> ReadWholeFile(const std::string& path);
+std::optional<kit::Secret> ReadWholeFile(const std::string& path);
 // The same for a file that must be its owner's alone to write, the owner being this user or root.
-std::optional<Secret> ReadTrustedFile(const std::string& path);
+std::optional<kit::Secret> ReadTrustedFile(const std::string& path);
 
 // Creates the folder (0755) and those above it where missing.
 void CreateFolders(const std::string& path);
@@ -58,11 +43,11 @@ class FileReplacement {
  private:
     std::string _path;
     std::string _temporary;
-    Descriptor _file;
+    kit::Descriptor _file;
 };
 
 // Puts back what `ReadWholeFile` returned: the contents, or no file.
-void RestoreFile(const std::string& path, const std::optional<Secret>& contents);
+void RestoreFile(const std::string& path, const std::optional<kit::Secret>& contents);
 // Durable; a missing file is as good.
 void RemoveFile(const std::string& path);
 
@@ -71,12 +56,9 @@ void RemoveFile(const std::string& path);
 class FileLock {
  public:
     FileLock(const std::string& path, const Deadline& deadline);
-    FileLock(const FileLock&) = delete;
-    FileLock& operator=(const FileLock&) = delete;
-    ~FileLock();
 
  private:
-    Descriptor _file;
+    kit::OwnerLock _lock;
 };
 
 }  // namespace nimbrel::ad

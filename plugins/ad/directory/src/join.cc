@@ -40,7 +40,7 @@ class JoinTransaction {
           _deadline(Deadline::After(settings.joinBudget)),
           _lock(settings, _deadline),
           _state(HostState::Load(settings.membership)),
-          _fresh(Secret::Random()) {
+          _fresh(kit::Secret::Random()) {
         RequireNotJoined(_state);
     }
 
@@ -54,7 +54,7 @@ class JoinTransaction {
     }
 
     void JoinAsMachine(const MachineAccountJoin& join) {
-        _oneTime = Secret(join.oneTimeSecret);
+        _oneTime = kit::Secret(join.oneTimeSecret);
         _logOn = SecretLogOn(_oneTime);
         ComputerAccounts accounts = LogOn();
         _survey = accounts.Look(_computer, "");
@@ -83,7 +83,7 @@ class JoinTransaction {
         return {_session->Ldap(), _session->At()};
     }
 
-    Session::LogOn SecretLogOn(const Secret& secret) const {
+    Session::LogOn SecretLogOn(const kit::Secret& secret) const {
         return [this, &secret](Tickets& tickets, const Controller& controller) {
             tickets.LogOnWithPassword({_computer + "$@" + UpperCase(controller.facts.domain), false}, secret.Text());
         };
@@ -196,8 +196,8 @@ class JoinTransaction {
     const Deadline _deadline;
     const MembershipLock _lock;
     HostState _state;
-    const Secret _fresh;
-    Secret _oneTime;
+    const kit::Secret _fresh;
+    kit::Secret _oneTime;
     Session::LogOn _logOn;
     std::unique_ptr<KeytabChange> _keytab;
     std::unique_ptr<Session> _session;

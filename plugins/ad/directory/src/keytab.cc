@@ -154,7 +154,7 @@ KeytabChange::KeytabChange(const std::string& path) : _path(path), _before(ReadW
 
 KeytabChange::~KeytabChange() = default;
 
-void KeytabChange::SetKeys(const KeytabAccount& account, const Secret& machineSecret) {
+void KeytabChange::SetKeys(const KeytabAccount& account, const kit::Secret& machineSecret) {
     const KerberosContext context = MakeKerberosContext(UpperCase(account.domain));
     const auto principals = KeytabPrincipals(account.computer, account.domain);
     ForEachEntry(_before ? _before->View() : "", [&](std::string_view entry, const EntryPrincipal& principal) {

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "addirectory/secret.h"
 #include "files.h"
+#include "pluginkit/secret.h"
 
 namespace nimbrel::ad {
 
@@ -38,7 +38,7 @@ class KeytabChange {
     KeytabChange(const KeytabChange&) = delete;
     KeytabChange& operator=(const KeytabChange&) = delete;
 
-    void SetKeys(const KeytabAccount& account, const Secret& machineSecret);
+    void SetKeys(const KeytabAccount& account, const kit::Secret& machineSecret);
     // The file as it will be, for a trial: "FILE:/etc/krb5.keytab.new".
     std::string TrialName() const { return "FILE:" + _replacement.TemporaryPath(); }
     void Commit();
@@ -47,7 +47,7 @@ class KeytabChange {
 
  private:
     std::string _path;
-    std::optional<Secret> _before;
+    std::optional<kit::Secret> _before;
     FileReplacement _replacement;
 };
 

@@ -11,8 +11,8 @@
 #include <memory>
 #include <optional>
 
-#include "addirectory/secret.h"
 #include "ldap_transport.h"
+#include "pluginkit/secret.h"
 #include "sealed_channel.h"
 
 namespace nimbrel::ad {
@@ -198,7 +198,7 @@ std::vector<std::string> LdapEntry::Values(const std::string& name) const {
 
 class LdapConnection::Impl {
  public:
-    Impl(Descriptor socket, const std::string& host, const Deadline& deadline)
+    Impl(kit::Descriptor socket, const std::string& host, const Deadline& deadline)
         : _transport(std::move(socket), deadline) {
         const std::string url = "ldap://" + (host.empty() ? "controller" : host);
         LDAP* handle = nullptr;
@@ -319,7 +319,7 @@ void LdapConnection::SetStepLimit(std::chrono::milliseconds limit) { _impl->SetS
 void LdapConnection::BindSealed(krb5_context context, krb5_creds* ticket) {
     auto channel = std::make_unique<SealedChannel>(context, ticket);
     channel->Accept(_impl->ExchangeToken(channel->Request(), LDAP_SASL_BIND_IN_PROGRESS));
-    const Secret offer = channel->Open(_impl->ExchangeToken("", LDAP_SASL_BIND_IN_PROGRESS), false);
+    const kit::Secret offer = channel->Open(_impl->ExchangeToken("", LDAP_SASL_BIND_IN_PROGRESS), false);
     const std::string_view layers = offer.View();
     if (layers.size() != 4 || (static_cast<unsigned char>(layers[0]) & kSealingLayer) == 0) {
         throw AdError(kStatusNoSuchDomain, "The controller offers no sealed connection");

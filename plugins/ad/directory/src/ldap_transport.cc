@@ -73,7 +73,7 @@ void LdapTransport::Seal(std::unique_ptr<SealedChannel> channel, std::size_t max
 ber_slen_t LdapTransport::Read(void* bytes, std::size_t size) noexcept {
     try {
         const ber_slen_t got =
-            _channel ? ReadSealed(static_cast<char*>(bytes), size) : recv(_socket.Get(), bytes, size, 0);
+            _channel ? ReadSealed(static_cast<char*>(bytes), size) : recv(_socket.Number(), bytes, size, 0);
         _received += got > 0 ? static_cast<std::size_t>(got) : 0;
         return got;
     } catch (const std::exception& error) {
@@ -86,14 +86,14 @@ ber_slen_t LdapTransport::Read(void* bytes, std::size_t size) noexcept {
 ber_slen_t LdapTransport::Write(void* bytes, std::size_t size) noexcept {
     const std::string_view text(static_cast<const char*>(bytes), size);
     try {
-        _channel ? WriteSealed(text) : SendAll(_socket.Get(), text, _deadline);
+        _channel ? WriteSealed(text) : SendAll(_socket.Number(), text, _deadline);
     } catch (const std::exception& error) {
         _fault = error.what();  // translated, as above
         errno = EIO;
         return -1;
     }
     if (_wiping) {
-        Wipe(bytes, size);
+        kit::Wipe(bytes, size);
     }
     return static_cast<ber_slen_t>(size);
 }
@@ -135,7 +135,7 @@ LdapTransport::Progress LdapTransport::ReadToken() {
             return Progress::Complete;
         }
         _token.resize(kLengthBytes + size);
-        const ssize_t got = recv(_socket.Get(), _token.data() + have, _token.size() - have, 0);
+        const ssize_t got = recv(_socket.Number(), _token.data() + have, _token.size() - have, 0);
         const int error = errno;
         _token.resize(have + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
         if (got <= 0) {
@@ -148,13 +148,13 @@ void LdapTransport::WriteSealed(std::string_view bytes) {
     while (!bytes.empty()) {
         const auto part = bytes.substr(0, _maximumMessage);
         const std::string token = _channel->Seal(part);
-        SendAll(_socket.Get(), Length(token.size()) + token, _deadline);
+        SendAll(_socket.Number(), Length(token.size()) + token, _deadline);
         bytes.remove_prefix(part.size());
     }
 }
 
 void LdapTransport::ForgetPlain() {
-    _plain = Secret();
+    _plain = kit::Secret();
     _plainAt = 0;
 }
 

@@ -17,7 +17,7 @@ namespace nimbrel::ad {
 
 class LdapTransport {
  public:
-    LdapTransport(Descriptor socket, const Deadline& deadline) : _socket(std::move(socket)), _deadline(deadline) {}
+    LdapTransport(kit::Descriptor socket, const Deadline& deadline) : _socket(std::move(socket)), _deadline(deadline) {}
     LdapTransport(const LdapTransport&) = delete;
     LdapTransport& operator=(const LdapTransport&) = delete;
     ~LdapTransport() { ForgetPlain(); }
@@ -27,7 +27,7 @@ class LdapTransport {
     // From the next byte on everything is sealed; the peer takes messages of `maximumMessage` bytes at most.
     void Seal(std::unique_ptr<SealedChannel> channel, std::size_t maximumMessage);
 
-    int Socket() const { return _socket.Get(); }
+    int Socket() const { return _socket.Number(); }
     void SetDeadline(const Deadline& deadline) { _deadline = deadline; }
     const Deadline& CurrentDeadline() const { return _deadline; }
     // What is written from now on is wiped in the writer's own buffer too.
@@ -51,12 +51,12 @@ class LdapTransport {
     void WriteSealed(std::string_view bytes);
     void ForgetPlain();
 
-    Descriptor _socket;
+    kit::Descriptor _socket;
     Deadline _deadline;
     std::unique_ptr<SealedChannel> _channel;
     std::size_t _maximumMessage = 0;
     std::string _token;  // as far as it has come, its four bytes of length first
-    Secret _plain;       // opened, and read from `_plainAt` on
+    kit::Secret _plain;  // opened, and read from `_plainAt` on
     std::size_t _plainAt = 0;
     bool _wiping = false;
     std::string _fault;

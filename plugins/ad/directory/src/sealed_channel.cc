@@ -88,13 +88,13 @@ std::uint64_t BigEndian(std::string_view bytes, std::size_t at, std::size_t size
 }
 
 // Both kinds of protection cover the message followed by the header.
-Secret Joined(std::string_view message, std::string_view header) {
+kit::Secret Joined(std::string_view message, std::string_view header) {
     std::vector<char> bytes;
     bytes.reserve(message.size() + header.size());
     bytes.insert(bytes.end(), message.begin(), message.end());
     bytes.insert(bytes.end(), header.begin(), header.end());
-    Secret joined(std::string_view(bytes.data(), bytes.size()));
-    Wipe(bytes.data(), bytes.size());
+    kit::Secret joined(std::string_view(bytes.data(), bytes.size()));
+    kit::Wipe(bytes.data(), bytes.size());
     return joined;
 }
 
@@ -163,7 +163,7 @@ std::string SealedChannel::Header(unsigned char flags, std::uint16_t extraCount)
 
 std::string SealedChannel::Seal(std::string_view message) {
     const std::string header = Header(kSealed, 0);
-    const Secret plain = Joined(message, header);
+    const kit::Secret plain = Joined(message, header);
     std::size_t size = 0;
     Check(krb5_c_encrypt_length(_context, krb5_k_key_enctype(_context, _key), plain.View().size(), &size), "sealing");
     std::string token(kHeaderSize + size, '\0');
@@ -177,7 +177,7 @@ std::string SealedChannel::Seal(std::string_view message) {
 }
 
 std::string SealedChannel::Sign(std::string_view message) {
-    const Secret covered = Joined(message, Header(0, 0));
+    const kit::Secret covered = Joined(message, Header(0, 0));
     const krb5_data input = Data(covered.View());
     krb5_checksum checksum = {};
     Check(krb5_k_make_checksum(_context, ChecksumType(_context, _key), _key, kUsageOfInitiator, &input, &checksum),
@@ -189,7 +189,7 @@ std::string SealedChannel::Sign(std::string_view message) {
     return token;
 }
 
-Secret SealedChannel::Open(std::string_view token, bool sealed) {
+kit::Secret SealedChannel::Open(std::string_view token, bool sealed) {
     if (token.size() < kHeaderSize || token[0] != 0x05 || token[1] != 0x04 || token[3] != '\xff') {
         FailChannel("not a sealed message");
     }
@@ -212,7 +212,7 @@ Secret SealedChannel::Open(std::string_view token, bool sealed) {
 }
 
 // The decrypted text is the message, `extraCount` filling bytes, and the header with its rotation taken out.
-Secret SealedChannel::OpenSealed(std::string_view header, std::string_view body, std::size_t extraCount) {
+kit::Secret SealedChannel::OpenSealed(std::string_view header, std::string_view body, std::size_t extraCount) {
     krb5_enc_data input = {};
     input.enctype = krb5_k_key_enctype(_context, _key);
     input.ciphertext = Data(body);
@@ -223,22 +223,22 @@ Secret SealedChannel::OpenSealed(std::string_view header, std::string_view body,
     PutBigEndian(inner, 6, 0, 2);
     const std::string_view text(plain.data(), output.length);
     if (text.size() < kHeaderSize + extraCount || text.substr(text.size() - kHeaderSize) != inner) {
-        Wipe(plain.data(), plain.size());
+        kit::Wipe(plain.data(), plain.size());
         FailChannel("its header");
     }
-    Secret message(text.substr(0, text.size() - kHeaderSize - extraCount));
-    Wipe(plain.data(), plain.size());
+    kit::Secret message(text.substr(0, text.size() - kHeaderSize - extraCount));
+    kit::Wipe(plain.data(), plain.size());
     return message;
 }
 
-Secret SealedChannel::OpenSigned(std::string_view header, std::string_view body, std::size_t checksumSize) {
+kit::Secret SealedChannel::OpenSigned(std::string_view header, std::string_view body, std::size_t checksumSize) {
     if (body.size() < checksumSize) {
         FailChannel("its signature");
     }
     std::string covering(header);
     PutBigEndian(covering, 4, 0, 4);
     const std::string_view message = body.substr(0, body.size() - checksumSize);
-    const Secret covered = Joined(message, covering);
+    const kit::Secret covered = Joined(message, covering);
     const krb5_data input = Data(covered.View());
     krb5_checksum checksum = {};
     checksum.checksum_type = ChecksumType(_context, _key);
@@ -250,7 +250,7 @@ Secret SealedChannel::OpenSigned(std::string_view header, std::string_view body,
     if (!valid) {
         FailChannel("its signature");
     }
-    return Secret(message);
+    return kit::Secret(message);
 }
 
 }  // namespace nimbrel::ad

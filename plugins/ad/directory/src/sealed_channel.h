@@ -16,7 +16,7 @@
 #include <string>
 #include <string_view>
 
-#include "addirectory/secret.h"
+#include "pluginkit/secret.h"
 
 namespace nimbrel::ad {
 
@@ -38,12 +38,12 @@ class SealedChannel {
     std::string Seal(std::string_view message);
     std::string Sign(std::string_view message);
     // The message of a token of either kind; `sealed` says which it must be.
-    Secret Open(std::string_view token, bool sealed);
+    kit::Secret Open(std::string_view token, bool sealed);
 
  private:
     std::string Header(unsigned char flags, std::uint16_t extraCount);
-    Secret OpenSealed(std::string_view header, std::string_view body, std::size_t extraCount);
-    Secret OpenSigned(std::string_view header, std::string_view body, std::size_t checksumSize);
+    kit::Secret OpenSealed(std::string_view header, std::string_view body, std::size_t extraCount);
+    kit::Secret OpenSigned(std::string_view header, std::string_view body, std::size_t checksumSize);
 
     krb5_context _context;
     krb5_creds* _ticket;

@@ -27,9 +27,9 @@ namespace {
     throw AdError(kStatusNoSuchDomain, "The connection failed: " + std::generic_category().message(error));
 }
 
-Descriptor OpenSocket(const Endpoint& endpoint, int type) {
-    Descriptor socket_(socket(endpoint.Family(), type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (socket_.Get() < 0) {
+kit::Descriptor OpenSocket(const Endpoint& endpoint, int type) {
+    kit::Descriptor socket_(socket(endpoint.Family(), type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (socket_.Number() < 0) {
         const int error = errno;
         FailSocket(error);
     }
@@ -119,27 +119,27 @@ bool WaitFor(int socket_, short events, const Deadline& deadline) {
     }
 }
 
-Descriptor ConnectTcp(const Endpoint& endpoint, const Deadline& deadline) {
-    Descriptor socket_ = OpenSocket(endpoint, SOCK_STREAM);
+kit::Descriptor ConnectTcp(const Endpoint& endpoint, const Deadline& deadline) {
+    kit::Descriptor socket_ = OpenSocket(endpoint, SOCK_STREAM);
     const int on = 1;
-    setsockopt(socket_.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    setsockopt(socket_.Number(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     // What was given up is not sent either: else the kernel would still deliver a deletion or a new password minutes
     // later, when the way to the controller is open again, and undo the next join.
     const linger discard = {1, 0};
-    setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
-    if (connect(socket_.Get(), endpoint.Address(), endpoint.Size()) != 0) {
+    setsockopt(socket_.Number(), SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
+    if (connect(socket_.Number(), endpoint.Address(), endpoint.Size()) != 0) {
         const int error = errno;
         if (error != EINPROGRESS && error != EINTR) {
             FailSocket(error);
         }
-        FinishConnecting(socket_.Get(), deadline);
+        FinishConnecting(socket_.Number(), deadline);
     }
     return socket_;
 }
 
-Descriptor ConnectUdp(const Endpoint& endpoint) {
-    Descriptor socket_ = OpenSocket(endpoint, SOCK_DGRAM);
-    if (connect(socket_.Get(), endpoint.Address(), endpoint.Size()) != 0) {
+kit::Descriptor ConnectUdp(const Endpoint& endpoint) {
+    kit::Descriptor socket_ = OpenSocket(endpoint, SOCK_DGRAM);
+    if (connect(socket_.Number(), endpoint.Address(), endpoint.Size()) != 0) {
         const int error = errno;
         FailSocket(error);
     }
@@ -191,14 +191,14 @@ void PauseBeforeRetry(int attempt, const Deadline& deadline) {
 
 std::string ExchangeFrames(const Endpoint& endpoint, std::string_view request, std::size_t lengthBytes,
                            std::size_t maximumReply, const Deadline& deadline) {
-    const Descriptor socket_ = ConnectTcp(endpoint, deadline);
+    const kit::Descriptor socket_ = ConnectTcp(endpoint, deadline);
     std::string frame;
     for (std::size_t i = lengthBytes; i-- > 0;) {
         frame += static_cast<char>(request.size() >> (8 * i) & 0xff);
     }
-    SendAll(socket_.Get(), frame.append(request), deadline);
+    SendAll(socket_.Number(), frame.append(request), deadline);
     std::array<char, 4> length = {};
-    ReceiveExactly(socket_.Get(), length.data(), lengthBytes, deadline);
+    ReceiveExactly(socket_.Number(), length.data(), lengthBytes, deadline);
     std::size_t size = 0;
     for (std::size_t i = 0; i < lengthBytes; ++i) {
         size = size << 8 | static_cast<unsigned char>(length.at(i));
@@ -207,7 +207,7 @@ std::string ExchangeFrames(const Endpoint& endpoint, std::string_view request, s
         throw AdError(kStatusNoSuchDomain, "The other side's answer is too long");
     }
     std::string reply(size, '\0');
-    ReceiveExactly(socket_.Get(), reply.data(), reply.size(), deadline);
+    ReceiveExactly(socket_.Number(), reply.data(), reply.size(), deadline);
     return reply;
 }
 

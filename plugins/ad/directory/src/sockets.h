@@ -15,7 +15,7 @@
 #include <string_view>
 
 #include "deadline.h"
-#include "files.h"
+#include "pluginkit/descriptor.h"
 
 namespace nimbrel::ad {
 
@@ -40,9 +40,9 @@ class Endpoint {
 // True when the socket is ready for `events` (poll's), false when the deadline has passed. Steps outside the gate.
 bool WaitFor(int socket, short events, const Deadline& deadline);
 
-Descriptor ConnectTcp(const Endpoint& endpoint, const Deadline& deadline);
+kit::Descriptor ConnectTcp(const Endpoint& endpoint, const Deadline& deadline);
 // A datagram socket that takes answers of this peer only.
-Descriptor ConnectUdp(const Endpoint& endpoint);
+kit::Descriptor ConnectUdp(const Endpoint& endpoint);
 void SendAll(int socket, std::string_view bytes, const Deadline& deadline);
 void ReceiveExactly(int socket, char* bytes, std::size_t size, const Deadline& deadline);
 

@@ -31,22 +31,22 @@ class Steps {
     void Try(const std::function<void()>& step) {
         try {
             step();
-        } catch (const LogInsError& error) {  // the other steps are to be taken all the same
+        } catch (const kit::StatusError& error) {  // the other steps are to be taken all the same
             if (!_first) _first = error;
         }
     }
     void End() const {
-        if (_first) throw LogInsError(*_first);
+        if (_first) throw kit::StatusError(*_first);
     }
 
  private:
-    std::optional<LogInsError> _first;
+    std::optional<kit::StatusError> _first;
 };
 
 void RemoveTree(const std::string& path) {
     std::error_code error;
     std::filesystem::remove_all(path, error);
-    if (error) ThrowFileError("remove", path, error.value());
+    if (error) kit::ThrowFileError("remove", path, error.value());
 }
 
 std::vector<std::string> FilesOf(const std::string& domain) {

@@ -12,7 +12,7 @@ namespace nimbrel::ad::logins {
 // it wrote down for Kerberos, its group policies; the name-service caches, which all domains share; and the credential
 // caches of the domain's users in /tmp. To be called while SSSD is stopped. Home directories and log files stay.
 //
-// Removes all it can; throws `LogInsError` for the first that it could not.
+// Removes all it can; throws `StatusError` for the first that it could not.
 void RemoveCachedData(const std::string& root, const std::vector<std::string>& domains);
 
 }  // namespace nimbrel::ad::logins

@@ -10,6 +10,8 @@
 #include <string_view>
 
 #include "files.h"
+#include "pluginkit/descriptor.h"
+#include "pluginkit/status_error.h"
 
 namespace nimbrel::ad::logins {
 namespace {
@@ -20,14 +22,14 @@ void WriteAll(int fd, std::string_view text, const std::string& path) {
     while (!text.empty()) {
         const ssize_t written = write(fd, text.data(), text.size());
         if (written < 0 && errno == EINTR) continue;
-        if (written < 0) ThrowFileError("write", path, errno);
+        if (written < 0) kit::ThrowFileError("write", path, errno);
         text.remove_prefix(static_cast<std::size_t>(written));
     }
 }
 
 // Not a failure of the change: by now the names are what they should be.
 void SyncFolder(const std::string& folder) {
-    const Descriptor fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const kit::Descriptor fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (fd) fsync(fd.Number());
 }
 
@@ -55,7 +57,7 @@ class PendingFile {
     void TakeEffect(bool last) {
         if (!last) KeepOld();
         const int result = _written ? rename(_new.c_str(), _path.c_str()) : unlink(_path.c_str());
-        if (result != 0) ThrowFileError(_written ? "write" : "remove", _path, errno);
+        if (result != 0) kit::ThrowFileError(_written ? "write" : "remove", _path, errno);
         _written = false;
         _effective = true;
     }
@@ -70,13 +72,13 @@ class PendingFile {
 
  private:
     void Write(const std::string& text) {
-        const Descriptor fd(mkostemp(_new.data(), O_CLOEXEC));
-        if (!fd) ThrowFileError("write", _path, errno);
+        const kit::Descriptor fd(mkostemp(_new.data(), O_CLOEXEC));
+        if (!fd) kit::ThrowFileError("write", _path, errno);
         _written = true;
         try {
             WriteAll(fd.Number(), text, _path);
             if (fchmod(fd.Number(), kFileMode) != 0 || fsync(fd.Number()) != 0) {
-                ThrowFileError("write", _path, errno);
+                kit::ThrowFileError("write", _path, errno);
             }
         } catch (...) {  // the destructor of a half-made object does not run
             unlink(_new.c_str());
@@ -89,7 +91,7 @@ class PendingFile {
         if (link(_path.c_str(), _old.c_str()) == 0) {
             _kept = true;
         } else if (errno != ENOENT) {
-            ThrowFileError("replace", _path, errno);
+            kit::ThrowFileError("replace", _path, errno);
         }
     }
 

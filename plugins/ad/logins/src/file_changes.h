@@ -19,7 +19,7 @@ struct FileChange {
 };
 
 // Makes the changes in their order; the new files have mode 0600. True if there was anything to change: a file that has
-// its text and mode already is not touched. The caller keeps others away (`RecordLock`). Throws `LogInsError`.
+// its text and mode already is not touched. The caller keeps others away (a lock). Throws `StatusError`.
 bool ChangeFiles(const std::vector<FileChange>& changes);
 
 // Removes what killed processes left behind of changes of the file.

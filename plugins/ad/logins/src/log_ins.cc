@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <exception>
 #include <iterator>
 #include <new>
@@ -17,6 +17,7 @@
 #include "file_changes.h"
 #include "files.h"
 #include "names.h"
+#include "pluginkit/owner_lock.h"
 #include "record.h"
 #include "snippets.h"
 #include "sssd_service.h"
@@ -35,7 +36,7 @@ constexpr char kDomainFile[] = "/etc/sssd/conf.d/50-nimauth-domain.conf";
 constexpr char kControllersFile[] = "/etc/sssd/conf.d/55-nimauth-controllers.conf";
 constexpr char kSmartCardFile[] = "/etc/sssd/conf.d/60-nimauth-smartcard.conf";
 constexpr char kSssdConfiguration[] = "/etc/sssd";
-constexpr std::uint32_t kStatusFileNotFound = 2;
+constexpr auto kTurnTime = std::chrono::seconds(10);
 constexpr mode_t kRecordFolderMode = 0755;
 constexpr mode_t kSssdFolderMode = 0711;  // as its packages have it
 
@@ -97,7 +98,7 @@ void RemoveEmptySssdFolders(const std::string& root) {
     for (const char* const folder : {kSssdFolder, kSssdConfiguration}) {
         if (rmdir((root + folder).c_str()) == 0) continue;
         const int error = errno;
-        if (error != ENOENT && error != ENOTEMPTY) ThrowFileError("remove", root + folder, error);
+        if (error != ENOENT && error != ENOTEMPTY) kit::ThrowFileError("remove", root + folder, error);
     }
 }
 
@@ -165,12 +166,23 @@ void Apply(const std::string& root, const LogInOptions& options, const Record& r
     }
 }
 
+// Those who change the same files take turns, for as long as each has this object.
+class Turn {
+ public:
+    explicit Turn(const std::string& root) : _lock(root + kRecordLock, kit::OwnerLock::File::GoesWithTheLock) {
+        MakeFolders(root + kRecordFolder, kRecordFolderMode);
+        if (!_lock.TryFor(kTurnTime)) kit::ThrowFileError("lock", root + kRecordLock, EWOULDBLOCK);
+    }
+
+ private:
+    kit::OwnerLock _lock;
+};
+
 // Changes the record and brings everything else into line with it.
 template <typename Edit>
 void Change(const std::string& root, const LogInOptions& options, Edit edit) {
     CheckOptions(options);
-    MakeFolders(root + kRecordFolder, kRecordFolderMode);
-    const RecordLock lock(root + kRecordLock);
+    const Turn turn(root);
     Record record = ReadRecord(root);
     const auto domainsBefore = ServedDomains(root, record);
     edit(record);
@@ -189,14 +201,14 @@ bool HasAnything(const std::string& root) {
 void Forget(const std::string& root, const Record& record, const std::vector<std::string>& domains) {
     const SssdService sssd(root);
     sssd.Stop();
-    std::optional<LogInsError> failure;
+    std::optional<kit::StatusError> failure;
     try {
         RemoveCachedData(root, domains);
-    } catch (const LogInsError& error) {  // the domains that stay are to be served all the same
+    } catch (const kit::StatusError& error) {  // the domains that stay are to be served all the same
         failure = error;
     }
     if (record.sssdRan || !ReadForeignSssdSettings(root).domains.empty()) sssd.Start();
-    if (failure) throw LogInsError(*failure);
+    if (failure) throw kit::StatusError(*failure);
 }
 
 }  // namespace
@@ -206,7 +218,7 @@ LogIns::LogIns(std::string root, LogInOptions options) : _root(std::move(root)),
 void LogIns::Enable(const DomainLogIns& domain) {
     CheckDomain(domain);
     if (!IsThere(_root + domain.keytab)) {
-        throw LogInsError(kStatusFileNotFound, "The keytab '" + domain.keytab + "' is missing");
+        throw kit::StatusError(kit::status::kStatusFileNotFound, "The keytab '" + domain.keytab + "' is missing");
     }
     Change(_root, _options, [&](Record& record) {
         if (!record.domain) record.sssdRan = SssdService(_root).IsRunning();
@@ -217,8 +229,7 @@ void LogIns::Enable(const DomainLogIns& domain) {
 
 void LogIns::Disable() {
     if (!HasAnything(_root)) return;
-    MakeFolders(_root + kRecordFolder, kRecordFolderMode);
-    const RecordLock lock(_root + kRecordLock);
+    const Turn turn(_root);
     const Record record = ReadRecord(_root);
     const auto domains = ServedDomains(_root, record);
     const std::vector<std::string> files = {_root + kDomainFile, _root + kControllersFile, _root + kSmartCardFile};

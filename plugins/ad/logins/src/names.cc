@@ -7,7 +7,6 @@
 namespace nimbrel::ad::logins {
 namespace {
 
-constexpr std::uint32_t kStatusInvalidParameter = 87;
 constexpr std::size_t kMaximumDnsName = 253;
 constexpr std::size_t kMaximumLabel = 63;
 constexpr std::size_t kMaximumNetbiosName = 15;
@@ -38,13 +37,14 @@ std::string Shown(std::string_view text) {
 
 void Require(bool wellFormed, const std::string& what, std::string_view name) {
     if (!wellFormed) {
-        throw LogInsError(kStatusInvalidParameter, "The " + what + " '" + Shown(name) + "' is malformed");
+        throw kit::StatusError(kit::status::kStatusInvalidParameter,
+                               "The " + what + " '" + Shown(name) + "' is malformed");
     }
 }
 
 void RequireCount(std::size_t count) {
     if (count > kMaximumEntries) {
-        throw LogInsError(kStatusInvalidParameter, "The list has more than 256 entries");
+        throw kit::StatusError(kit::status::kStatusInvalidParameter, "The list has more than 256 entries");
     }
 }
 

@@ -1,7 +1,7 @@
 // Which names may go into SSSD's configuration.
 //
 // That configuration is made of lines, so every name is checked before it is written: nothing that could end a line,
-// open a section or add an element to a list passes. Each function throws `LogInsError` 87 that names the offender.
+// open a section or add an element to a list passes. Each function throws `StatusError` 87 that names the offender.
 
 #ifndef NIMBREL_AD_LOGINS_NAMES_H_
 #define NIMBREL_AD_LOGINS_NAMES_H_

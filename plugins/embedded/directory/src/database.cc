@@ -1,6 +1,5 @@
 #include "database.h"
 
-#include <cerrno>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -25,8 +24,11 @@ std::uint32_t StatusFor(int result, int systemError) {
         case SQLITE_PERM:
         case SQLITE_READONLY:
             return kStatusAccessDenied;
+        case SQLITE_FULL:
+            return kStatusDiskFull;
         case SQLITE_CANTOPEN:
-            return systemError == EACCES || systemError == EPERM ? kStatusAccessDenied : kStatusInternalError;
+        case SQLITE_IOERR:
+            return kit::StatusOfFileError(systemError);
         default:
             return kStatusInternalError;
     }

@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,7 +13,6 @@
 #include <filesystem>
 #include <memory>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include "embeddeddirectory/directory_error.h"
@@ -26,11 +24,9 @@ constexpr mode_t kFileMode = 0600;
 constexpr mode_t kFolderMode = 0755;
 constexpr char kNewMark[] = ".new.";
 constexpr char kLockMark[] = ".lock";
-constexpr auto kLockPause = std::chrono::milliseconds(20);
 
 [[noreturn]] void FailWith(int error, const std::string& name) {
-    const bool refused = error == EACCES || error == EPERM || error == EROFS || error == ELOOP;
-    throw DirectoryError(refused ? kStatusAccessDenied : kStatusInternalError,
+    throw DirectoryError(kit::StatusOfFileError(error),
                          "The " + name + " cannot be used: " + std::generic_category().message(error));
 }
 
@@ -65,30 +61,13 @@ void RequireFileName(const std::string& file, const std::string& name) {
     }
 }
 
-void RemoveForeignRights(const Descriptor& file, mode_t mode, const std::string& name) {
+void RemoveForeignRights(const kit::Descriptor& file, mode_t mode, const std::string& name) {
     if ((mode & (S_IRWXG | S_IRWXO)) == 0) {
         return;
     }
     const std::string path = "/proc/self/fd/" + std::to_string(file.Number());
     if (chmod(path.c_str(), kFileMode) != 0) {
         FailWith(errno, name);
-    }
-}
-
-bool HasName(const Descriptor& file) {
-    struct stat status = {};
-    return fstat(file.Number(), &status) != 0 || status.st_nlink > 0;
-}
-
-// Whoever can open a file can lock it.
-void RequireOwnLock(const Descriptor& lock, const std::string& name) {
-    struct stat status = {};
-    if (fstat(lock.Number(), &status) != 0) {
-        FailWith(errno, name);
-    }
-    const bool own = status.st_uid == geteuid() || status.st_uid == 0;
-    if (!S_ISREG(status.st_mode) || !own || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        throw DirectoryError(kStatusAccessDenied, "The lock of the " + name + " is refused: others may use it");
     }
 }
 
@@ -108,9 +87,9 @@ void RemoveAbandonedFiles(const std::string& folder, const std::string& file) {
 }
 
 // For a file with a second name: its maker has not taken the first one away yet, or was killed before it could.
-void RemoveSecondName(const std::string& folder, const std::string& file, const std::string& name) {
+void RemoveSecondName(const std::string& folder, const std::string& file) {
     try {
-        MakerLock lock(Join(folder, file), name);
+        kit::OwnerLock lock(Join(folder, file) + kLockMark, kit::OwnerLock::File::GoesWithTheLock);
         if (lock.Try()) {
             RemoveAbandonedFiles(folder, file);
         }
@@ -132,19 +111,6 @@ void MakeFolder(const std::string& folder, const std::string& name) {
 
 }  // namespace
 
-Descriptor::Descriptor(Descriptor&& other) noexcept : _number(std::exchange(other._number, -1)) {}
-
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
-    std::swap(_number, other._number);
-    return *this;
-}
-
-Descriptor::~Descriptor() {
-    if (_number >= 0) {
-        close(_number);
-    }
-}
-
 std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name) {
     const auto [folder, file] = SplitPath(path);
     RequireFileName(file, name);
@@ -153,7 +119,7 @@ std::optional<std::string> PrepareExistingFile(const std::string& path, const st
         return std::nullopt;
     }
     std::string real = Join(*realFolder, file);
-    const Descriptor descriptor(open(real.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    const kit::Descriptor descriptor(open(real.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (!descriptor) {
         if (errno == ENOENT) {
             return std::nullopt;
@@ -169,59 +135,13 @@ std::optional<std::string> PrepareExistingFile(const std::string& path, const st
     }
     RemoveForeignRights(descriptor, status.st_mode, name);
     if (status.st_nlink > 1) {
-        RemoveSecondName(*realFolder, file, name);
+        RemoveSecondName(*realFolder, file);
     }
     return real;
 }
 
-MakerLock::MakerLock(const std::string& path, std::string name) : _name(std::move(name)), _path(path + kLockMark) {}
-
-MakerLock::~MakerLock() { Release(); }
-
-bool MakerLock::Try() {
-    for (;;) {
-        Descriptor lock(open(_path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kFileMode));
-        if (!lock) {
-            FailWith(errno, _name);
-        }
-        RequireOwnLock(lock, _name);
-        if (flock(lock.Number(), LOCK_EX | LOCK_NB) != 0) {
-            const int error = errno;
-            if (error == EWOULDBLOCK) {
-                return false;
-            }
-            if (error != EINTR) {
-                FailWith(error, _name);
-            }
-        } else if (HasName(lock)) {  // else its holder has ended meanwhile, and the next one would lock another file
-            _lock = std::move(lock);
-            return true;
-        }
-    }
-}
-
-void MakerLock::Wait(std::chrono::milliseconds most) {
-    const auto end = std::chrono::steady_clock::now() + most;
-    while (!Try()) {
-        if (std::chrono::steady_clock::now() >= end) {
-            throw DirectoryError(kStatusInternalError,
-                                 "The " + _name + " is being made by another process for too long");
-        }
-        std::this_thread::sleep_for(kLockPause);
-    }
-}
-
-bool MakerLock::Release() noexcept {
-    if (!_lock) {
-        return true;
-    }
-    const bool removed = unlink(_path.c_str()) == 0;
-    flock(_lock.Number(), LOCK_UN);  // a child that was forked meanwhile shares it
-    _lock = Descriptor();
-    return removed;
-}
-
-NewFile::NewFile(const std::string& path, std::string name) : _name(std::move(name)), _lock(path, _name) {
+NewFile::NewFile(const std::string& path, std::string name)
+    : _name(std::move(name)), _lock(path + kLockMark, kit::OwnerLock::File::GoesWithTheLock) {
     const auto [folder, file] = SplitPath(path);
     RequireFileName(file, _name);
     MakeFolder(folder, _name);
@@ -230,15 +150,17 @@ NewFile::NewFile(const std::string& path, std::string name) : _name(std::move(na
         FailWith(ENOENT, _name);
     }
     _finalPath = Join(*realFolder, file);
-    _folder = Descriptor(open(realFolder->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    _folder = kit::Descriptor(open(realFolder->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!_folder) {
         FailWith(errno, _name);
     }
     // One maker at a time, to the end: what is removed here and in `Publish` must not be somebody's.
-    _lock.Wait(kMakingTime);
+    if (!_lock.TryFor(kMakingTime)) {
+        throw DirectoryError(kStatusInternalError, "The " + _name + " is being made by another process for too long");
+    }
     RemoveAbandonedFiles(*realFolder, file);
     _temporaryPath = _finalPath + kNewMark + "XXXXXX";
-    const Descriptor descriptor(mkostemp(_temporaryPath.data(), O_CLOEXEC));
+    const kit::Descriptor descriptor(mkostemp(_temporaryPath.data(), O_CLOEXEC));
     if (!descriptor) {
         FailWith(errno, _name);
     }

@@ -10,53 +10,15 @@
 #include <optional>
 #include <string>
 
+#include "pluginkit/descriptor.h"
+#include "pluginkit/owner_lock.h"
+
 namespace nimbrel::embedded {
-
-// An open file descriptor, or -1.
-class Descriptor {
- public:
-    explicit Descriptor(int number = -1) noexcept : _number(number) {}
-    Descriptor(Descriptor&& other) noexcept;
-    Descriptor& operator=(Descriptor&& other) noexcept;
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor();
-
-    int Number() const noexcept { return _number; }
-    explicit operator bool() const noexcept { return _number >= 0; }
-
- private:
-    int _number;
-};
 
 // The path with its folder's links resolved, ready to be opened; unset if there is no such file. Takes away the rights
 // of group and others. Throws `DirectoryError` 5 for a link or anything else but a regular file. `name` is for
 // messages.
 std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name);
-
-// Makes those who make the file `path` take turns. The lock is a file beside it, "<path>.lock", of mode 0600, so that
-// nobody without the rights to the database can hold it up; it is there as long as somebody has the lock, and what a
-// killed process left of it is taken over. One that others may open, or a link, is refused with `DirectoryError` 5.
-class MakerLock {
- public:
-    // Takes no lock yet. `name` is for messages.
-    MakerLock(const std::string& path, std::string name);
-    MakerLock(const MakerLock&) = delete;
-    MakerLock& operator=(const MakerLock&) = delete;
-    ~MakerLock();
-
-    // False if another has it.
-    bool Try();
-    // Throws `DirectoryError` 1359 if another has it all that time.
-    void Wait(std::chrono::milliseconds most);
-    // False if the lock's file stays.
-    bool Release() noexcept;
-
- private:
-    std::string _name;
-    std::string _path;
-    Descriptor _lock;
-};
 
 // How long a maker is waited for: making a database takes some milliseconds.
 inline constexpr std::chrono::milliseconds kMakingTime{10'000};
@@ -79,8 +41,8 @@ class NewFile {
     void RemoveLeftoversOfDeletedFile() const;
 
     std::string _name;
-    MakerLock _lock;
-    Descriptor _folder;
+    kit::OwnerLock _lock;  // its file, "<path>.lock", is there as long as somebody makes the file
+    kit::Descriptor _folder;
     std::string _finalPath;
     std::string _temporaryPath;
 };

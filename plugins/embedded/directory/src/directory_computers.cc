@@ -31,7 +31,7 @@ std::string AccountName(const std::string& name) {
 
 struct NewPreStaged {
     ComputerRow row;
-    Secret secret = Secret::Random();
+    kit::Secret secret = kit::Secret::Random();
 
     explicit NewPreStaged(const std::string& name) {
         row.name = ComputerName(name);
@@ -149,7 +149,7 @@ PreStagedComputer Directory::PreStageComputer(const std::string& domain, const s
 }
 
 void Directory::ResetComputer(const std::string& domain, const std::string& name) {
-    const std::string hash = HashSecret(Secret::Random().View(), HashCost::RandomSecret);
+    const std::string hash = HashSecret(kit::Secret::Random().View(), HashCost::RandomSecret);
     Turn turn = _impl->Write();
     ComputerRow computer = RequireComputer(turn.Db(), RequireDomain(turn.Db(), domain), name);
     computer.secretHash = hash;

@@ -11,7 +11,7 @@ DomainRow ReadRow(const Statement& row) { return {row.Number(0), {row.Text(1), r
 
 std::string RandomSid() {
     std::array<std::uint32_t, 3> parts = {};
-    FillRandom(parts.data(), sizeof(parts));
+    kit::FillRandom(parts.data(), sizeof(parts));
     std::string sid = "S-1-5-21";
     for (const auto part : parts) {
         sid += '-';

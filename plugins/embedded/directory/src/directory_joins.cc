@@ -28,7 +28,7 @@ ComputerRow NewAccount(const DomainRow& domain, const std::string& name, std::op
 }
 
 JoinedComputer Outcome(const Database& db, const DomainRow& domain, const ComputerRow& after,
-                       std::optional<ComputerRow> before, Secret secret) {
+                       std::optional<ComputerRow> before, kit::Secret secret) {
     auto backup = std::make_shared<ComputerBackup>();
     backup->domain = domain.info;
     backup->before = std::move(before);
@@ -76,7 +76,7 @@ JoinedComputer Directory::JoinComputer(const std::string& domain, const std::str
                                        const UserCredentials& credentials) {
     const std::string name = ComputerName(hostName);
     const UserRow user = AuthenticateRow(*_impl, domain, credentials);
-    Secret secret = Secret::Random();
+    kit::Secret secret = kit::Secret::Random();
     const std::string hash = HashSecret(secret.View(), HashCost::RandomSecret);
 
     Turn turn = _impl->Write();
@@ -101,7 +101,7 @@ JoinedComputer Directory::JoinPreStagedComputer(const std::string& domain, const
     if (!found.computer->enabled) {
         throw DirectoryError(kStatusAccountDisabled, "The machine account is disabled");
     }
-    Secret secret = Secret::Random();
+    kit::Secret secret = kit::Secret::Random();
     const ComputerRow after = WithNewSecret(*found.computer, HashSecret(secret.View(), HashCost::RandomSecret));
 
     Turn turn = _impl->Write();

@@ -11,7 +11,7 @@ namespace {
 // The mark is the salt of the secret's hash. So it cannot outlive the secret, whoever changes that, and one look at the
 // row tells whether a secret is still the one that was handed out.
 struct MarkedSecret {
-    Secret secret = Secret::Random();
+    kit::Secret secret = kit::Secret::Random();
     std::string hash;
 
     explicit MarkedSecret(const std::string& mark) : hash(HashMarkedSecret(secret.View(), mark)) {}

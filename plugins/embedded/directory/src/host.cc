@@ -65,7 +65,7 @@ void RequireSameDomain(const Directory& directory, const MachineAccountJoin& joi
 
 // The host's own log-on, which a real domain asks for before it answers a question.
 void LogOn(const Directory& directory, const Membership& membership, const MembershipInfo& current) {
-    const Secret secret = membership.MachineSecret();
+    const kit::Secret secret = membership.MachineSecret();
     switch (directory.CheckComputer(current.domain.dnsName, current.accountName, secret.View())) {
         case kTrustStateHealthy:
             return;
@@ -233,7 +233,7 @@ std::int32_t Host::TrustState() const {
         if (!current) {
             return kTrustStateNotMember;
         }
-        const Secret secret = membership.MachineSecret();
+        const kit::Secret secret = membership.MachineSecret();
         return Directory::Open(_directoryPath)
             .CheckComputer(current->domain.dnsName, current->accountName, secret.View());
     } catch (const DirectoryError& error) {

@@ -102,7 +102,7 @@ std::vector<std::string> Membership::PreferredControllers() const { return Expor
 
 std::vector<std::string> Membership::SmartCardServices() const { return Export().smartCardServices; }
 
-Secret Membership::MachineSecret() const {
+kit::Secret Membership::MachineSecret() const {
     const auto db = Database::OpenExisting(_path, kMembershipFormat);
     if (!db) {
         FailNotJoined();
@@ -111,7 +111,7 @@ Secret Membership::MachineSecret() const {
     if (!rows.Step()) {
         FailNotJoined();
     }
-    return Secret(rows.TextInPlace(0));
+    return kit::Secret(rows.TextInPlace(0));
 }
 
 void Membership::SetPreferredControllers(const std::vector<std::string>& controllers) {

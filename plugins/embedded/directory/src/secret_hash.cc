@@ -4,10 +4,8 @@
 #include <openssl/crypto.h>
 #include <openssl/kdf.h>
 #include <openssl/params.h>
-#include <sys/random.h>
 
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <memory>
@@ -15,6 +13,7 @@
 #include "embeddeddirectory/directory_error.h"
 #include "exit_gate.h"
 #include "hex.h"
+#include "pluginkit/secret.h"
 
 namespace nimbrel::embedded {
 namespace {
@@ -136,24 +135,9 @@ std::string HashWith(std::string_view secret, const Costs& costs, const Salt& sa
 
 }  // namespace
 
-void FillRandom(void* bytes, std::size_t size) {
-    auto* at = static_cast<unsigned char*>(bytes);
-    while (size > 0) {
-        const ssize_t got = getrandom(at, size, 0);
-        if (got < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            throw DirectoryError(kStatusInternalError, "The kernel gives no random bytes");
-        }
-        at += got;
-        size -= static_cast<std::size_t>(got);
-    }
-}
-
 std::string HashSecret(std::string_view secret, HashCost cost) {
     Salt salt = {};
-    FillRandom(salt.data(), salt.size());
+    kit::FillRandom(salt.data(), salt.size());
     return HashWith(secret, cost == HashCost::Password ? kPasswordCosts : kRandomSecretCosts, salt);
 }
 

@@ -30,9 +30,6 @@ bool SecretMatches(std::string_view secret, const std::string& hash);
 // Takes as long as a look at a real password does: a caller must not learn from the time that there is no such user.
 void PretendToCheck(std::string_view secret);
 
-// From the kernel.
-void FillRandom(void* bytes, std::size_t size);
-
 }  // namespace nimbrel::embedded
 
 #endif  // NIMBREL_EMBEDDED_SECRET_HASH_H_

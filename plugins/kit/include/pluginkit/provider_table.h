@@ -1,18 +1,17 @@
 // The operations of a provider's C table, for a host object that does the work.
 //
-// Each operation checks its pointers (87), empties its results, and hands the rest to the provider's `Host`. A provider
-// describes itself by a class:
+// Each operation checks its pointers (87), empties its results, and hands the rest to the provider's `Host`. No exception
+// crosses the C border, and the calling thread is not cancelled in the middle of the work. A provider describes itself by
+// a class:
 //
 //     struct MyProvider {
 //         using Host = ...;              // Join, Part, ActiveDomain, ...: one function for each operation
 //         using UserCredentials = ...;   // {user name, password}, of texts that stay the caller's
-//         using MachineAccount = ...;    // {host name, DNS name, NetBIOS name, SID, account, one-time secret}
-//         // What the two operations without a status answer when they fail.
-//         static constexpr std::int32_t kTrustStateFault = ..., kRelationshipFault = ...;
-//         // Runs `work` with a host, under the operation's name; no exception leaves them.
-//         template <class Work> static std::uint32_t AnswerStatus(const char* operation, const Work& work);
-//         template <class Work>
-//         static std::int32_t AnswerValue(const char* operation, std::int32_t fault, const Work& work);
+//         static constexpr char kName[] = "mine";  // for the system log
+//         // The status or value to answer with in place of the work, or unset.
+//         static std::optional<std::int64_t> AnswerInstead(const char* operation, const CancellationShield& shield);
+//         // Calls `work` with a host.
+//         template <class Work> static void WithHost(const Work& work);
 //     };
 //
 //     const NimauthProviderOperations ActiveDirectoryClientOperations = kit::ProviderTable<MyProvider>::Operations();
@@ -29,7 +28,12 @@
 #include <vector>
 
 #include "authentication/provider_abi.h"
+#include "pluginkit/cancellation.h"
+#include "pluginkit/failure_log.h"
+#include "pluginkit/machine_account_join.h"
 #include "pluginkit/results.h"
+#include "pluginkit/status_error.h"
+#include "pluginkit/trust_values.h"
 
 namespace nimbrel::kit {
 
@@ -59,9 +63,36 @@ class ProviderTable {
  private:
     using Host = typename Provider::Host;
     using UserCredentials = typename Provider::UserCredentials;
-    using MachineAccount = typename Provider::MachineAccount;
 
-    static constexpr std::uint32_t kInvalidParameter = 87;
+    template <class Work>
+    static std::uint32_t AnswerStatus(const char* operation, const Work& work) {
+        const CancellationShield shield;
+        if (const std::optional<std::int64_t> instead = Provider::AnswerInstead(operation, shield)) {
+            return static_cast<std::uint32_t>(*instead);
+        }
+        try {
+            Provider::WithHost(work);
+            return status::kStatusSuccess;
+        } catch (...) {
+            return StatusOfCurrentException(Provider::kName);
+        }
+    }
+
+    template <class Work>
+    static std::int32_t AnswerValue(const char* operation, std::int32_t fault, const Work& work) {
+        const CancellationShield shield;
+        if (const std::optional<std::int64_t> instead = Provider::AnswerInstead(operation, shield)) {
+            return static_cast<std::int32_t>(*instead);
+        }
+        try {
+            std::int32_t value = fault;
+            Provider::WithHost([&](const Host& host) { value = work(host); });
+            return value;
+        } catch (...) {
+            StatusOfCurrentException(Provider::kName);  // for the log: there is no status to answer with
+            return fault;
+        }
+    }
 
     static std::string TextOrEmpty(const char* text) { return text ? text : ""; }
 
@@ -106,42 +137,42 @@ class ProviderTable {
     template <class Ask>
     static std::uint32_t AnswerText(const char* operation, char** result, NimauthRelease* release, const Ask& ask) {
         Clear(result, release);
-        return Provider::AnswerStatus(operation, [&](const Host& host) { ReturnText(ask(host), result, release); });
+        return AnswerStatus(operation, [&](const Host& host) { ReturnText(ask(host), result, release); });
     }
 
     template <class Ask>
     static std::uint32_t AnswerTexts(const char* operation, char*** result, NimauthRelease* release, const Ask& ask) {
         if (!result || !release) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
         Clear(result, release);
-        return Provider::AnswerStatus(operation, [&](const Host& host) { ReturnTexts(ask(host), result, release); });
+        return AnswerStatus(operation, [&](const Host& host) { ReturnTexts(ask(host), result, release); });
     }
 
     static std::uint32_t JoinDomain(const char* domain, const char* unit, const Credentials* credentials) {
         if (!domain || !IsComplete(credentials)) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
-        return Provider::AnswerStatus("join-domain", [&](const Host& host) {
+        return AnswerStatus("join-domain", [&](const Host& host) {
             host.Join(domain, LocalHostName(), TextOrEmpty(unit), View(*credentials));
         });
     }
 
     static std::uint32_t PartDomain(const Credentials* credentials) {
         if (credentials && !IsComplete(credentials)) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
-        return Provider::AnswerStatus("part-domain", [&](const Host& host) {
+        return AnswerStatus("part-domain", [&](const Host& host) {
             host.Part(credentials ? std::optional(View(*credentials)) : std::nullopt);
         });
     }
 
     static std::uint32_t GetActiveDomain(NimauthDomainRecord* domain, NimauthRelease* release) {
         if (!domain || !release) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
         Clear(domain, release);
-        return Provider::AnswerStatus("get-active-domain", [&](const Host& host) {
+        return AnswerStatus("get-active-domain", [&](const Host& host) {
             const auto active = host.ActiveDomain();
             ReturnDomain({active.dnsName, active.netbiosName}, domain, release);
         });
@@ -149,10 +180,10 @@ class ProviderTable {
 
     static std::uint32_t SetPreferredDomainControllers(const char* const* controllers) {
         if (!controllers) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
-        return Provider::AnswerStatus("set-preferred-domain-controllers",
-                                      [&](const Host& host) { host.SetPreferredControllers(Texts(controllers)); });
+        return AnswerStatus("set-preferred-domain-controllers",
+                            [&](const Host& host) { host.SetPreferredControllers(Texts(controllers)); });
     }
 
     static std::uint32_t GetPreferredDomainControllers(char*** controllers, NimauthRelease* release) {
@@ -161,23 +192,22 @@ class ProviderTable {
     }
 
     static std::int32_t GetDomainTrustState() {
-        return Provider::AnswerValue("get-domain-trust-state", Provider::kTrustStateFault,
-                                     [](const Host& host) { return host.TrustState(); });
+        return AnswerValue("get-domain-trust-state", trust::kTrustStateUnreadable,
+                           [](const Host& host) { return host.TrustState(); });
     }
 
     static std::uint32_t GetTrustedDomains(NimauthDomainRecord*** domains, NimauthRelease* release) {
         if (!domains || !release) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
         Clear(domains, release);
-        return Provider::AnswerStatus("get-trusted-domains", [&](const Host& host) {
-            ReturnDomains(NamesOf(host.TrustedDomains()), domains, release);
-        });
+        return AnswerStatus("get-trusted-domains",
+                            [&](const Host& host) { ReturnDomains(NamesOf(host.TrustedDomains()), domains, release); });
     }
 
     static std::uint32_t GetMachineAccountDN(char** distinguishedName, NimauthRelease* release) {
         if (!distinguishedName || !release) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
         return AnswerText("get-machine-account-dn", distinguishedName, release,
                           [](const Host& host) { return host.MachineAccountDN(); });
@@ -186,7 +216,7 @@ class ProviderTable {
     static std::uint32_t GetAnyDomainController(const char* firstName, const char* domain, char** controller,
                                                 NimauthRelease* release) {
         if (!domain || !controller || !release) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
         return AnswerText("get-any-domain-controller", controller, release,
                           [&](const Host& host) { return host.AnyController(TextOrEmpty(firstName), domain); });
@@ -194,7 +224,7 @@ class ProviderTable {
 
     static std::uint32_t ConvertCanonicalUsername(const char* name, char** canonicalName, NimauthRelease* release) {
         if (!name || !canonicalName || !release) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
         return AnswerText("convert-canonical-username", canonicalName, release,
                           [&](const Host& host) { return host.CanonicalUserName(name); });
@@ -203,34 +233,34 @@ class ProviderTable {
     static std::uint32_t JoinDomainWithMachineAccount(const NimauthDirectoryDomainRecord* domain,
                                                       const NimauthMachineAccountRecord* account) {
         if (!domain || !domain->dnsName || !account || !account->principalField2 || !account->principalField3) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
-        return Provider::AnswerStatus("join-domain-with-machine-account", [&](const Host& host) {
-            host.JoinWithMachineAccount(MachineAccount{TextOrEmpty(account->hostName), domain->dnsName,
-                                                       TextOrEmpty(domain->netbiosName), TextOrEmpty(domain->sid),
-                                                       account->principalField2, account->principalField3});
+        return AnswerStatus("join-domain-with-machine-account", [&](const Host& host) {
+            host.JoinWithMachineAccount(MachineAccountJoin{TextOrEmpty(account->hostName), domain->dnsName,
+                                                           TextOrEmpty(domain->netbiosName), TextOrEmpty(domain->sid),
+                                                           account->principalField2, account->principalField3});
         });
     }
 
     static std::uint32_t GetHostPrincipalForDomain(const char* domain, char** principal, NimauthRelease* release) {
         if (!domain || !principal || !release) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
         return AnswerText("get-host-principal-for-domain", principal, release,
                           [&](const Host& host) { return host.HostPrincipal(domain); });
     }
 
     static std::int32_t GetDomainTrustRelationship(const char* domain) {
-        return Provider::AnswerValue("get-domain-trust-relationship", Provider::kRelationshipFault,
-                                     [&](const Host& host) { return host.TrustRelationship(TextOrEmpty(domain)); });
+        return AnswerValue("get-domain-trust-relationship", trust::kRelationshipUnreadable,
+                           [&](const Host& host) { return host.TrustRelationship(TextOrEmpty(domain)); });
     }
 
     static std::uint32_t SetSmartCardEnabledServices(const char* const* services) {
         if (!services) {
-            return kInvalidParameter;
+            return status::kStatusInvalidParameter;
         }
-        return Provider::AnswerStatus("set-smart-card-enabled-services",
-                                      [&](const Host& host) { host.SetSmartCardServices(Texts(services)); });
+        return AnswerStatus("set-smart-card-enabled-services",
+                            [&](const Host& host) { host.SetSmartCardServices(Texts(services)); });
     }
 
     static std::uint32_t GetSmartCardEnabledServices(char*** services, NimauthRelease* release) {

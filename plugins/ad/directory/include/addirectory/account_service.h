@@ -19,8 +19,8 @@
 #include <string>
 
 #include "addirectory/ad_error.h"
-#include "addirectory/secret.h"
 #include "addirectory/settings.h"
+#include "pluginkit/secret.h"
 
 namespace nimbrel::ad {
 
@@ -39,7 +39,7 @@ struct ServiceDomain {
 
 struct HandedOutAccount {
     std::string accountName;  // "NODE01$"
-    Secret oneTimeSecret;
+    kit::Secret oneTimeSecret;
 };
 
 class AccountService {

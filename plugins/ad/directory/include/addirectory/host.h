@@ -22,51 +22,19 @@
 #include "addirectory/ad_error.h"
 #include "addirectory/log_in_software.h"
 #include "addirectory/settings.h"
+#include "pluginkit/machine_account_join.h"
+#include "pluginkit/trust_values.h"
 
 namespace nimbrel::ad {
 
-// What the provider answers as overall trust state of the host. 0 (not supported) and 2 (not determined in time) are
-// the library's own and never given here.
-inline constexpr std::int32_t kTrustStateHealthy = 1;
-inline constexpr std::int32_t kTrustStateSecretMismatch = 3;
-inline constexpr std::int32_t kTrustStateAccountDisabled = 4;
-inline constexpr std::int32_t kTrustStateAccountMissing = 5;
-inline constexpr std::int32_t kTrustStateNotMember = 7;
-inline constexpr std::int32_t kTrustStateNoController = 8;
-inline constexpr std::int32_t kTrustStateUnreadable = 9;  // a local file: membership, keytab or settings
-inline constexpr std::int32_t kTrustStateClockOff = 10;
-
-// What the provider answers as relationship to one domain: one of the first kind, or a direction plus the trust's kind.
-// 0 (not supported) is the library's own.
-inline constexpr std::int32_t kRelationshipOwnDomain = 1;
-inline constexpr std::int32_t kRelationshipOutbound = 3;
-inline constexpr std::int32_t kRelationshipInbound = 4;
-inline constexpr std::int32_t kRelationshipBidirectional = 5;
-inline constexpr std::int32_t kRelationshipUnknownDomain = 6;
-inline constexpr std::int32_t kRelationshipNotMember = 7;
-inline constexpr std::int32_t kRelationshipNoController = 8;
-inline constexpr std::int32_t kRelationshipUnreadable = 9;
-inline constexpr std::int32_t kRelationshipClockOff = 10;
-inline constexpr std::int32_t kRelationshipKindExternal = 0;
-inline constexpr std::int32_t kRelationshipKindForest = 16;
-inline constexpr std::int32_t kRelationshipKindWithinForest = 32;
-inline constexpr std::int32_t kRelationshipKindRealm = 48;  // a Kerberos realm that is no Windows domain
+using namespace kit::trust;
+using kit::MachineAccountJoin;
 
 // A user as an administrator types it: "alice", "alice@corp.test" or "CORP\alice". The caller keeps and wipes the texts,
 // each of which ends with a NUL.
 struct UserCredentials {
     const char* userName;
     const char* password;
-};
-
-// A domain and a machine account as an authentication proxy names them. Empty `netbiosName` and `sid` are not looked at.
-struct MachineAccountJoin {
-    std::string hostName;  // this host's; may be empty
-    std::string dnsName;
-    std::string netbiosName;
-    std::string sid;
-    std::string accountName;  // with or without "$"
-    std::string_view oneTimeSecret;
 };
 
 struct DomainNames {

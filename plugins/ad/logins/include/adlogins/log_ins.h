@@ -24,6 +24,9 @@
 //
 // Threads and processes: any number; changes take turns (a lock file beside the record). Nothing is cached.
 //
+// Errors: `StatusError` if nothing was changed: 5 not permitted, 87 malformed input, 2 the keytab is missing, 170 another
+// process is changing the same for too long, 112 the disk is full, 1359 anything else.
+//
 // Time: a change may take about 24 seconds: 10 to take its turn, 2 to ask whether SSSD runs, 5 to stop it, and 2 and 5 to
 // start it. An SSSD that does not obey in that time is reported to the system log and otherwise not waited for: a join
 // does not fail because of it. Questions read files only.
@@ -31,10 +34,10 @@
 #ifndef NIMBREL_AD_LOG_INS_H_
 #define NIMBREL_AD_LOG_INS_H_
 
-#include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "pluginkit/status_error.h"
 
 namespace nimbrel::ad {
 
@@ -56,18 +59,6 @@ struct LogInOptions {
     bool fullNames = true;      // log_in_full_names: "user@corp.test", so that no domain user passes for a local one
     std::string access = "ad";  // log_in_access: "ad" (accounts that are not disabled or expired), "simple"
                                 // (the administrator's simple_allow_users and simple_allow_groups), or "deny"
-};
-
-// Why nothing was changed. Status: 5 not permitted, 87 malformed input, 2 the keytab is missing, 170 another process is
-// changing the same for too long, 112 the disk is full, 1359 anything else.
-class LogInsError : public std::runtime_error {
- public:
-    LogInsError(std::uint32_t status, const std::string& message) : std::runtime_error(message), _status(status) {}
-
-    std::uint32_t Status() const { return _status; }
-
- private:
-    std::uint32_t _status;
 };
 
 class LogIns {

@@ -35,7 +35,7 @@
 
 #include "embeddeddirectory/directory_error.h"
 #include "embeddeddirectory/directory_types.h"
-#include "embeddeddirectory/secret.h"
+#include "pluginkit/secret.h"
 
 namespace nimbrel::embedded {
 
@@ -57,7 +57,7 @@ struct ComputerBackup;
 struct JoinedComputer {
     ComputerInfo computer;
     DomainInfo domain;
-    Secret secret;  // the account's new secret, for the host to keep
+    kit::Secret secret;  // the account's new secret, for the host to keep
     std::shared_ptr<const ComputerBackup> before;
 };
 

@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include "pluginkit/trust_values.h"
+
 namespace nimbrel::embedded {
 
 struct DomainInfo {
@@ -68,25 +70,7 @@ enum class TrustDirection : std::int32_t {
     Bidirectional = 3,  // both
 };
 
-// What the provider answers as overall trust state of the host. 0 (not supported) and 2 (not determined in time) are
-// the library's own and never given here.
-inline constexpr std::int32_t kTrustStateHealthy = 1;
-inline constexpr std::int32_t kTrustStateSecretMismatch = 3;
-inline constexpr std::int32_t kTrustStateAccountDisabled = 4;
-inline constexpr std::int32_t kTrustStateAccountMissing = 5;
-inline constexpr std::int32_t kTrustStateNotMember = 7;
-inline constexpr std::int32_t kTrustStateNoController = 8;  // the domain is gone or none of its controllers answers
-inline constexpr std::int32_t kTrustStateUnreadable = 9;    // a file of the embedded directory cannot be read
-
-// What the provider answers as relationship to one domain. 0 (not supported) is the library's own.
-inline constexpr std::int32_t kRelationshipOwnDomain = 1;
-inline constexpr std::int32_t kRelationshipOutbound = 3;
-inline constexpr std::int32_t kRelationshipInbound = 4;
-inline constexpr std::int32_t kRelationshipBidirectional = 5;
-inline constexpr std::int32_t kRelationshipUnknownDomain = 6;
-inline constexpr std::int32_t kRelationshipNotMember = 7;
-inline constexpr std::int32_t kRelationshipNoController = 8;  // of the host's own domain
-inline constexpr std::int32_t kRelationshipUnreadable = 9;
+using namespace kit::trust;
 
 struct TrustInfo {
     std::string domain;              // DNS name of the domain that holds the trust

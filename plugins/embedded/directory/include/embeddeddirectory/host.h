@@ -20,19 +20,11 @@
 
 #include "embeddeddirectory/directory.h"
 #include "embeddeddirectory/membership.h"
+#include "pluginkit/machine_account_join.h"
 
 namespace nimbrel::embedded {
 
-// A domain and a machine account as an authentication proxy names them. Empty `hostName`, `netbiosName` and `sid` are
-// not looked at.
-struct MachineAccountJoin {
-    std::string hostName;  // this host's
-    std::string dnsName;
-    std::string netbiosName;
-    std::string sid;
-    std::string accountName;  // with or without "$"
-    std::string_view oneTimeSecret;
-};
+using kit::MachineAccountJoin;
 
 class Host {
  public:

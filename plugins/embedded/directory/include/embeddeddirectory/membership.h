@@ -24,7 +24,7 @@
 
 #include "embeddeddirectory/directory_error.h"
 #include "embeddeddirectory/directory_types.h"
-#include "embeddeddirectory/secret.h"
+#include "pluginkit/secret.h"
 
 namespace nimbrel::embedded {
 
@@ -62,7 +62,7 @@ class Membership {
     // Unset when the host is not joined.
     std::optional<MembershipInfo> Current() const;
     // The machine account's secret. Throws 2692.
-    Secret MachineSecret() const;
+    kit::Secret MachineSecret() const;
 
     // Keeps every other process from changing the file until the change is committed or destroyed.
     MembershipChange BeginChange();

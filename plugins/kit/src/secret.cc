@@ -1,4 +1,4 @@
-#include "addirectory/secret.h"
+#include "pluginkit/secret.h"
 
 #include <sys/random.h>
 
@@ -7,29 +7,28 @@
 #include <cstring>
 #include <utility>
 
-#include "addirectory/ad_error.h"
+#include "pluginkit/status_error.h"
 
-namespace nimbrel::ad {
-namespace {
-
-void FillRandom(unsigned char* bytes, std::size_t size) {
-    while (size > 0) {
-        const ssize_t got = getrandom(bytes, size, 0);
-        if (got < 0 && errno != EINTR) {
-            throw AdError(kStatusInternalError, "The kernel gives no random numbers");
-        }
-        if (got > 0) {
-            bytes += got;
-            size -= static_cast<std::size_t>(got);
-        }
-    }
-}
-
-}  // namespace
+namespace nimbrel::kit {
 
 void Wipe(void* memory, std::size_t size) noexcept {
     if (size > 0) {
         explicit_bzero(memory, size);
+    }
+}
+
+void FillRandom(void* bytes, std::size_t size) {
+    auto* at = static_cast<unsigned char*>(bytes);
+    while (size > 0) {
+        const ssize_t got = getrandom(at, size, 0);
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            throw StatusError(status::kStatusInternalError, "The kernel gives no random bytes");
+        }
+        at += got;
+        size -= static_cast<std::size_t>(got);
     }
 }
 
@@ -70,4 +69,4 @@ Secret Secret::Random() {
     return secret;
 }
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::kit

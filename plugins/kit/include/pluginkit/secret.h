@@ -1,16 +1,19 @@
 // A password, a machine secret or a key in memory: wiped when it is destroyed, overwritten or moved from.
 
-#ifndef NIMBREL_AD_SECRET_H_
-#define NIMBREL_AD_SECRET_H_
+#ifndef NIMBREL_PLUGINKIT_SECRET_H_
+#define NIMBREL_PLUGINKIT_SECRET_H_
 
 #include <cstddef>
 #include <string_view>
 #include <vector>
 
-namespace nimbrel::ad {
+namespace nimbrel::kit {
 
 // Overwrites memory in a way that the compiler keeps.
 void Wipe(void* memory, std::size_t size) noexcept;
+
+// From the kernel's random source. Throws `StatusError` 1359 where there is none.
+void FillRandom(void* bytes, std::size_t size);
 
 // Owns its bytes; not copyable, so that each copy is a decision. A NUL follows the last byte. One object belongs to one
 // thread at a time.
@@ -37,6 +40,6 @@ class Secret {
     std::vector<char> _bytes;
 };
 
-}  // namespace nimbrel::ad
+}  // namespace nimbrel::kit
 
-#endif  // NIMBREL_AD_SECRET_H_
+#endif  // NIMBREL_PLUGINKIT_SECRET_H_

@@ -1,11 +1,11 @@
-#include "call.h"
+#include "rehearse.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <ctime>
 
-#include "pluginkit/failure_log.h"
+#include "embeddeddirectory/host.h"
 
 namespace nimbrel::embedded {
 namespace {
@@ -67,7 +67,5 @@ std::optional<std::int64_t> Rehearse(std::string_view operation, const kit::Canc
     }
     return rehearsal.value ? std::optional<std::int64_t>(*rehearsal.value) : std::nullopt;
 }
-
-std::uint32_t StatusOfCurrentException() noexcept { return kit::StatusOfCurrentException<DirectoryError>("embedded"); }
 
 }  // namespace nimbrel::embedded
