@@ -81,6 +81,7 @@ Failure DescribeLibrary(const authentication::Exception& error) {
 
 Failure DescribeDirectory(const embedded::DirectoryError& error) {
     Failure failure = Describe(error.what(), error.Status());
+    failure.exception = "DirectoryError";  // scripts know it by this name
     failure.log.clear();
     Explain(FindDirectoryEdit(error.Status()), failure);
     if (failure.cause.empty()) Explain(FindStatus(error.Status()), failure);

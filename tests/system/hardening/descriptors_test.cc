@@ -54,7 +54,7 @@ const Exception kNotExclusive[] = {
      "SQLite"},
     {R"(/var/lib/nimbrel/[a-z-]+\.db\.lock)", "O_RDWR|O_CREAT|O_NONBLOCK|O_NOFOLLOW|O_CLOEXEC", "for many"},
     {R"(/var/lib/nimbrel/logins/lock)", "O_RDWR|O_CREAT|O_NOFOLLOW|O_CLOEXEC", "for many"},
-    {R"(/run/apxd/ledger\.lock)", "O_RDWR|O_CREAT|O_NOFOLLOW|O_CLOEXEC", "for many"},
+    {R"(/run/apxd/ledger\.lock)", "O_RDWR|O_CREAT|O_NONBLOCK|O_NOFOLLOW|O_CLOEXEC", "for many"},
 };
 
 // "openat(AT_FDCWD, <what>, <flags>, 0600) = 3"
