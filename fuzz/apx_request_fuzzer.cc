@@ -5,7 +5,7 @@
 #include <string>
 
 #include "apx/memory_back_end.h"
-#include "apx/temporary_folder.h"
+#include "support/temporary_folder.h"
 #include "services/apxd/handler.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -19,7 +19,7 @@ struct Service {
         config.domain = "corp.test";
         config.allowed = {*Network::Parse("::/0")};
     }
-    const nimbrel::testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     Config config;
     test::MemoryBackEnd backEnd;
     Ledger ledger{folder / "ledger"};

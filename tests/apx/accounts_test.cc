@@ -12,13 +12,11 @@
 #include <vector>
 
 #include "apx/memory_back_end.h"
-#include "apx/temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::apxd::test {
 namespace {
 
-using nimbrel::testing::ReadText;
-using nimbrel::testing::WriteText;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -54,7 +52,7 @@ class ApxdAccounts : public ::testing::Test {
         Restart();
     }
 
-    const nimbrel::testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const std::string file = folder / "ledger";
     std::int64_t now = kStart;
     MemoryBackEnd backEnd;
@@ -173,8 +171,8 @@ TEST_F(ApxdAccounts, NoSecretIsWritten) {
     Ask();
     Ask();
     Ask("NODE07");
-    EXPECT_THAT(ReadText(file), HasSubstr("H NODE01 192.0.2.10 " + backEnd.accounts.at("NODE01").mark));
-    EXPECT_THAT(ReadText(file), Not(HasSubstr("a-secret")));
+    EXPECT_THAT(ReadFile(file), HasSubstr("H NODE01 192.0.2.10 " + backEnd.accounts.at("NODE01").mark));
+    EXPECT_THAT(ReadFile(file), Not(HasSubstr("a-secret")));
     struct stat status = {};
     ASSERT_EQ(stat(file.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600U);
@@ -191,7 +189,7 @@ TEST_F(ApxdAccounts, ALineWithoutItsEndIsNotRead) {
     Ask();
     accounts.reset();
     ledger.reset();
-    WriteText(file, ReadText(file) + "H NODE02 192.0.2.11 0123456789abcdef0123456789abcdef 17");
+    WriteFile(file, ReadFile(file) + "H NODE02 192.0.2.11 0123456789abcdef0123456789abcdef 17");
     Restart();
     EXPECT_TRUE(ledger->Find("NODE01", "192.0.2.10"));
     EXPECT_FALSE(ledger->Find("NODE02", "192.0.2.11"));
@@ -202,9 +200,9 @@ TEST_F(ApxdAccounts, AFileThatIsNoLedgerIsRefusedAndKept) {
     ledger.reset();
     for (const char* const text :
          {"", "something else\n", "nimbrel-apxd ledger 1\nH NODE01\n", "nimbrel-apxd ledger 1\nX a b c 1\n"}) {
-        WriteText(file, text);
+        WriteFile(file, text);
         EXPECT_THROW(Ledger damaged(file), std::runtime_error) << text;
-        EXPECT_EQ(ReadText(file), text);
+        EXPECT_EQ(ReadFile(file), text);
     }
 }
 
@@ -213,23 +211,23 @@ TEST_F(ApxdAccounts, AFileThatIsNoLedgerIsRefusedAndKept) {
 const std::string kMark = "0123456789abcdef0123456789abcdef";
 
 TEST(ApxdLedger, LinesAreThoseOfTheDocumentation) {
-    const nimbrel::testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const std::string path = folder / "ledger";
     const std::string header = "nimbrel-apxd ledger 1\n";
     const std::string takenOver = "T NODE07 192.0.2.17 " + kMark + " 18\n";
     {
         Ledger ledger(path);
-        EXPECT_EQ(ReadText(path), header);
+        EXPECT_EQ(ReadFile(path), header);
         ledger.Note("NODE01", "192.0.2.10", {kMark, 16, false});
         ledger.Note("NODE01", "192.0.2.10", {kMark, 17, false});
         ledger.Note("NODE07", "192.0.2.17", {kMark, 18, true});
         ledger.Forget("NODE01", "192.0.2.10");
-        EXPECT_EQ(ReadText(path), header + "H NODE01 192.0.2.10 " + kMark + " 16\nH NODE01 192.0.2.10 " + kMark +
+        EXPECT_EQ(ReadFile(path), header + "H NODE01 192.0.2.10 " + kMark + " 16\nH NODE01 192.0.2.10 " + kMark +
                                       " 17\n" + takenOver + "F NODE01 192.0.2.10\n");
         EXPECT_FALSE(ledger.Find("NODE01", "192.0.2.10"));
     }
     const Ledger again(path);
-    EXPECT_EQ(ReadText(path), header + takenOver);
+    EXPECT_EQ(ReadFile(path), header + takenOver);
     const auto entry = again.Find("NODE07", "192.0.2.17");
     ASSERT_TRUE(entry);
     EXPECT_EQ(entry->mark, kMark);
@@ -243,7 +241,7 @@ TEST(ApxdLedger, LinesAreThoseOfTheDocumentation) {
 }
 
 TEST(ApxdLedger, ClientThatHasTakenAnAccountOverIsFoundAmongOthers) {
-    const nimbrel::testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     Ledger ledger(folder / "ledger");
     ledger.Note("NODE07", "192.0.2.1", {kMark, 1, false});
     ledger.Note("NODE07", "192.0.2.2", {kMark, 1, true});
@@ -256,7 +254,7 @@ TEST(ApxdLedger, ClientThatHasTakenAnAccountOverIsFoundAmongOthers) {
 }
 
 TEST(ApxdLedger, PruningKeepsWhatIsYoungAndWhatIsPreStaged) {
-    const nimbrel::testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const std::string path = folder / "ledger";
     Ledger ledger(path);
     ledger.Note("OLD", "c", {kMark, 4, false});
@@ -264,11 +262,11 @@ TEST(ApxdLedger, PruningKeepsWhatIsYoungAndWhatIsPreStaged) {
     ledger.Note("STAGED", "c", {kMark, 1, true});
     ledger.Note("GONE", "c", {kMark, 9, true});
     ledger.Prune(5, {"STAGED", "OLD"});
-    EXPECT_EQ(ReadText(path), "nimbrel-apxd ledger 1\nT STAGED c " + kMark + " 1\nH YOUNG c " + kMark + " 5\n");
+    EXPECT_EQ(ReadFile(path), "nimbrel-apxd ledger 1\nT STAGED c " + kMark + " 1\nH YOUNG c " + kMark + " 5\n");
 }
 
 TEST(ApxdLedger, WhatIsWrongWithTheFileIsTold) {
-    const nimbrel::testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const std::string path = folder / "ledger";
     const auto errorOf = [](const std::string& file) -> std::string {
         try {
@@ -281,10 +279,10 @@ TEST(ApxdLedger, WhatIsWrongWithTheFileIsTold) {
     EXPECT_EQ(errorOf(folder / "missing/ledger"), folder / "missing/ledger.lock" + ": No such file or directory");
     for (const std::string line : {"H NODE01", "H NODE01 c m", "H NODE01 c m x", "T NODE01 c m", "X NODE01 c m 1",
                                    "F NODE01", "F", "", "HH NODE01 c m 1"}) {
-        WriteText(path, "nimbrel-apxd ledger 1\n" + line + "\n");
+        WriteFile(path, "nimbrel-apxd ledger 1\n" + line + "\n");
         EXPECT_EQ(errorOf(path), path + ": damaged: " + line);
     }
-    WriteText(path, "nimbrel-apxd ledger 2\n");
+    WriteFile(path, "nimbrel-apxd ledger 2\n");
     EXPECT_EQ(errorOf(path), path + ": not a ledger");
     std::filesystem::remove(path);
     const Ledger first(path);
@@ -299,7 +297,7 @@ TEST_F(ApxdAccounts, OldEntriesAreDropped) {
     EXPECT_FALSE(ledger->Find("NODE01", "192.0.2.10"));
     Restart();
     EXPECT_TRUE(ledger->Find("NODE02", "192.0.2.10"));
-    EXPECT_THAT(ReadText(file), Not(HasSubstr("NODE01")));
+    EXPECT_THAT(ReadFile(file), Not(HasSubstr("NODE01")));
 }
 
 }  // namespace

@@ -6,8 +6,8 @@
 
 #include <filesystem>
 
-#include "apx/temporary_folder.h"
 #include "settings.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::apxhttps::test {
 namespace {
@@ -117,7 +117,7 @@ std::string ErrorOf(const std::string& text) {
 }
 
 TEST(ApxHttpsSettings, MissingFileGivesTheDefaults) {
-    const nimbrel::testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const Settings settings = ReadSettings(folder / "missing");
     EXPECT_EQ(settings.port, 8443);
     EXPECT_EQ(settings.connectSeconds, 10);
@@ -165,8 +165,8 @@ TEST(ApxHttpsSettings, QuotesCountInPairsAndBlanksAroundDoNot) {
 }
 
 TEST(ApxHttpsSettings, FileIsReadAndWhyItCannotBeIsTold) {
-    const nimbrel::testing::TemporaryFolder folder;
-    nimbrel::testing::WriteText(folder / "settings", "port = 7\n");
+    const TemporaryFolder folder;
+    WriteFile(folder / "settings", "port = 7\n");
     EXPECT_EQ(ReadSettings(folder / "settings").port, 7);
     const auto errorOf = [&](const std::string& name) -> std::string {
         try {
@@ -183,7 +183,7 @@ TEST(ApxHttpsSettings, FileIsReadAndWhyItCannotBeIsTold) {
 TEST(ApxHttpsAnswers, CorpusOfTheFuzzerIsRead) {
     std::size_t read = 0;
     for (const auto& entry : std::filesystem::directory_iterator(NIMAUTH_APX_CORPUS "/apx_answer")) {
-        const std::string text = nimbrel::testing::ReadText(entry.path());
+        const std::string text = ReadFile(entry.path());
         const auto account = ParseAccountAnswer(text);
         EXPECT_TRUE(!account || !account->accountName.empty()) << entry.path();
         const auto refusal = ParseRefusal(text);

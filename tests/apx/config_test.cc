@@ -9,8 +9,8 @@
 
 #include <sstream>
 
-#include "apx/temporary_folder.h"
 #include "services/apxd/back_end.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::apxd::test {
 namespace {
@@ -223,15 +223,15 @@ TEST(ApxdConfig, WhatIsMissingIsTold) {
 }
 
 TEST(ApxdConfig, AFileThatCannotBeReadIsAnError) {
-    const nimbrel::testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     EXPECT_THROW(ReadConfig(folder / "missing"), ConfigError);
     EXPECT_THROW(ReadConfig(folder / ""), ConfigError);
-    nimbrel::testing::WriteText(folder / "large", std::string(2U << 20U, '#'));
+    WriteFile(folder / "large", std::string(2U << 20U, '#'));
     EXPECT_THROW(ReadConfig(folder / "large"), ConfigError);
 }
 
 TEST(ApxdConfig, AFilesSizeAndTheReasonAreTold) {
-    const nimbrel::testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const auto errorOf = [&](const std::string& name) -> std::string {
         try {
             return std::to_string(ReadTextFile(folder / name).size());
@@ -241,9 +241,9 @@ TEST(ApxdConfig, AFilesSizeAndTheReasonAreTold) {
     };
     EXPECT_EQ(errorOf("missing"), folder / "missing" + ":0: No such file or directory");
     EXPECT_EQ(errorOf(""), folder / "" + ":0: Is a directory");
-    nimbrel::testing::WriteText(folder / "largest", std::string(1U << 20U, '#'));
+    WriteFile(folder / "largest", std::string(1U << 20U, '#'));
     EXPECT_EQ(errorOf("largest"), "1048576");
-    nimbrel::testing::WriteText(folder / "large", std::string((1U << 20U) + 1, '#'));
+    WriteFile(folder / "large", std::string((1U << 20U) + 1, '#'));
     EXPECT_EQ(errorOf("large"), folder / "large" + ":0: the file is too large");
 }
 

@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 
 #include "apx/memory_back_end.h"
-#include "apx/temporary_folder.h"
 #include "services/apxd/service_log.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::apxd::test {
 namespace {
@@ -54,7 +54,7 @@ class ApxdHandler : public ::testing::Test {
         return std::to_string(answer.httpStatus) + ' ' + std::to_string(answer.status);
     }
 
-    const nimbrel::testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     Config config = MakeConfig();
     MemoryBackEnd backEnd;
     Ledger ledger{folder / "ledger"};
@@ -277,7 +277,7 @@ TEST(ApxdLog, ValuesCannotForgeALine) {
 TEST_F(ApxdHandler, CorpusOfTheFuzzerIsAnswered) {
     std::size_t read = 0;
     for (const auto& entry : std::filesystem::directory_iterator(NIMAUTH_APX_CORPUS "/apx_request")) {
-        const std::string text = nimbrel::testing::ReadText(entry.path());
+        const std::string text = ReadFile(entry.path());
         const Answer answer = handler.Handle(Post(text));
         EXPECT_TRUE(json::parse(answer.body.Text()).is_object()) << entry.path();
         ++read;

@@ -52,7 +52,7 @@ class ConfigStoreDamage : public Test {
         OrbConfigStore::Database(_path, activity).Execute(sql);
     }
 
-    const host::TemporaryFolder _folder;
+    const TemporaryFolder _folder;
     const std::string _path = _folder / "configstore.db";
     const ConfigStoreObjectId _id = ContractId("one");
     SqliteStore _store{_path, "global"};
@@ -77,8 +77,8 @@ TEST_F(ConfigStoreDamage, MissingFolderIsMadeWhateverTheUmask) {
         const mode_t before = umask(mask);
         WriteObject(store, _id, _old);
         umask(before);
-        EXPECT_EQ(host::ModeOf(folder), 0755U) << std::oct << mask;
-        EXPECT_EQ(host::ModeOf(folder + "/configstore.db"), 0600U) << std::oct << mask;
+        EXPECT_EQ(ModeOf(folder), 0755U) << std::oct << mask;
+        EXPECT_EQ(ModeOf(folder + "/configstore.db"), 0600U) << std::oct << mask;
         EXPECT_EQ(ReadObject(store, _id), _old);
     }
 }
@@ -91,8 +91,8 @@ TEST_F(ConfigStoreDamage, FilesBesideItAreTheOwnersAloneWhateverTheUmask) {
         OrbConfigStore::Database database(_path, activity);
         database.Execute("BEGIN IMMEDIATE; DELETE FROM value; COMMIT");
         umask(before);
-        EXPECT_EQ(host::ModeOf(_path + "-wal"), 0600U) << std::oct << mask;
-        EXPECT_EQ(host::ModeOf(_path + "-shm"), 0600U) << std::oct << mask;
+        EXPECT_EQ(ModeOf(_path + "-wal"), 0600U) << std::oct << mask;
+        EXPECT_EQ(ModeOf(_path + "-shm"), 0600U) << std::oct << mask;
     }
 }
 
@@ -108,7 +108,7 @@ TEST_F(ConfigStoreDamage, RightsOfOthersAreTakenAway) {
     Write(_old);
     ASSERT_EQ(chmod(_path.c_str(), 0644), 0);
     EXPECT_EQ(Read(), _old);
-    EXPECT_EQ(host::ModeOf(_path), 0600U);
+    EXPECT_EQ(ModeOf(_path), 0600U);
 }
 
 TEST_F(ConfigStoreDamage, SymbolicLinkIsNotFollowed) {
@@ -116,9 +116,9 @@ TEST_F(ConfigStoreDamage, SymbolicLinkIsNotFollowed) {
     const std::string target = _folder / "target.db";
     std::filesystem::rename(_path, target);
     std::filesystem::create_symlink(target, _path);
-    const std::string before = host::ReadFile(target);
+    const std::string before = ReadFile(target);
     ExpectUnusable("the file is a symbolic link");
-    EXPECT_TRUE(host::ReadFile(target) == before);
+    EXPECT_TRUE(ReadFile(target) == before);
 }
 
 TEST_F(ConfigStoreDamage, DanglingSymbolicLinkCreatesNothing) {
@@ -147,32 +147,32 @@ TEST_F(ConfigStoreDamage, PipeInTheWayDoesNotHang) {
 }
 
 TEST_F(ConfigStoreDamage, EmptyFileIsDamageAndNotANewStore) {
-    host::WriteFile(_path, "");
+    WriteFile(_path, "");
     ExpectUnusable("the file is empty, its contents were lost; restore it or remove it");
-    EXPECT_EQ(host::ReadFile(_path), "");
+    EXPECT_EQ(ReadFile(_path), "");
 }
 
 TEST_F(ConfigStoreDamage, TextFileIsNotADatabase) {
     const std::string text = "domain_name = corp.test\n";
-    host::WriteFile(_path, text);
+    WriteFile(_path, text);
     ExpectUnusable("file is not a database");
-    EXPECT_EQ(host::ReadFile(_path), text);
+    EXPECT_EQ(ReadFile(_path), text);
 }
 
 TEST_F(ConfigStoreDamage, AnotherProgramsDatabaseIsLeftAlone) {
     Write(_old);
     Sql("PRAGMA journal_mode = DELETE; PRAGMA application_id = 7");
-    const std::string before = host::ReadFile(_path);
+    const std::string before = ReadFile(_path);
     ExpectUnusable("the file is a database, but not a configuration store");
-    EXPECT_TRUE(host::ReadFile(_path) == before);
+    EXPECT_TRUE(ReadFile(_path) == before);
 }
 
 TEST_F(ConfigStoreDamage, NewerSchemaIsRefusedAndKept) {
     Write(_old);
     Sql("PRAGMA user_version = 2");
-    const std::string before = host::ReadFile(_path);
+    const std::string before = ReadFile(_path);
     ExpectUnusable("the store has schema version 2 and this library knows version 1; a newer library wrote it");
-    EXPECT_TRUE(host::ReadFile(_path) == before);
+    EXPECT_TRUE(ReadFile(_path) == before);
 }
 
 TEST_F(ConfigStoreDamage, BackupWithoutWriteAheadModeIsUsed) {
@@ -186,24 +186,24 @@ TEST_F(ConfigStoreDamage, BackupWithoutWriteAheadModeIsUsed) {
 // A cut file is never taken for one that lacks the object, and is not made worse.
 TEST_F(ConfigStoreDamage, TruncatedFileIsNoticedAtEverySize) {
     Write(_old);
-    const std::string whole = host::ReadFile(_path);
+    const std::string whole = ReadFile(_path);
     for (std::size_t size = 1; size < whole.size(); size += size < 600 ? 1 : 61) {
-        host::WriteFile(_path, whole.substr(0, size));
+        WriteFile(_path, whole.substr(0, size));
         EXPECT_NE(ReadError(), "no failure") << size;
         EXPECT_NE(WriteError(), "no failure") << size;
-        EXPECT_TRUE(host::ReadFile(_path) == whole.substr(0, size)) << size;
+        EXPECT_TRUE(ReadFile(_path) == whole.substr(0, size)) << size;
     }
-    host::WriteFile(_path, whole);
+    WriteFile(_path, whole);
     EXPECT_EQ(Read(), _old);
 }
 
 TEST_F(ConfigStoreDamage, OverwrittenPageIsNoticedOrNotNeeded) {
     Write(_old);
-    const std::string whole = host::ReadFile(_path);
+    const std::string whole = ReadFile(_path);
     constexpr std::size_t kPage = 4096;
     int noticed = 0;
     for (std::size_t offset = 0; offset < whole.size(); offset += kPage) {
-        host::WriteFile(_path, std::string(whole).replace(offset, kPage, kPage, 'Z'));
+        WriteFile(_path, std::string(whole).replace(offset, kPage, kPage, 'Z'));
         std::string error = ErrorOf([this] { EXPECT_EQ(Read(), _old); });
         if (error != "no failure") ++noticed;
     }

@@ -174,7 +174,7 @@ class DnsConfigTest : public ::testing::Test {
         std::filesystem::create_directories("/etc/systemd");
         _systemd.reset();
         _systemd.emplace(host::Mount::Memory("/etc/systemd", "64k"));
-        host::WriteFile(kResolvConf, "nameserver 192.0.2.53\n");
+        WriteFile(kResolvConf, "nameserver 192.0.2.53\n");
     }
     // An empty folder, even where the machine's own has contents that belong to somebody else.
     std::optional<host::Mount> _systemd;
@@ -192,24 +192,24 @@ class DnsConfigTest : public ::testing::Test {
     static void RunSystemd(int status) {
         std::filesystem::create_directories("/run/systemd/system");
         std::filesystem::remove(kSystemctl);
-        host::WriteFile(kSystemctl, "#!/bin/sh\necho \"$@\" >>" + std::string(kCalls) +
-                                        "\necho \"environment: $(/usr/bin/env | /usr/bin/grep -c SECRET)\" >>" +
-                                        kCalls + "\nexit " + std::to_string(status) + "\n");
+        WriteFile(kSystemctl, "#!/bin/sh\necho \"$@\" >>" + std::string(kCalls) +
+                                  "\necho \"environment: $(/usr/bin/env | /usr/bin/grep -c SECRET)\" >>" + kCalls +
+                                  "\nexit " + std::to_string(status) + "\n");
         ASSERT_EQ(chmod(kSystemctl, 0755), 0);
     }
 };
 
 TEST_F(DnsConfigTest, PlainFileIsEditedAndNoDropInMade) {
     Save("corp.test");
-    EXPECT_EQ(host::ReadFile(kResolvConf), "nameserver 192.0.2.53\nsearch corp.test\n");
+    EXPECT_EQ(ReadFile(kResolvConf), "nameserver 192.0.2.53\nsearch corp.test\n");
     EXPECT_FALSE(std::filesystem::exists(kDropIn));
 }
 
 TEST_F(DnsConfigTest, MissingFileIsCreated) {
     std::filesystem::remove(kResolvConf);
     Save("corp.test");
-    EXPECT_EQ(host::ReadFile(kResolvConf), "search corp.test\n");
-    EXPECT_EQ(host::ModeOf(kResolvConf), 0644U);
+    EXPECT_EQ(ReadFile(kResolvConf), "search corp.test\n");
+    EXPECT_EQ(ModeOf(kResolvConf), 0644U);
 }
 
 TEST_F(DnsConfigTest, SavingNothingNewWritesNothing) {
@@ -231,26 +231,26 @@ TEST_F(DnsConfigTest, WhatHasBeenSavedIsNotSavedAgain) {
     DnsConfigImpl dns("defaultTcpipStack");
     dns.AddUserSearchDomain("corp.test");
     dns.SaveConfig();
-    host::WriteFile(kResolvConf, "search a.test\n");
+    WriteFile(kResolvConf, "search a.test\n");
     dns.SaveConfig();
-    EXPECT_EQ(host::ReadFile(kResolvConf), "search a.test\n");
+    EXPECT_EQ(ReadFile(kResolvConf), "search a.test\n");
 }
 
 TEST_F(DnsConfigTest, TargetOfAnotherProgramsLinkIsEdited) {
     std::filesystem::create_directories("/run/NetworkManager");
-    host::WriteFile("/run/NetworkManager/resolv.conf", "search a.test\n");
+    WriteFile("/run/NetworkManager/resolv.conf", "search a.test\n");
     Link("../run/NetworkManager/resolv.conf");
     Save("corp.test");
     EXPECT_TRUE(std::filesystem::is_symlink(kResolvConf));
-    EXPECT_EQ(host::ReadFile("/run/NetworkManager/resolv.conf"), "search a.test corp.test\n");
+    EXPECT_EQ(ReadFile("/run/NetworkManager/resolv.conf"), "search a.test corp.test\n");
     EXPECT_FALSE(std::filesystem::exists(kDropIn));
 }
 
 TEST_F(DnsConfigTest, MountedFileIsRewrittenInPlace) {
-    host::WriteFile("/tmp/resolv.conf", "search a.test\n");
+    WriteFile("/tmp/resolv.conf", "search a.test\n");
     const host::Mount mount = host::Mount::Bind("/tmp/resolv.conf", kResolvConf);
     Save("corp.test");
-    EXPECT_EQ(host::ReadFile("/tmp/resolv.conf"), "search a.test corp.test\n");
+    EXPECT_EQ(ReadFile("/tmp/resolv.conf"), "search a.test corp.test\n");
 }
 
 TEST_F(DnsConfigTest, FailedSaveKeepsTheDomainForTheNext) {
@@ -260,7 +260,7 @@ TEST_F(DnsConfigTest, FailedSaveKeepsTheDomainForTheNext) {
     EXPECT_THROW(dns.SaveConfig(), HostMgmtException);
     std::filesystem::remove(kResolvConf);
     dns.SaveConfig();
-    EXPECT_EQ(host::ReadFile(kResolvConf), "search corp.test\n");
+    EXPECT_EQ(ReadFile(kResolvConf), "search corp.test\n");
 }
 
 TEST_F(DnsConfigTest, ResolvedGetsADropIn) {
@@ -271,8 +271,8 @@ TEST_F(DnsConfigTest, ResolvedGetsADropIn) {
         CleanUp();
         Link(target);
         Save("corp.test");
-        EXPECT_EQ(host::ReadFile(kDropIn), "[Resolve]\nDomains=corp.test\n") << target;
-        EXPECT_EQ(host::ModeOf(kDropIn), 0644U);
+        EXPECT_EQ(ReadFile(kDropIn), "[Resolve]\nDomains=corp.test\n") << target;
+        EXPECT_EQ(ModeOf(kDropIn), 0644U);
         EXPECT_EQ(std::filesystem::read_symlink(kResolvConf), target);
         EXPECT_FALSE(std::filesystem::exists("/run/systemd/resolve"));
     }
@@ -282,7 +282,7 @@ TEST_F(DnsConfigTest, DropInKeepsEarlierDomains) {
     Link("/run/systemd/resolve/stub-resolv.conf");
     Save("corp.test");
     Save("lab.test");
-    EXPECT_EQ(host::ReadFile(kDropIn), "[Resolve]\nDomains=corp.test lab.test\n");
+    EXPECT_EQ(ReadFile(kDropIn), "[Resolve]\nDomains=corp.test lab.test\n");
 }
 
 TEST_F(DnsConfigTest, DropInFoldersAreMadeWhateverTheUmask) {
@@ -291,10 +291,10 @@ TEST_F(DnsConfigTest, DropInFoldersAreMadeWhateverTheUmask) {
     Save("corp.test");
     SysNet::Network::MakeFolders("/tmp/several/folders");
     umask(before);
-    EXPECT_EQ(host::ModeOf("/tmp/several"), 0755U);
-    EXPECT_EQ(host::ModeOf("/tmp/several/folders"), 0755U);
-    EXPECT_EQ(host::ModeOf("/etc/systemd/resolved.conf.d"), 0755U);
-    EXPECT_EQ(host::ModeOf(kDropIn), 0644U);
+    EXPECT_EQ(ModeOf("/tmp/several"), 0755U);
+    EXPECT_EQ(ModeOf("/tmp/several/folders"), 0755U);
+    EXPECT_EQ(ModeOf("/etc/systemd/resolved.conf.d"), 0755U);
+    EXPECT_EQ(ModeOf(kDropIn), 0644U);
 }
 
 TEST_F(DnsConfigTest, RunningResolvedIsTold) {
@@ -306,8 +306,7 @@ TEST_F(DnsConfigTest, RunningResolvedIsTold) {
     Save("corp.test");
     unsetenv("SECRET");
     EXPECT_EQ(log.Take(), "");
-    EXPECT_EQ(host::ReadFile(kCalls),
-              "--no-ask-password try-reload-or-restart systemd-resolved.service\nenvironment: 0\n");
+    EXPECT_EQ(ReadFile(kCalls), "--no-ask-password try-reload-or-restart systemd-resolved.service\nenvironment: 0\n");
 }
 
 TEST_F(DnsConfigTest, ResolvedThatCannotBeToldIsNoFailure) {
@@ -315,11 +314,11 @@ TEST_F(DnsConfigTest, ResolvedThatCannotBeToldIsNoFailure) {
     RunSystemd(1);
     host::SystemLog log;
     Save("corp.test");
-    EXPECT_EQ(host::ReadFile(kDropIn), "[Resolve]\nDomains=corp.test\n");
+    EXPECT_EQ(ReadFile(kDropIn), "[Resolve]\nDomains=corp.test\n");
     EXPECT_THAT(log.Take(), IsWarning("systemd-resolved could not be told about its new search domains"));
     std::filesystem::remove(kSystemctl);
     Save("lab.test");
-    EXPECT_EQ(host::ReadFile(kDropIn), "[Resolve]\nDomains=corp.test lab.test\n");
+    EXPECT_EQ(ReadFile(kDropIn), "[Resolve]\nDomains=corp.test lab.test\n");
     EXPECT_THAT(log.Take(), IsWarning("systemd-resolved could not be told about its new search domains"));
 }
 
@@ -331,13 +330,13 @@ TEST_F(DnsConfigTest, ProcessThatDoesNotReapItsChildrenIsServedToo) {
     Save("corp.test");
     signal(SIGCHLD, SIG_DFL);
     EXPECT_EQ(log.Take(), "");
-    EXPECT_THAT(host::ReadFile(kCalls), ::testing::StartsWith("--no-ask-password"));
+    EXPECT_THAT(ReadFile(kCalls), ::testing::StartsWith("--no-ask-password"));
 }
 
 TEST_F(DnsConfigTest, CommandThatHangsIsEndedInTime) {
     RunSystemd(0);
     ASSERT_EQ(mkfifo("/tmp/never", 0600), 0);
-    host::WriteFile(kSystemctl, "#!/bin/sh\nread line </tmp/never\n");
+    WriteFile(kSystemctl, "#!/bin/sh\nread line </tmp/never\n");
     host::SystemLog log;
     SysNet::Network::ReloadResolved(50);
     EXPECT_THAT(log.Take(), IsWarning("systemd-resolved could not be told about its new search domains"));

@@ -27,6 +27,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/temporary_folder.h"
+
 extern char** environ;
 
 namespace host {
@@ -49,48 +51,11 @@ inline ::testing::Environment* RequirePrivateRoot() {
     return ::testing::AddGlobalTestEnvironment(std::make_unique<PrivateRoot>().release());
 }
 
-inline std::string ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw std::runtime_error("cannot read " + path);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-inline void WriteFile(const std::string& path, const std::string& content) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file << content << std::flush;
-    if (!file) throw std::runtime_error("cannot write " + path);
-}
-
-inline mode_t ModeOf(const std::string& path) {
-    struct stat status = {};
-    if (lstat(path.c_str(), &status) != 0) throw std::runtime_error("cannot stat " + path);
-    return status.st_mode & 07777;
-}
-
 inline ino_t InodeOf(const std::string& path) {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) throw std::runtime_error("cannot stat " + path);
     return status.st_ino;
 }
-
-// A folder that goes away with its contents.
-class TemporaryFolder {
- public:
-    TemporaryFolder() {
-        if (mkdtemp(_path.data()) == nullptr) throw std::runtime_error("mkdtemp");
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(_path, ignored);
-    }
-    const std::string& Path() const { return _path; }
-    std::string operator/(const std::string& name) const { return _path + "/" + name; }
-
- private:
-    std::string _path = "/tmp/contract.XXXXXX";
-};
 
 // A mount that goes away again.
 class Mount {

@@ -13,7 +13,7 @@ struct RealHost {
 
 TEST(AdvancedOptions, FailureOfTheStoreKeepsItsClass) {
     std::filesystem::create_directories("/var/lib/nimbrel");
-    host::WriteFile("/var/lib/nimbrel/configstore.db", "not a database");
+    WriteFile("/var/lib/nimbrel/configstore.db", "not a database");
     const auto root = HostFactory::GetHost()->GetAdvancedOptions()->GetRootBranch();
     EXPECT_THROW(root->GetBranch("UserVars"), OrbConfigStore::ConfigStoreException);
     EXPECT_THROW(root->GetOption("x"), HostMgmtException);

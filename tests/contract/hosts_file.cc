@@ -20,9 +20,9 @@ class HostsFileTest : public ::testing::Test {
  protected:
     void Edit() { HostsFile(_path).AddOrReplaceEntry("192.0.2.10", "node01.corp.test", {"node01"}); }
     std::string Edited(const std::string& content) {
-        host::WriteFile(_path, content);
+        WriteFile(_path, content);
         Edit();
-        return host::ReadFile(_path);
+        return ReadFile(_path);
     }
     // The text of the failure, or "no failure".
     std::string EditError() {
@@ -39,7 +39,7 @@ class HostsFileTest : public ::testing::Test {
         return names;
     }
 
-    const host::TemporaryFolder _folder;
+    const TemporaryFolder _folder;
     const std::string _path = _folder / "hosts";
     const std::string _old = "127.0.0.1\tlocalhost\n192.0.2.10\tnode01.old.test node01\n";
     const std::string _new = "127.0.0.1\tlocalhost\n192.0.2.10\tnode01.corp.test node01\n";
@@ -119,7 +119,7 @@ TEST_F(HostsFileTest, SecondEditChangesNothingWhateverTheFile) {
 }
 
 TEST_F(HostsFileTest, EntryThatIsRightAlreadyIsNotWritten) {
-    host::WriteFile(_path, _new);
+    WriteFile(_path, _new);
     const ino_t before = host::InodeOf(_path);
     ASSERT_EQ(chmod(_path.c_str(), 0444), 0);
     ASSERT_EQ(chmod(_folder.Path().c_str(), 0500), 0);
@@ -134,12 +134,12 @@ TEST_F(HostsFileTest, MissingFileIsCreatedReadableByAll) {
     const mode_t before = umask(0077);
     Edit();
     umask(before);
-    EXPECT_EQ(host::ReadFile(_path), "192.0.2.10\tnode01.corp.test node01\n");
-    EXPECT_EQ(host::ModeOf(_path), 0644U);
+    EXPECT_EQ(ReadFile(_path), "192.0.2.10\tnode01.corp.test node01\n");
+    EXPECT_EQ(ModeOf(_path), 0644U);
 }
 
 TEST_F(HostsFileTest, FileIsReplacedAndNothingIsLeftBeside) {
-    host::WriteFile(_path, _old);
+    WriteFile(_path, _old);
     const ino_t before = host::InodeOf(_path);
     Edit();
     EXPECT_NE(host::InodeOf(_path), before);
@@ -148,7 +148,7 @@ TEST_F(HostsFileTest, FileIsReplacedAndNothingIsLeftBeside) {
 
 // In an ordinary user's namespace there is one owner only, and the change of owner below does nothing.
 TEST_F(HostsFileTest, ModeAndOwnerAreKept) {
-    host::WriteFile(_path, _old);
+    WriteFile(_path, _old);
     const bool changed = chown(_path.c_str(), 4711, 815) == 0;
     ASSERT_EQ(chmod(_path.c_str(), 0640), 0);
     struct stat before = {};
@@ -157,7 +157,7 @@ TEST_F(HostsFileTest, ModeAndOwnerAreKept) {
     Edit();
     struct stat after = {};
     ASSERT_EQ(stat(_path.c_str(), &after), 0);
-    EXPECT_EQ(host::ReadFile(_path), _new);
+    EXPECT_EQ(ReadFile(_path), _new);
     EXPECT_EQ(after.st_mode, before.st_mode);
     EXPECT_EQ(after.st_uid, before.st_uid);
     EXPECT_EQ(after.st_gid, before.st_gid);
@@ -174,10 +174,10 @@ TEST_F(HostsFileTest, AccessListIsKept) {
         "\x10\0\4\0\xff\xff\xff\xff"
         "\x20\0\4\0\xff\xff\xff\xff",
         44);
-    host::WriteFile(_path, _old);
+    WriteFile(_path, _old);
     ASSERT_EQ(setxattr(_path.c_str(), kAttribute, list.data(), list.size(), 0), 0);
     Edit();
-    EXPECT_EQ(host::ReadFile(_path), _new);
+    EXPECT_EQ(ReadFile(_path), _new);
     std::string kept(256, '\0');
     const ssize_t size = getxattr(_path.c_str(), kAttribute, kept.data(), kept.size());
     ASSERT_GE(size, 0);
@@ -186,11 +186,11 @@ TEST_F(HostsFileTest, AccessListIsKept) {
 
 TEST_F(HostsFileTest, SymbolicLinkStaysAndItsTargetIsReplaced) {
     std::filesystem::create_directory(_folder / "real");
-    host::WriteFile(_folder / "real/hosts", _old);
+    WriteFile(_folder / "real/hosts", _old);
     std::filesystem::create_symlink("real/hosts", _path);
     Edit();
     EXPECT_TRUE(std::filesystem::is_symlink(_path));
-    EXPECT_EQ(host::ReadFile(_folder / "real/hosts"), _new);
+    EXPECT_EQ(ReadFile(_folder / "real/hosts"), _new);
 }
 
 TEST_F(HostsFileTest, DanglingSymbolicLinkIsAnError) {
@@ -200,7 +200,7 @@ TEST_F(HostsFileTest, DanglingSymbolicLinkIsAnError) {
 }
 
 TEST_F(HostsFileTest, MountedFileIsRewrittenInPlace) {
-    host::WriteFile(_path, "");
+    WriteFile(_path, "");
     const std::string source = _folder / "source";
     const std::string comment = std::string(9000, '#') + "\n";
     const std::string entry = "192.0.2.10\tnode01.corp.test node01\n";
@@ -214,12 +214,12 @@ TEST_F(HostsFileTest, MountedFileIsRewrittenInPlace) {
         {"grows", comment, comment + entry},
     };
     for (const auto& row : rows) {
-        host::WriteFile(source, row.before);
+        WriteFile(source, row.before);
         const host::Mount mount = host::Mount::Bind(source, _path);
         const ino_t before = host::InodeOf(_path);
         Edit();
         EXPECT_EQ(host::InodeOf(_path), before) << row.name;
-        EXPECT_TRUE(host::ReadFile(source) == row.after) << row.name;
+        EXPECT_TRUE(ReadFile(source) == row.after) << row.name;
     }
 }
 
@@ -227,46 +227,46 @@ TEST_F(HostsFileTest, MountedFileOnAFullDiskStaysWhole) {
     const std::string full = _folder / "full";
     std::filesystem::create_directory(full);
     const host::Mount disk = host::Mount::Memory(full, "64k");
-    host::WriteFile(_path, "");
+    WriteFile(_path, "");
     // The edit makes the file one page longer.
     const std::string content = std::string(4095, '#') + "\n";
-    host::WriteFile(full + "/source", content);
+    WriteFile(full + "/source", content);
     const host::Mount mount = host::Mount::Bind(full + "/source", _path);
     host::FillUp(full + "/filler", 0);
     EXPECT_EQ(EditError(), "Cannot make room in " + _path + ": No space left on device");
-    EXPECT_TRUE(host::ReadFile(_path) == content);
+    EXPECT_TRUE(ReadFile(_path) == content);
 }
 
 TEST_F(HostsFileTest, FullDiskKeepsTheOldFile) {
     const host::Mount disk = host::Mount::Memory(_folder.Path(), "64k");
-    host::WriteFile(_path, _old);
+    WriteFile(_path, _old);
     host::FillUp(_folder / "filler", 0);
     EXPECT_EQ(EditError(), "Cannot replace " + _path + ": No space left on device");
-    EXPECT_EQ(host::ReadFile(_path), _old);
+    EXPECT_EQ(ReadFile(_path), _old);
     std::filesystem::remove(_folder / "filler");
     EXPECT_EQ(FilesBeside(), std::vector<std::string>{_path});
 }
 
 TEST_F(HostsFileTest, ReadOnlyFileSystemIsNamed) {
     host::Mount disk = host::Mount::Memory(_folder.Path(), "64k");
-    host::WriteFile(_path, _old);
+    WriteFile(_path, _old);
     disk.Remount(true);
     EXPECT_EQ(EditError(), "Cannot rewrite " + _path + ": Read-only file system");
-    EXPECT_EQ(host::ReadFile(_path), _old);
+    EXPECT_EQ(ReadFile(_path), _old);
 }
 
 TEST_F(HostsFileTest, WritableFileInAFolderThatIsNotIsRewrittenInPlace) {
-    host::WriteFile(_path, _old);
+    WriteFile(_path, _old);
     ASSERT_EQ(chmod(_folder.Path().c_str(), 0500), 0);
     {
         const host::Unprivileged unprivileged;
         EXPECT_EQ(EditError(), "no failure");
     }
-    EXPECT_EQ(host::ReadFile(_path), _new);
+    EXPECT_EQ(ReadFile(_path), _new);
 }
 
 TEST_F(HostsFileTest, UnreadableFileIsNamed) {
-    host::WriteFile(_path, _old);
+    WriteFile(_path, _old);
     ASSERT_EQ(chmod(_path.c_str(), 0000), 0);
     const host::Unprivileged unprivileged;
     EXPECT_EQ(EditError(), "Cannot read " + _path + ": Permission denied");
@@ -293,7 +293,7 @@ TEST_F(HostsFileTest, MissingFolderIsNamed) {
 // Readers that open the file again and again while it is being replaced see it whole every time.
 TEST_F(HostsFileTest, ReadersNeverSeeATornFile) {
     const std::string rest(20'000, '#');
-    host::WriteFile(_path, "192.0.2.10 a\n" + rest);
+    WriteFile(_path, "192.0.2.10 a\n" + rest);
     const pid_t writer = fork();
     if (writer == 0) {
         for (int i = 0; i < 500; ++i) {
@@ -304,7 +304,7 @@ TEST_F(HostsFileTest, ReadersNeverSeeATornFile) {
     int status = 0;
     int reads = 0;
     for (; waitpid(writer, &status, WNOHANG) == 0; ++reads) {
-        const std::string content = host::ReadFile(_path);
+        const std::string content = ReadFile(_path);
         ASSERT_TRUE(content.size() > rest.size() && content.substr(content.size() - rest.size()) == rest);
     }
     EXPECT_EQ(status, 0);

@@ -49,7 +49,7 @@ class NetworkInfoTest : public ::testing::Test {
         for (std::string word; stream >> word;) words.push_back(word);
         host::Run(words);
     }
-    static void Conf(const std::string& content) { host::WriteFile(kConf, content); }
+    static void Conf(const std::string& content) { WriteFile(kConf, content); }
 
     // "eth0 192.0.2.10", or the text of the failure.
     static std::string Management() {
@@ -252,12 +252,12 @@ TEST_F(NetworkInfoTest, LargeTablesAreReadToTheirEnd) {
         batch += "link add extra" + std::to_string(i) + " type veth peer name peer" + std::to_string(i) + "\n";
     batch += "address add 203.0.113.40/24 dev extra39\nlink set extra39 up\nlink set peer39 up\n";
     batch += "route add default via 203.0.113.1 dev extra39 metric 1\n";
-    host::WriteFile("/tmp/batch", batch);
+    WriteFile("/tmp/batch", batch);
     Ip("-batch /tmp/batch");
     EXPECT_EQ(Management(), "extra39 203.0.113.40");
     std::string cleaning;
     for (int i = 0; i < 40; ++i) cleaning += "link delete extra" + std::to_string(i) + "\n";
-    host::WriteFile("/tmp/batch", cleaning);
+    WriteFile("/tmp/batch", cleaning);
     Ip("-batch /tmp/batch");
 }
 

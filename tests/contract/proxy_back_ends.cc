@@ -1,10 +1,10 @@
 // The contract of the proxy service's back ends, passed by the embedded directory and by the tests' own in memory.
 
 #include "apx/memory_back_end.h"
-#include "apx/temporary_folder.h"
 #include "contract/proxy_back_end_contract.h"
 #include "embeddeddirectory/directory.h"
 #include "services/apxd/embedded_back_end.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::apxd::test {
 namespace {
@@ -51,7 +51,7 @@ class Embedded {
     embedded::Directory Open() const { return embedded::Directory::Open(_file); }
 
  private:
-    const nimbrel::testing::TemporaryFolder _folder;
+    const TemporaryFolder _folder;
     const std::string _file = _folder / "directory.db";
     std::unique_ptr<apxd::BackEnd> _backEnd;
 };

@@ -17,13 +17,13 @@ struct RealNetwork {
     // The files are the host's, wherever the process stands.
     static void Reset() {
         std::filesystem::current_path("/tmp");
-        host::WriteFile("/etc/hosts", "127.0.0.1\tlocalhost\n");
-        host::WriteFile("/etc/resolv.conf", "nameserver 127.0.0.1\n");
+        WriteFile("/etc/hosts", "127.0.0.1\tlocalhost\n");
+        WriteFile("/etc/resolv.conf", "nameserver 127.0.0.1\n");
     }
 
     static std::map<std::string, Names> HostsEntries() {
         std::map<std::string, Names> entries;
-        std::istringstream file(host::ReadFile("/etc/hosts"));
+        std::istringstream file(ReadFile("/etc/hosts"));
         for (std::string line; std::getline(file, line);) {
             std::istringstream words(line);
             std::string address;
@@ -35,7 +35,7 @@ struct RealNetwork {
 
     static Names SearchDomains() {
         Names domains;
-        std::istringstream file(host::ReadFile("/etc/resolv.conf"));
+        std::istringstream file(ReadFile("/etc/resolv.conf"));
         for (std::string line; std::getline(file, line);) {
             std::istringstream words(line);
             std::string keyword;

@@ -7,8 +7,8 @@
 
 #include "crash/locked_file.h"
 #include "embeddeddirectory/membership.h"
+#include "support/temporary_folder.h"
 #include "sysnet/hosts_file.h"
-#include "unit/temporary_folder.h"
 
 namespace nimbrel::crash {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "crash/locked_file.h"
 #include "platform/orbconfigstore/src/sqlite_store.h"
-#include "unit/temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::crash {
 namespace {

@@ -13,7 +13,7 @@
 #include <stdexcept>
 
 #include "crash/files.h"
-#include "unit/temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::crash {
 namespace {

@@ -5,13 +5,12 @@
 
 #include <filesystem>
 
-#include "temporary_folder.h"
+#include "support/temporary_folder.h"
 #include "tools/loginfiles/logins_error.h"
 
 namespace nimbrel::logins {
 namespace {
 
-using nimbrel::testing::ReadFile;
 using ::testing::HasSubstr;
 
 const ProviderModules kProvider = {"pam_x.so", {"quiet", "domain=corp.test"}, "x", {}};

@@ -7,15 +7,12 @@
 
 #include <filesystem>
 
-#include "temporary_folder.h"
+#include "support/temporary_folder.h"
 #include "tools/loginfiles/logins_error.h"
 
 namespace nimbrel::logins {
 namespace {
 
-using nimbrel::testing::ReadFile;
-using nimbrel::testing::TemporaryFolder;
-using nimbrel::testing::WriteFile;
 
 class FileStateTest : public ::testing::Test {
  protected:

@@ -5,15 +5,12 @@
 
 #include <filesystem>
 
-#include "temporary_folder.h"
+#include "support/temporary_folder.h"
 #include "tools/loginfiles/logins_error.h"
 
 namespace nimbrel::logins {
 namespace {
 
-using nimbrel::testing::ReadFile;
-using nimbrel::testing::TemporaryFolder;
-using nimbrel::testing::WriteFile;
 using ::testing::HasSubstr;
 
 void Nothing(int) {}

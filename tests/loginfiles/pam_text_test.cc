@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::logins {
 namespace {
@@ -44,7 +44,7 @@ TEST(PamTextTest, UnreadableLinesAreToldApart) {
 TEST(PamTextTest, RawLinesTogetherAreTheFile) {
     int files = 0;
     for (const auto& item : std::filesystem::directory_iterator(NIMAUTH_LOGIN_FILES "/pam")) {
-        const std::string text = nimbrel::testing::ReadFile(item.path());
+        const std::string text = ReadFile(item.path());
         std::string together;
         for (const PamLine& line : ParsePam(text)) together += line.raw;
         EXPECT_EQ(text, together) << item.path();

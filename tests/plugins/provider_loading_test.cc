@@ -59,7 +59,7 @@ TEST_F(ProviderLoading, ThePlainFolderComesSecond) {
 }
 
 TEST_F(ProviderLoading, AFileThatCannotBeLoadedIsPassedOver) {
-    WriteFile(std::string(kFolder) + "lib64/libtorn.so", "\177ELF, but no more than that");
+    WriteSystemFile(std::string(kFolder) + "lib64/libtorn.so", "\177ELF, but no more than that");
     InstallProvider("named_second", std::string(kFolder) + "libtorn.so");
     EXPECT_EQ(Load("torn"), "loaded second");
 }
@@ -71,7 +71,7 @@ TEST_F(ProviderLoading, AnUnfitProviderIn64BitFolderIsNotPassedOver) {
 }
 
 TEST_F(ProviderLoading, OnlyTheSecondAttemptsTextIsReported) {
-    WriteFile(std::string(kFolder) + "lib64/liboften.so", "no shared object");
+    WriteSystemFile(std::string(kFolder) + "lib64/liboften.so", "no shared object");
     EXPECT_EQ(Load("often"),
               "Unable to open provider: /usr/libexec/nimauth/liboften.so: cannot open shared object file: "
               "No such file or directory");
@@ -125,10 +125,10 @@ TEST_F(ProviderLoading, AnUnusableFileIsAnInputOutputError) {
     std::filesystem::create_directories(std::string(kFolder) + "libfolder.so");
     EXPECT_THAT(Load("folder"), StartsWith("Unable to open provider: /usr/libexec/nimauth/libfolder.so: "));
 
-    WriteFile(std::string(kFolder) + "libempty.so", "");
+    WriteSystemFile(std::string(kFolder) + "libempty.so", "");
     EXPECT_THAT(Load("empty"), HasSubstr("libempty.so: file too short"));
 
-    WriteFile(std::string(kFolder) + "libtext.so", std::string(4096, 'x'));
+    WriteSystemFile(std::string(kFolder) + "libtext.so", std::string(4096, 'x'));
     EXPECT_THAT(Load("text"), HasSubstr("libtext.so: invalid ELF header"));
 
     InstallProvider("needs_missing_data");

@@ -15,6 +15,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "support/private_root.h"
+
 namespace nimbrel::authentication::test {
 
 // The path at which a provider of this name is found.
@@ -28,20 +30,11 @@ std::string BuiltProvider(const std::string& built);
 void InstallProvider(const std::string& built, const std::string& path);
 inline void InstallProvider(const std::string& built) { InstallProvider(built, ProviderPath(built)); }
 
-// Copies any file to `path` in the same way.
-void InstallFile(const std::string& file, const std::string& path);
-
-// Puts a file with these contents at `path`, and the folders above it.
-void WriteFile(const std::string& path, const std::string& contents);
-
 // provider.conf from now on.
 void ConfigureProvider(const std::string& contents);
 
 // Removes all installed providers and provider.conf.
 void RemoveProviders();
-
-// Whether the plug-in at `path` is loaded in this process.
-bool IsLoaded(const std::string& path);
 
 // The exported `control` table of an installed provider. Loads it, or finds it loaded; keeps it loaded.
 template <typename Control>

@@ -34,7 +34,7 @@ class Skeleton : public ::testing::Test {
  private:
     static std::string Installed() {
         RemoveProviders();
-        InstallFile(NIMAUTH_TEST_SKELETON, ProviderPath("skeleton"));
+        CopySystemFile(NIMAUTH_TEST_SKELETON, ProviderPath("skeleton"));
         ConfigureProvider("provider = \"skeleton\"\n");
         return "skeleton";
     }

@@ -88,7 +88,7 @@ class Pool {
 class StoreSoak : public StoreTest {
  protected:
     StoreSoak() : StoreTest("erratic"), plugin("erratic") {
-        WriteFile("/etc/nimbrel/nimauth/authentication.conf", "remote-authentication-store = \"None\"\n");
+        WriteSystemFile("/etc/nimbrel/nimauth/authentication.conf", "remote-authentication-store = \"None\"\n");
     }
     ~StoreSoak() override { plugin->hangOneIn(0); }
 

@@ -217,13 +217,13 @@ TEST_F(CertificateImport, AFailedWriteIsLoggedAndRethrown) {
 
 TEST_F(CertificateImport, AFileIsReadWhole) {
     const std::string text = "heading\r\n" + Certificate() + std::string(100000, 'x') + std::string("\0end", 4);
-    WriteFile(kFile, text);
+    WriteSystemFile(kFile, text);
     EXPECT_EQ(ImportFile(kFile), "success");
     ExpectImported(text, Certificate());
 }
 
 TEST_F(CertificateImport, TheSecondArgumentChangesNothing) {
-    WriteFile(kFile, Certificate());
+    WriteSystemFile(kFile, Certificate());
     for (const std::string ignored : {"", "/nowhere/at/all", "secret", "%n%s"}) {
         EXPECT_EQ(ImportFile(kFile, ignored), "success");
         ExpectImported(Certificate(), Certificate());
@@ -236,7 +236,7 @@ TEST_F(CertificateImport, TheSecondArgumentChangesNothing) {
 TEST_F(CertificateImport, AFileThatCannotBeOpenedIsNotFound) {
     constexpr const char* kNotFound =
         "FileNotFoundException: Exception 0x00000002: The system cannot find the file specified.";
-    WriteFile(kFile, Certificate());
+    WriteSystemFile(kFile, Certificate());
     EXPECT_EQ(ImportFile("/tmp/import/absent.pem"), kNotFound);
     EXPECT_EQ(ImportFile(""), kNotFound);
     EXPECT_EQ(ImportFile(std::string(kFile) + "/below"), kNotFound);
@@ -247,7 +247,7 @@ TEST_F(CertificateImport, AFileThatCannotBeOpenedIsNotFound) {
 }
 
 TEST_F(CertificateImport, AFolderAndAnEmptyFileHoldNoCertificate) {
-    WriteFile(kFile, "");
+    WriteSystemFile(kFile, "");
     EXPECT_EQ(ImportFile(kFile), kRefusal);
     EXPECT_EQ(ImportFile("/tmp/import"), kRefusal);
     EXPECT_EQ(ImportFile("/dev/null"), kRefusal);

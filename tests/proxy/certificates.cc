@@ -40,7 +40,7 @@ std::string FingerprintOf(const std::string& certificate) {
 }
 
 std::string Convert(const std::string& certificate, const std::string& options) {
-    WriteFile(kCertificate, certificate);
+    WriteSystemFile(kCertificate, certificate);
     return OpenSSL("x509 -in " + std::string(kCertificate) + " " + options);
 }
 

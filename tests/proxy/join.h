@@ -56,7 +56,7 @@ class ProxyJoinTest : public ::testing::Test {
         Journal::Clear();
     }
 
-    static void NameProxy(const std::string& name) { WriteFile(kProxyFile, "provider = \"" + name + "\"\n"); }
+    static void NameProxy(const std::string& name) { WriteSystemFile(kProxyFile, "provider = \"" + name + "\"\n"); }
 
     // The administrator's choice; a host has 1 until then.
     static void SetVerifyOption(std::int64_t value) {
@@ -89,7 +89,7 @@ class ProxyJoinTest : public ::testing::Test {
  private:
     static ActiveDirectoryStore MakeStore(const std::string& provider) {
         Install(provider, provider);
-        WriteFile(kProviderFile, "provider = \"" + provider + "\"\n");
+        WriteSystemFile(kProviderFile, "provider = \"" + provider + "\"\n");
         return ActiveDirectoryStore(60);
     }
 };

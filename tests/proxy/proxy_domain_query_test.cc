@@ -58,11 +58,11 @@ TEST_F(ProxyDomainQuery, FollowsTheJoinsRulesForTheProvidersName) {
     Remove(kProxyFile);
     EXPECT_EQ(AskOutcome(),
               "InvalidAPXProxyProviderException: The specified APXProxy provider '(none installed)' is invalid");
-    WriteFile(kProxyFile, "provider = \"\"\n");
+    WriteSystemFile(kProxyFile, "provider = \"\"\n");
     EXPECT_EQ(AskOutcome(), "InvalidAPXProxyProviderException: The specified APXProxy provider '(unset)' is invalid");
-    WriteFile(kProxyFile, "");
+    WriteSystemFile(kProxyFile, "");
     EXPECT_EQ(AskOutcome(), "InvalidKeyException: The specified key 'provider' was not found in this configuration");
-    WriteFile(kProxyFile, "provider\n");
+    WriteSystemFile(kProxyFile, "provider\n");
     EXPECT_EQ(AskOutcome(), "ConfigurationError: Error parsing configuration on line 1: no delimiter found");
     NameProxy("absent");
     EXPECT_THAT(AskOutcome(), StartsWith("IOError: Unable to open APX provider: "));

@@ -208,7 +208,7 @@ class ProxyProviderFile : public ProxyJoinCheck {
     ~ProxyProviderFile() override { EXPECT_THAT(Journal::Lines("read auth"), IsEmpty()); }
 
     std::string OutcomeFor(const std::string& contents) {
-        WriteFile(kProxyFile, contents);
+        WriteSystemFile(kProxyFile, contents);
         return JoinOutcome();
     }
     static constexpr const char* kNoneInstalled =
@@ -318,7 +318,7 @@ TEST_F(ProxyPlugIn, OneThatIsMissingIsReported) {
 }
 
 TEST_F(ProxyPlugIn, ANameOfBlanksIsANameLikeAnyOther) {
-    WriteFile(kProxyFile, "provider =   \n");
+    WriteSystemFile(kProxyFile, "provider =   \n");
     EXPECT_THAT(JoinOutcome(), StartsWith("IOError: Unable to open APX provider: /usr/libexec/nimauth/lib   .so: "));
 }
 

@@ -42,7 +42,7 @@ class ProxyLoading : public ::testing::Test {
         return TextOf<Error>([&] { Load(name); });
     }
 
-    static void SaveGarbage(const std::string& path) { WriteFile(path, "\177ELF, but no more than that"); }
+    static void SaveGarbage(const std::string& path) { WriteSystemFile(path, "\177ELF, but no more than that"); }
 };
 
 // ---------------------------------------------------------------- where it is looked for
@@ -107,12 +107,12 @@ TEST_F(ProxyLoading, ATextOfTheLoaderFromBeforeIsNotReported) {
 }
 
 TEST_F(ProxyLoading, AFileThatIsNoSharedObjectIsReported) {
-    WriteFile(kFolder + "libtext.so", "no shared object at all");
+    WriteSystemFile(kFolder + "libtext.so", "no shared object at all");
     EXPECT_THAT(Refusal<IOError>("text"), StartsWith("Unable to open APX provider: /usr/libexec/nimauth/libtext.so: "));
 }
 
 TEST_F(ProxyLoading, AnEmptyFileIsReported) {
-    WriteFile(kFolder + "libempty.so", "");
+    WriteSystemFile(kFolder + "libempty.so", "");
     EXPECT_EQ(Refusal<IOError>("empty"),
               "Unable to open APX provider: /usr/libexec/nimauth/libempty.so: file too short");
 }

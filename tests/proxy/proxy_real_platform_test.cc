@@ -31,10 +31,10 @@ class ProxyOnRealPlatform : public ::testing::Test {
  protected:
     ProxyOnRealPlatform() {
         Remove(kStoreFolder);
-        WriteFile(kHosts, "127.0.0.1 localhost\n192.0.2.10\tnode01  # management\n192.0.2.53 lab.test\n");
-        WriteFile(kResolver, "nameserver 127.0.0.1\n");
+        WriteSystemFile(kHosts, "127.0.0.1 localhost\n192.0.2.10\tnode01  # management\n192.0.2.53 lab.test\n");
+        WriteSystemFile(kResolver, "nameserver 127.0.0.1\n");
         Install("scripted_proxy", "scripted_proxy");
-        WriteFile("/etc/nimbrel/nimauth/apxprovider.conf", "provider = \"scripted_proxy\"\n");
+        WriteSystemFile("/etc/nimbrel/nimauth/apxprovider.conf", "provider = \"scripted_proxy\"\n");
         Script::Reset();
         Journal::Clear();
     }
@@ -45,7 +45,7 @@ class ProxyOnRealPlatform : public ::testing::Test {
 
     static ActiveDirectoryStore MakeStore() {
         Install("scripted_provider", "scripted_provider");
-        WriteFile(kProviderFile, "provider = \"scripted_provider\"\n");
+        WriteSystemFile(kProviderFile, "provider = \"scripted_provider\"\n");
         return ActiveDirectoryStore(60);
     }
     static void SetVerifyOption(std::int64_t value) {
@@ -101,7 +101,7 @@ TEST_F(ProxyOnRealPlatform, TheHostIsGivenItsNameInTheProxysDomain) {
 
 TEST_F(ProxyOnRealPlatform, ADomainThatResolvesIsSearchedFromThenOn) {
     SetVerifyOption(0);
-    WriteFile(kHosts, "192.0.2.10 node01.corp.test node01\n192.0.2.53 lab.test\n");
+    WriteSystemFile(kHosts, "192.0.2.10 node01.corp.test node01\n192.0.2.53 lab.test\n");
     Script::SetText("dns", "lab.test");
     EXPECT_EQ(Join(), "success");
     EXPECT_THAT(ReadFile(kResolver), HasSubstr("search lab.test"));
@@ -166,7 +166,7 @@ TEST_F(ProxyOnRealPlatform, AFullDiskRefusesAnImportAndKeepsTheOldCertificate) {
 }
 
 TEST_F(ProxyOnRealPlatform, ADamagedStoreIsAnOptionThatCannotBeRead) {
-    WriteFile("/var/lib/nimbrel/configstore.db", "no database at all");
+    WriteSystemFile("/var/lib/nimbrel/configstore.db", "no database at all");
     EXPECT_EQ(Join(),
               "InvalidVerifyAPXCertificateOptionException: The VerifyAPXCertificate option is invalid: Unable to get "
               "advanced option UserVars.ActiveDirectoryVerifyAPXCertificate");

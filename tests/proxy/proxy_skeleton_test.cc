@@ -18,7 +18,7 @@ constexpr const char* kPath = "/usr/libexec/nimauth/libproxyskeleton.so";
 class ProxySkeleton : public ProxyJoinTest {
  protected:
     ProxySkeleton() {
-        CopyPlugin(NIMAUTH_TEST_SKELETON, kPath);
+        CopySystemFile(NIMAUTH_TEST_SKELETON, kPath);
         NameProxy("proxyskeleton");
     }
     ~ProxySkeleton() override { EXPECT_FALSE(IsLoaded(kPath)); }

@@ -10,54 +10,19 @@
 #include <string>
 #include <typeinfo>
 
+#include "support/files.h"
+#include "support/private_root.h"
+
 namespace nimbrel::authentication::test {
 
 inline constexpr const char* kPluginFolder = "/usr/libexec/nimauth/";
 inline constexpr const char* kProxyFile = "/etc/nimbrel/nimauth/apxprovider.conf";
 inline constexpr const char* kProviderFile = "/etc/nimbrel/nimauth/provider.conf";
 
-void RequirePrivateRoot();
-
-// Makes the folders above as well. Whatever is at `path` is removed first.
-void WriteFile(const std::string& path, const std::string& contents);
-std::string ReadFile(const std::string& path);
-void MakeFolder(const std::string& path);
-void Remove(const std::string& path);
-
-// Copies the file `source` to `path`.
-void CopyPlugin(const std::string& source, const std::string& path);
-
 // Copies the test plug-in `plugin` to `path`, or to where a plug-in called `name` is found.
 void InstallAt(const std::string& path, const std::string& plugin);
 void Install(const std::string& name, const std::string& plugin);
 void RemovePlugins();
-
-// Whether the loader has the shared object `path` open.
-bool IsLoaded(const std::string& path);
-
-// Lays an empty tmpfs with these mount options over a folder for as long as it lives.
-class MountedOver {
- public:
-    MountedOver(const std::string& folder, const std::string& options);
-    MountedOver(const MountedOver&) = delete;
-    MountedOver& operator=(const MountedOver&) = delete;
-    ~MountedOver();
-
-    // No byte fits any more: writes fail with "No space left on device".
-    void Fill() const;
-
- private:
-    std::string _folder;
-};
-
-// The present thread obeys permission bits, as an ordinary user does, for as long as this lives.
-class WithoutPrivileges {
- public:
-    WithoutPrivileges();
-    WithoutPrivileges(const WithoutPrivileges&) = delete;
-    WithoutPrivileges& operator=(const WithoutPrivileges&) = delete;
-    ~WithoutPrivileges();
-};
 
 // The text of the `Error` that `call` throws. A derived class fails the test; anything else goes on to the caller.
 template <typename Error, typename Call>

@@ -22,7 +22,7 @@ constexpr const char* kNew = "FF:1B:2C:3D:4E:5F:60:71:82:93:A4:B5:C6:D7:E8:F9:0A
 
 class ThumbprintStore : public ::testing::Test {
  protected:
-    ThumbprintStore() { WriteFile(kFile, std::string("192.0.2.7 = \"") + kOld + "\"\n"); }
+    ThumbprintStore() { WriteSystemFile(kFile, std::string("192.0.2.7 = \"") + kOld + "\"\n"); }
     ~ThumbprintStore() override { Remove(kFolder); }
 
     static std::string Lookup(const std::string& server) { return APXThumbprintStore(kFile).LookupThumbprint(server); }
@@ -73,7 +73,7 @@ TEST_F(ThumbprintStore, AMissingFileIsReported) {
 }
 
 TEST_F(ThumbprintStore, AMalformedFileIsReported) {
-    WriteFile(kFile, "192.0.2.7\n");
+    WriteSystemFile(kFile, "192.0.2.7\n");
     EXPECT_EQ(TextOf<ConfigurationError>([] { APXThumbprintStore{kFile}; }),
               "Error parsing configuration on line 1: no delimiter found");
 }
@@ -98,7 +98,7 @@ TEST_F(ThumbprintStore, TheSameThumbprintLeavesTheFileUntouched) {
 
 TEST_F(ThumbprintStore, TheSameThumbprintLeavesEvenAFileInAnotherFormUntouched) {
     const std::string contents = std::string("\n\t192.0.2.7='") + kOld + "'";
-    WriteFile(kFile, contents);
+    WriteSystemFile(kFile, contents);
     Import(kOld, "192.0.2.7");
     EXPECT_EQ(ReadFile(kFile), contents);
 }
@@ -144,7 +144,7 @@ TEST_F(ThumbprintStore, AFileThatHasGoneIsMadeAnew) {
 
 TEST_F(ThumbprintStore, AFullDiskIsReportedAndTheOldFileStays) {
     const MountedOver disk(kFolder, "size=8k");
-    WriteFile(kFile, std::string("192.0.2.7 = \"") + kOld + "\"\n");
+    WriteSystemFile(kFile, std::string("192.0.2.7 = \"") + kOld + "\"\n");
     APXThumbprintStore store(kFile);
     disk.Fill();
     EXPECT_THAT(TextOf<IOError>([&] { store.ImportThumbprint(kNew, "192.0.2.7"); }),

@@ -16,7 +16,7 @@
 #include "authentication/directory_store.h"
 #include "authentication/exceptions.h"
 #include "store/journal.h"
-#include "store/private_root.h"
+#include "store/root.h"
 #include "store/scripted_control.h"
 
 namespace nimbrel::authentication::test {
@@ -60,7 +60,7 @@ TEST(StoreFactory, GivesTheDirectoryStoreSixtySecondsToAnswer) {
 }
 
 TEST(StoreFactory, PassesOnWhatADamagedProviderSettingThrows) {
-    WriteFile(kProviderFile, "provider = \"nosuch\"\n");
+    WriteSystemFile(kProviderFile, "provider = \"nosuch\"\n");
     EXPECT_THROW(TheFactory().CreateInstance("Active Directory"), InvalidActiveDirectoryProviderException);
 }
 

@@ -12,7 +12,7 @@
 #include "authentication/directory_store.h"
 #include "authentication/exceptions.h"
 #include "authentication/store_factory.h"
-#include "store/private_root.h"
+#include "store/root.h"
 #include "store/scripted_control.h"
 #include "store/thrown.h"
 
@@ -53,7 +53,7 @@ class LibraryFile : public ::testing::Test {
 
     template <typename Other>
     static void Write() {
-        WriteFile(File<Other>::kPath, std::string(File<Other>::kKey) + " = \"" + File<Other>::kPath + "\"\n");
+        WriteSystemFile(File<Other>::kPath, std::string(File<Other>::kKey) + " = \"" + File<Other>::kPath + "\"\n");
     }
 
     const std::string path = File<Class>::kPath;
@@ -79,7 +79,7 @@ TYPED_TEST(LibraryFile, IsReadFromItsOwnPath) {
 
 TYPED_TEST(LibraryFile, IsReadAnewByEachObject) {
     const TypeParam before;
-    WriteFile(this->path, this->key + " = \"changed\"\n");
+    WriteSystemFile(this->path, this->key + " = \"changed\"\n");
     const TypeParam after;
     EXPECT_EQ(before[this->key], this->path);
     EXPECT_EQ(after[this->key], "changed");
@@ -115,16 +115,16 @@ TYPED_TEST(LibraryFile, WithoutReadPermissionIsAnErrorThatNamesThePath) {
 }
 
 TYPED_TEST(LibraryFile, MalformedIsAnErrorThatNamesTheLine) {
-    WriteFile(this->path, "\n# the store\n");
+    WriteSystemFile(this->path, "\n# the store\n");
     EXPECT_EQ(TextOf<ConfigurationError>([] { TypeParam(); }),
               "Error parsing configuration on line 2: no delimiter found");
-    WriteFile(this->path, this->key + " = '\n");
+    WriteSystemFile(this->path, this->key + " = '\n");
     EXPECT_EQ(TextOf<ConfigurationError>([] { TypeParam(); }),
               "Error parsing configuration at line 1: invalid quoting");
 }
 
 TYPED_TEST(LibraryFile, AnAbsentKeyIsNeverAdded) {
-    WriteFile(this->path, "other = \"1\"\n");
+    WriteSystemFile(this->path, "other = \"1\"\n");
     TypeParam configuration;
     const std::string text = "The specified key '" + this->key + "' was not found in this configuration";
     EXPECT_EQ(TextOf<InvalidKeyException>([&] { configuration[this->key] = "x"; }), text);
@@ -153,12 +153,13 @@ const Unfit kUnfit[] = {
     {"FolderAbsent", [] { Remove(kSettingsFolder); }, "(none installed)"},
     {"AFolderInItsPlace", [] { MakeFolder(kProviderFile); }, "(none installed)"},
     {"ALoopOfLinks", [] { EXPECT_EQ(symlink("provider.conf", kProviderFile), 0); }, "(none installed)"},
-    {"EmptyQuotes", [] { WriteFile(kProviderFile, "provider = \"\"\n"); }, "(unset)"},
-    {"NothingBehindTheSign", [] { WriteFile(kProviderFile, "provider ="); }, "(unset)"},
-    {"FirstOfTwoEmpty", [] { WriteFile(kProviderFile, "provider=''\nprovider=scripted\n"); }, "(unset)"},
-    {"BlanksAreAName", [] { WriteFile(kProviderFile, "provider =   \n"); }, "   "},
-    {"NoSuchPlugin", [] { WriteFile(kProviderFile, "provider = \"nosuch\"\n"); }, "nosuch"},
-    {"APathOutside", [] { WriteFile(kProviderFile, "provider = \"/../../../etc/passwd\"\n"); }, "/../../../etc/passwd"},
+    {"EmptyQuotes", [] { WriteSystemFile(kProviderFile, "provider = \"\"\n"); }, "(unset)"},
+    {"NothingBehindTheSign", [] { WriteSystemFile(kProviderFile, "provider ="); }, "(unset)"},
+    {"FirstOfTwoEmpty", [] { WriteSystemFile(kProviderFile, "provider=''\nprovider=scripted\n"); }, "(unset)"},
+    {"BlanksAreAName", [] { WriteSystemFile(kProviderFile, "provider =   \n"); }, "   "},
+    {"NoSuchPlugin", [] { WriteSystemFile(kProviderFile, "provider = \"nosuch\"\n"); }, "nosuch"},
+    {"APathOutside", [] { WriteSystemFile(kProviderFile, "provider = \"/../../../etc/passwd\"\n"); },
+     "/../../../etc/passwd"},
 };
 
 TEST_P(UnfitProviderFile, NamesTheProviderThatWasNotFound) {
@@ -179,19 +180,19 @@ class ProviderFile : public ::testing::Test {
 };
 
 TEST_F(ProviderFile, WithoutTheKeyGivesTheKeyError) {
-    WriteFile(kProviderFile, "providers = \"scripted\"\n");
+    WriteSystemFile(kProviderFile, "providers = \"scripted\"\n");
     EXPECT_EQ(TextOf<InvalidKeyException>([] { ActiveDirectoryStore(60); }),
               "The specified key 'provider' was not found in this configuration");
 }
 
 TEST_F(ProviderFile, MalformedGivesTheParsingError) {
-    WriteFile(kProviderFile, "provider = \"\n");
+    WriteSystemFile(kProviderFile, "provider = \"\n");
     EXPECT_EQ(TextOf<ConfigurationError>([] { ActiveDirectoryStore(60); }),
               "Error parsing configuration at line 1: invalid quoting");
 }
 
 TEST_F(ProviderFile, WithoutReadPermissionCountsAsNotInstalled) {
-    WriteFile(kProviderFile, "provider = \"scripted\"\n");
+    WriteSystemFile(kProviderFile, "provider = \"scripted\"\n");
     chmod(kProviderFile, 0);
     const WithoutPrivileges ordinary;
     EXPECT_EQ(TextOf<InvalidActiveDirectoryProviderException>([] { ActiveDirectoryStore(60); }),
@@ -222,12 +223,12 @@ TEST_F(ProxyProviderFile, WithAFolderInItsPlaceCountsAsNotInstalled) {
 }
 
 TEST_F(ProxyProviderFile, WithAnEmptyValueCountsAsUnset) {
-    WriteFile(kProxyProviderFile, "provider = \"\"\n");
+    WriteSystemFile(kProxyProviderFile, "provider = \"\"\n");
     EXPECT_EQ(Failure<InvalidAPXProxyProviderException>(), "The specified APXProxy provider '(unset)' is invalid");
 }
 
 TEST_F(ProxyProviderFile, WithoutTheKeyGivesTheKeyError) {
-    WriteFile(kProxyProviderFile, "Provider = \"apxhttps\"\n");
+    WriteSystemFile(kProxyProviderFile, "Provider = \"apxhttps\"\n");
     EXPECT_EQ(Failure<InvalidKeyException>(), "The specified key 'provider' was not found in this configuration");
 }
 

@@ -19,7 +19,7 @@
 #include "authentication/exceptions.h"
 #include "orbconfigstore/memory.h"
 #include "store/journal.h"
-#include "store/private_root.h"
+#include "store/root.h"
 #include "store/scripted_control.h"
 #include "store/thrown.h"
 #include "sysnet/memory.h"

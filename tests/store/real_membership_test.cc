@@ -19,7 +19,7 @@
 #include "authentication/directory_store.h"
 #include "authentication/exceptions.h"
 #include "store/journal.h"
-#include "store/private_root.h"
+#include "store/root.h"
 #include "store/scripted_control.h"
 #include "store/thrown.h"
 
@@ -81,8 +81,8 @@ class RealMembership : public ::testing::Test {
     }
     ~RealMembership() override {
         for (const std::string& line : log.Take()) ADD_FAILURE() << "not expected in the system log: " << line;
-        WriteFile(kHostsFile, _hosts);
-        WriteFile(kResolverFile, _resolver);
+        WriteSystemFile(kHostsFile, _hosts);
+        WriteSystemFile(kResolverFile, _resolver);
     }
 
     void Join(const std::string& domain) { store->JoinDomain(domain, {"administrator", "Pa55-w0rd"}, true); }
@@ -119,7 +119,7 @@ TEST_F(RealMembership, IsKeptOnDiskForItsOwnerAlone) {
     EXPECT_EQ(StoredDomain(), "corp.test");
     EXPECT_EQ(ActiveDirectoryConfigStore().GetOrganizationalUnit(), "OU=Hosts");
     EXPECT_EQ(ActiveDirectoryConfigStore().GetAuthProxyAddr(), "");
-    EXPECT_EQ(Status(kStoreFile).st_mode & 0777u, 0600u);
+    EXPECT_EQ(StatusOfFile(kStoreFile).st_mode & 0777u, 0600u);
 }
 
 TEST_F(RealMembership, OfAHostThatNeverJoinedIsUnknownAndMakesNoFile) {
@@ -152,7 +152,7 @@ TEST_F(RealMembership, LeftWithCredentialsStaysOnDisk) {
 }
 
 TEST_F(RealMembership, MapsTheHostsOwnAddress) {
-    WriteFile(kHostsFile, "127.0.0.1 localhost\n192.0.2.10 node01 # rack 4\n192.0.2.53 corp.test\n");
+    WriteSystemFile(kHostsFile, "127.0.0.1 localhost\n192.0.2.10 node01 # rack 4\n192.0.2.53 corp.test\n");
     JoinChecked("corp.test");
     EXPECT_EQ(ReadFile(kHostsFile),
               "127.0.0.1 localhost\n192.0.2.10\tnode01.corp.test node01 # rack 4\n192.0.2.53 corp.test\n");
@@ -160,7 +160,7 @@ TEST_F(RealMembership, MapsTheHostsOwnAddress) {
 }
 
 TEST_F(RealMembership, InADomainElsewhereThatResolvesIsSearched) {
-    WriteFile(kHostsFile, "192.0.2.10 node01.old.test node01\n192.0.2.53 corp.test\n");
+    WriteSystemFile(kHostsFile, "192.0.2.10 node01.old.test node01\n192.0.2.53 corp.test\n");
     JoinChecked("corp.test");
     EXPECT_EQ(ReadFile(kResolverFile), "nameserver 127.0.0.1\nsearch corp.test\n");
     EXPECT_THAT(log.Take(), ElementsAre(Line(LOG_WARNING,
@@ -169,15 +169,15 @@ TEST_F(RealMembership, InADomainElsewhereThatResolvesIsSearched) {
 }
 
 TEST_F(RealMembership, WithoutTheHostNameCheckChangesNoNetworkFile) {
-    WriteFile(kHostsFile, "192.0.2.10 node01.old.test node01\n192.0.2.53 corp.test\n");
-    const ino_t before = Status(kHostsFile).st_ino;
+    WriteSystemFile(kHostsFile, "192.0.2.10 node01.old.test node01\n192.0.2.53 corp.test\n");
+    const ino_t before = StatusOfFile(kHostsFile).st_ino;
     Join("corp.test");
-    EXPECT_EQ(Status(kHostsFile).st_ino, before);
+    EXPECT_EQ(StatusOfFile(kHostsFile).st_ino, before);
     EXPECT_EQ(ReadFile(kResolverFile), "nameserver 127.0.0.1\n");
 }
 
 TEST_F(RealMembership, IsNotBegunWhenTheHostsFileCannotBeWritten) {
-    WriteFile(kHostsFile, "192.0.2.10 node01\n");
+    WriteSystemFile(kHostsFile, "192.0.2.10 node01\n");
     {
         const MountedOnItself hosts(kHostsFile);
         hosts.MakeReadOnly();
@@ -223,7 +223,7 @@ TEST_F(RealMembership, IsUndoneWhereAFolderIsInTheStoresPlace) {
 }
 
 TEST_F(RealMembership, IsUndoneWhereTheStoreIsNoDatabase) {
-    WriteFile(kStoreFile, "remote-authentication-store = \"None\"\n");
+    WriteSystemFile(kStoreFile, "remote-authentication-store = \"None\"\n");
     ExpectJoinIsUndone(HasSubstr("not a database"));
     EXPECT_EQ(ReadFile(kStoreFile), "remote-authentication-store = \"None\"\n");
 }

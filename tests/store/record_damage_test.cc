@@ -16,7 +16,7 @@
 #include "authentication/store_factory.h"
 #include "authentication/stores.h"
 #include "store/journal.h"
-#include "store/private_root.h"
+#include "store/root.h"
 #include "store/scripted_control.h"
 #include "store/thrown.h"
 
@@ -73,12 +73,12 @@ TEST_F(DamagedRecord, MissingKeyIsAnErrorAndNothingIsWritten) {
     for (const std::string& contents : {std::string(), std::string("\n\n"), std::string("other = \"1\"\n"),
                                         std::string("Remote-Authentication-Store = \"None\"\n"),
                                         std::string("remote-authentication-store\0 = \"None\"\n", 38)}) {
-        WriteFile(kRecordFile, contents);
-        const ino_t before = Status(kRecordFile).st_ino;
+        WriteSystemFile(kRecordFile, contents);
+        const ino_t before = StatusOfFile(kRecordFile).st_ino;
         ExpectFromAllReaders<InvalidKeyException>(
             "The specified key 'remote-authentication-store' was not found in this configuration");
         EXPECT_EQ(ReadFile(kRecordFile), contents);
-        EXPECT_EQ(Status(kRecordFile).st_ino, before);
+        EXPECT_EQ(StatusOfFile(kRecordFile).st_ino, before);
     }
 }
 
@@ -92,7 +92,7 @@ TEST_F(DamagedRecord, MalformedFileIsAnErrorAndStays) {
         {std::string(100000, 'x'), "on line 1: no delimiter found"},
     };
     for (const auto& [contents, detail] : rows) {
-        WriteFile(kRecordFile, contents);
+        WriteSystemFile(kRecordFile, contents);
         ExpectFromAllReaders<ConfigurationError>("Error parsing configuration " + detail);
         EXPECT_EQ(ReadFile(kRecordFile), contents);
     }
@@ -122,7 +122,7 @@ TEST_F(DamagedRecord, WithoutReadPermissionIsAnError) {
 TEST_F(DamagedRecord, WithMegabytesOfOtherSettingsIsStillRead) {
     std::string contents;
     for (int i = 0; i < 50000; ++i) contents += "setting" + std::to_string(i) + " = \"" + std::string(40, 'x') + "\"\n";
-    WriteFile(kRecordFile, contents + kDirectoryRecord);
+    WriteSystemFile(kRecordFile, contents + kDirectoryRecord);
     EXPECT_TRUE(directory.IsActive());
     none.MakeActive();
     EXPECT_TRUE(none.IsActive());

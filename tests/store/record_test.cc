@@ -14,7 +14,7 @@
 #include "authentication/store_factory.h"
 #include "authentication/stores.h"
 #include "store/journal.h"
-#include "store/private_root.h"
+#include "store/root.h"
 #include "store/thrown.h"
 
 namespace nimbrel::authentication::test {
@@ -109,15 +109,15 @@ TEST_F(StoreRecord, MayBeWrittenInAnyFormOfTheFile) {
     for (const char* line : {"remote-authentication-store=None", "'remote-authentication-store' = 'None'",
                              "\n \n\tremote-authentication-store\t=\t\"None\"\t",
                              "a=b\nremote-authentication-store=None\nremote-authentication-store=Remote\n"}) {
-        WriteFile(kRecordFile, line);
+        WriteSystemFile(kRecordFile, line);
         EXPECT_TRUE(none.IsActive()) << line;
     }
 }
 
 TEST_F(StoreRecord, ThatNamesNoneAlreadyIsNotTouched) {
-    const struct stat before = Status(kRecordFile);
+    const struct stat before = StatusOfFile(kRecordFile);
     none.MakeActive();
-    const struct stat after = Status(kRecordFile);
+    const struct stat after = StatusOfFile(kRecordFile);
     EXPECT_EQ(after.st_ino, before.st_ino);
     EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
     EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
@@ -134,11 +134,11 @@ TEST_F(StoreRecord, IsChangedBeforeTheEarlierStoreIsMadeInactiveThroughANewObjec
 }
 
 TEST_F(StoreRecord, KeepsOtherSettingsAndPermissions) {
-    WriteFile(kRecordFile, "z = 1\nremote-authentication-store = Remote\nz = 2\na = ' x '\n");
+    WriteSystemFile(kRecordFile, "z = 1\nremote-authentication-store = Remote\nz = 2\na = ' x '\n");
     ASSERT_EQ(chmod(kRecordFile, 0640), 0);
     none.MakeActive();
     EXPECT_EQ(ReadFile(kRecordFile), "a = \" x \"\nremote-authentication-store = \"None\"\nz = \"1\"\n");
-    EXPECT_EQ(Status(kRecordFile).st_mode & 07777u, 0640u);
+    EXPECT_EQ(StatusOfFile(kRecordFile).st_mode & 07777u, 0640u);
     EXPECT_THAT(Names(kSettingsFolder), ElementsAre("authentication.conf"));
 }
 
@@ -147,9 +147,9 @@ TEST_F(StoreRecord, OfAnUnknownStoreIsRepairedByTheFirstCall) {
     EXPECT_EQ(TextOf<UnknownRemoteAuthenticationStoreException>([&] { none.MakeActive(); }),
               "The specified store 'LDAP' is unknown");
     EXPECT_EQ(Recorded(), "None");
-    const ino_t repaired = Status(kRecordFile).st_ino;
+    const ino_t repaired = StatusOfFile(kRecordFile).st_ino;
     none.MakeActive();
-    EXPECT_EQ(Status(kRecordFile).st_ino, repaired);
+    EXPECT_EQ(StatusOfFile(kRecordFile).st_ino, repaired);
 }
 
 TEST_F(StoreRecord, InAnotherLetterCaseIsAnUnknownStore) {

@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "store/journal.h"
-#include "store/private_root.h"
+#include "store/root.h"
 
 namespace nimbrel::authentication::test {
 namespace {
@@ -16,7 +16,7 @@ void WriteDown(const char* line) { Journal::Add(line); }
 void* Load() {
     Remove(kSettingsFolder);  // the machine below the private root may have settings of its own
     InstallProvider("scripted", STORE_SCRIPTED_PROVIDER);
-    WriteFile(kProviderFile, "provider = \"scripted\"\n");
+    WriteSystemFile(kProviderFile, "provider = \"scripted\"\n");
     // Loaded before any store, so that what the provider is told survives each of them.
     void* const library = dlopen(kScriptedPath, RTLD_LAZY | RTLD_GLOBAL);
     if (library == nullptr) throw std::runtime_error(dlerror());

@@ -17,7 +17,7 @@
 #include "authentication/exceptions.h"
 #include "authentication/store_factory.h"
 #include "store/journal.h"
-#include "store/private_root.h"
+#include "store/root.h"
 #include "store/scripted_control.h"
 #include "store/thrown.h"
 
@@ -140,9 +140,9 @@ TEST_F(StoreSwitch, ToTheDirectoryRecordsFirstThenRefreshesThroughTheStoreItself
 
 TEST_F(StoreSwitch, ToTheDirectoryRewritesARecordThatNamesItAlready) {
     StartWith("Active Directory");
-    const ino_t before = Status(kRecordFile).st_ino;
+    const ino_t before = StatusOfFile(kRecordFile).st_ino;
     directory.MakeActive();
-    EXPECT_NE(Status(kRecordFile).st_ino, before);
+    EXPECT_NE(StatusOfFile(kRecordFile).st_ino, before);
     EXPECT_THAT(Journal::Entries(), ElementsAre(kRefreshCalls[0], kRefreshCalls[1], kRefreshCalls[2], testing::_));
 }
 
@@ -175,10 +175,10 @@ TEST_F(StoreSwitch, ToNoneWhenNoneIsActiveMakesNoStore) {
 TEST_F(StoreSwitch, MakingTheDirectoryInactiveRefreshesAndLeavesRecordAndDomain) {
     for (const char* record : {"Active Directory", "None", "LDAP"}) {
         StartWith(record);
-        const ino_t before = Status(kRecordFile).st_ino;
+        const ino_t before = StatusOfFile(kRecordFile).st_ino;
         directory.MakeInactive();
         EXPECT_THAT(Journal::Entries(), ElementsAre(kRefreshCalls[0], kRefreshCalls[1], kRefreshCalls[2], testing::_));
-        EXPECT_EQ(Status(kRecordFile).st_ino, before);
+        EXPECT_EQ(StatusOfFile(kRecordFile).st_ino, before);
         EXPECT_EQ(directory.IsActive(), std::string("Active Directory") == record);
     }
 }
@@ -245,7 +245,7 @@ TEST_F(StoreSwitch, ToNoneSucceedsWhenTheDirectoryCannotBeReached) {
 
 TEST_F(StoreSwitch, ToNonePassesOnThatTheProviderCannotBeLoadedAndStaysNone) {
     StartWith("Active Directory");
-    WriteFile(kProviderFile, "provider = \"nosuch\"\n");
+    WriteSystemFile(kProviderFile, "provider = \"nosuch\"\n");
     EXPECT_EQ(TextOf<InvalidActiveDirectoryProviderException>([this] { none.MakeActive(); }),
               "The specified Active Directory provider 'nosuch' is invalid");
     EXPECT_TRUE(none.IsActive());
@@ -262,7 +262,7 @@ TEST_F(StoreSwitch, ToNonePassesOnThatNoProviderIsInstalledAndStaysNone) {
 
 TEST_F(StoreSwitch, WorksWithAProviderWithoutOperations) {
     InstallProvider("empty", STORE_EMPTY_PROVIDER);
-    WriteFile(kProviderFile, "provider = \"empty\"\n");
+    WriteSystemFile(kProviderFile, "provider = \"empty\"\n");
     StartWith("Active Directory");
     EXPECT_NO_THROW(none.MakeActive());
     EXPECT_THAT(Journal::Entries(), ElementsAre(MatchesRegex(kRefreshed)));
@@ -271,12 +271,12 @@ TEST_F(StoreSwitch, WorksWithAProviderWithoutOperations) {
 TEST_F(StoreSwitch, TouchesNoLoginFile) {
     StartWith("None");
     const std::string nameService = ReadFile("/etc/nsswitch.conf");
-    const auto before = Status("/etc/nsswitch.conf").st_mtim;
+    const auto before = StatusOfFile("/etc/nsswitch.conf").st_mtim;
     const std::vector<std::string> services = Names("/etc/pam.d");
     directory.MakeActive();
     none.MakeActive();
     EXPECT_EQ(ReadFile("/etc/nsswitch.conf"), nameService);
-    EXPECT_EQ(Status("/etc/nsswitch.conf").st_mtim.tv_nsec, before.tv_nsec);
+    EXPECT_EQ(StatusOfFile("/etc/nsswitch.conf").st_mtim.tv_nsec, before.tv_nsec);
     EXPECT_EQ(Names("/etc/pam.d"), services);
 }
 

@@ -18,7 +18,7 @@ function(nimauth_add_test name)
     endif()
     add_executable(${name} ${arg_SOURCES})
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/tests")
-    target_link_libraries(${name} PRIVATE nimauth_build_flags ${arg_LIBRARIES} GTest::gmock_main)
+    target_link_libraries(${name} PRIVATE nimauth_build_flags ${arg_LIBRARIES} nimauth_test_support GTest::gmock_main)
     if(NIMAUTH_COVERAGE)
         target_link_options(${name} PRIVATE LINKER:--undefined=__gcov_dump)  # for leave_child.h
     endif()

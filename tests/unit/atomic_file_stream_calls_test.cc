@@ -11,7 +11,7 @@
 
 #include "authentication/atomic_file_stream.h"
 #include "authentication/exceptions.h"
-#include "unit/temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace {
 

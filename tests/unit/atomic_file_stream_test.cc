@@ -14,7 +14,7 @@
 #include <type_traits>
 
 #include "authentication/exceptions.h"
-#include "unit/temporary_folder.h"
+#include "support/temporary_folder.h"
 #include "unit/without_file_capabilities.h"
 
 namespace {

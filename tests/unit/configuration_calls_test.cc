@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "support/temporary_folder.h"
 #include "unit/configuration_outcome.h"
-#include "unit/temporary_folder.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 
 #include <fstream>
 
+#include "support/temporary_folder.h"
 #include "unit/configuration_outcome.h"
-#include "unit/temporary_folder.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "support/temporary_folder.h"
 #include "unit/configuration_outcome.h"
-#include "unit/temporary_folder.h"
 #include "unit/without_file_capabilities.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <functional>
 #include <type_traits>
 
+#include "support/temporary_folder.h"
 #include "unit/configuration_outcome.h"
-#include "unit/temporary_folder.h"
 #include "unit/virtual_slots.h"
 #include "unit/without_file_capabilities.h"
 

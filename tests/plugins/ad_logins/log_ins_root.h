@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "adlogins/log_ins.h"
-#include "unit/temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::ad::test {
 

@@ -4,19 +4,14 @@
 #define NIMBREL_TESTS_PLUGINS_EMBEDDED_SANDBOX_H_
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
 #include <string>
 
 #include "embeddeddirectory/directory.h"
 #include "embeddeddirectory/membership.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::embedded::test {
 
@@ -36,48 +31,6 @@ std::uint32_t StatusOf(const Call& call) {
         return error.Status();
     }
 }
-
-inline std::string ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-inline void WriteFile(const std::string& path, const std::string& content) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file << content;
-    ASSERT_TRUE(file.flush().good()) << path;
-}
-
-inline mode_t ModeOf(const std::string& path) {
-    struct stat status = {};
-    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 07777;
-}
-
-// Removed with everything in it. In memory where the machine offers that: on a disk the tests would mostly wait for it.
-class TemporaryFolder {
- public:
-    TemporaryFolder() {
-        const bool memory = access("/dev/shm", W_OK) == 0;
-        const std::filesystem::path parent = memory ? "/dev/shm" : std::filesystem::temp_directory_path();
-        std::string name = (parent / "embedded.XXXXXX").string();
-        if (!mkdtemp(name.data())) {
-            throw std::runtime_error("mkdtemp failed");
-        }
-        _path = name;
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(_path, ignored);
-    }
-
-    std::string operator/(const std::string& name) const { return (_path / name).string(); }
-
- private:
-    std::filesystem::path _path;
-};
 
 // corp.test with the units Hosts, Hosts/Sub and Lab, an administrator, a user to whom Hosts is delegated and one
 // without rights. Made once per test program, because password hashes are slow by design.

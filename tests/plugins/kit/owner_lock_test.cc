@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "pluginkit/status_error.h"
-#include "unit/temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::kit {
 namespace {

@@ -1,25 +1,19 @@
 #include "pluginkit/whole_file.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
+
+#include "support/temporary_folder.h"
 
 namespace nimbrel::kit {
 namespace {
 
 class WholeFile : public ::testing::Test {
  protected:
-    WholeFile() { EXPECT_NE(mkdtemp(_folder.data()), nullptr); }
-    ~WholeFile() override { std::filesystem::remove_all(_folder); }
-
     std::string Put(const std::string& bytes) const {
-        const std::string path = _folder + "/file";
-        std::ofstream(path, std::ios::binary) << bytes;
-        return path;
+        folder.Put("file", bytes);
+        return folder / "file";
     }
     // The reason why it cannot be read; 0 if it can.
     static int Error(const std::string& path, std::size_t most = std::string::npos) {
@@ -27,7 +21,7 @@ class WholeFile : public ::testing::Test {
         return ReadWholeFile(path, most) ? 0 : errno;
     }
 
-    std::string _folder = "/tmp/whole-file-XXXXXX";
+    const TemporaryFolder folder;
 };
 
 TEST_F(WholeFile, IsReadToItsLastByte) {
@@ -39,8 +33,8 @@ TEST_F(WholeFile, IsReadToItsLastByte) {
 }
 
 TEST_F(WholeFile, ReasonIsTold) {
-    EXPECT_EQ(Error(_folder + "/none"), ENOENT);
-    EXPECT_EQ(Error(_folder), EISDIR);
+    EXPECT_EQ(Error(folder / "none"), ENOENT);
+    EXPECT_EQ(Error(folder.Path()), EISDIR);
 }
 
 TEST_F(WholeFile, LimitIsTheLargestThatIsRead) {

@@ -21,9 +21,9 @@
 #include "embeddeddirectory/membership.h"
 #include "plugins/ad/directory/src/files.h"
 #include "services/apxd/ledger.h"
+#include "support/temporary_folder.h"
 #include "sysnet/hosts_file.h"
 #include "tools/loginfiles/file_state.h"
-#include "unit/temporary_folder.h"
 
 namespace nimbrel::testing {
 namespace {

@@ -11,6 +11,7 @@
 #include <set>
 #include <sstream>
 
+#include "support/files.h"
 #include "support/run_program.h"
 #include "tools/nimauthctl/command_table.h"
 
@@ -22,11 +23,6 @@ using nimauthctl::Commands;
 using nimauthctl::GlobalOptions;
 using nimauthctl::Option;
 using ::testing::HasSubstr;
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream stream(path);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
 
 constexpr char kBash[] = "/usr/share/bash-completion/completions/nimauthctl";
 

@@ -14,6 +14,7 @@
 
 #include "forked_tool.h"
 #include "json_schema.h"
+#include "support/files.h"
 #include "tools/nimauthctl/command_table.h"
 
 namespace nimbrel::testing {
@@ -30,12 +31,6 @@ constexpr uid_t kNobody = 65534;
 constexpr char kState[] = "/var/lib/nimbrel";
 constexpr char kSettings[] = "/etc/nimbrel/nimauth";
 constexpr char kSaved[] = "/tmp/saved";
-
-void WriteFile(const std::string& path, const std::string& text) {
-    std::ofstream stream(path, std::ios::trunc);
-    stream << text << std::flush;
-    ASSERT_TRUE(stream.good()) << path;
-}
 
 // The command's first example, made fit for a run without a terminal.
 Words SampleLine(const Command& command) {

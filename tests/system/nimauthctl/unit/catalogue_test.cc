@@ -13,6 +13,7 @@
 #include <typeinfo>
 
 #include "authentication/exceptions.h"
+#include "support/files.h"
 
 namespace nimbrel::nimauthctl {
 namespace {
@@ -76,11 +77,6 @@ TEST(CatalogueTest, EveryEntryHasCauseAndRemedyInOneLine) {
 TEST(CatalogueTest, ClassesAreUnique) {
     std::set<std::string_view> names;
     for (const ClassEntry& entry : ClassEntries()) EXPECT_TRUE(names.insert(entry.exception).second) << entry.exception;
-}
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream stream(path);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
 TEST(CatalogueTest, EveryStatusOfTheProvidersIsExplained) {

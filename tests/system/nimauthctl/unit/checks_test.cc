@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "support/temporary_folder.h"
 #include "tools/loginfiles/pam_text.h"
 #include "tools/nimauthctl/checks/host_checks.h"
 #include "tools/nimauthctl/checks/keytab.h"
 #include "tools/nimauthctl/checks/login_files.h"
-#include "unit/temporary_folder.h"
 
 namespace nimbrel::nimauthctl {
 namespace {

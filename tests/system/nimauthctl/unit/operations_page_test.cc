@@ -8,17 +8,13 @@
 #include <iterator>
 #include <regex>
 
+#include "support/files.h"
 #include "tools/nimauthctl/catalogue.h"
 
 namespace nimbrel::nimauthctl {
 namespace {
 
 using ::testing::HasSubstr;
-
-std::string ReadFile(const std::filesystem::path& path) {
-    std::ifstream stream(path);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
 
 std::string Page() { return ReadFile(NIMAUTH_SOURCE "/docs/operations.md"); }
 

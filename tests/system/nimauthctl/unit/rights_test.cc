@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "unit/temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::nimauthctl {
 namespace {

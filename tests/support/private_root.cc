@@ -1,5 +1,6 @@
-#include "store/private_root.h"
+#include "support/private_root.h"
 
+#include <dlfcn.h>
 #include <linux/capability.h>
 #include <linux/magic.h>
 #include <sys/mount.h>
@@ -7,15 +8,15 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <stdexcept>
 #include <system_error>
 
-namespace nimbrel::authentication::test {
+#include "support/files.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -51,20 +52,16 @@ void RequirePrivateRoot() {
     if (!isPrivate) throw std::runtime_error("This test changes system files: run it inside scripts/private-root");
 }
 
-void WriteFile(const std::string& path, const std::string& contents) {
+void WriteSystemFile(const std::string& path, const std::string& contents) {
     MakeFolder(fs::path(path).parent_path());
-    std::ofstream stream(path, std::ios::trunc);
-    stream << contents;
-    stream.close();
-    if (!stream) throw std::runtime_error("Unable to write " + path);
+    if (fs::is_directory(path)) Remove(path);
+    WriteFile(path, contents);
 }
 
-std::string ReadFile(const std::string& path) {
-    std::ifstream stream(path);
-    std::ostringstream contents;
-    contents << stream.rdbuf();
-    if (!stream) throw std::runtime_error("Unable to read " + path);
-    return contents.str();
+void CopySystemFile(const std::string& source, const std::string& path) {
+    MakeFolder(fs::path(path).parent_path());
+    fs::remove(path);
+    fs::copy_file(source, path);
 }
 
 void Remove(const std::string& path) {
@@ -77,28 +74,10 @@ void MakeFolder(const std::string& path) {
     fs::create_directories(path);
 }
 
-bool Exists(const std::string& path) { return fs::exists(path); }
-
-std::vector<std::string> Names(const std::string& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-struct stat Status(const std::string& path) {
-    struct stat status = {};
-    if (stat(path.c_str(), &status) != 0) ThrowSystemError(path);
-    return status;
-}
-
-void Record(const std::string& store) { WriteFile(kRecordFile, "remote-authentication-store = \"" + store + "\"\n"); }
-
-void InstallProvider(const std::string& name, const std::string& file) {
-    MakeFolder("/usr/libexec/nimauth");
-    const std::string path = "/usr/libexec/nimauth/lib" + name + ".so";
-    fs::remove(path);  // a new file: one that is loaded must not change under the loader
-    fs::copy_file(file, path);
+bool IsLoaded(const std::string& path) {
+    void* const library = dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+    if (library != nullptr) dlclose(library);
+    return library != nullptr;
 }
 
 MountedOver::MountedOver(const std::string& folder, const std::string& options) : _folder(folder) {
@@ -140,5 +119,3 @@ WithoutPrivileges::~WithoutPrivileges() {
     ChangeEffectiveCapabilities(
         [](auto& capabilities) { capabilities.effective |= capabilities.permitted & kFileOverrides; });
 }
-
-}  // namespace nimbrel::authentication::test
