@@ -197,6 +197,13 @@ class DnsConfigTest : public ::testing::Test {
                                   "\nexit " + std::to_string(status) + "\n");
         ASSERT_EQ(chmod(kSystemctl, 0755), 0);
     }
+    // The same, with a command that never ends.
+    static void HangSystemctl() {
+        RunSystemd(0);
+        std::filesystem::remove("/tmp/never");
+        ASSERT_EQ(mkfifo("/tmp/never", 0600), 0);
+        WriteFile(kSystemctl, "#!/bin/sh\nread line </tmp/never\n");
+    }
 };
 
 TEST_F(DnsConfigTest, PlainFileIsEditedAndNoDropInMade) {
@@ -334,13 +341,28 @@ TEST_F(DnsConfigTest, ProcessThatDoesNotReapItsChildrenIsServedToo) {
 }
 
 TEST_F(DnsConfigTest, CommandThatHangsIsEndedInTime) {
-    RunSystemd(0);
-    ASSERT_EQ(mkfifo("/tmp/never", 0600), 0);
-    WriteFile(kSystemctl, "#!/bin/sh\nread line </tmp/never\n");
+    HangSystemctl();
     host::SystemLog log;
     SysNet::Network::ReloadResolved(50);
     EXPECT_THAT(log.Take(), IsWarning("systemd-resolved could not be told about its new search domains"));
     EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "a child is left";
+}
+
+// A process whose timer interrupts it all the time.
+TEST_F(DnsConfigTest, SignalsDoNotPutTheEndOff) {
+    HangSystemctl();
+    host::SystemLog log;
+    struct sigaction interrupt = {};
+    struct sigaction before = {};
+    interrupt.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGALRM, &interrupt, &before), 0);
+    const itimerval often = {{0, 10'000}, {0, 10'000}};
+    const itimerval never = {};
+    ASSERT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
+    SysNet::Network::ReloadResolved(200);  // does not return if each signal begins the time anew
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+    EXPECT_THAT(log.Take(), IsWarning("systemd-resolved could not be told about its new search domains"));
 }
 
 TEST_F(DnsConfigTest, WithoutSystemdNothingIsRun) {

@@ -4,9 +4,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <system_error>
 #include <utility>
 
@@ -65,8 +67,16 @@ std::vector<LogRecord> SystemLog::Take() {
     SendMark(kMark);
     std::unique_lock lock(_mutex);
     int mark = ++_marksSent;
-    _marked.wait(lock, [&] { return _marksSeen >= mark; });
+    _grown.wait(lock, [&] { return _marksSeen >= mark; });
     return std::exchange(_records, {});
+}
+
+bool SystemLog::Await(const std::string& start) {
+    std::unique_lock lock(_mutex);
+    return _grown.wait_for(lock, std::chrono::seconds(30), [&] {
+        return std::any_of(_records.begin(), _records.end(),
+                           [&](const LogRecord& record) { return record.text.rfind(start, 0) == 0; });
+    });
 }
 
 void SystemLog::Read() {
@@ -83,12 +93,12 @@ void SystemLog::Read() {
 
 void SystemLog::Keep(std::string_view datagram) {
     std::lock_guard lock(_mutex);
-    if (datagram != kMark) {
+    if (datagram == kMark) {
+        ++_marksSeen;
+    } else {
         _records.push_back(Parse(datagram));
-        return;
     }
-    ++_marksSeen;
-    _marked.notify_all();
+    _grown.notify_all();
 }
 
 void SystemLog::SendMark(std::string_view mark) {

@@ -48,6 +48,10 @@ class SystemLog {
     // The records logged so far, oldest first. They are forgotten: the next call returns only later ones.
     std::vector<LogRecord> Take();
 
+    // Returns when a record whose text begins with `start` is among those that `Take` would return; false if there is
+    // none for half a minute.
+    bool Await(const std::string& start);
+
  private:
     void Read();
     void Keep(std::string_view datagram);
@@ -55,7 +59,7 @@ class SystemLog {
 
     int _socket;
     std::mutex _mutex;  // guards the two below; never held while reading the socket
-    std::condition_variable _marked;
+    std::condition_variable _grown;
     std::vector<LogRecord> _records;
     int _marksSeen = 0;
     int _marksSent = 0;

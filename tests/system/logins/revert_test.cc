@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "logins_host.h"
+#include "support/system_log.h"
 
 namespace nimbrel::testing {
 namespace {
@@ -84,6 +85,30 @@ TEST_F(LoginsRevertTest, RebootWhileWaiting) {
     Enable({"--confirm-within", "3600"});
     Reboot();
     EXPECT_THAT(Done({"logins", "show", "login"}), HasSubstr("note: change 1 has been taken back"));
+    ExpectUntouched();
+}
+
+// A rescue system's chroot has no /proc, and so no number of the boot.
+TEST_F(LoginsRevertTest, RescueSystemTakesItBack) {
+    Enable({"--confirm-within", "3600"});
+    const ProgramResult result = RunProgram(
+        "/usr/bin/unshare", {.arguments = {"--mount", "/bin/sh", "-c", "/bin/mount -t tmpfs none /proc && exec \"$@\"",
+                                           "sh", kTool, "logins", "history"}});
+    EXPECT_EQ(0, result.exitStatus) << result.errors;
+    EXPECT_THAT(result.output, HasSubstr("state=restored"));
+    ExpectUntouched();
+}
+
+// What the watcher cannot read may come back: a disk that was away, a file that somebody edits.
+TEST_F(LoginsRevertTest, JournalThatCannotBeReadForAWhileIsTakenBackAfterwards) {
+    authentication::test::SystemLog log;
+    Enable({"--confirm-within", "2"});
+    const std::string path = std::string(kJournal) + "/1/record";
+    const std::string record = ReadFile(path);
+    WriteFile(path, "damaged\n");
+    EXPECT_TRUE(log.Await("logins: change 1 cannot be taken back yet: "));
+    WriteFile(path, record);
+    AwaitState(1, "restored");
     ExpectUntouched();
 }
 
