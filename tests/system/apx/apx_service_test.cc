@@ -19,6 +19,7 @@
 #include "embeddeddirectory/directory.h"
 #include "embeddeddirectory/host.h"
 #include "service.h"
+#include "support/files.h"
 #include "tls_server.h"
 
 namespace nimbrel::testing {
@@ -360,10 +361,7 @@ TEST_F(Apx, ReloadTakesUpNewRulesAndKeepsTheOldOnesIfTheyAreWrong) {
     EXPECT_EQ(service.Stop(), 0);
 }
 
-std::string LedgerText() {
-    std::ifstream stream(kLedgerFile);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
+std::string LedgerText() { return ReadFile(kLedgerFile); }
 
 // The rules in force stay, and with them who has taken over what.
 TEST_F(Apx, ReloadThatFailsForgetsNothing) {
@@ -383,6 +381,24 @@ TEST_F(Apx, ReloadThatFailsForgetsNothing) {
     service.WaitForLog("reloaded ");
     EXPECT_EQ(service.Stop(), 0);
     EXPECT_THAT(LedgerText(), Not(HasSubstr("NODE07"))) << "nothing needs it now";
+}
+
+// The new rules count all the same, and nothing is lost of what the ledger holds.
+TEST_F(Apx, ReloadThatCannotShortenTheLedgerIsOneAllTheSame) {
+    Configure(certificate, "pre-staged = NODE07\n");
+    Open().PreStageComputer("corp.test", "NODE07");
+    Service service;
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node07").status, 0U);
+    Configure(certificate, "allow = 192.0.2.0/24\n");
+    std::filesystem::create_directory(std::string(kLedgerFile) + ".new");  // in the way of the new file
+    service.Signal(SIGHUP);
+    service.WaitForLog("not-pruned reason=");
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 5U);
+    EXPECT_THAT(LedgerText(), HasSubstr("T NODE07 "));
+    std::filesystem::remove(std::string(kLedgerFile) + ".new");
+    service.Signal(SIGHUP);
+    EXPECT_EQ(service.Stop(), 0);
+    EXPECT_THAT(LedgerText(), Not(HasSubstr("NODE07")));
 }
 
 TEST_F(Apx, CheckConfigTellsWhatIsWrong) {
