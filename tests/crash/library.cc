@@ -40,6 +40,7 @@ void AllowTheAtomicFile(Operation& operation, const std::string& path) {
         return other.size() == path.size() + 7 && other.rfind(path + ".", 0) == 0;
     };
     operation.furtherAttributes = {{path, "100600 0:0"}};
+    operation.isLeftToTheKernel = true;  // which its contract says
 }
 
 Operation WriteSettings() {

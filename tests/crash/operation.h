@@ -35,6 +35,8 @@ struct Operation {
     bool exhaustedPartByPart = false;
     // A call that throws has changed nothing. Else it may have changed everything.
     bool throwsUnchanged = true;
+    // When what it has written reaches the disk is left to the kernel: a power cut may leave anything.
+    bool isLeftToTheKernel = false;
     // Only every so manieth point is tried, where all would take too long. Odd numbers that three does not divide go
     // through the errors of a call in turn.
     std::size_t killStride = 1;

@@ -38,6 +38,18 @@ TEST_P(CutShort, ByAnAllocationThatFails) {
            FailEachAllocation(GetParam(), NIMAUTH_CRASH_ALLOCATIONS / StrideOf(GetParam().allocationStride)));
 }
 
+class SwitchedOff : public CutShort {};
+
+TEST_P(SwitchedOff, AtEachCallAndAtTheEnd) {
+    Expect("points for a power cut", CutPowerAtEachCall(GetParam(), StrideOf(GetParam().killStride)));
+}
+
+std::vector<Operation> SynchronisedOperations() {
+    std::vector<Operation> operations = Operations();
+    std::erase_if(operations, [](const Operation& operation) { return operation.isLeftToTheKernel; });
+    return operations;
+}
+
 std::string NameOfRow(const ::testing::TestParamInfo<Operation>& info) {
     std::string name;
     for (const char c : info.param.name) name += std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '_';
@@ -45,6 +57,7 @@ std::string NameOfRow(const ::testing::TestParamInfo<Operation>& info) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Operations, CutShort, ::testing::ValuesIn(Operations()), NameOfRow);
+INSTANTIATE_TEST_SUITE_P(Operations, SwitchedOff, ::testing::ValuesIn(SynchronisedOperations()), NameOfRow);
 
 }  // namespace
 }  // namespace nimbrel::crash

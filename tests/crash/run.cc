@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <new>
+#include <set>
 #include <typeinfo>
 
 #include "crash/allocations.h"
@@ -115,9 +116,32 @@ bool TakesLock(TracedChild& child, const __ptrace_syscall_info& info) {
     }
 }
 
+bool ChangesDisk(std::uint64_t number) {
+    static const std::set<std::uint64_t> numbers = {
+        SYS_write,   SYS_pwrite64, SYS_writev,    SYS_sendfile, SYS_fsync,  SYS_fdatasync, SYS_ftruncate, SYS_fallocate,
+        SYS_rename,  SYS_renameat, SYS_renameat2, SYS_link,     SYS_linkat, SYS_symlink,   SYS_symlinkat, SYS_mkdir,
+        SYS_mkdirat, SYS_unlink,   SYS_unlinkat,  SYS_rmdir,    SYS_chmod,  SYS_fchmod,    SYS_fchmodat};
+    return numbers.contains(number);
+}
+
+bool Synchronises(std::uint64_t number) { return number == SYS_fsync || number == SYS_fdatasync; }
+
+// As `RunTo`, or to the operation's end without a call. What it synchronises on the way is on the disk.
+bool RunTo(TracedChild& child, const Call* call, Disk& disk) {
+    RunToTheBegin(child);
+    __ptrace_syscall_info info{};
+    for (int occurrence = 0; NextCall(child, info);) {
+        if (call != nullptr && info.entry.nr == call->number && ++occurrence == call->occurrence) return true;
+        if (!Synchronises(info.entry.nr)) continue;
+        const int descriptor = static_cast<int>(info.entry.args[0]);
+        if (child.Next(info) && info.exit.rval == 0) disk.Synchronise(child.Process(), descriptor);
+    }
+    return call == nullptr;
+}
+
 Call Describe(TracedChild& child, const __ptrace_syscall_info& info, int occurrence) {
     const bool creates = info.entry.nr == SYS_openat && (info.entry.args[2] & O_CREAT) != 0;
-    return {info.entry.nr, occurrence, TakesLock(child, info), creates};
+    return {info.entry.nr, occurrence, TakesLock(child, info), creates, creates || ChangesDisk(info.entry.nr)};
 }
 
 }  // namespace
@@ -220,6 +244,22 @@ Ending Runner::KillAt(const Call& call) {
         if (!RunTo(child, call)) return RunToTheEnd(child, false);
         child.Kill();
     }
+    return LookAfterwards();
+}
+
+Ending Runner::CutPowerAt(const Call* call, Loss loss) {
+    Restore();
+    Disk disk(_operation.folders);
+    {
+        TracedChild child([this] { RunMarked(0, false); });
+        if (!RunTo(child, call, disk)) return RunToTheEnd(child, false);
+        child.Kill();
+    }
+    disk.CutPower(loss);
+    return LookAfterwards();
+}
+
+Ending Runner::LookAfterwards() {
     return InChild([this] {
         Report report;
         alarm(kSecondsForARun);

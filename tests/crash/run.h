@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "crash/disk.h"
 #include "crash/report.h"
 #include "support/traced_child.h"
 
@@ -21,6 +22,7 @@ struct Call {
     int occurrence;          // from 1
     bool takesLock = false;  // a `fcntl` that locks
     bool creates = false;    // an `openat` that may create the file
+    bool changesDisk = false;
 };
 
 // How the process ended, and what it told.
@@ -47,6 +49,9 @@ class Runner {
     std::vector<Call> Calls();
     // Killed at the entry into the call; the report is that of a process that came after it, and has no attempt.
     Ending KillAt(const Call& call);
+    // The same, and the power fails: what was not synchronised is lost. Without a call it fails when the operation has
+    // just ended.
+    Ending CutPowerAt(const Call* call, Loss loss);
     Ending FailCall(const Call& call, int error);
     Ending FailAllocation(long number, bool onwards);
 
@@ -60,6 +65,8 @@ class Runner {
     Observation Observe() const;
     template <typename Work>
     Ending InChild(Work work);
+    // For what comes after: another process on the same host.
+    Ending LookAfterwards();
 
     const Operation& _operation;
     std::optional<Snapshot> _old;

@@ -137,6 +137,14 @@ class Judge {
         CheckEnd(point, *ending.report);
     }
 
+    // Whatever the operation has told its caller is on the disk.
+    void AfterItsEnd(const std::string& point, const Ending& ending) {
+        if (!HasReport(point, ending)) return;
+        const Parts& parts = ending.report->between.parts;
+        Check(parts == _new.parts, point, "it had succeeded, and the state is not the new one:" + TextOf(parts));
+        CheckEnd(point, *ending.report);
+    }
+
     void AfterAFailure(const std::string& point, const Ending& ending, bool memoryRanOut, bool forGood = false) {
         if (!HasReport(point, ending)) return;
         const Report& report = *ending.report;
@@ -221,6 +229,10 @@ std::string NameOf(const Call& call) {
     return "system call number " + std::to_string(call.number) + ", time " + std::to_string(call.occurrence);
 }
 
+std::string NameOf(Loss loss) {
+    return loss == Loss::Bytes ? "bytes lost" : loss == Loss::Names ? "names lost" : "bytes and names lost";
+}
+
 }  // namespace
 
 SweepResult KillAtEachCall(const Operation& operation, std::size_t stride) {
@@ -232,6 +244,25 @@ SweepResult KillAtEachCall(const Operation& operation, std::size_t stride) {
         const Ending ending = runner.KillAt(calls[index]);
         judge.AfterAKill("killed at " + NameOf(calls[index]), ending);
         if (ending.reached) ++result.tried;
+    }
+    result.violations = judge.Violations();
+    return result;
+}
+
+SweepResult CutPowerAtEachCall(const Operation& operation, std::size_t stride) {
+    Runner runner(operation);
+    Judge judge(operation, runner);
+    std::vector<Call> calls = runner.Calls();
+    std::erase_if(calls, [](const Call& call) { return !call.changesDisk; });
+    SweepResult result = {.points = calls.size() + 1};
+    for (const Loss loss : kLosses) {
+        const std::string lost = NameOf(loss);
+        judge.AfterItsEnd("power cut at the end, " + lost, runner.CutPowerAt(nullptr, loss));
+        for (std::size_t index = 0; index < calls.size() && !judge.HasSeenEnough(); index += stride) {
+            const Ending ending = runner.CutPowerAt(&calls[index], loss);
+            judge.AfterAKill("power cut at " + NameOf(calls[index]) + ", " + lost, ending);
+            if (ending.reached) ++result.tried;
+        }
     }
     result.violations = judge.Violations();
     return result;

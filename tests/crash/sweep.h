@@ -1,5 +1,5 @@
 // An operation is run again and again, and cut short at another point each time: the process is killed at a system call,
-// the call fails, or an allocation does. After each the host is looked at:
+// the machine's power fails there, the call fails, or an allocation does. After each the host is looked at:
 //
 //   - the state is the old one or the new one, and the product can read it;
 //   - every file has the mode and the owner that it has in one of the two;
@@ -30,8 +30,12 @@ struct SweepResult {
 };
 
 // Killed on the way into each of its system calls. Throws `std::runtime_error` when the operation does not succeed
-// undisturbed; so do the other two.
+// undisturbed; so do the others.
 SweepResult KillAtEachCall(const Operation& operation, std::size_t stride = 1);
+
+// The same at each of its calls that change the disk, and when it has just ended, with the power of the machine: what was
+// not synchronised is lost. An operation that has ended is on the disk.
+SweepResult CutPowerAtEachCall(const Operation& operation, std::size_t stride = 1);
 
 // Each call fails once with each error that it can fail with (EACCES, EINTR, EIO, EMFILE, ENOMEM, ENOSPC).
 SweepResult FailEachCall(const Operation& operation, std::size_t stride = 1);

@@ -70,6 +70,8 @@ class TracedChild {
     }
 #endif
 
+    pid_t Process() const { return _child; }
+
     // The word of the child's memory at this address.
     long Peek(std::uint64_t address) {
         errno = 0;

@@ -267,6 +267,7 @@ void MakeFolders(const std::string& folder) {
         ThrowSystemError("create", folder, error);
     }
     if (chmod(folder.c_str(), kFolderMode) != 0) ThrowSystemError("create", folder, errno);
+    SyncFolder(FolderOf(folder));
 }
 
 }  // namespace SysNet::Network

@@ -8,17 +8,15 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <thread>
 #include <utility>
 
 #include "addirectory/ad_error.h"
 #include "gate.h"
+#include "pluginkit/folders.h"
 
 namespace nimbrel::ad {
 namespace {
-
-constexpr mode_t kFolderMode = 0755;
 
 kit::Descriptor OpenExisting(const std::string& path) {
     kit::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -61,15 +59,6 @@ kit::Secret ReadAll(const kit::Descriptor& file, const std::string& path, std::s
     return contents;
 }
 
-void SyncFolder(const std::string& path) {
-    const kit::Descriptor folder(
-        open(std::filesystem::path(path).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.Number() < 0 || fsync(folder.Number()) != 0) {
-        const int error = errno;
-        kit::ThrowFileError("sync the folder of", path, error);
-    }
-}
-
 }  // namespace
 
 std::optional<kit::Secret> ReadWholeFile(const std::string& path) {
@@ -91,25 +80,6 @@ std::optional<kit::Secret> ReadTrustedFile(const std::string& path) {
         throw AdError(kStatusAccessDenied, "'" + path + "' can be written by others than its owner");
     }
     return ReadAll(file, path, static_cast<std::size_t>(info.st_size));
-}
-
-void CreateFolders(const std::string& path) {
-    struct stat info = {};
-    if (path.empty() || stat(path.c_str(), &info) == 0) {
-        return;
-    }
-    CreateFolders(std::filesystem::path(path).parent_path());
-    if (mkdir(path.c_str(), kFolderMode) != 0) {
-        const int error = errno;
-        if (error == EEXIST) {
-            return;
-        }
-        kit::ThrowFileError("create", path, error);
-    }
-    if (chmod(path.c_str(), kFolderMode) != 0) {  // the umask may have taken rights
-        const int error = errno;
-        kit::ThrowFileError("create", path, error);
-    }
 }
 
 FileReplacement::FileReplacement(std::string path) : _path(std::move(path)), _temporary(_path + ".new") {
@@ -147,7 +117,7 @@ void FileReplacement::Commit() {
         kit::ThrowFileError("replace", _path, error);
     }
     _temporary.clear();
-    SyncFolder(_path);
+    kit::SyncFolder(kit::FolderOf(_path));
 }
 
 void RestoreFile(const std::string& path, const std::optional<kit::Secret>& contents) {
@@ -168,11 +138,11 @@ void RemoveFile(const std::string& path) {
         }
         kit::ThrowFileError("remove", path, error);
     }
-    SyncFolder(path);
+    kit::SyncFolder(kit::FolderOf(path));
 }
 
 FileLock::FileLock(const std::string& path, const Deadline& deadline) : _lock(path, kit::OwnerLock::File::Stays) {
-    CreateFolders(std::filesystem::path(path).parent_path());
+    kit::MakeFolders(kit::FolderOf(path), kFolderMode);
     while (!_lock.Try()) {
         if (deadline.HasPassed()) {
             throw AdError(kStatusBusy, "Another process is joining or leaving a domain");

@@ -6,6 +6,8 @@
 #ifndef NIMBREL_AD_FILES_H_
 #define NIMBREL_AD_FILES_H_
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,8 +24,8 @@ std::optional<kit::Secret> ReadWholeFile(const std::string& path);
 // The same for a file that must be its owner's alone to write, the owner being this user or root.
 std::optional<kit::Secret> ReadTrustedFile(const std::string& path);
 
-// Creates the folder (0755) and those above it where missing.
-void CreateFolders(const std::string& path);
+// Of folders that this provider makes.
+inline constexpr mode_t kFolderMode = 0755;
 
 // A new file beside the one that it is to replace. Until `Commit` nothing of it can be seen under the final name;
 // destroyed before that it leaves nothing behind. Its name is fixed, as it may hold keys: what a killed process left is

@@ -1,11 +1,11 @@
 #include "host_state.h"
 
-#include <filesystem>
 #include <map>
 
 #include "addirectory/ad_error.h"
 #include "files.h"
 #include "names.h"
+#include "pluginkit/folders.h"
 
 namespace nimbrel::ad {
 namespace {
@@ -129,7 +129,7 @@ void HostState::Save(const std::string& path) const {
         return;
     }
     const std::string text = Format();
-    CreateFolders(std::filesystem::path(path).parent_path());
+    kit::MakeFolders(kit::FolderOf(path), kFolderMode);
     FileReplacement replacement(path);
     replacement.Write(text);
     replacement.Commit();

@@ -11,6 +11,7 @@
 
 #include "files.h"
 #include "pluginkit/descriptor.h"
+#include "pluginkit/folders.h"
 #include "pluginkit/status_error.h"
 
 namespace nimbrel::ad::logins {
@@ -33,14 +34,14 @@ void SyncFolder(const std::string& folder) {
     if (fd) fsync(fd.Number());
 }
 
-std::string SidePrefix(const std::string& path) { return FolderOf(path) + "/." + NameOf(path) + '.'; }
+std::string SidePrefix(const std::string& path) { return kit::FolderOf(path) + "/." + NameOf(path) + '.'; }
 
 // One file of the set on its way from old to new.
 class PendingFile {
  public:
     explicit PendingFile(const FileChange& change)
         : _path(change.path),
-          _folder(FolderOf(_path)),
+          _folder(kit::FolderOf(_path)),
           _new(SidePrefix(_path) + "XXXXXX"),
           _old(SidePrefix(_path) + "old") {
         RemoveLeftovers(_path);
@@ -114,8 +115,8 @@ bool IsAsWanted(const FileChange& change) {
 
 void RemoveLeftovers(const std::string& path) {
     const std::string prefix = NameOf(SidePrefix(path));
-    for (const auto& name : FileNames(FolderOf(path))) {
-        if (name.compare(0, prefix.size(), prefix) == 0) RemoveFile(FolderOf(path) + '/' + name);
+    for (const auto& name : FileNames(kit::FolderOf(path))) {
+        if (name.compare(0, prefix.size(), prefix) == 0) RemoveFile(kit::FolderOf(path) + '/' + name);
     }
 }
 

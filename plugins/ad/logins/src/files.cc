@@ -15,7 +15,6 @@
 namespace nimbrel::ad::logins {
 namespace {
 
-constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kPermissionBits = 07777;
 constexpr std::size_t kMaximumFile = 1024 * 1024;
 
@@ -30,16 +29,6 @@ std::string ReadAll(int fd, const std::string& path) {
         text.append(buffer, static_cast<std::size_t>(count));
     }
     kit::ThrowFileError("read", path, EFBIG);
-}
-
-// True if it was made, false if it was there.
-bool MakeFolder(const std::string& folder, mode_t mode) {
-    if (mkdir(folder.c_str(), mode) == 0) {
-        if (chmod(folder.c_str(), mode) == 0) return true;  // the umask may have taken rights
-        kit::ThrowFileError("make", folder, errno);
-    }
-    if (errno == EEXIST) return false;
-    kit::ThrowFileError("make", folder, errno);
 }
 
 }  // namespace
@@ -90,19 +79,6 @@ bool RemoveFile(const std::string& path) {
     kit::ThrowFileError("remove", path, error);
 }
 
-std::string FolderOf(const std::string& path) {
-    const auto slash = path.rfind('/');
-    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
-}
-
 std::string NameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
-
-std::vector<std::string> MakeFolders(const std::string& folder, mode_t mode) {
-    struct stat status = {};
-    if (stat(folder.c_str(), &status) == 0) return {};
-    std::vector<std::string> made = MakeFolders(FolderOf(folder), kFolderMode);
-    if (MakeFolder(folder, mode)) made.push_back(folder);
-    return made;
-}
 
 }  // namespace nimbrel::ad::logins

@@ -27,12 +27,7 @@ std::vector<std::string> FileNames(const std::string& folder);
 // False if there was no such file.
 bool RemoveFile(const std::string& path);
 
-std::string FolderOf(const std::string& path);
 std::string NameOf(const std::string& path);
-
-// Makes the folder with its parents, and returns those made, outermost first. The last folder has the mode, whatever
-// the umask; parents have 0755.
-std::vector<std::string> MakeFolders(const std::string& folder, mode_t mode);
 
 }  // namespace nimbrel::ad::logins
 

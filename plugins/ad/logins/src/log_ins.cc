@@ -17,6 +17,7 @@
 #include "file_changes.h"
 #include "files.h"
 #include "names.h"
+#include "pluginkit/folders.h"
 #include "pluginkit/owner_lock.h"
 #include "record.h"
 #include "snippets.h"
@@ -107,8 +108,8 @@ class SssdFolders {
  public:
     explicit SssdFolders(const std::string& root) : _root(root) {
         try {
-            MakeFolders(root + kSssdConfiguration, kSssdFolderMode);
-            MakeFolders(root + kSssdFolder, kSssdFolderMode);
+            kit::MakeFolders(root + kSssdConfiguration, kSssdFolderMode);
+            kit::MakeFolders(root + kSssdFolder, kSssdFolderMode);
         } catch (...) {  // the destructor of a half-made object does not run
             Remove();
             throw;
@@ -170,7 +171,7 @@ void Apply(const std::string& root, const LogInOptions& options, const Record& r
 class Turn {
  public:
     explicit Turn(const std::string& root) : _lock(root + kRecordLock, kit::OwnerLock::File::GoesWithTheLock) {
-        MakeFolders(root + kRecordFolder, kRecordFolderMode);
+        kit::MakeFolders(root + kRecordFolder, kRecordFolderMode);
         if (!_lock.TryFor(kTurnTime)) kit::ThrowFileError("lock", root + kRecordLock, EWOULDBLOCK);
     }
 

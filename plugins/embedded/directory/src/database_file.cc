@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "embeddeddirectory/directory_error.h"
+#include "pluginkit/folders.h"
 
 namespace nimbrel::embedded {
 namespace {
@@ -98,17 +99,6 @@ void RemoveSecondName(const std::string& folder, const std::string& file) {
     }
 }
 
-void MakeFolder(const std::string& folder, const std::string& name) {
-    if (mkdir(folder.c_str(), kFolderMode) == 0) {
-        // The umask may have taken rights that the owner needs.
-        if (chmod(folder.c_str(), kFolderMode) != 0) {
-            FailWith(errno, name);
-        }
-    } else if (errno != EEXIST) {
-        FailWith(errno, name);
-    }
-}
-
 }  // namespace
 
 std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name) {
@@ -144,7 +134,7 @@ NewFile::NewFile(const std::string& path, std::string name)
     : _name(std::move(name)), _lock(path + kLockMark, kit::OwnerLock::File::GoesWithTheLock) {
     const auto [folder, file] = SplitPath(path);
     RequireFileName(file, _name);
-    MakeFolder(folder, _name);
+    kit::MakeFolder(folder, kFolderMode);
     const auto realFolder = RealFolder(folder, _name);
     if (!realFolder) {
         FailWith(ENOENT, _name);
