@@ -1,5 +1,6 @@
 #include "tools/loginfiles/journal.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -53,17 +55,26 @@ void Keep(const std::string& tree, const std::string& path, const FileState& sta
     Replace(place, 0, state);
 }
 
-int IdOf(const fs::path& name) {
-    const std::string text = name.string();
-    return text.find_first_not_of("0123456789") == std::string::npos ? std::atoi(text.c_str()) : 0;
+int IdOf(const std::string& name) {
+    return name.find_first_not_of("0123456789") == std::string::npos ? std::atoi(name.c_str()) : 0;
 }
 
-std::vector<fs::path> Names(const std::string& folder) {
-    std::vector<fs::path> names;
-    std::error_code error;
-    for (fs::directory_iterator item(folder, error), end; !error && item != end; item.increment(error)) {
-        names.push_back(item->path().filename());
+// None in a folder that is not there. Without std::filesystem, whose iterators end the process when memory runs out.
+std::vector<std::string> Names(const std::string& folder) {
+    struct Close {
+        void operator()(DIR* stream) const { closedir(stream); }
+    };
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, Close> stream(opendir(folder.c_str()));
+    int error = errno;
+    if (stream == nullptr && (error == ENOENT || error == ENOTDIR)) return names;
+    if (stream == nullptr) ThrowSystemError("open the folder", folder, error);
+    for (errno = 0; const dirent* const entry = readdir(stream.get()); errno = 0) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") names.push_back(name);
     }
+    error = errno;
+    if (error != 0) ThrowSystemError("read the folder", folder, error);
     return names;
 }
 
@@ -113,7 +124,10 @@ std::string Journal::EntryFolder(int id) const { return _folder + '/' + std::to_
 
 std::optional<Entry> Journal::Find(int id) const {
     const std::string folder = EntryFolder(id);
-    if (access((folder + "/record").c_str(), F_OK) != 0) return std::nullopt;
+    const bool isThere = access((folder + "/record").c_str(), F_OK) == 0;
+    const int error = errno;
+    if (!isThere && (error == ENOENT || error == ENOTDIR)) return std::nullopt;
+    if (!isThere) ThrowSystemError("look at", folder, error);
     Entry entry;
     entry.record = ParseRecord(ReadWhole(folder + "/record"));
     entry.record.id = id;
@@ -127,7 +141,7 @@ std::optional<Entry> Journal::Find(int id) const {
 
 std::vector<Entry> Journal::Entries() const {
     std::vector<Entry> entries;
-    for (const fs::path& name : Names(_folder)) {
+    for (const std::string& name : Names(_folder)) {
         const int id = IdOf(name);
         if (std::optional<Entry> entry = id > 0 ? Find(id) : std::nullopt) entries.push_back(std::move(*entry));
     }
@@ -144,7 +158,7 @@ std::optional<Entry> Journal::Waiting() const {
 
 int Journal::NextId() const {
     int last = 0;
-    for (const fs::path& name : Names(_folder)) last = std::max(last, IdOf(name));
+    for (const std::string& name : Names(_folder)) last = std::max(last, IdOf(name));
     return last + 1;
 }
 
@@ -169,14 +183,16 @@ void Journal::Create(Record& record) {
 }
 
 void Journal::SetProgress(int id, Progress progress, const std::string& reason) {
-    const std::string path = EntryFolder(id) + "/state";
+    const std::string folder = EntryFolder(id);
+    const std::string path = folder + "/state";
+    const std::string next = path + ".new";
     std::string line = reason;
     std::replace(line.begin(), line.end(), '\n', ' ');
-    WriteDurably(path + ".new", StateText(progress, line));
-    const bool renamed = std::rename((path + ".new").c_str(), path.c_str()) == 0;
+    WriteDurably(next, StateText(progress, line));
+    const bool renamed = std::rename(next.c_str(), path.c_str()) == 0;
     const int error = errno;
     if (!renamed) ThrowSystemError("write", path, error);
-    SyncFolder(EntryFolder(id));
+    SyncFolder(folder);  // asks for no memory: the progress is made
 }
 
 void Journal::ReplaceAll(const Record& record) {
@@ -211,7 +227,7 @@ int Journal::Apply(Record record, const std::function<void(int)>& armed) {
         Compensate(record, error.what());
         throw;
     }
-    if (record.undoes != 0) SetProgress(record.undoes, Progress::Undone);
+    if (record.undoes != 0) MarkUndoneIfPossible(record.undoes);
     return record.id;
 }
 
@@ -259,6 +275,13 @@ std::vector<Entry> Journal::Recover() {
     return recovered;
 }
 
+// The change stands whether this can be written or not; else the next call marks it.
+void Journal::MarkUndoneIfPossible(int id) noexcept try {
+    SetProgress(id, Progress::Undone);
+} catch (const std::exception&) {
+    return;
+}
+
 // A crash may have come between the last file of an undo and the mark on what it undid.
 void Journal::MarkUndone() {
     for (const Entry& entry : Entries()) {
@@ -283,9 +306,8 @@ std::string Journal::MakeCandidateFolder() const {
 }
 
 void Journal::RemoveLeftovers() {
-    for (const fs::path& name : Names(_folder)) {
-        const std::string text = name.string();
-        if (text.starts_with("new-") || text.starts_with("candidate-")) RemoveTree(_folder + '/' + text);
+    for (const std::string& name : Names(_folder)) {
+        if (name.starts_with("new-") || name.starts_with("candidate-")) RemoveTree(_folder + '/' + name);
     }
 }
 

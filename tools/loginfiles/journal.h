@@ -116,6 +116,7 @@ class Journal {
     void Compensate(const Record& record, const std::string& reason);
     void TakeBack(const Record& record, const std::string& reason);
     void MarkUndone();
+    void MarkUndoneIfPossible(int id) noexcept;
     void RemoveLeftovers();
     void Prune();
 
