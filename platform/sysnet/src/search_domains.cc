@@ -130,6 +130,15 @@ std::string WithoutContinuation(const std::string& line) {
     return GoesOn(line) ? line.substr(0, line.size() - 1) : line;
 }
 
+// The lines together as the one that they are.
+std::string TogetherWithoutBlanks(const std::vector<Line>& lines, std::size_t first, std::size_t last) {
+    std::string text;
+    for (std::size_t i = first; i <= last; ++i) {
+        if (!IsComment(lines[i].text)) text += WithoutContinuation(lines[i].text) + ' ';
+    }
+    return WithoutBlanks(text);
+}
+
 // The words of a line of a drop-in, where comments have lines of their own.
 Tail ParseValues(const std::string& line, std::size_t at) {
     return ParseTail(WithoutContinuation(line), at, Comments::StandAlone);
@@ -193,7 +202,7 @@ DropIn ParseDropIn(const std::vector<Line>& lines) {
         if (text.empty() || text == "\\") continue;
         const std::size_t first = i;
         if (!IsComment(text)) i = LastOfSetting(lines, i);
-        if (text.front() == '[') inside = text == "[Resolve]";
+        if (text.front() == '[') inside = TogetherWithoutBlanks(lines, first, i) == "[Resolve]";
         if (!inside) continue;
         dropIn.lastLine = i;
         TakeSetting(lines, first, i, dropIn);
