@@ -23,7 +23,7 @@ std::string DrawMark() {
 Accounts::Result Accounts::HandOut(const Wish& wish) {
     const Ledger::Turn turn(_ledger, wish.name);
     if (auto again = Renew(wish)) return std::move(*again);
-    return _preStaged.count(wish.name) != 0 ? TakeOver(wish) : Create(wish);
+    return _preStaged.contains(wish.name) ? TakeOver(wish) : Create(wish);
 }
 
 // Unset if the account was never created after all, or has been deleted since.

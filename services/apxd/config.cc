@@ -184,7 +184,7 @@ void Reader::ReadLine(std::string_view line) {
 void Reader::CheckComplete() {
     _line = 0;
     for (const char* const name : {"certificate", "key", "domain", "allow"}) {
-        if (_seen.count(name) == 0) Fail("'" + std::string(name) + "' is missing");
+        if (!_seen.contains(name)) Fail("'" + std::string(name) + "' is missing");
     }
     if (_config.backEnd == "ad" && _config.keytab.empty())
         Fail("'keytab' is missing: the back end 'ad' logs on with it");

@@ -219,7 +219,7 @@ void Server::Impl::OnMessage(void* self, const char* format, va_list arguments) 
     const std::lock_guard<std::mutex> lock(server->_messageLock);
     if (server->_started) return;
     char text[512] = {};
-    std::vsnprintf(text, sizeof text, format, arguments);
+    if (std::vsnprintf(text, sizeof text, format, arguments) < 0) return;
     try {
         server->_startMessage += text;
     } catch (const std::bad_alloc&) {

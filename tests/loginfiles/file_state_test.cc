@@ -13,7 +13,6 @@
 namespace nimbrel::logins {
 namespace {
 
-
 class FileStateTest : public ::testing::Test {
  protected:
     void SetUp() override { WriteFile(path, "old\n"); }

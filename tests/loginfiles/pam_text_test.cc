@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <limits>
 
 #include "support/temporary_folder.h"
 
@@ -57,6 +58,7 @@ TEST(PamTextTest, JumpsAreCounted) {
     EXPECT_EQ(0, LongestJump("required"));
     EXPECT_EQ(0, LongestJump("[success=ok default=bad]"));
     EXPECT_EQ(12, LongestJump("[success=1 new_authtok_reqd=12 default=ignore]"));
+    EXPECT_EQ(std::numeric_limits<int>::max(), LongestJump("[success=99999999999999999999]"));
 }
 
 PamFiles Files() {

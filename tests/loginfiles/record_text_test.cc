@@ -38,6 +38,10 @@ TEST(RecordTextTest, DamagedTextsAreRefused) {
     for (const char* const text : {"", "nimauth-logins 2\n", "action enable\n"}) {
         EXPECT_THROW(ParseRecord(text), LoginsError) << text;
     }
+    for (const char* const line :
+         {"deadline soon", "deadline 12x", "deadline 9223372036854775808", "undoes -", "started x"}) {
+        EXPECT_THROW(ParseRecord(std::string("nimauth-logins 1\n") + line + '\n'), LoginsError) << line;
+    }
     for (const char* const text : {"", "bogus\n", "applied too\n"}) EXPECT_THROW(ParseState(text, entry), LoginsError);
 }
 

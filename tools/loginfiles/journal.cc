@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/numbers.h"
 #include "tools/loginfiles/record_text.h"
 
 namespace nimbrel::logins {
@@ -55,9 +56,8 @@ void Keep(const std::string& tree, const std::string& path, const FileState& sta
     Replace(place, 0, state);
 }
 
-int IdOf(const std::string& name) {
-    return name.find_first_not_of("0123456789") == std::string::npos ? std::atoi(name.c_str()) : 0;
-}
+// 0 for a name that is no change's.
+int IdOf(const std::string& name) { return std::max(WholeNumber<int>(name).value_or(0), 0); }
 
 // None in a folder that is not there. Without std::filesystem, whose iterators end the process when memory runs out.
 std::vector<std::string> Names(const std::string& folder) {

@@ -87,7 +87,7 @@ std::string WithNssService(const std::string& text, const ProviderModules& provi
         }
     }
     if (!changed) return text;
-    const std::string edited = tree.Text();
+    std::string edited = tree.Text();
     ProveNoOtherLineChanged(text, edited, provider.nssService);
     return edited;
 }
@@ -118,7 +118,7 @@ std::string WithoutNssService(const std::string& text, const ProviderModules& pr
         changed = true;
     }
     if (!changed) return text;
-    const std::string edited = tree.Text();
+    std::string edited = tree.Text();
     ProveNoOtherLineChanged(text, edited, provider.nssService);
     return edited;
 }

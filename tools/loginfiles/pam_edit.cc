@@ -126,7 +126,7 @@ std::string WithPamModule(const PamFiles& files, const std::string& name, const 
         changed = true;
     }
     if (!changed) return text;
-    const std::string edited = tree.Text();
+    std::string edited = tree.Text();
     ProveOthersSurvived(text, edited);
     return edited;
 }
@@ -157,7 +157,7 @@ std::string WithoutPamModule(const std::string& text, const std::string& module)
                              lines[index - 1].type == lines[index].type && lines[index - 1].control == kGuardControl;
         if (guarded) tree.Remove(index - 1);
     }
-    const std::string edited = tree.Text();
+    std::string edited = tree.Text();
     ProveOthersSurvived(edited, text);
     return edited;
 }

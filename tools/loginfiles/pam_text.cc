@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
 #include "tools/loginfiles/file_state.h"
+#include "tools/loginfiles/numbers.h"
 
 namespace nimbrel::logins {
 namespace {
@@ -152,7 +152,7 @@ std::string ModuleName(const PamLine& line) { return line.module.substr(line.mod
 int LongestJump(const std::string& control) {
     int longest = 0;
     for (std::size_t sign = control.find('='); sign != std::string::npos; sign = control.find('=', sign + 1)) {
-        longest = std::max(longest, std::atoi(control.c_str() + sign + 1));
+        longest = std::max(longest, LeadingNumber<int>(std::string_view(control).substr(sign + 1)));
     }
     return longest;
 }

@@ -139,7 +139,7 @@ Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const 
     const bool unused = !AnyFileHas(FilesAfter(names.Take()), provider.pamModule);
     if (unused) EditNsswitch(provider, false, changes);
     Plan plan = {Name(mechanism), changes.Take()};
-    if (!unused) plan.notes.push_back("other services still have the module, so the name services stay");
+    if (!unused) plan.notes.emplace_back("other services still have the module, so the name services stay");
     return plan;
 }
 

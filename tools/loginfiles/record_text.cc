@@ -1,10 +1,10 @@
 #include "tools/loginfiles/record_text.h"
 
 #include <array>
-#include <cstdlib>
 #include <sstream>
 
 #include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/numbers.h"
 
 namespace nimbrel::logins {
 namespace {
@@ -23,16 +23,23 @@ std::string Line(const std::string& key, const std::string& value) {
     return key + ' ' + value + '\n';
 }
 
+template <typename Number>
+Number NumberIn(const std::string& value) {
+    const std::optional<Number> number = WholeNumber<Number>(value);
+    if (!number) throw LoginsError(LoginsError::Kind::System, kDamaged);
+    return *number;
+}
+
 void Take(Record& record, const std::string& key, const std::string& value) {
     if (key == "action") record.action = value;
     if (key == "mechanism") record.mechanism = value;
     if (key == "module") record.pamModule = value;
     if (key == "nss") record.nssService = value;
     if (key == "service") record.services.push_back(value);
-    if (key == "started") record.started = std::atoll(value.c_str());
+    if (key == "started") record.started = NumberIn<std::int64_t>(value);
     if (key == "boot") record.bootId = value;
-    if (key == "deadline") record.deadline = std::atoll(value.c_str());
-    if (key == "undoes") record.undoes = std::atoi(value.c_str());
+    if (key == "deadline") record.deadline = NumberIn<std::int64_t>(value);
+    if (key == "undoes") record.undoes = NumberIn<int>(value);
     if (key != "path") return;
     if (!value.starts_with('/')) throw LoginsError(LoginsError::Kind::System, kDamaged);
     record.changes.push_back({.path = value, .before = {}, .after = {}});

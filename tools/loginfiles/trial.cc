@@ -30,7 +30,7 @@ template <typename Folders>
 std::string FindIn(const Folders& folders, const std::string& name) {
     if (name.starts_with('/')) return name;
     for (const char* const folder : folders) {
-        const std::string path = std::string(folder) + '/' + name;
+        std::string path = std::string(folder) + '/' + name;
         if (access(path.c_str(), F_OK) == 0) return path;
     }
     throw LoginsError(LoginsError::Kind::Refused, "'" + name + "' is not installed",
@@ -153,7 +153,7 @@ bool Trial::Differs(const std::string& name) const {
 
 // A folder of service files in which every module is replaced as `answers` says; null leaves the real ones.
 std::string Trial::Write(const PamFiles& files, const Answers& answers) {
-    const std::string folder = _root + '/' + std::to_string(++_folders);
+    std::string folder = _root + '/' + std::to_string(++_folders);
     std::filesystem::create_directory(folder);
     for (const auto& [name, text] : files) {
         const std::string path = folder + '/' + name;

@@ -32,7 +32,7 @@ bool SecretIsFirst(const LdapEntry& account) {
     if (!strptime(account.Text("whencreated").c_str(), "%Y%m%d%H%M%S", &time)) {
         return false;
     }
-    const std::int64_t created = std::int64_t{timegm(&time)};
+    const auto created = std::int64_t{timegm(&time)};
     const std::int64_t set = (account.Number("pwdlastset") - kEpochDifference) / 10'000'000;
     return account.Number("pwdlastset") != 0 && set - created <= 1;
 }

@@ -36,7 +36,7 @@ struct Memory {
 
 // Never destroyed: a query may run while the process exits.
 Memory& Remembered() {
-    static Memory* memory = new Memory;  // lives as long as the process
+    static auto* memory = new Memory;  // lives as long as the process
     return *memory;
 }
 
@@ -69,7 +69,7 @@ std::minstd_rand& Random() {
 // --- The ping ---
 
 std::string PingFilter(const std::string& domain) {
-    return "(&(DnsDomain=" + EscapeFilter(domain) + ")(NtVer=\\06\\00\\00\\00))";
+    return "(&(DnsDomain=" + EscapeFilter(domain) + R"()(NtVer=\06\00\00\00)))";
 }
 
 // "20261121054300.0Z"; 0 if it is not such a time.

@@ -184,7 +184,7 @@ KerberosContext MakeKerberosContext(const std::string& realm) {
     if (profile_init_vtable(&table, ownRealm.get(), &profile) != 0) {
         throw AdError(kStatusInternalError, "Unable to make a Kerberos configuration");
     }
-    ownRealm.release();  // the profile's now
+    static_cast<void>(ownRealm.release());  // the profile's now
     krb5_context context = nullptr;
     const krb5_error_code error = krb5_init_context_profile(profile, KRB5_INIT_CONTEXT_SECURE, &context);
     profile_release(profile);

@@ -269,7 +269,7 @@ class LdapConnection::Impl {
         const Message answer = Wait(request, kAction);
         berval* theirs = nullptr;
         ldap_parse_sasl_bind_result(Handle(), answer.get(), &theirs, 0);
-        const std::string reply = theirs ? std::string(theirs->bv_val, theirs->bv_len) : "";
+        std::string reply = theirs ? std::string(theirs->bv_val, theirs->bv_len) : "";
         ber_bvfree(theirs);
         CheckAnswer(answer.get(), kAction, expected);
         return reply;

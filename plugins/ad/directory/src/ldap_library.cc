@@ -24,7 +24,7 @@ struct Start {
 
 // Never destroyed: the thread may outlive everything else.
 Start& TheStart() {
-    static Start* start = new Start;  // lives as long as the process
+    static auto* start = new Start;  // lives as long as the process
     return *start;
 }
 

@@ -56,21 +56,21 @@ std::string DerLength(std::size_t length) {
 
 std::string Frame(std::string_view kind, std::string_view message) {
     const std::size_t size = kMechanism.size() + kind.size() + message.size();
-    return "\x60" + DerLength(size) + std::string(kMechanism) + std::string(kind) + std::string(message);
+    return '`' + DerLength(size) + std::string(kMechanism) + std::string(kind) + std::string(message);
 }
 
-std::string_view Unframe(std::string_view token, std::string_view kind) {
-    if (token.size() < 2 || token[0] != '\x60') {
+std::string_view Unframe(std::string_view framed, std::string_view kind) {
+    if (framed.size() < 2 || framed[0] != '\x60') {
         FailChannel("not a token");
     }
-    const auto first = static_cast<unsigned char>(token[1]);
+    const auto first = static_cast<unsigned char>(framed[1]);
     const std::size_t lengthBytes = first < 0x80 ? 0 : first & 0x7fU;
     const std::size_t start = 2 + lengthBytes;
     const std::string expected = std::string(kMechanism) + std::string(kind);
-    if (token.size() < start + expected.size() || token.substr(start, expected.size()) != expected) {
+    if (framed.size() < start + expected.size() || framed.substr(start, expected.size()) != expected) {
         FailChannel("another kind of token");
     }
-    return token.substr(start + expected.size());
+    return framed.substr(start + expected.size());
 }
 
 void PutBigEndian(std::string& header, std::size_t at, std::uint64_t value, std::size_t size) {
@@ -128,7 +128,7 @@ std::string SealedChannel::Request() {
     Check(krb5_mk_req_extended(_context, &_exchange, AP_OPTS_MUTUAL_REQUIRED | AP_OPTS_USE_SUBKEY, &checksumData,
                                _ticket, &request),
           "the request");
-    const std::string token = Frame(kRequestToken, {request.data, request.length});
+    std::string token = Frame(kRequestToken, {request.data, request.length});
     krb5_free_data_contents(_context, &request);
     krb5_int32 sequence = 0;
     Check(krb5_auth_con_getlocalseqnumber(_context, _exchange, &sequence), "the request");
@@ -194,7 +194,7 @@ kit::Secret SealedChannel::Open(std::string_view token, bool sealed) {
         FailChannel("not a sealed message");
     }
     const auto flags = static_cast<unsigned char>(token[2]);
-    const unsigned char expected =
+    const auto expected =
         static_cast<unsigned char>(kSentByAcceptor | (sealed ? kSealed : 0) | (_keyIsAcceptors ? kAcceptorsKey : 0));
     if ((flags & (kSentByAcceptor | kSealed | kAcceptorsKey)) != expected) {
         FailChannel("another kind of message");

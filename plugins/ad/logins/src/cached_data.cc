@@ -99,6 +99,7 @@ bool IsUserCacheOf(const std::string& path, const std::vector<std::string>& real
 
 void RemoveUserCaches(const std::string& folder, const std::vector<std::string>& domains) {
     std::vector<std::string> realms;
+    realms.reserve(domains.size());
     for (const auto& domain : domains) realms.push_back(UpperCase(domain));
     for (const auto& name : FileNames(folder)) {
         const std::string path = folder + '/' + name;

@@ -16,7 +16,7 @@ namespace nimbrel::ad::logins {
 namespace {
 
 constexpr mode_t kPermissionBits = 07777;
-constexpr std::size_t kMaximumFile = 1024 * 1024;
+constexpr std::size_t kMaximumFile = std::size_t{1024} * 1024;
 
 std::string ReadAll(int fd, const std::string& path) {
     std::string text;

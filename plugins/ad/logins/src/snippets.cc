@@ -68,6 +68,7 @@ std::string SmartCardSnippet(const std::vector<std::string>& services) {
     const std::string section = kHeading + std::string("[pam]\n");
     if (services.empty()) return section + "pam_cert_auth = false\n";
     std::vector<std::string> changes;
+    changes.reserve(services.size());
     for (const auto& service : services) changes.push_back('+' + service);
     for (const auto& service : kBuiltInSmartCardServices) {
         if (std::find(services.begin(), services.end(), service) == services.end()) {
