@@ -276,7 +276,8 @@ TEST(ApxdLedger, WhatIsWrongWithTheFileIsTold) {
         }
         return "(none)";
     };
-    EXPECT_EQ(errorOf(folder / "missing/ledger"), folder / "missing/ledger.lock" + ": No such file or directory");
+    EXPECT_EQ(errorOf(folder / "missing/ledger"),
+              "Unable to open '" + folder / "missing/ledger.lock" + "': No such file or directory");
     for (const std::string line : {"H NODE01", "H NODE01 c m", "H NODE01 c m x", "T NODE01 c m", "X NODE01 c m 1",
                                    "F NODE01", "F", "", "HH NODE01 c m 1"}) {
         WriteFile(path, "nimbrel-apxd ledger 1\n" + line + "\n");
