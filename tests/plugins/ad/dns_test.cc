@@ -59,6 +59,19 @@ std::string Reply(const std::vector<std::string>& answers, const std::vector<std
     return bytes;
 }
 
+// At the same place in both families.
+unsigned PortOf(const Endpoint& endpoint) {
+    return ntohs(reinterpret_cast<const sockaddr_in*>(endpoint.Address())->sin_port);
+}
+
+std::vector<std::string> Hosts(const std::vector<ServiceRecord>& services) {
+    std::vector<std::string> hosts;
+    for (const auto& service : services) {
+        hosts.push_back(service.host);
+    }
+    return hosts;
+}
+
 TEST(DnsReply, ServicesAndTheirAddresses) {
     const DnsAnswer answer =
         ParseDnsReply(Reply({Service(0, 100, "DC1.corp.test"), Service(10, 5, "dc2.corp.test")},
@@ -99,6 +112,14 @@ TEST(DnsReply, AddressesOfBothFamiliesAreTakenFromBothSections) {
     EXPECT_THAT(addresses, ElementsAre("fd00::2", "10.99.1.2"));
 }
 
+TEST(DnsReply, AddressesHaveNoPort) {
+    const std::string ipv6 = std::string("\xfd\0\0\0\0\0\0\0\0\0\0\0\0\0\0\2", 16);
+    const DnsAnswer answer =
+        ParseDnsReply(Reply({Record("a", ns_t_a, "\x0a\x63\x01\x02"), Record("b", ns_t_aaaa, ipv6)}));
+    ASSERT_THAT(answer.addresses, SizeIs(2));
+    for (const auto& [name, endpoint] : answer.addresses) EXPECT_EQ(PortOf(endpoint), 0U) << name;
+}
+
 // What follows a record that is too short would pass for its end.
 TEST(DnsReply, RecordsOfAnotherSizeAreLeftOut) {
     const std::string address = Record("dc1.corp.test", ns_t_a, "abcd");
@@ -124,9 +145,9 @@ TEST(DnsReply, ServiceWhoseHostCannotBeReadIsLeftOut) {
 }
 
 TEST(DnsReply, RecordsBehindADamagedOneAreNotRead) {
-    std::string reply = Reply({Service(0, 100, "dc1.corp.test"), Service(0, 100, "dc2.corp.test")});
-    EXPECT_THAT(ParseDnsReply(reply).services, SizeIs(2));
-    reply[7] = 3;
+    std::string reply = Reply({Service(0, 100, "dc1.test"), Service(0, 100, "dc2.test"), Service(0, 100, "dc3.test")});
+    EXPECT_THAT(Hosts(ParseDnsReply(reply).services), ElementsAre("dc1.test", "dc2.test", "dc3.test"));
+    reply[7] = 4;
     EXPECT_EQ(StatusOf([&] { ParseDnsReply(reply); }), kStatusNoSuchDomain);
 }
 
@@ -161,12 +182,13 @@ TEST(DnsReply, CutAndChangedRepliesEnd) {
     EXPECT_EQ(StatusOf([] { ParseDnsReply("x"); }), kStatusNoSuchDomain);
 }
 
-std::vector<std::string> Hosts(const std::vector<ServiceRecord>& services) {
-    std::vector<std::string> hosts;
-    for (const auto& service : services) {
-        hosts.push_back(service.host);
+TEST(DnsReply, ThatIsNoneIsTold) {
+    try {
+        ParseDnsReply("x");
+        ADD_FAILURE() << "it was taken";
+    } catch (const AdError& error) {
+        EXPECT_STREQ(error.what(), "A name server's reply is malformed");
     }
-    return hosts;
 }
 
 TEST(ServiceOrder, LowerPriorityFirst) {
@@ -369,6 +391,7 @@ TEST(Resolver, AddressAsTextIsNotAskedFor) {
     const auto addresses = Resolver(settings).Addresses("192.0.2.1", Deadline::After(std::chrono::seconds(1)));
     ASSERT_THAT(addresses, SizeIs(1));
     EXPECT_EQ(addresses.front().Text(), "192.0.2.1");
+    EXPECT_EQ(PortOf(addresses.front()), 0U);
 }
 
 TEST(Resolver, ThatNobodyAnswersIsToldWithTheName) {
@@ -381,6 +404,52 @@ TEST(Resolver, ThatNobodyAnswersIsToldWithTheName) {
     } catch (const AdError& error) {
         EXPECT_STREQ(error.what(), "No name server answers for 'gone.test'");
     }
+}
+
+// What nobody has read yet tells how often it was asked.
+TEST(Resolver, NobodyIsAskedBehindTheDeadline) {
+    const kit::Descriptor silent(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(bind(silent.Number(), reinterpret_cast<sockaddr*>(&address), size), 0);
+    ASSERT_EQ(getsockname(silent.Number(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+    Settings settings;
+    settings.nameServers = {"127.0.0.1"};
+    settings.nameServerPort = ntohs(address.sin_port);
+    const auto ask = [&] { Resolver(settings).Services("a.test", Deadline::After(std::chrono::milliseconds(120))); };
+    EXPECT_EQ(StatusOf(ask), kStatusNoSuchDomain);
+    char byte = 0;
+    EXPECT_GE(recv(silent.Number(), &byte, 1, MSG_DONTWAIT), 0);
+    EXPECT_EQ(recv(silent.Number(), &byte, 1, MSG_DONTWAIT), -1) << "asked twice";
+}
+
+TEST(Resolver, NameThatCannotBeAskedForIsTold) {
+    Settings settings;
+    settings.nameServers = {"127.0.0.1"};
+    const std::string name(64, 'x');  // a label has 63 letters at most
+    try {
+        Resolver(settings).Services(name, Deadline::After(std::chrono::seconds(10)));
+        ADD_FAILURE() << "it was asked for";
+    } catch (const AdError& error) {
+        EXPECT_EQ(error.Status(), kStatusInvalidDomainName);
+        EXPECT_EQ(error.what(), "The name '" + name + "' cannot be looked up");
+    }
+}
+
+// At once, after the first wait of 400 ms, and after one of twice that.
+TEST(Resolver, SilentServerIsAskedAgainWithMorePatience) {
+    const auto start = Deadline::Clock::now();
+    int questions = 0;
+    const auto answerTheThird = [&](const std::string& question) {
+        return ++questions < 3 ? std::vector<std::string>() : std::vector{ReplyTo(question, "dc1.corp.test")};
+    };
+    {
+        const OneAnswer server(answerTheThird, 3);
+        EXPECT_THAT(Hosts(server.Ask().services), ElementsAre("dc1.corp.test"));
+    }
+    EXPECT_GE(Deadline::Clock::now() - start, std::chrono::milliseconds(400 + 800));
 }
 
 TEST(Resolver, NameInOtherLettersIsTheSameQuestion) {

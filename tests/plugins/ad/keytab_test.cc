@@ -6,6 +6,7 @@
 
 #include "sandbox.h"
 #include "support/run_program.h"
+#include "unit/without_file_capabilities.h"
 
 namespace nimbrel::ad::test {
 namespace {
@@ -201,6 +202,56 @@ TEST_F(Keytab, EntriesDeletedInPlaceAreNoEntries) {
     EXPECT_THAT(Entries(), SizeIs(20));
     RemoveRealmFromKeytab(File(), "CORP.TEST");
     EXPECT_EQ(ReadFile(File()), good);
+}
+
+TEST_F(Keytab, LengthOfZeroEndsTheFile) {
+    const std::string header = "\x05\x02";
+    const std::string other = Entry("OTHER.TEST", {"a"});
+    const std::string end(4, '\0');
+    WriteFile(File(), header + Entry("CORP.TEST", {"a"}) + other + end + Entry("CORP.TEST", {"b"}) + "no entry");
+    RemoveRealmFromKeytab(File(), "CORP.TEST");
+    EXPECT_EQ(ReadFile(File()), header + other);
+}
+
+TEST_F(Keytab, EmptyFileHasNoEntries) {
+    WriteFile(File(), "");
+    RemoveRealmFromKeytab(File(), "CORP.TEST");
+    EXPECT_EQ(ReadFile(File()), "");
+    Write({"NODE01", "corp.test", 1});
+    EXPECT_THAT(Entries(), SizeIs(10));
+}
+
+// Also an entry's last text, and the length of the next entry, may be what is missing.
+TEST_F(Keytab, FileThatEndsInTheMiddleIsDamaged) {
+    const std::string whole = "\x05\x02" + Entry("OTHER.TEST", {"a", "b"});
+    for (std::size_t size = 1; size < whole.size(); ++size) {
+        WriteFile(File(), whole.substr(0, size));
+        const std::uint32_t expected = size == 2 ? 0U : kStatusInternalError;
+        EXPECT_EQ(StatusOf([&] { RemoveRealmFromKeytab(File(), "CORP.TEST"); }), expected) << size;
+    }
+    WriteFile(File(), std::string("\x05\x02\0\0\0\x08\0\1\0\2ab\0\5", 14));
+    EXPECT_EQ(StatusOf([&] { RemoveRealmFromKeytab(File(), "CORP.TEST"); }), kStatusInternalError);
+}
+
+TEST_F(Keytab, WhyItCannotBeWrittenIsTold) {
+    const auto reasonFor = [&](const auto& spoil) -> std::string {
+        KeytabChange change(File());
+        spoil(change.TrialName().substr(std::string("FILE:").size()));
+        try {
+            const WithoutFileCapabilities asAnyUser;
+            change.SetKeys({"NODE01", "corp.test", 1}, kit::Secret("secret"));
+        } catch (const AdError& error) {
+            return std::to_string(error.Status()) + ' ' + error.what();
+        }
+        return "(none)";
+    };
+    EXPECT_THAT(reasonFor([](const std::string& name) { chmod(name.c_str(), 0400); }),
+                ::testing::StartsWith(std::to_string(kStatusAccessDenied) + " Unable to write a keytab: "));
+    EXPECT_THAT(reasonFor([](const std::string& name) {
+                    std::filesystem::remove(name);
+                    std::filesystem::create_directory(name);
+                }),
+                ::testing::StartsWith(std::to_string(kStatusInternalError) + " Unable to write a keytab: "));
 }
 
 TEST_F(Keytab, DamagedFileIsNeverReplaced) {

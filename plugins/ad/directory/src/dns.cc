@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <resolv.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -19,6 +20,8 @@ namespace {
 
 constexpr std::size_t kMaximumReply = 65535;
 constexpr std::chrono::milliseconds kFirstWait{400};
+// A service's priority, weight and port stand before its host.
+constexpr int kBeforeHost = 3 * NS_INT16SZ;
 
 const unsigned char* Bytes(std::string_view text) { return reinterpret_cast<const unsigned char*>(text.data()); }
 
@@ -36,14 +39,14 @@ class ResolverState {
     ResolverState& operator=(const ResolverState&) = delete;
     ~ResolverState() { res_nclose(&_state); }
 
-    std::vector<Endpoint> Servers() const {
+    std::vector<Endpoint> Servers(std::uint16_t port) const {
         std::vector<Endpoint> servers;
         for (int i = 0; i < _state.nscount; ++i) {
             const sockaddr_in6* ipv6 = _state._u._ext.nsaddrs[i];
             if (_state.nsaddr_list[i].sin_family == AF_INET) {
-                servers.push_back(Endpoint::FromIPv4(&_state.nsaddr_list[i].sin_addr, NS_DEFAULTPORT));
+                servers.push_back(Endpoint::FromIPv4(&_state.nsaddr_list[i].sin_addr, port));
             } else if (ipv6) {
-                servers.push_back(Endpoint::FromIPv6(&ipv6->sin6_addr, NS_DEFAULTPORT));
+                servers.push_back(Endpoint::FromIPv6(&ipv6->sin6_addr, port));
             }
         }
         return servers;
@@ -54,7 +57,7 @@ class ResolverState {
         std::array<unsigned char, NS_PACKETSZ> buffer = {};
         const int size = res_nmkquery(&_state, ns_o_query, name.c_str(), ns_c_in, type, nullptr, 0, nullptr,
                                       buffer.data(), static_cast<int>(buffer.size()));
-        if (size < 0) {
+        if (size == -1) {
             throw AdError(kStatusInvalidDomainName, "The name '" + name + "' cannot be looked up");
         }
         static constexpr std::string_view kLargeAnswers("\0\0\x29\x10\0\0\0\0\0\0\0", 11);
@@ -67,20 +70,19 @@ class ResolverState {
     struct __res_state _state = {};
 };
 
+// Empty for the root, and for a name that cannot be read: nothing is written then.
 std::string HostName(const ns_msg& message, const unsigned char* name) {
     std::array<char, NS_MAXDNAME> text = {};
-    if (dn_expand(ns_msg_base(message), ns_msg_end(message), name, text.data(), static_cast<int>(text.size())) < 0) {
-        return "";
-    }
+    dn_expand(ns_msg_base(message), ns_msg_end(message), name, text.data(), static_cast<int>(text.size()));
     return LowerCase(text.data());
 }
 
 void TakeRecord(const ns_msg& message, const ns_rr& record, DnsAnswer& answer) {
     const unsigned char* data = ns_rr_rdata(record);
     const auto size = ns_rr_rdlen(record);
-    if (ns_rr_type(record) == ns_t_srv && size > 6) {
-        const std::string host = HostName(message, data + 6);
-        if (!host.empty() && host != ".") {
+    if (ns_rr_type(record) == ns_t_srv && size > kBeforeHost) {
+        const std::string host = HostName(message, data + kBeforeHost);
+        if (!host.empty()) {
             const auto number = [&](int at) { return static_cast<std::uint16_t>(ns_get16(data + at)); };
             answer.services.push_back({number(0), number(2), number(4), host});
         }
@@ -92,11 +94,8 @@ void TakeRecord(const ns_msg& message, const ns_rr& record, DnsAnswer& answer) {
 }
 
 void TakeSection(ns_msg& message, ns_sect section, DnsAnswer& answer) {
-    for (int i = 0; i < ns_msg_count(message, section); ++i) {
-        ns_rr record = {};
-        if (ns_parserr(&message, section, i, &record) != 0) {
-            return;
-        }
+    ns_rr record = {};
+    for (int i = 0; ns_parserr(&message, section, i, &record) == 0; ++i) {
         TakeRecord(message, record, answer);
     }
 }
@@ -115,13 +114,15 @@ int ResponseCode(std::string_view reply) { return static_cast<unsigned char>(rep
 std::optional<std::string> AskByDatagram(const Endpoint& server, const std::string& question, const Deadline& wait) {
     const kit::Descriptor socket = ConnectUdp(server);
     SendAll(socket.Number(), question, wait);
-    std::string reply(kMaximumReply, '\0');
+    std::string reply;
+    reply.resize(kMaximumReply);
     while (WaitFor(socket.Number(), POLLIN, wait)) {
-        const ssize_t got = recv(socket.Number(), reply.data(), reply.size(), 0);
-        if (got < 0 && errno != EAGAIN && errno != EINTR) {
-            return std::nullopt;
-        }
-        if (got > 0 && IsReplyTo(std::string_view(reply).substr(0, static_cast<std::size_t>(got)), question)) {
+        const ssize_t got = read(socket.Number(), reply.data(), reply.size());
+        if (got < 0) {
+            if (errno != EAGAIN && errno != EINTR) {
+                return std::nullopt;
+            }
+        } else if (IsReplyTo(std::string_view(reply).substr(0, static_cast<std::size_t>(got)), question)) {
             reply.resize(static_cast<std::size_t>(got));
             return reply;
         }
@@ -181,9 +182,7 @@ void OrderServices(std::vector<ServiceRecord>& services, std::minstd_rand& rando
 
 Resolver::Resolver(const Settings& settings) : _budget(settings.nameBudget) {
     if (settings.nameServers.empty()) {
-        for (const auto& server : ResolverState().Servers()) {
-            _servers.push_back(server.WithPort(settings.nameServerPort));
-        }
+        _servers = ResolverState().Servers(settings.nameServerPort);
     }
     for (const auto& address : settings.nameServers) {
         if (const auto server = Endpoint::FromText(address, settings.nameServerPort)) {

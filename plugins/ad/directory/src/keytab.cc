@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 
@@ -105,23 +106,33 @@ bool IsPrincipal(const EntryPrincipal& principal, const std::string& text) {
 // deleted in place have a negative length; a length of 0 ends the file.
 void ForEachEntry(std::string_view file,
                   const std::function<void(std::string_view entry, const EntryPrincipal& principal)>& take) {
+    if (file.empty()) {
+        return;
+    }
     KeytabReader reader(file);
-    if (!reader.AtEnd() && reader.Bytes(kEmptyKeytab.size()) != kEmptyKeytab) {
+    if (reader.Bytes(kEmptyKeytab.size()) != kEmptyKeytab) {
         FailDamaged();
     }
-    std::string_view from = file.substr(std::min(file.size(), kEmptyKeytab.size()));
+    std::string_view from = file.substr(kEmptyKeytab.size());
     while (!reader.AtEnd()) {
         const auto length = static_cast<std::int32_t>(reader.Number(4));
-        if (length == 0) {
-            return;
-        }
-        const auto size = static_cast<std::size_t>(length < 0 ? -std::int64_t{length} : length);
+        const auto size = static_cast<std::size_t>(std::abs(std::int64_t{length}));
         const auto entry = reader.Bytes(size);
         if (length > 0) {
             take(from.substr(0, 4 + size), PrincipalOfEntry(entry));
+        } else if (length == 0) {
+            return;
         }
         from.remove_prefix(4 + size);
     }
+}
+
+// A text in the form that libkrb5 takes. It reads it only.
+krb5_data DataOf(std::string_view text) {
+    krb5_data data = {};
+    data.length = static_cast<unsigned>(text.size());
+    data.data = const_cast<char*>(text.data());
+    return data;
 }
 
 void AddKey(krb5_context context, const OpenKeytab& keytab, const std::string& principal, std::uint32_t version,
@@ -164,10 +175,9 @@ void KeytabChange::SetKeys(const KeytabAccount& account, const kit::Secret& mach
         }
     });
     const OpenKeytab keytab(context.get(), "WR" + TrialName());
-    std::string salt = MachineSalt(account.computer, account.domain);
-    krb5_data saltData = {0, static_cast<unsigned>(salt.size()), salt.data()};
-    krb5_data secretData = {0, static_cast<unsigned>(machineSecret.View().size()),
-                            const_cast<char*>(machineSecret.View().data())};
+    const std::string salt = MachineSalt(account.computer, account.domain);
+    const krb5_data saltData = DataOf(salt);
+    const krb5_data secretData = DataOf(machineSecret.View());
     for (const krb5_enctype encryption : kEncryptions) {
         krb5_keyblock key = {};
         CheckKerberos(context.get(), krb5_c_string_to_key(context.get(), encryption, &secretData, &saltData, &key),
@@ -190,15 +200,15 @@ void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
         return;
     }
     std::vector<std::string_view> kept;
-    std::size_t removed = 0;
+    bool isAnyRemoved = false;
     ForEachEntry(before->View(), [&](std::string_view entry, const EntryPrincipal& principal) {
         if (principal.realm == realm) {
-            ++removed;
+            isAnyRemoved = true;
         } else {
             kept.push_back(entry);
         }
     });
-    if (removed == 0) {
+    if (!isAnyRemoved) {
         return;
     }
     if (kept.empty()) {

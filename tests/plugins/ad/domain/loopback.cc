@@ -12,32 +12,48 @@
 namespace nimbrel::ad::test {
 namespace {
 
-sockaddr_in AddressOf(const std::string& address, std::uint16_t port) {
-    sockaddr_in result = {};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(port);
-    if (inet_pton(AF_INET, address.c_str(), &result.sin_addr) != 1) throw std::runtime_error(address);
+// Of version 4 or 6.
+union Address {
+    sockaddr any;
+    sockaddr_in ipv4;
+    sockaddr_in6 ipv6;
+};
+
+Address AddressOf(const std::string& address, std::uint16_t port) {
+    Address result = {};
+    if (inet_pton(AF_INET, address.c_str(), &result.ipv4.sin_addr) == 1) {
+        result.ipv4.sin_family = AF_INET;
+        result.ipv4.sin_port = htons(port);
+    } else if (inet_pton(AF_INET6, address.c_str(), &result.ipv6.sin6_addr) == 1) {
+        result.ipv6.sin6_family = AF_INET6;
+        result.ipv6.sin6_port = htons(port);
+    } else {
+        throw std::runtime_error(address);
+    }
     return result;
 }
 
 int Bind(int type, const std::string& address, std::uint16_t port) {
-    const int opened = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-    const sockaddr_in bound = AddressOf(address, port);
+    const Address bound = AddressOf(address, port);
+    const int opened = socket(bound.any.sa_family, type | SOCK_CLOEXEC, 0);
     const int on = 1;
     setsockopt(opened, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (bind(opened, reinterpret_cast<const sockaddr*>(&bound), sizeof bound) != 0) {
+    if (bind(opened, &bound.any, sizeof bound) != 0) {
         close(opened);
         throw std::runtime_error("port " + std::to_string(port) + " of " + address + " is taken");
     }
     return opened;
 }
 
-sockaddr_in BoundAddress(int socket) {
-    sockaddr_in bound = {};
+Address BoundAddress(int socket) {
+    Address bound = {};
     socklen_t size = sizeof bound;
-    getsockname(socket, reinterpret_cast<sockaddr*>(&bound), &size);
+    getsockname(socket, &bound.any, &size);
     return bound;
 }
+
+// The port stands at the same place in both families.
+std::uint16_t BoundPort(int socket) { return ntohs(BoundAddress(socket).ipv4.sin_port); }
 
 }  // namespace
 
@@ -54,9 +70,7 @@ void WriteAll(int socket, std::string_view bytes) {
 }
 
 StreamService::StreamService(const std::string& address, std::uint16_t port, Converse converse)
-    : _listener(Bind(SOCK_STREAM, address, port)),
-      _port(ntohs(BoundAddress(_listener).sin_port)),
-      _converse(std::move(converse)) {
+    : _listener(Bind(SOCK_STREAM, address, port)), _port(BoundPort(_listener)), _converse(std::move(converse)) {
     if (listen(_listener, 16) != 0) throw std::runtime_error("listen");
     _thread = std::thread([this] { TakeConnections(); });
 }
@@ -92,14 +106,14 @@ void StreamService::TakeConnections() {
 
 DatagramService::DatagramService(const std::string& address, std::uint16_t port, Answer answer)
     : _socket(Bind(SOCK_DGRAM, address, port)),
-      _port(ntohs(BoundAddress(_socket).sin_port)),
+      _port(BoundPort(_socket)),
       _answer(std::move(answer)),
       _thread([this] { TakeDatagrams(); }) {}
 
 DatagramService::~DatagramService() {
     _ending = true;
-    const sockaddr_in self = BoundAddress(_socket);
-    sendto(_socket, "", 0, 0, reinterpret_cast<const sockaddr*>(&self), sizeof self);
+    const Address self = BoundAddress(_socket);
+    sendto(_socket, "", 0, 0, &self.any, sizeof self);
     _thread.join();
     close(_socket);
 }
@@ -107,14 +121,13 @@ DatagramService::~DatagramService() {
 void DatagramService::TakeDatagrams() {
     std::array<char, 4096> request = {};
     while (true) {
-        sockaddr_in peer = {};
+        Address peer = {};
         socklen_t size = sizeof peer;
-        const ssize_t got =
-            recvfrom(_socket, request.data(), request.size(), 0, reinterpret_cast<sockaddr*>(&peer), &size);
+        const ssize_t got = recvfrom(_socket, request.data(), request.size(), 0, &peer.any, &size);
         if (_ending || got < 0) return;
         const std::string answer = _answer({request.data(), static_cast<std::size_t>(got)});
         if (answer.empty()) continue;
-        sendto(_socket, answer.data(), answer.size(), 0, reinterpret_cast<const sockaddr*>(&peer), size);
+        sendto(_socket, answer.data(), answer.size(), 0, &peer.any, size);
     }
 }
 
