@@ -56,8 +56,7 @@ void AppendMember(std::string& text, std::string_view name, std::string_view val
         const auto byte = static_cast<unsigned char>(c);
         if (c == '"' || c == '\\') text += '\\';
         if (byte < 0x20) {
-            text.append("\\u00") += "0123456789abcdef"[byte >> 4U];
-            text += "0123456789abcdef"[byte & 0xFU];
+            text.append(byte < 0x10 ? "\\u000" : "\\u001") += "0123456789abcdef"[byte & 0xFU];
         } else {
             text += c;
         }

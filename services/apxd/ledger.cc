@@ -41,8 +41,11 @@ int WriteAll(int file, const std::string& text) {
     for (std::size_t done = 0; done < text.size();) {
         const ssize_t count = write(file, text.data() + done, text.size() - done);
         const int error = errno;
-        if (count < 0 && error != EINTR) return error;
-        if (count > 0) done += static_cast<std::size_t>(count);
+        if (count != -1) {
+            done += static_cast<std::size_t>(count);
+        } else if (error != EINTR) {
+            return error;
+        }
     }
     return fdatasync(file) == 0 ? 0 : errno;
 }

@@ -105,6 +105,7 @@ TEST(ApxHttpsAnswers, RequestIsJson) {
     EXPECT_EQ(AccountRequest("node01.corp.test", ""), R"({"accountName":"node01.corp.test"})");
     EXPECT_EQ(AccountRequest("n\"", "Hosts"), R"({"accountName":"n\"","organizationalUnit":"Hosts"})");
     EXPECT_EQ(AccountRequest("\xff", ""), "{\"accountName\":\"\xef\xbf\xbd\"}");
+    EXPECT_EQ(AccountRequest("\xc3\xa4", ""), "{\"accountName\":\"\xc3\xa4\"}");
 }
 
 std::string ErrorOf(const std::string& text) {

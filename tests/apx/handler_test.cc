@@ -192,6 +192,21 @@ TEST_F(ApxdHandler, RefusalsOfTheDirectoryHaveTheirHttpStatus) {
     }
 }
 
+TEST_F(ApxdHandler, RefusalIsOneLineOfUtf8) {
+    backEnd.beforeCreate = [] { throw Refusal(87, "\xc3\xa4 \"\xff"); };
+    const Answer answer = Send(Post(R"({"accountName":"a"})"));
+    EXPECT_EQ(answer.body.Text(), "{\"message\":\"\xc3\xa4 \\\"\xef\xbf\xbd\",\"status\":87}\n");
+    EXPECT_EQ(answer.message, "\xc3\xa4 \"\xff");
+}
+
+TEST_F(ApxdHandler, AnswersAreOneLineEach) {
+    EXPECT_EQ(Send(MakeRequest("GET", "/v1/domain")).body.Text(),
+              "{\"netbiosName\":\"CORP\",\"dnsName\":\"corp.test\",\"sid\":\"S-1-5-21-1-2-3\"}\n");
+    backEnd.afterCreate = [&] { backEnd.accounts.at("A").secret = std::string("\x00\x0f\x10\x1f\x20", 5); };
+    EXPECT_EQ(Send(Post(R"({"accountName":"a"})")).body.Text(),
+              "{\"accountName\":\"A$\",\"oneTimeSecret\":\"\\u0000\\u000f\\u0010\\u001f \"}\n");
+}
+
 TEST_F(ApxdHandler, SecretsAreWrittenAsJsonWhateverTheyHold) {
     std::string secret = "\"\\\x7f\xc3\xa4 ~";
     for (char c = 1; c < ' '; ++c) secret += c;

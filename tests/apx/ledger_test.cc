@@ -1,0 +1,267 @@
+// The ledger on a disk that is full, in a folder where others have put files, and when its file has grown long.
+
+#include "services/apxd/ledger.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "support/files.h"
+#include "support/temporary_folder.h"
+#include "unit/without_file_capabilities.h"
+
+namespace nimbrel::apxd::test {
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+namespace fs = std::filesystem;
+
+const std::string kMark = "0123456789abcdef0123456789abcdef";
+const std::string kHeader = "nimbrel-apxd ledger 1\n";
+
+// No file grows beyond `size` bytes.
+class SmallFiles {
+ public:
+    explicit SmallFiles(rlim_t size) : _handler(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &_before);
+        const rlimit small = {size, _before.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    }
+    SmallFiles(const SmallFiles&) = delete;
+    SmallFiles& operator=(const SmallFiles&) = delete;
+    ~SmallFiles() {
+        setrlimit(RLIMIT_FSIZE, &_before);
+        std::signal(SIGXFSZ, _handler);
+    }
+
+ private:
+    rlimit _before = {};
+    void (*_handler)(int);
+};
+
+int ErrorOf(const auto& call) {
+    try {
+        call();
+        return 0;
+    } catch (const std::system_error& error) {
+        return error.code().value();
+    }
+}
+
+class LedgerFile : public ::testing::Test {
+ protected:
+    // The open files of this process that lie in the folder, by their descriptors.
+    std::vector<int> Descriptors() const {
+        std::vector<int> found;
+        for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;  // the one of this loop itself
+            const std::string target = fs::read_symlink(entry.path(), gone).string();
+            if (target.starts_with(folder.Path())) found.push_back(std::stoi(entry.path().filename()));
+        }
+        return found;
+    }
+
+    const TemporaryFolder folder;
+    const std::string path = folder / "ledger";
+};
+
+TEST_F(LedgerFile, DescriptorsAreTwoAndNotInherited) {
+    {
+        Ledger ledger(path);
+        ledger.Note("NODE01", "c", {kMark, 1, false});
+        ledger.Prune(0, {});
+        const auto descriptors = Descriptors();
+        EXPECT_EQ(descriptors.size(), 2U) << "the ledger and its lock";
+        for (const int one : descriptors) EXPECT_EQ(fcntl(one, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC) << one;
+        EXPECT_THROW(Ledger second(path), std::runtime_error);
+        EXPECT_EQ(Descriptors().size(), 2U);
+    }
+    EXPECT_EQ(Descriptors().size(), 0U);
+    WriteFile(path, "something else\n");
+    EXPECT_THROW(Ledger damaged(path), std::runtime_error);
+    EXPECT_EQ(Descriptors().size(), 0U);
+}
+
+// The lines before it stay as they are, outdated ones, too.
+TEST_F(LedgerFile, LineThatFindsNoRoomIsTakenBack) {
+    Ledger ledger(path);
+    ledger.Note("NODE01", "c", {kMark, 1, false});
+    ledger.Note("NODE01", "c", {kMark, 1, false});
+    const std::string before = ReadFile(path);
+    {
+        const SmallFiles full(before.size() + 10);
+        EXPECT_EQ(ErrorOf([&] { ledger.Note("NODE02", "c", {kMark, 2, false}); }), EFBIG);
+        EXPECT_EQ(ErrorOf([&] { ledger.Forget("NODE01", "c"); }), EFBIG);
+    }
+    EXPECT_EQ(ReadFile(path), before);
+    EXPECT_TRUE(ledger.Find("NODE01", "c"));
+    EXPECT_FALSE(ledger.Find("NODE02", "c"));
+    ledger.Note("NODE03", "c", {kMark, 3, false});
+    EXPECT_EQ(ReadFile(path), before + "H NODE03 c " + kMark + " 3\n");
+}
+
+TEST_F(LedgerFile, LedgerThatFindsNoRoomStaysAsItWas) {
+    Ledger ledger(path);
+    ledger.Note("NODE01", "c", {kMark, 1, false});
+    ledger.Note("NODE02", "c", {kMark, 2, false});
+    const std::string before = ReadFile(path);
+    {
+        const SmallFiles full(kHeader.size() + 10);
+        EXPECT_EQ(ErrorOf([&] { ledger.Prune(2, {}); }), EFBIG);
+    }
+    EXPECT_EQ(ReadFile(path), before);
+    EXPECT_TRUE(ledger.Find("NODE01", "c"));
+    EXPECT_FALSE(fs::exists(path + ".new"));
+    EXPECT_EQ(Descriptors().size(), 2U);
+    ledger.Prune(2, {});
+    EXPECT_EQ(ReadFile(path), kHeader + "H NODE02 c " + kMark + " 2\n");
+}
+
+TEST_F(LedgerFile, WhatAKilledProcessLeftIsReplacedAndNeverWrittenTo) {
+    WriteFile(folder / "other", "another file\n");
+    fs::create_hard_link(folder / "other", path + ".new");
+    Ledger ledger(path);
+    EXPECT_EQ(ReadFile(path), kHeader);
+    EXPECT_EQ(ReadFile(folder / "other"), "another file\n");
+    fs::create_symlink(folder / "other", path + ".new");
+    ledger.Prune(0, {});
+    EXPECT_EQ(ReadFile(folder / "other"), "another file\n");
+}
+
+TEST_F(LedgerFile, WhatIsInTheWayIsToldAndLeftAlone) {
+    fs::create_directory(path + ".new");
+    EXPECT_EQ(ErrorOf([&] { Ledger ledger(path); }), EEXIST);
+    fs::remove(path + ".new");
+    fs::create_directory(path);
+    EXPECT_EQ(ErrorOf([&] { Ledger ledger(path); }), EISDIR);
+    fs::remove(path);
+    EXPECT_EQ(Descriptors().size(), 0U);
+}
+
+TEST_F(LedgerFile, PlaceThatIsTakenIsToldAndNothingIsLeftBesideIt) {
+    Ledger ledger(path);
+    fs::remove(path);
+    fs::create_directory(path);
+    EXPECT_EQ(ErrorOf([&] { ledger.Prune(0, {}); }), EISDIR);
+    EXPECT_FALSE(fs::exists(path + ".new"));
+    EXPECT_EQ(Descriptors().size(), 2U);
+}
+
+TEST_F(LedgerFile, FolderThatMayNotBeReadIsTold) {
+    fs::permissions(folder.Path(), fs::perms(0300));
+    {
+        const WithoutFileCapabilities asAnyUser;
+        EXPECT_EQ(ErrorOf([&] { Ledger ledger(path); }), EACCES);
+    }
+    fs::permissions(folder.Path(), fs::perms(0700));
+    EXPECT_FALSE(fs::exists(path));
+}
+
+TEST_F(LedgerFile, LinkIsNoMissingLedger) {
+    fs::create_symlink(folder / "nowhere", path);
+    EXPECT_EQ(ErrorOf([&] { Ledger ledger(path); }), ENOENT);
+    EXPECT_TRUE(fs::is_symlink(path));
+}
+
+TEST_F(LedgerFile, RightsThatTheUmaskTookAreThere) {
+    const mode_t before = umask(0777);
+    { Ledger ledger(path); }
+    umask(before);
+    EXPECT_EQ(ModeOf(path), 0600U);
+    EXPECT_EQ(ModeOf(path + ".lock"), 0600U);
+}
+
+TEST_F(LedgerFile, PathWithoutAFolderIsInTheCurrentOne) {
+    const fs::path before = fs::current_path();
+    fs::current_path(folder.Path());
+    { Ledger ledger("here"); }
+    fs::current_path(before);
+    EXPECT_EQ(ReadFile(folder / "here"), kHeader);
+}
+
+TEST_F(LedgerFile, DamagedLineMayHaveMoreThanItsWords) {
+    WriteFile(path, kHeader + "H NODE01 c " + kMark + " 1 more\nF NODE02 c more\n");
+    const Ledger ledger(path);
+    EXPECT_EQ(ReadFile(path), kHeader + "H NODE01 c " + kMark + " 1\n");
+}
+
+TEST_F(LedgerFile, LaterEntryReplacesTheEarlier) {
+    Ledger ledger(path);
+    ledger.Note("NODE01", "c", {kMark, 1, false});
+    ledger.Note("NODE01", "c", {kMark, 2, true});
+    EXPECT_EQ(ledger.Find("NODE01", "c")->time, 2);
+    EXPECT_TRUE(ledger.Find("NODE01", "c")->takenOver);
+}
+
+TEST_F(LedgerFile, OneThreadAtATimeWorksOnAnAccount) {
+    Ledger ledger(path);
+    std::atomic<int> inside = 0;
+    std::atomic<int> disturbed = 0;
+    std::vector<std::thread> threads;
+    for (int count = 0; count < 4; ++count) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 500; ++round) {
+                const Ledger::Turn turn(ledger, "NODE01");
+                disturbed += inside++ == 0 ? 0 : 1;
+                std::this_thread::yield();
+                --inside;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(disturbed, 0);
+    const Ledger::Turn one(ledger, "NODE01");
+    const Ledger::Turn other(ledger, "NODE02");
+}
+
+// The folder is in memory where the machine offers that: thousands of lines take no time there.
+class LongLedger : public ::testing::Test {
+ protected:
+    void Note(int times) {
+        for (int i = 0; i < times; ++i) ledger.Note("NODE01", "c", {kMark, 1, false});
+    }
+    std::ptrdiff_t Lines() const {
+        const std::string text = ReadFile(path);
+        return std::count(text.begin(), text.end(), '\n');
+    }
+
+    const TemporaryFolder folder;
+    const std::string path = folder / "ledger";
+    Ledger ledger{path};
+};
+
+TEST_F(LongLedger, IsWrittenAnewBehindTenThousandOutdatedLines) {
+    for (int round = 0; round < 2; ++round) {
+        Note(10001);
+        EXPECT_EQ(Lines(), 1 + round + 10001);
+        Note(1);
+        EXPECT_EQ(Lines(), 1 + 1);
+    }
+    EXPECT_TRUE(ledger.Find("NODE01", "c"));
+}
+
+TEST_F(LongLedger, ThatCannotBeWrittenAnewIsWrittenOn) {
+    fs::create_directory(path + ".new");
+    Note(10002);
+    EXPECT_EQ(Lines(), 1 + 10002);
+    fs::remove(path + ".new");
+    Note(1);
+    EXPECT_EQ(Lines(), 1 + 1);
+}
+
+}  // namespace
+}  // namespace nimbrel::apxd::test
