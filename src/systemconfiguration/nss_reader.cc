@@ -24,12 +24,10 @@ class StreamWords {
     // The next word, or an empty view at the end.
     std::string_view Next() { return _stream >> _word ? std::string_view(_word) : std::string_view(); }
 
-    // The index behind the last word; nothing once the word has ended the line.
+    // The index behind the last word; nothing once the word has ended the line: the stream tells -1 then.
     std::optional<std::size_t> Position() {
-        const std::istream::pos_type position = _stream.tellg();
-        const auto index = static_cast<std::size_t>(std::streamoff(position));
-        if (position == std::istream::pos_type(-1) || index >= _size) return std::nullopt;
-        return index;
+        const auto index = static_cast<std::size_t>(std::streamoff(_stream.tellg()));
+        return index < _size ? std::optional(index) : std::nullopt;
     }
 
     void MoveTo(std::size_t position) { _stream.seekg(std::istream::pos_type(static_cast<std::streamoff>(position))); }
@@ -84,11 +82,9 @@ class ServiceLists {
 
 template <typename LineWords>
 std::optional<NSSDatabase::Database> ReadDatabase(LineWords& words) {
-    std::string_view name = words.Next();
-    // A line of vertical tabs or form feeds only has no word at all.
-    if (name.empty()) return std::nullopt;
-    name.remove_suffix(1);  // the colon, it is hoped
-    const auto* const entry = FindName(kDatabaseNames, name);
+    // A line of vertical tabs or form feeds only has no word at all, and an empty name is no database's.
+    const std::string_view name = words.Next();
+    const auto* const entry = FindName(kDatabaseNames, name.substr(0, name.size() - 1));  // the colon, it is hoped
     return entry == nullptr ? std::nullopt : std::optional(entry->value);
 }
 
@@ -121,9 +117,9 @@ char CharacterAt(std::string_view line, std::size_t index) {
 // Configurations in the field are read this way, so it stays. Example: "hosts: files [NOTFOUND=return] dns" has the one
 // service "files" with the criteria "NOTFOUND=return".
 //
-// `close` is npos where it is known that the line has no ']', and 0 otherwise.
+// `mayClose` is false where it is known that the line has no ']'.
 template <typename LineWords>
-void ReadServices(std::string_view line, std::size_t close, ServiceLists& lists) {
+void ReadServices(std::string_view line, bool mayClose, ServiceLists& lists) {
     LineWords words(line);
     const std::optional<NSSDatabase::Database> database = ReadDatabase(words);
     if (!database.has_value()) return;
@@ -136,7 +132,8 @@ void ReadServices(std::string_view line, std::size_t close, ServiceLists& lists)
         }
         const std::size_t next = *position + 1;
         const char first = CharacterAt(line, next);
-        if (close != std::string::npos) close = line.find(']', next);  // where there is none, there is none further on
+        const std::size_t close = mayClose ? line.find(']', next) : std::string::npos;
+        mayClose = close != std::string::npos;  // where there is none, there is none further on
         if (first == '[') {
             NSSService service = ServiceWithCriteria<LineWords>(word, line, next, close);
             lists[*database].push_back(std::move(service));
@@ -153,24 +150,24 @@ constexpr bool IsLineBlank(char character) {
 }
 
 template <typename LineWords>
-void ReadLine(std::string_view line, std::size_t close, ServiceLists& lists) {
-    if (line.empty() || line.front() == '#') return;
+void ReadLine(std::string_view line, bool mayClose, ServiceLists& lists) {
+    if (line.starts_with('#')) return;
     while (!line.empty() && IsLineBlank(line.front())) line.remove_prefix(1);
-    if (!line.empty()) ReadServices<LineWords>(line, close, lists);
+    if (!line.empty()) ReadServices<LineWords>(line, mayClose, lists);
 }
 
 // Reads the lines that lie whole in the get area. A line is consumed before anything in it throws.
 void ReadReadyLines(std::streambuf& buffer, ServiceLists& lists) {
     GetArea area(buffer);
     const std::string_view text = area.Text();
-    std::size_t bracket = 0;  // the next ']', looked for once for all lines before it
+    std::size_t bracket = text.find(']', area.Position());  // looked for once for all lines before it
     for (;;) {
         const std::size_t start = area.Position();
         const std::size_t end = text.find('\n', start);
         if (end == std::string_view::npos) return;
         area.MoveTo(end + 1);
-        if (bracket <= start) bracket = text.find(']', start);
-        ReadLine<PlainWords>(text.substr(start, end - start), bracket < end ? 0 : std::string::npos, lists);
+        if (bracket < start) bracket = text.find(']', start);
+        ReadLine<PlainWords>(text.substr(start, end - start), bracket < end, lists);
     }
 }
 
@@ -185,9 +182,9 @@ std::istream& operator>>(std::istream& stream, NSSConfiguration& configuration) 
         if (plain && stream.good()) ReadReadyLines(*stream.rdbuf(), lists);
         if (!std::getline(stream, line)) return stream;
         if (classic) {
-            ReadLine<PlainWords>(line, 0, lists);
+            ReadLine<PlainWords>(line, true, lists);
         } else {
-            ReadLine<StreamWords>(line, 0, lists);
+            ReadLine<StreamWords>(line, true, lists);
         }
     }
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <locale>
 #include <new>
 #include <sstream>
 
@@ -110,5 +111,19 @@ TEST(Allocation, NoRuleIsReadTwice) { ExpectNothingTwice<LibraryPamReader>(kPoli
 
 // The line that is being read is gone, with all its services.
 TEST(Allocation, NoServiceIsReadTwice) { ExpectNothingTwice<LibraryNssReader>(kSwitch, "service_number_", 3); }
+
+// What a stream holds ready is read where it lies: neither its lines nor its words are copied.
+TEST(Allocation, LinesThatGiveNothingNeedNoMemory) {
+    std::istringstream stream(
+        "# a comment that is longer than a small string\nsudoers: service_that_nobody_asked_for\n");
+    LibraryNssReader reader;
+    EXPECT_FALSE(ReadUntilMemoryRunsOut(reader, stream, 0));
+}
+
+TEST(Allocation, NoServiceIsReadTwiceUnderAnotherGlobalLocale) {
+    const std::locale classic = std::locale::global(std::locale(std::locale::classic(), new std::ctype<char>));
+    ExpectNothingTwice<LibraryNssReader>(kSwitch, "service_number_", 3);
+    std::locale::global(classic);
+}
 
 }  // namespace

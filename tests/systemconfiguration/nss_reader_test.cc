@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "systemconfiguration/agreement.h"
 #include "systemconfiguration/nss_configuration.h"
 #include "systemconfiguration/nss_outcome.h"
 
@@ -21,6 +22,9 @@ constexpr auto kAtEnd = std::ios::eofbit | std::ios::failbit;
 std::vector<Source> Sources(const std::string& text) {
     return {Source{text}, Source{text, kNever, kNever, false}, Source{text, 1}, Source{text, 3}};
 }
+
+// It splits words as the C locale does, and is another one.
+std::locale SameUnderAnotherName() { return {std::locale::classic(), new std::ctype<char>}; }
 
 // A text that reads to its end.
 struct Accepted {
@@ -39,6 +43,14 @@ TEST_P(NssReaderAccepts, TextAndEndsWithEofAndFail) {
         EXPECT_EQ(outcome.state, kAtEnd);
         EXPECT_EQ(outcome.position, GetParam().text.size());
     }
+}
+
+TEST_P(NssReaderAccepts, TextUnderAnotherGlobalLocale) {
+    const GlobalLocale other(SameUnderAnotherName());
+    const Outcome outcome = OutcomeOf<LibraryNssReader>(Source{GetParam().text});
+    EXPECT_EQ(outcome.model, GetParam().model);
+    EXPECT_EQ(outcome.error, "");
+    EXPECT_EQ(outcome.state, kAtEnd);
 }
 
 INSTANTIATE_TEST_SUITE_P(Services, NssReaderAccepts,
@@ -117,6 +129,14 @@ TEST_P(NssReaderThrows, OutOfRangeAndKeepsWhatWasRead) {
     }
 }
 
+TEST_P(NssReaderThrows, OutOfRangeUnderAnotherGlobalLocale) {
+    const GlobalLocale other(SameUnderAnotherName());
+    const Outcome outcome = OutcomeOf<LibraryNssReader>(Source{GetParam().text});
+    EXPECT_EQ(outcome.model, GetParam().model);
+    EXPECT_EQ(outcome.error.find(std::string(typeid(std::out_of_range).name()) + ": basic_string::at: "), 0U)
+        << outcome.error;
+}
+
 INSTANTIATE_TEST_SUITE_P(
     OneTrailingSpace, NssReaderThrows,
     ::testing::Values(Thrower{"passwd: files \ngroup: files\n", "", "group: files\n"},
@@ -124,6 +144,13 @@ INSTANTIATE_TEST_SUITE_P(
                       Thrower{"passwd: files\t", "", ""}, Thrower{"passwd: files\v", "", ""},
                       Thrower{"group: x\npasswd: a b c \nhosts: d\n", "1:{a|}{b|}2:{x|}", "hosts: d\n"},
                       Thrower{"hosts: a [x] 345678 z ", "4:{a|x|}", ""}, Thrower{"  passwd: files ", "", ""}));
+
+TEST(NssReader, WordsAreThoseOfTheGlobalLocale) {
+    const std::string text = "passwd:,a,b\nhosts: c,[x,y] d e\n";
+    EXPECT_EQ(OutcomeOf<LibraryNssReader>(Source{text}).model, "4:{c,[x,y]|}{d|}{e|}");
+    const GlobalLocale comma(CommaLocale());
+    EXPECT_EQ(OutcomeOf<LibraryNssReader>(Source{text}).model, "1:{a|}{b|}4:{c|x|y|}");
+}
 
 TEST(NssReader, OutOfRangeIsNoLogicErrorOfItsOwn) {
     std::istringstream stream("passwd: files \n");
