@@ -53,7 +53,47 @@ TEST(NssEditTest, CriteriaOfTheProviderComeAndGoWithIt) {
         "group: files x [NOTFOUND=return !UNAVAIL=continue] # end\n",
         edited);
     EXPECT_EQ(text, WithoutNssService(edited, provider));
-    EXPECT_THROW(WithNssService(text, {"", {}, "x", {"word"}}), LoginsError);
+    try {
+        WithNssService(text, {"", {}, "x", {"word"}});
+        ADD_FAILURE() << "not refused";
+    } catch (const LoginsError& error) {
+        EXPECT_EQ(LoginsError::Kind::Refused, error.Reason());
+        EXPECT_STREQ("the provider's name-service parameter 'word' is no criterion", error.what());
+    }
+}
+
+TEST(NssEditTest, OnlyTheServicesOwnCriteriaGoWithIt) {
+    EXPECT_EQ("passwd: files [NOTFOUND=return] y [SUCCESS=merge]\n",
+              WithoutNssService("passwd: files [NOTFOUND=return] x [UNAVAIL=return] y [SUCCESS=merge]\n", kProvider));
+    const std::string text = "passwd:   files xy  yx # x\n# x\n";
+    EXPECT_EQ(text, WithoutNssService(text, kProvider)) << "nothing to remove";
+    EXPECT_EQ("passwd: files\nhosts: files\ngroup: files\n",
+              WithoutNssService("passwd: x files x\nhosts: files\ngroup: files x\n", kProvider));
+}
+
+TEST(NssEditTest, ServiceIsThereUnderItsWholeName) {
+    EXPECT_TRUE(HasNssService("hosts: files x\n", "x"));
+    for (const char* const text : {"", "hosts: files xx\n", "# passwd: x\n", "passwd: files [NOTFOUND=return]\n"}) {
+        EXPECT_FALSE(HasNssService(text, "x")) << text;
+    }
+}
+
+TEST(NssEditTest, TemplatesGetTheServiceInFrontOfConditions) {
+    const struct {
+        const char* before;
+        const char* after;
+    } rows[] = {
+        {"passwd: files\n", "passwd: files x\n"},
+        {"group:\tfiles \t \n", "group:\tfiles x \t \n"},
+        {"passwd: files {exclude if \"a\"} {include if \"b\"}",
+         "passwd: files x {exclude if \"a\"} {include if \"b\"}\n"},
+        {"passwd: files\t{include if \"b\"} {exclude if \"a\"}\n",
+         "passwd: files x\t{include if \"b\"} {exclude if \"a\"}\n"},
+        {"hosts: files\n passwd: files\npasswd\n", "hosts: files\n passwd: files\npasswd\n"},
+        {"passwd:", "passwd: x\n"},
+        {"", ""},
+    };
+    for (const auto& row : rows) EXPECT_EQ(row.after, WithNssServiceInTemplate(row.before, kProvider)) << row.before;
 }
 
 TEST(NssEditTest, RemovalTakesTheServiceOnly) {
@@ -200,13 +240,105 @@ TEST(PamEditTest, TemplatesOfAuthselectKeepTheirConditions) {
 }
 
 TEST(PamEditTest, ProfileNamesTheModuleInEveryStack) {
-    const std::string profile = PamProfile(kProvider);
-    for (const char* const line :
-         {"Auth:\n\t[success=end default=ignore]\tpam_x.so quiet domain=corp.test use_first_pass\n",
-          "Auth-Initial:\n\t[success=end default=ignore]\tpam_x.so quiet domain=corp.test\n",
-          "Session:\n\toptional\tpam_x.so quiet domain=corp.test\n", "Default: no\n"}) {
-        EXPECT_THAT(profile, HasSubstr(line));
+    EXPECT_EQ(
+        "Name: Directory logins (nimauth)\nDefault: no\nPriority: 128\nAuth-Type: Primary\n"
+        "Auth:\n\t[success=end default=ignore]\tpam_x.so quiet domain=corp.test use_first_pass\n"
+        "Auth-Initial:\n\t[success=end default=ignore]\tpam_x.so quiet domain=corp.test\n"
+        "Account-Type: Additional\nAccount:\n\t[success=1 default=ignore]\tpam_localuser.so\n"
+        "\t[success=ok new_authtok_reqd=ok user_unknown=ignore default=bad]\tpam_x.so quiet domain=corp.test\n"
+        "Password-Type: Primary\nPassword:\n\t[success=end default=ignore]\tpam_x.so quiet domain=corp.test\n"
+        "Session-Type: Additional\nSession:\n\toptional\tpam_x.so quiet domain=corp.test\n",
+        PamProfile(kProvider));
+}
+
+TEST(PamEditTest, TemplateGetsTheRulesOfEveryType) {
+    const std::string guard = "\t[success=1 default=ignore]\tpam_localuser.so\n";
+    const std::string module = "\tpam_x.so quiet domain=corp.test\n";
+    const PamFiles files = {{"a",
+                             "auth required pam_unix.so\naccount required pam_unix.so\n"
+                             "password required pam_unix.so\nsession required pam_unix.so\n"}};
+    const std::string edited = WithPamModuleInTemplate(files, "a", kProvider);
+    EXPECT_EQ("auth" + guard + "auth\tsufficient" + module + "auth required pam_unix.so\naccount" + guard +
+                  "account\t[success=ok new_authtok_reqd=ok user_unknown=ignore default=bad]" + module +
+                  "account required pam_unix.so\npassword" + guard + "password\tsufficient" + module +
+                  "password required pam_unix.so\nsession\toptional" + module + "session required pam_unix.so\n",
+              edited);
+    EXPECT_EQ(edited, WithPamModuleInTemplate({{"a", edited}}, "a", kProvider)) << "once is enough";
+    EXPECT_EQ("auth required a.so\n", WithPamModuleInTemplate({{"a", "auth required a.so\n"}}, "a", kProvider));
+}
+
+TEST(PamEditTest, EveryTypeIsGuardedButSessions) {
+    const std::string guard = " [success=1 default=ignore] pam_localuser.so\n";
+    const std::string module = " pam_x.so quiet domain=corp.test\n";
+    const std::string text =
+        "auth required pam_unix.so\naccount required pam_unix.so\npassword required pam_unix.so\n"
+        "session required pam_unix.so\n";
+    const std::string edited = With(text);
+    EXPECT_EQ("auth" + guard + "auth sufficient" + module + "auth required pam_unix.so\naccount" + guard +
+                  "account [success=ok new_authtok_reqd=ok user_unknown=ignore default=bad]" + module +
+                  "account required pam_unix.so\npassword" + guard + "password sufficient" + module +
+                  "password required pam_unix.so\nsession optional" + module + "session required pam_unix.so\n",
+              edited);
+    EXPECT_EQ(text, WithoutPamModule(edited, "pam_x.so"));
+}
+
+TEST(PamEditTest, RemovalTakesTheModulesRulesAndTheirGuardsOnly) {
+    const std::string kept =
+        "auth [success=1 default=ignore] pam_localuser.so\naccount required pam_x.so2\n"
+        "account [success=2 default=ignore] pam_localuser.so\n@include pam_x.so\nauth include pam_x.so\n";
+    const std::string before = kept + "account required /lib/security/pam_x.so a b\nauth required b.so\n";
+    EXPECT_EQ(kept + "auth required b.so\n", WithoutPamModule(before, "pam_x.so"));
+    EXPECT_EQ("auth required b.so\n", WithoutPamModule("auth required pam_x.so\nauth required b.so\n", "pam_x.so"));
+    const std::string others = "account [success=1 default=ignore] pam_localuser.so\nauth required pam_x.so\n";
+    EXPECT_EQ("account [success=1 default=ignore] pam_localuser.so\n", WithoutPamModule(others, "pam_x.so"));
+    EXPECT_EQ("auth   required\tb.so", WithoutPamModule("auth   required\tb.so", "pam_x.so")) << "nothing to remove";
+}
+
+TEST(PamEditTest, RulesThatGoOnBehindTheirLineStayWhole) {
+    const std::string rest = "auth required pam_unix.so \\\n b c # d\n";
+    EXPECT_EQ(kAuthRules + rest, With(rest));
+    EXPECT_EQ(rest, WithoutPamModule(kAuthRules + rest, "pam_x.so"));
+}
+
+TEST(PamEditTest, ModuleIsThereOnlyAsARule) {
+    EXPECT_TRUE(HasPamModule("auth required a.so\nauth required /x/pam_x.so\n", "pam_x.so"));
+    for (const char* const text : {"", "# auth required pam_x.so\n", "@include pam_x.so\n", "auth include pam_x.so\n",
+                                   "auth substack pam_x.so\n", "auth required a.so pam_x.so\n", "auth pam_x.so\n"}) {
+        EXPECT_FALSE(HasPamModule(text, "pam_x.so")) << text;
     }
+}
+
+TEST(PamEditTest, JumpsThatEndBeforeThePlaceDoNotMoveIt) {
+    const struct {
+        const char* before;
+        const char* last;
+        bool moves;
+    } rows[] = {
+        {"auth [success=2 default=ignore] a.so\nauth required b.so\n", "auth required pam_unix.so\n", true},
+        {"auth [success=2 default=ignore] a.so\nauth required b.so\nauth required c.so\n",
+         "auth required pam_unix.so\n", false},
+        {"auth [success=2 default=ignore] a.so\nauth required b.so\naccount required c.so\n",
+         "auth required pam_unix.so\n", true},
+        {"auth [success=2 default=ignore] a.so\nauth required b.so\n@include none\n", "auth required pam_unix.so\n",
+         true},
+        {"auth [success=2 default=ignore] a.so\nauth required b.so\nauth include none\n", "auth required pam_unix.so\n",
+         true},
+        {"account [success=2 default=ignore] a.so\n", "auth required pam_unix.so\n", false},
+    };
+    for (const auto& row : rows) {
+        const PamFiles files = {{"login", row.before + std::string(row.last)}, {"none", "# nothing\n"}};
+        const std::string expected = row.moves ? std::string(kAuthRules) + row.before + row.last
+                                               : std::string(row.before) + kAuthRules + row.last;
+        EXPECT_EQ(expected, WithPamModule(files, "login", kProvider)) << row.before;
+    }
+}
+
+// A jump that was moved for may be jumped over by one before it.
+TEST(PamEditTest, JumpsOverJumpsMoveThePlaceAgain) {
+    const std::string text =
+        "auth required z.so\nauth [success=1 default=ignore] a.so\nauth [success=1 default=ignore] b.so\n"
+        "auth required pam_unix.so\n";
+    EXPECT_EQ("auth required z.so\n" + std::string(kAuthRules) + text.substr(text.find('\n') + 1), With(text));
 }
 
 }  // namespace

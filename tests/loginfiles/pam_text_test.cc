@@ -36,6 +36,62 @@ TEST(PamTextTest, SampleIsReadAsToldInTheHeader) {
     EXPECT_EQ("common-session", lines[4].module);
 }
 
+TEST(PamTextTest, EveryLineHasItsNumber) {
+    std::vector<int> numbers;
+    for (const PamLine& line : ParsePam(kSample)) numbers.push_back(line.number);
+    EXPECT_THAT(numbers, ElementsAre(1, 2, 4, 5, 6));
+}
+
+// "type control module|argument ", "-" before what may be missing; "@module" for an include, "?" for what cannot be read.
+std::string Shown(const std::string& text) {
+    std::string shown;
+    for (const PamLine& line : ParsePam(text)) {
+        if (line.kind == PamLine::Kind::Unreadable) shown += "?";
+        if (line.kind == PamLine::Kind::Include) shown += '@' + line.module;
+        if (line.kind != PamLine::Kind::Rule) continue;
+        shown += (line.optional ? "-" : "") + line.type + ' ' + line.control + ' ' + line.module;
+        for (const std::string& argument : line.arguments) shown += '|' + argument;
+    }
+    return shown;
+}
+
+TEST(PamTextTest, LinesAreReadAsLibpamReadsThem) {
+    const struct {
+        const char* text;
+        const char* shown;
+    } rows[] = {
+        {"auth required a.so", "auth required a.so"},
+        {"\tAUTH\tRequired\tA.so\tX\r\n", "auth required A.so|X"},
+        {"-Password [Success=1  Default=IGNORE] a.so", "-password [success=1  default=ignore] a.so"},
+        {"account [a]b.so c", "account [a] b.so|c"},
+        {"auth required a.so [b c] [d", "auth required a.so|[b c]|[d"},
+        {"auth [a b", "?"},
+        {"auth required a.so # b\n", "auth required a.so"},
+        {"auth required # a.so\n", "?"},
+        {"auth required \\\na.so \\ \n b", "auth required a.so|b"},
+        {"auth required a.so\\\nb", "auth required a.so|b"},
+        {"auth required a.so \\", "auth required a.so"},
+        {"auth required a.so \\b c", "auth required a.so|\\b|c"},
+        {"# c \\\nauth required a.so\n", "auth required a.so"},
+        {"@include x", "@x"},
+        {" @include x # y\n", "@x"},
+        {"@include x y", "?"},
+        {"@includes x", "?"},
+        {"--auth required a.so", "?"},
+        {"-", "?"},
+        {" \t\r\n\n", ""},
+        {"", ""},
+        {"\\\n\\\n", ""},
+    };
+    for (const auto& row : rows) EXPECT_EQ(row.shown, Shown(row.text)) << row.text;
+}
+
+TEST(PamTextTest, ModuleIsNamedWithoutItsFolder) {
+    for (const char* const module : {"pam_unix.so", "/pam_unix.so", "/lib/security/pam_unix.so"}) {
+        EXPECT_EQ("pam_unix.so", ModuleName({.raw = "", .module = module}));
+    }
+}
+
 TEST(PamTextTest, UnreadableLinesAreToldApart) {
     for (const char* const text : {"auth\n", "auth required\n", "bogus required x.so\n", "@include\n"}) {
         EXPECT_EQ(PamLine::Kind::Unreadable, ParsePam(text).front().kind) << text;
@@ -59,6 +115,10 @@ TEST(PamTextTest, JumpsAreCounted) {
     EXPECT_EQ(0, LongestJump("[success=ok default=bad]"));
     EXPECT_EQ(12, LongestJump("[success=1 new_authtok_reqd=12 default=ignore]"));
     EXPECT_EQ(std::numeric_limits<int>::max(), LongestJump("[success=99999999999999999999]"));
+    EXPECT_EQ(12, LongestJump("[new_authtok_reqd=12 success=1]"));
+    EXPECT_EQ(5, LongestJump("[success==5]"));
+    EXPECT_EQ(5, LongestJump("=5"));
+    EXPECT_EQ(0, LongestJump("[success=-1]"));
 }
 
 PamFiles Files() {
@@ -88,6 +148,64 @@ TEST(PamTextTest, UnknownServicesAreOther) { EXPECT_THAT(Modules("bogus", "auth"
 TEST(PamTextTest, CirclesAndMissingFilesEnd) {
     EXPECT_THAT(Modules("circle", "auth"), ElementsAre("circle"));
     EXPECT_THAT(Modules("lost", "auth"), ElementsAre("nowhere"));
+}
+
+TEST(PamTextTest, WithoutOtherAnUnknownServiceHasNoRules) {
+    EXPECT_TRUE(EffectiveStack({{"login", "auth required a.so\n"}}, "bogus").empty());
+}
+
+TEST(PamTextTest, UnreadableLinesAreOfEveryType) {
+    const PamFiles files = {{"a", "bogus\n# c\nauth required a.so\naccount include b\n"},
+                            {"b", "bogus\n@include c\n"},
+                            {"c", "account required c.so\nauth required d.so\n"}};
+    std::string shown;
+    for (const char* const type : {"auth", "account", ""}) {
+        for (const EffectiveRule& rule : EffectiveStack(files, "a", type)) {
+            shown += rule.file + ':' + rule.line.module + ' ';
+        }
+        shown += '/';
+    }
+    EXPECT_EQ("a: a:a.so /a: b: c:c.so /a: a:a.so b: c:c.so /", shown);
+}
+
+TEST(PamTextTest, ModulesOfIncludedFilesAreUsed) {
+    EXPECT_TRUE(Uses(Files(), "login", "auth", "d.so"));
+    EXPECT_FALSE(Uses(Files(), "login", "account", "d.so"));
+    EXPECT_FALSE(Uses(Files(), "login", "auth", "c.so"));
+}
+
+TEST(PamTextTest, IncludesAreFollowedThirtyTwoDeep) {
+    PamFiles files;
+    for (int i = 0; i < 40; ++i) files[std::to_string(i)] = "@include " + std::to_string(i + 1) + '\n';
+    const auto rules = EffectiveStack(files, "0");
+    ASSERT_EQ(1U, rules.size());
+    EXPECT_EQ("33", rules[0].line.module);
+}
+
+TEST(PamTextTest, ThousandIncludesAreFollowed) {
+    PamFiles files = {{"a", "auth required a.so\n"}, {"login", ""}};
+    for (int i = 0; i < 1001; ++i) files["login"] += "@include a\n";
+    const auto rules = EffectiveStack(files, "login");
+    ASSERT_EQ(1001U, rules.size());
+    EXPECT_EQ("a.so", rules[999].line.module);
+    EXPECT_EQ("a", rules[1000].line.module);
+}
+
+TEST(PamTextTest, FilesOfTheHostComeBeforeThoseOfItsPackages) {
+    const TemporaryFolder root;
+    const auto write = [&](const std::string& path) {
+        std::filesystem::create_directories(std::filesystem::path(root / path).parent_path());
+        WriteFile(root / path, path);
+    };
+    for (const char* const path : {"etc/pam.d/login", "etc/pam.d/.hidden", "etc/pam.d/login~", "etc/pam.d/folder/sshd",
+                                   "usr/lib/pam.d/login", "usr/lib/pam.d/cron"}) {
+        write(path);
+    }
+    std::filesystem::create_symlink(root / "usr/lib/pam.d/cron", root / "etc/pam.d/at");
+    const PamFiles expected = {
+        {"login", "etc/pam.d/login"}, {"cron", "usr/lib/pam.d/cron"}, {"at", "usr/lib/pam.d/cron"}};
+    EXPECT_EQ(expected, ReadPamFiles(root / ""));
+    EXPECT_TRUE(ReadPamFiles(root / "nowhere").empty());
 }
 
 TEST(PamTextTest, FilesThatNameThemselvesTwiceEndSoon) {

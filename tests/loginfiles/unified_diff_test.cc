@@ -32,6 +32,35 @@ TEST(UnifiedDiffTest, MissingFilesAreNamedAndMissingLineEndsTold) {
     EXPECT_EQ("--- f\n+++ f\n@@ -1,2 +1,2 @@\n a\n-b\n\\ No newline at end of file\n+b\n", Diff("a\nb", "a\nb\n"));
 }
 
+TEST(UnifiedDiffTest, MostLinesAreKept) {
+    EXPECT_EQ("--- f\n+++ f\n@@ -1,5 +1,4 @@\n-x\n-y\n a\n b\n c\n+z\n", Diff("x\ny\na\nb\nc\n", "a\nb\nc\nz\n"));
+    EXPECT_EQ("--- f\n+++ f\n@@ -1,4 +1,5 @@\n+x\n+y\n a\n b\n c\n-z\n", Diff("a\nb\nc\nz\n", "x\ny\na\nb\nc\n"));
+    EXPECT_EQ("--- f\n+++ f\n@@ -1,3 +1,3 @@\n a\n-b\n c\n+b\n", Diff("a\nb\nc\n", "a\nc\nb\n"));
+}
+
+TEST(UnifiedDiffTest, EmptyFilesComeAndGo) {
+    const std::string empty;
+    EXPECT_EQ("--- /dev/null\n+++ f\n", UnifiedDiff("f", nullptr, &empty));
+    EXPECT_EQ("--- f\n+++ /dev/null\n", UnifiedDiff("f", &empty, nullptr));
+    EXPECT_EQ("", UnifiedDiff("f", nullptr, nullptr));
+    EXPECT_EQ("--- f\n+++ f\n@@ -0,0 +1,1 @@\n+a\n", Diff("", "a\n"));
+    EXPECT_EQ("--- f\n+++ f\n@@ -1,1 +0,0 @@\n-a\n", Diff("a\n", ""));
+}
+
+TEST(UnifiedDiffTest, ManyHunksStandOneAfterTheOther) {
+    std::string before;
+    std::string after;
+    for (int line = 0; line < 30; ++line) {
+        before += std::to_string(line) + '\n';
+        after += (line % 10 == 5 ? "x" : "") + std::to_string(line) + '\n';
+    }
+    EXPECT_EQ(
+        "--- f\n+++ f\n@@ -3,7 +3,7 @@\n 2\n 3\n 4\n-5\n+x5\n 6\n 7\n 8\n"
+        "@@ -13,7 +13,7 @@\n 12\n 13\n 14\n-15\n+x15\n 16\n 17\n 18\n"
+        "@@ -23,7 +23,7 @@\n 22\n 23\n 24\n-25\n+x25\n 26\n 27\n 28\n",
+        Diff(before, after));
+}
+
 TEST(UnifiedDiffTest, InsertedAndRemovedLinesStandAtTheirPlace) {
     EXPECT_EQ("--- f\n+++ f\n@@ -1,2 +1,3 @@\n a\n+x\n b\n", Diff("a\nb\n", "a\nx\nb\n"));
     EXPECT_EQ("--- f\n+++ f\n@@ -1,3 +1,2 @@\n a\n-x\n b\n", Diff("a\nx\nb\n", "a\nb\n"));

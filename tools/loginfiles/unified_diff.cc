@@ -105,13 +105,14 @@ std::string UnifiedDiff(const std::string& path, const std::string* before, cons
     const std::vector<std::string_view> b = Lines(after);
     const std::vector<Step> steps = Steps(a, b);
     std::string hunks;
-    std::size_t done = 0;
-    for (std::size_t index = 0; index < steps.size(); ++index) {
-        if (steps[index].mark == ' ') continue;
-        const std::size_t begin = std::max(done, index < kContext ? 0 : index - kContext);
-        done = HunkEnd(steps, index);
-        hunks += Hunk(steps, begin, done);
-        index = done - 1;
+    for (std::size_t index = 0; index < steps.size();) {
+        if (steps[index].mark == ' ') {
+            ++index;
+            continue;
+        }
+        const std::size_t end = HunkEnd(steps, index);
+        hunks += Hunk(steps, index - std::min(index, kContext), end);
+        index = end;
     }
     const bool same = hunks.empty() && (before == nullptr) == (after == nullptr);
     if (same) return "";
