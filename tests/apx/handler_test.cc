@@ -244,6 +244,35 @@ TEST_F(ApxdHandler, TheSameAddressWithAnotherCertificateIsAnotherClient) {
     EXPECT_EQ(Outcome(request), "409 1316");
     request.certificate = "01";
     EXPECT_EQ(Outcome(request), "200 0");
+    EXPECT_TRUE(ledger.Find("NODE01", "192.0.2.10+01"));
+}
+
+TEST_F(ApxdHandler, WhoMayNotAskIsToldWhy) {
+    Request request = MakeRequest("GET", "/v1/domain");
+    request.client = Address::Parse("198.51.100.1");
+    EXPECT_EQ(Send(request).message, "this address may not ask");
+    request.client = Address::Parse("192.0.2.10");
+    config.clientCaFile = "/etc/ca.pem";
+    EXPECT_EQ(Send(request).message, "a certificate of an allowed client is needed");
+    while (Send(request).httpStatus == 403U) {
+    }
+    EXPECT_EQ(Send(request).message, "too many requests; try again later");
+}
+
+TEST_F(ApxdHandler, PreStagedAccountIsTakenOver) {
+    config.preStaged = {"NODE07"};
+    backEnd.accounts["NODE07"] = {};
+    Handler other(config, backEnd, ledger);
+    const Answer answer = other.Handle(Post(R"({"accountName":"node07"})"));
+    EXPECT_EQ(answer.httpStatus, 200U);
+    EXPECT_STREQ(answer.way, "taken-over");
+}
+
+TEST_F(ApxdHandler, ClientWithoutAnAddressIsUnknown) {
+    Request request = Post(R"({"accountName":"node01"})");
+    request.client.reset();
+    EXPECT_EQ(handler.Handle(request).httpStatus, 201U);
+    EXPECT_TRUE(ledger.Find("NODE01", "unknown"));
 }
 
 TEST_F(ApxdHandler, UnitsOutsideTheListAreRefused) {
