@@ -76,6 +76,7 @@ TEST_F(ApxdHandler, AccountIsHandedOut) {
     EXPECT_EQ(body, json({{"accountName", "NODE01$"}, {"oneTimeSecret", backEnd.accounts.at("NODE01").secret}}));
     EXPECT_EQ(backEnd.accounts.at("NODE01").unit, "Lab");
     EXPECT_EQ(answer.account, "NODE01");
+    EXPECT_EQ(answer.organizationalUnit, "Lab");
     EXPECT_STREQ(answer.way, "created");
     EXPECT_EQ(Send(Post(R"({"accountName":"node01","organizationalUnit":null})")).httpStatus, 200U);
 }
@@ -257,6 +258,12 @@ TEST_F(ApxdHandler, WhoMayNotAskIsToldWhy) {
     while (Send(request).httpStatus == 403U) {
     }
     EXPECT_EQ(Send(request).message, "too many requests; try again later");
+}
+
+TEST_F(ApxdHandler, WhatWasAskedForIsInTheLogAlsoWhenItIsRefused) {
+    const Answer answer = Send(Post(R"({"accountName":"x;y","organizationalUnit":"Lab"})"));
+    EXPECT_EQ(answer.account, "x;y");
+    EXPECT_EQ(answer.organizationalUnit, "Lab");
 }
 
 TEST_F(ApxdHandler, PreStagedAccountIsTakenOver) {
