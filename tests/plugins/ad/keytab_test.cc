@@ -229,8 +229,16 @@ TEST_F(Keytab, FileThatEndsInTheMiddleIsDamaged) {
         const std::uint32_t expected = size == 2 ? 0U : kStatusInternalError;
         EXPECT_EQ(StatusOf([&] { RemoveRealmFromKeytab(File(), "CORP.TEST"); }), expected) << size;
     }
-    WriteFile(File(), std::string("\x05\x02\0\0\0\x08\0\1\0\2ab\0\5", 14));
-    EXPECT_EQ(StatusOf([&] { RemoveRealmFromKeytab(File(), "CORP.TEST"); }), kStatusInternalError);
+    for (const std::string& entry : {std::string("\0\0\0\x08\0\1\0\2ab\0\5", 12), std::string("\0\0\0\1a", 5)}) {
+        WriteFile(File(), "\x05\x02" + entry);
+        try {
+            RemoveRealmFromKeytab(File(), "CORP.TEST");
+            ADD_FAILURE() << "an entry without a name was taken";
+        } catch (const AdError& error) {
+            EXPECT_EQ(error.Status(), kStatusInternalError);
+            EXPECT_STREQ(error.what(), "The keytab is damaged or of another format");
+        }
+    }
 }
 
 TEST_F(Keytab, WhyItCannotBeWrittenIsTold) {
