@@ -95,6 +95,21 @@ TEST(Relationships, DirectionAndKind) {
     }
 }
 
+// Every other bit of the direction and of the attributes says nothing here.
+TEST(Relationships, OneBitAloneDecides) {
+    for (int bit = 0; bit < 31; ++bit) {
+        const std::int64_t attributes = std::int64_t{1} << bit;
+        const std::int32_t kind = bit == 3   ? kRelationshipKindForest
+                                  : bit == 5 ? kRelationshipKindWithinForest
+                                             : kRelationshipKindExternal;
+        EXPECT_EQ(RelationshipOf(2, 2, attributes), kRelationshipOutbound + kind) << bit;
+        EXPECT_EQ(RelationshipOf(2 + (attributes << 2), 2, 0), kRelationshipOutbound + kRelationshipKindExternal)
+            << bit;
+        EXPECT_EQ(RelationshipOf(2, attributes, 32), kRelationshipOutbound + kRelationshipKindWithinForest);
+    }
+    EXPECT_EQ(RelationshipOf(3, 2, 8 + 32), kRelationshipBidirectional + kRelationshipKindWithinForest);
+}
+
 TEST(Relationships, WhoMayLogInWhere) {
     EXPECT_TRUE((Trust{"t", "T", kRelationshipOutbound}.LetsUsersIn()));
     EXPECT_FALSE((Trust{"t", "T", kRelationshipOutbound + kRelationshipKindForest}.LetsUsersOut()));
