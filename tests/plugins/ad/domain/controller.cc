@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <set>
 #include <stdexcept>
 
 #include "plugins/ad/domain/acceptor.h"
@@ -212,7 +213,16 @@ class Conversation {
         } else {
             result = _controller._entries.Search(base, scope, filter, found);
         }
-        for (const auto& entry : found) SendMessage(EncodedEntry(entry));
+        std::set<std::string> wanted;
+        for (std::string_view names = TakeElement(content).content; !names.empty();) {
+            wanted.insert(LowerText(TakeElement(names).Text()));
+        }
+        for (auto& entry : found) {
+            // Without a list of names all attributes are meant.
+            std::erase_if(entry.attributes,
+                          [&](const auto& one) { return !wanted.empty() && !wanted.contains(one.first); });
+            SendMessage(EncodedEntry(entry));
+        }
         SendResult(0x65, result);
     }
 
