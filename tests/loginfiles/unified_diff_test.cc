@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <vector>
+
 namespace nimbrel::logins {
 namespace {
 
@@ -36,6 +39,50 @@ TEST(UnifiedDiffTest, MostLinesAreKept) {
     EXPECT_EQ("--- f\n+++ f\n@@ -1,5 +1,4 @@\n-x\n-y\n a\n b\n c\n+z\n", Diff("x\ny\na\nb\nc\n", "a\nb\nc\nz\n"));
     EXPECT_EQ("--- f\n+++ f\n@@ -1,4 +1,5 @@\n+x\n+y\n a\n b\n c\n-z\n", Diff("a\nb\nc\nz\n", "x\ny\na\nb\nc\n"));
     EXPECT_EQ("--- f\n+++ f\n@@ -1,3 +1,3 @@\n a\n-b\n c\n+b\n", Diff("a\nb\nc\n", "a\nc\nb\n"));
+}
+
+// How many lines two texts of one-letter lines have in common at most, in their order.
+std::size_t MostKept(const std::string& a, const std::string& b) {
+    if (a.empty() || b.empty()) return 0;
+    if (a[0] == b[0]) return 1 + MostKept(a.substr(1), b.substr(1));
+    return std::max(MostKept(a.substr(1), b), MostKept(a, b.substr(1)));
+}
+
+std::vector<std::string> AllTexts(std::size_t longest) {
+    std::vector<std::string> texts = {""};
+    for (std::size_t index = 0; texts[index].size() < longest; ++index) {
+        for (const char letter : {'a', 'b', 'c'}) texts.push_back(texts[index] + letter);
+    }
+    return texts;
+}
+
+std::string AsLines(const std::string& letters) {
+    std::string lines;
+    for (const char letter : letters) lines += std::string(1, letter) + '\n';
+    return lines;
+}
+
+// Texts so short that all that is kept is in sight of a change.
+TEST(UnifiedDiffTest, EveryShortTextBecomesEveryOtherAndMostIsKept) {
+    const std::vector<std::string> texts = AllTexts(4);
+    EXPECT_EQ(121U, texts.size());
+    for (const std::string& a : texts) {
+        for (const std::string& b : texts) {
+            if (a == b) continue;
+            const std::string diff = Diff(AsLines(a), AsLines(b));
+            std::string before;
+            std::string after;
+            std::size_t kept = 0;
+            for (std::size_t at = diff.find("@@\n") + 3; at < diff.size(); at += 3) {
+                kept += diff[at] == ' ' ? 1 : 0;
+                if (diff[at] != '+') before += diff[at + 1];
+                if (diff[at] != '-') after += diff[at + 1];
+            }
+            ASSERT_EQ(a, before) << diff;
+            ASSERT_EQ(b, after) << diff;
+            ASSERT_EQ(MostKept(a, b), kept) << diff;
+        }
+    }
 }
 
 TEST(UnifiedDiffTest, EmptyFilesComeAndGo) {
