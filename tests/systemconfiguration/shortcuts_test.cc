@@ -7,6 +7,9 @@
 
 #include "src/systemconfiguration/names.h"
 #include "src/systemconfiguration/pam_entry_reader.h"
+#include "systemconfiguration/agreement.h"
+#include "systemconfiguration/nss_outcome.h"
+#include "systemconfiguration/pam_outcome.h"
 
 namespace {
 
@@ -58,6 +61,15 @@ TEST(Steps, EveryTextOfThreeKindsUpToTenCharacters) {
             ExpectPlainResults(text, size / 2);
         }
     }
+}
+
+using PamAgreement = Agreement<LibraryPamReader, LiteralPamReader>;
+using NssAgreement = Agreement<LibraryNssReader, LiteralNssReader>;
+
+TEST(StreamSettings, ThatChangeWhatIsReadLeaveTheShortcut) {
+    PamAgreement::OnSettings({"auth", "required", "[", "]", " ", "\n", ","}, 3,
+                             {"session optional m\nauth required ", " m p\nauth required m\n"});
+    NssAgreement::OnSettings({"hosts:", "files", "[", "]", " ", "\n", ","}, 3, {"passwd: files\n", "\nhosts: files "});
 }
 
 TEST(RuleAtOnce, PartsStandAsTheyAreInTheLine) {
