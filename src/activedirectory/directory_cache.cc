@@ -78,6 +78,7 @@ std::deque<Domain> ADCache::GetTrustedDomains() const {
 std::vector<Domain> ADCache::GetAllDomains() const {
     const Guard guard(_mutex);
     std::vector<Domain> domains;
+    domains.reserve(1 + _trustedDomains.size());
     domains.emplace_back(_configuration.DomainDNSName(), _configuration.DomainNetBIOSName());
     domains.insert(domains.end(), _trustedDomains.begin(), _trustedDomains.end());
     return domains;

@@ -113,6 +113,7 @@ TEST_F(Cache, AllDomainsBeginWithTheHostsOwnAndKeepDuplicates) {
     Trust({"z.test", "corp.test", "a.test"});
     EXPECT_EQ(NamesOf(_cache.GetAllDomains()),
               (Texts{"corp.test/CORP", "z.test/z.test-short", "corp.test/corp.test-short", "a.test/a.test-short"}));
+    EXPECT_EQ(_cache.GetAllDomains().capacity(), 4U) << "room for all of them is made at once";
 }
 
 TEST_F(Cache, OwnDomainIsListedEvenWithoutNames) {
