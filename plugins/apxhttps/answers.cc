@@ -13,7 +13,8 @@ using nlohmann::json;
 
 constexpr std::size_t kLongestText = 4096;
 
-// What is parsed may be a secret: its texts are overwritten before they are freed.
+// What is parsed may be a secret: its texts are overwritten before they are freed. What the parser itself kept of the token
+// that it read is out of reach; the secret is good for one use, which follows at once.
 class Parsed {
  public:
     explicit Parsed(const std::string& body) : _object(json::parse(body, nullptr, false)) {}
