@@ -101,7 +101,7 @@ std::string FishQuoted(const std::string& text) {
     return quoted + '\'';
 }
 
-// "$1" is the name so far and "$2" the next word: whether they make a longer one.
+// "'directory'|'directory user'", the patterns of all names.
 std::string KnownNames(const std::map<std::string, Place>& places) {
     std::string names;
     for (const auto& [name, place] : places) {
@@ -110,156 +110,195 @@ std::string KnownNames(const std::map<std::string, Place>& places) {
     return names;
 }
 
-constexpr char kMadeFrom[] = "# Made from nimauthctl's table of commands.\n";
+// The text with what stands for each "@NAME@" in its place. Every name occurs once.
+std::string Filled(std::string text, const std::vector<std::pair<std::string_view, std::string>>& values) {
+    for (const auto& [name, value] : values) text.replace(text.find(name), name.size(), value);
+    return text;
+}
+
+// --- bash ---
+
+constexpr char kBash[] = R"(# bash completion for nimauthctl
+# Made from nimauthctl's table of commands.
+_nimauthctl() {
+    local current=${COMP_WORDS[COMP_CWORD]} name='' longer word index words='' flags=''
+    COMPREPLY=()
+    for ((index = 1; index < COMP_CWORD; ++index)); do
+        word=${COMP_WORDS[index]}
+        case $word in
+            @VALUED@)
+                [ $((index + 1)) -lt "$COMP_CWORD" ] || return 0
+                index=$((index + 1)) ;;
+            -*) ;;
+            *)
+                longer=${name:+$name }$word
+                case $longer in
+                    @NAMES@) name=$longer ;;
+                esac ;;
+        esac
+    done
+    case $name in
+@PLACES@    esac
+    case $current in
+        -*) words="$flags @GLOBAL@" ;;
+    esac
+    while IFS='' read -r word; do COMPREPLY+=("$word"); done < <(compgen -W "$words" -- "$current")
+}
+complete -F _nimauthctl nimauthctl
+)";
+
+std::string BashPlace(const std::string& name, const Place& place) {
+    std::string words;
+    for (const Follower& follower : place.words) words += (words.empty() ? "" : " ") + follower.word;
+    std::string text = "        " + Quoted(name) + ")";
+    if (!words.empty()) text += " words=" + Quoted(words);
+    if (!place.options.empty()) text += " flags=" + Quoted(AllFlags(place.options));
+    return text + " ;;\n";
+}
+
+// --- zsh ---
+
+constexpr char kZsh[] = R"(#compdef nimauthctl
+# Made from nimauthctl's table of commands.
+local name='' longer word
+local -a entries flags
+integer index
+for ((index = 2; index < CURRENT; ++index)); do
+    word=${words[index]}
+    case $word in
+        (@VALUED@)
+            (( index + 1 < CURRENT )) || return 1
+            (( ++index )) ;;
+        (-*) ;;
+        (*)
+            longer=${name:+$name }$word
+            case $longer in
+                (@NAMES@) name=$longer ;;
+            esac ;;
+    esac
+done
+case $name in
+@PLACES@esac
+flags+=(@GLOBAL@ )
+if [[ ${words[CURRENT]} == -* ]]; then
+    _describe -o option flags
+else
+    _describe command entries
+fi
+)";
+
+// What _describe takes: " 'word:its help'", where a colon of either is escaped.
+std::string ZshEntry(const std::string& word, const std::string& help) {
+    const auto escaped = [](const std::string& text) {
+        std::string result;
+        for (const char c : text) result += c == ':' ? std::string("\\:") : std::string(1, c);
+        return result;
+    };
+    return ' ' + Quoted(escaped(word) + ':' + escaped(help));
+}
+
+std::string ZshFlags(const std::vector<Option>& options) {
+    std::string text;
+    for (const Option& option : options) {
+        for (const std::string& flag : Flags(option)) text += ZshEntry(flag, option.help);
+    }
+    return text;
+}
+
+std::string ZshPlace(const std::string& name, const Place& place) {
+    std::string text = "    (" + Quoted(name) + ")\n        entries=(";
+    for (const Follower& follower : place.words) text += ZshEntry(follower.word, follower.help);
+    return text + " )\n        flags=(" + ZshFlags(place.options) + " ) ;;\n";
+}
+
+// --- fish ---
+
+constexpr char kFish[] = R"(# fish completion for nimauthctl
+# Made from nimauthctl's table of commands.
+function __nimauthctl_name
+    set -l name ''
+    set -l skip 0
+    for word in (commandline -opc)[2..-1]
+        if test $skip = 1
+            set skip 0
+        else if contains -- $word @VALUED@
+            set skip 1
+        else if not string match -q -- '-*' $word
+            set -l longer (string trim -- "$name $word")
+            contains -- $longer@NAMES@; and set name $longer
+        end
+    end
+    echo $name
+end
+function __nimauthctl_at
+    test (__nimauthctl_name) = "$argv"
+end
+complete -c nimauthctl -f
+@PLACES@)";
+
+std::string FishOption(const Option& option, const std::string& condition) {
+    std::string line = "complete -c nimauthctl" + condition;
+    for (const std::string& flag : Flags(option)) {
+        line += flag.starts_with("--") ? " -l " + flag.substr(2) : " -s " + flag.substr(1);
+    }
+    return line + (option.value.empty() ? "" : " -x") + " -d " + FishQuoted(option.help) + '\n';
+}
+
+std::string FishPlace(const std::string& name, const Place& place) {
+    const std::string condition = " -n " + FishQuoted("__nimauthctl_at " + name);
+    std::string text;
+    for (const Follower& follower : place.words) {
+        text +=
+            "complete -c nimauthctl" + condition + " -a " + follower.word + " -d " + FishQuoted(follower.help) + '\n';
+    }
+    for (const Option& option : place.options) text += FishOption(option, condition);
+    return text;
+}
+
+std::string FishNames(const std::map<std::string, Place>& places) {
+    std::string names;
+    for (const auto& [name, place] : places) {
+        if (!name.empty()) names += ' ' + FishQuoted(name);
+    }
+    return names;
+}
+
+// ---
+
+std::string ForEach(const std::map<std::string, Place>& places,
+                    std::string (*write)(const std::string&, const Place&)) {
+    std::string text;
+    for (const auto& [name, place] : places) text += write(name, place);
+    return text;
+}
 
 }  // namespace
 
 std::string BashCompletion() {
     const auto places = Places();
-    std::string text = std::string("# bash completion for nimauthctl\n") + kMadeFrom +
-                       "_nimauthctl() {\n"
-                       "    local current=${COMP_WORDS[COMP_CWORD]} name='' longer word index words='' flags=''\n"
-                       "    COMPREPLY=()\n"
-                       "    for ((index = 1; index < COMP_CWORD; ++index)); do\n"
-                       "        word=${COMP_WORDS[index]}\n"
-                       "        case $word in\n"
-                       "            " +
-                       FlagsWithValue(places) +
-                       ")\n"
-                       "                [ $((index + 1)) -lt \"$COMP_CWORD\" ] || return 0\n"
-                       "                index=$((index + 1)) ;;\n"
-                       "            -*) ;;\n"
-                       "            *)\n"
-                       "                longer=${name:+$name }$word\n"
-                       "                case $longer in\n"
-                       "                    " +
-                       KnownNames(places) +
-                       ") name=$longer ;;\n"
-                       "                esac ;;\n"
-                       "        esac\n"
-                       "    done\n"
-                       "    case $name in\n";
-    for (const auto& [name, place] : places) {
-        text += "        " + Quoted(name) + ")";
-        std::string words;
-        for (const Follower& follower : place.words) words += (words.empty() ? "" : " ") + follower.word;
-        if (!words.empty()) text += " words=" + Quoted(words);
-        if (!place.options.empty()) text += " flags=" + Quoted(AllFlags(place.options));
-        text += " ;;\n";
-    }
-    return text +
-           "    esac\n"
-           "    case $current in\n"
-           "        -*) words=\"$flags " +
-           AllFlags(GlobalOptions()) +
-           "\" ;;\n"
-           "    esac\n"
-           "    while IFS='' read -r word; do COMPREPLY+=(\"$word\"); done < <(compgen -W \"$words\" -- \"$current\")\n"
-           "}\n"
-           "complete -F _nimauthctl nimauthctl\n";
+    return Filled(kBash, {{"@VALUED@", FlagsWithValue(places)},
+                          {"@NAMES@", KnownNames(places)},
+                          {"@PLACES@", ForEach(places, BashPlace)},
+                          {"@GLOBAL@", AllFlags(GlobalOptions())}});
 }
 
 std::string ZshCompletion() {
     const auto places = Places();
-    const auto entry = [](const std::string& word, const std::string& help) {
-        std::string text;
-        for (const char c : word + '\1' + help) text += c == ':' ? std::string("\\:") : std::string(1, c);
-        std::replace(text.begin(), text.end(), '\1', ':');
-        return ' ' + Quoted(text);
-    };
-    const auto flags = [&](const std::vector<Option>& options) {
-        std::string text;
-        for (const Option& option : options) {
-            for (const std::string& flag : Flags(option)) text += entry(flag, option.help);
-        }
-        return text;
-    };
-    std::string text = std::string("#compdef nimauthctl\n") + kMadeFrom +
-                       "local name='' longer word\n"
-                       "local -a entries flags\n"
-                       "integer index\n"
-                       "for ((index = 2; index < CURRENT; ++index)); do\n"
-                       "    word=${words[index]}\n"
-                       "    case $word in\n"
-                       "        (" +
-                       FlagsWithValue(places) +
-                       ")\n"
-                       "            (( index + 1 < CURRENT )) || return 1\n"
-                       "            (( ++index )) ;;\n"
-                       "        (-*) ;;\n"
-                       "        (*)\n"
-                       "            longer=${name:+$name }$word\n"
-                       "            case $longer in\n"
-                       "                (" +
-                       KnownNames(places) +
-                       ") name=$longer ;;\n"
-                       "            esac ;;\n"
-                       "    esac\n"
-                       "done\n"
-                       "case $name in\n";
-    for (const auto& [name, place] : places) {
-        text += "    (" + Quoted(name) + ")\n        entries=(";
-        for (const Follower& follower : place.words) text += entry(follower.word, follower.help);
-        text += " )\n        flags=(" + flags(place.options) + " ) ;;\n";
-    }
-    return text + "esac\nflags+=(" + flags(GlobalOptions()) +
-           " )\n"
-           "if [[ ${words[CURRENT]} == -* ]]; then\n"
-           "    _describe -o option flags\n"
-           "else\n"
-           "    _describe command entries\n"
-           "fi\n";
+    return Filled(kZsh, {{"@VALUED@", FlagsWithValue(places)},
+                         {"@NAMES@", KnownNames(places)},
+                         {"@PLACES@", ForEach(places, ZshPlace)},
+                         {"@GLOBAL@", ZshFlags(GlobalOptions())}});
 }
 
 std::string FishCompletion() {
     const auto places = Places();
-    std::string names;
-    for (const auto& [name, place] : places) {
-        if (!name.empty()) names += ' ' + FishQuoted(name);
-    }
     std::string valued = FlagsWithValue(places);
     std::replace(valued.begin(), valued.end(), '|', ' ');
-    std::string text = std::string("# fish completion for nimauthctl\n") + kMadeFrom +
-                       "function __nimauthctl_name\n"
-                       "    set -l name ''\n"
-                       "    set -l skip 0\n"
-                       "    for word in (commandline -opc)[2..-1]\n"
-                       "        if test $skip = 1\n"
-                       "            set skip 0\n"
-                       "        else if contains -- $word " +
-                       valued +
-                       "\n"
-                       "            set skip 1\n"
-                       "        else if not string match -q -- '-*' $word\n"
-                       "            set -l longer (string trim -- \"$name $word\")\n"
-                       "            contains -- $longer" +
-                       names +
-                       "; and set name $longer\n"
-                       "        end\n"
-                       "    end\n"
-                       "    echo $name\n"
-                       "end\n"
-                       "function __nimauthctl_at\n"
-                       "    test (__nimauthctl_name) = \"$argv\"\n"
-                       "end\n"
-                       "complete -c nimauthctl -f\n";
-    const auto option = [](const Option& added, const std::string& condition) {
-        std::string line = "complete -c nimauthctl" + condition;
-        for (const std::string& flag : Flags(added)) {
-            line += flag.starts_with("--") ? " -l " + flag.substr(2) : " -s " + flag.substr(1);
-        }
-        return line + (added.value.empty() ? "" : " -x") + " -d " + FishQuoted(added.help) + '\n';
-    };
-    for (const auto& [name, place] : places) {
-        const std::string condition = " -n " + FishQuoted("__nimauthctl_at " + name);
-        for (const Follower& follower : place.words) {
-            text += "complete -c nimauthctl" + condition + " -a " + follower.word + " -d " + FishQuoted(follower.help) +
-                    '\n';
-        }
-        for (const Option& added : place.options) text += option(added, condition);
-    }
-    for (const Option& added : GlobalOptions()) text += option(added, "");
-    return text;
+    std::string global;
+    for (const Option& option : GlobalOptions()) global += FishOption(option, "");
+    return Filled(
+        kFish,
+        {{"@VALUED@", valued}, {"@NAMES@", FishNames(places)}, {"@PLACES@", ForEach(places, FishPlace) + global}});
 }
 
 }  // namespace nimbrel::nimauthctl
