@@ -100,6 +100,7 @@ Operation OnTheKeytab(const char* name, std::function<void()> prepare, std::func
 // Keys are slow to make by design.
 Operation MakingKeys(Operation operation) {
     operation.killStride = 5;
+    operation.powerStride = 5;
     operation.failureStride = 7;
     operation.allocationStride = 20;
     return operation;

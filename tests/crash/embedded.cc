@@ -78,6 +78,7 @@ Operation OnTheHost(const char* name, std::function<void()> prepare, std::functi
     operation.run = std::move(run);
     operation.read = ReadHost;
     operation.isDocumented = IsOneOf<DirectoryError>;
+    operation.powerStride = 3;
     operation.failureStride = 11;
     operation.allocationStride = 10;
     return operation;
@@ -197,6 +198,7 @@ Operation CreateDirectory() {
         }
     };
     operation.isDocumented = IsOneOf<DirectoryError>;
+    operation.powerStride = 3;
     return operation;
 }
 

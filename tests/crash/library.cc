@@ -100,6 +100,7 @@ Operation OnTheStore(const char* name) {
     operation.name = name;
     operation.folders = {kStoreFolder};
     operation.isDocumented = IsOneOf<ConfigStoreException>;
+    operation.powerStride = 3;
     operation.read = ReadObject;
     operation.failureStride = 7;
     operation.allocationStride = 10;
@@ -160,6 +161,7 @@ Operation ImportCertificate() {
     };
     // A library that runs out of memory while it reads a certificate cannot tell that from a malformed one.
     operation.isDocumented = IsOneOf<ConfigStoreException, authentication::InvalidCertificateException>;
+    operation.powerStride = 3;
     return operation;
 }
 
@@ -205,6 +207,7 @@ Operation OnTheOptions(const char* name, std::function<void()> prepare, std::fun
     operation.run = std::move(run);
     operation.read = ReadOptions;
     operation.isDocumented = IsOneOf<HostMgmtException>;
+    operation.powerStride = 3;
     return operation;
 }
 

@@ -55,6 +55,7 @@ Operation OnTheFiles(const char* name, std::function<void()> prepare, std::funct
     };
     operation.isDocumented = IsOneOf<logins::LoginsError>;
     operation.failureStride = 5;
+    operation.powerStride = 3;
     // What was tried is remembered, with its files, and so are folders that were made for new files.
     operation.mayStay = [](const std::string& path) { return path.rfind(kJournal, 0) == 0 || path == "/srv/etc/new"; };
     return operation;

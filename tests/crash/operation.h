@@ -40,6 +40,7 @@ struct Operation {
     // Only every so manieth point is tried, where all would take too long. Odd numbers that three does not divide go
     // through the errors of a call in turn.
     std::size_t killStride = 1;
+    std::size_t powerStride = 1;
     std::size_t failureStride = 1;
     std::size_t allocationStride = 1;
     // Files that nothing ever deletes: path -> true.

@@ -41,7 +41,7 @@ TEST_P(CutShort, ByAnAllocationThatFails) {
 class SwitchedOff : public CutShort {};
 
 TEST_P(SwitchedOff, AtEachCallAndAtTheEnd) {
-    Expect("points for a power cut", CutPowerAtEachCall(GetParam(), StrideOf(GetParam().killStride)));
+    Expect("points for a power cut", CutPowerAtEachCall(GetParam(), StrideOf(GetParam().powerStride)));
 }
 
 std::vector<Operation> SynchronisedOperations() {
