@@ -14,20 +14,10 @@
 
 #include "database_file.h"
 #include "sandbox.h"
+#include "support/umask.h"
 
 namespace nimbrel::embedded::test {
 namespace {
-
-class Umask {
- public:
-    explicit Umask(mode_t mask) : _before(umask(mask)) {}
-    Umask(const Umask&) = delete;
-    Umask& operator=(const Umask&) = delete;
-    ~Umask() { umask(_before); }
-
- private:
-    mode_t _before;
-};
 
 class Files : public ::testing::Test {
  protected:

@@ -1,12 +1,12 @@
 #include "pluginkit/folders.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 
 #include "pluginkit/status_error.h"
 #include "support/temporary_folder.h"
+#include "support/umask.h"
 
 namespace nimbrel::kit {
 namespace {
@@ -15,12 +15,8 @@ using Paths = std::vector<std::string>;
 
 class Folders : public ::testing::Test {
  protected:
-    ~Folders() override { umask(_before); }
-
     const TemporaryFolder folder;
-
- private:
-    const mode_t _before = umask(0077);
+    const Umask strict{0077};
 };
 
 TEST_F(Folders, AreWhereTheFileIs) {

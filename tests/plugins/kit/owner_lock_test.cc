@@ -14,23 +14,13 @@
 
 #include "pluginkit/status_error.h"
 #include "support/temporary_folder.h"
+#include "support/umask.h"
 
 namespace nimbrel::kit {
 namespace {
 
 using File = OwnerLock::File;
 using std::chrono::milliseconds;
-
-class Umask {
- public:
-    explicit Umask(mode_t mask) : _before(umask(mask)) {}
-    Umask(const Umask&) = delete;
-    Umask& operator=(const Umask&) = delete;
-    ~Umask() { umask(_before); }
-
- private:
-    mode_t _before;
-};
 
 class OwnerLocks : public ::testing::Test {
  protected:
