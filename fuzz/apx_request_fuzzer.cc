@@ -5,8 +5,8 @@
 #include <string>
 
 #include "apx/memory_back_end.h"
-#include "support/temporary_folder.h"
 #include "services/apxd/handler.h"
+#include "support/temporary_folder.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "pluginkit/folders.h"
 #include "pluginkit/whole_file.h"
 
 namespace nimbrel::apxd {
@@ -29,9 +30,7 @@ kit::Descriptor Create(const std::string& path) {
 }
 
 kit::Descriptor OpenFolderOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    const std::string name = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    kit::Descriptor folder(open(name.c_str(), O_RDONLY | O_CLOEXEC));
+    kit::Descriptor folder(open(kit::FolderOf(path).c_str(), O_RDONLY | O_CLOEXEC));
     if (!folder) FailWith(errno, path);
     return folder;
 }

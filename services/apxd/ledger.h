@@ -12,7 +12,8 @@
 // A last line without its end is left over from a crash and not read; the service never acted on it. The file is of mode
 // 0600. One process at a time may have it open; a file beside it, ".lock", sees to that.
 //
-// Threads: any. Errors: `std::system_error`, and `std::runtime_error` for a file that is no ledger.
+// Threads: any. Errors: `std::system_error`, and `std::runtime_error` for a file that is no ledger or a lock
+// that is refused.
 
 #ifndef NIMBREL_APXD_LEDGER_H_
 #define NIMBREL_APXD_LEDGER_H_

@@ -12,7 +12,7 @@ namespace nimbrel::kit {
 
 // A lock (flock(2)) on a file of its own, of mode 0600 under any umask, as whoever can open a file can lock it.
 //
-//     OwnerLock lock("/var/lib/nimbrel/ad-log-ins.conf.lock", OwnerLock::File::GoesWithTheLock);
+//     OwnerLock lock("/var/lib/nimbrel/.ad-log-ins.lock", OwnerLock::File::GoesWithTheLock);
 //     if (!lock.Try()) return false;
 //     ...
 //
