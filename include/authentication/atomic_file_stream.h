@@ -30,7 +30,8 @@ class NIMAUTH_EXPORT AtomicFileStream : public std::ofstream {
     ~AtomicFileStream() override;
 
     // Makes the temporary file, mode 0600, and opens the stream on it with `mode` plus output. A `path` of more than
-    // 4088 bytes leaves no room for the temporary name and is refused.
+    // 4088 bytes leaves no room for the temporary name and is refused (unless its bytes 4090 to 4095 are "XXXXXX": then
+    // the commit fails, or replaces it if it has 4095 bytes).
     //
     // Throws `IOError` if the temporary file cannot be made. If only opening the stream on it fails, the stream's
     // failbit is set instead.

@@ -15,8 +15,8 @@ namespace {
 
 constexpr std::size_t kTemplateSize = 4096;  // terminator included
 
-// Makes an empty temporary file beside `path` and returns its name. A template that was cut no longer ends in the
-// letters that mkstemp replaces, so an over-long path is refused by mkstemp itself.
+// Makes an empty temporary file beside `path` and returns its name. A template that was cut does not end in the
+// letters that mkstemp replaces, unless the path has them just there, so mkstemp itself refuses an over-long path.
 std::string MakeTemporaryFile(const char* path) {
     char name[kTemplateSize];
     const int length = std::snprintf(name, sizeof name, "%s.XXXXXX", path);

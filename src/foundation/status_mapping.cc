@@ -78,8 +78,17 @@ constexpr MappedStatus kMappedStatuses[] = {
 static_assert(std::is_sorted(std::begin(kMappedStatuses), std::end(kMappedStatuses),
                              [](const MappedStatus& a, const MappedStatus& b) { return a.status < b.status; }));
 
-// Every other status is unknown, those at the top of the range too, which providers use for failures of their own.
+// Two statuses at the top of the range, which providers use for failures of their own.
+constexpr std::uint32_t kProviderFailure = 0xFFFF0000;
+constexpr std::uint32_t kLastProviderFailure = 0xFFFF0001;
+
+// The first three are cases of their own on purpose, although an unmapped status is unknown anyway: they are part of the
+// contract with providers and stay whatever the table comes to hold.
 Thrower ThrowerOf(std::uint32_t status) {
+    if (status == kLastProviderFailure) return ThrowUnknown;
+    if (status > kLastProviderFailure) return ThrowUnknown;
+    if (status == kProviderFailure) return ThrowUnknown;
+
     const auto* const mapped =
         std::lower_bound(std::begin(kMappedStatuses), std::end(kMappedStatuses), status,
                          [](const MappedStatus& entry, std::uint32_t wanted) { return entry.status < wanted; });

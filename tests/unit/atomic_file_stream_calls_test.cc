@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <fstream>
 #include <map>
 #include <memory>
 
@@ -20,6 +21,8 @@ std::map<std::string, int> failures;  // the error number that a call fails with
 bool recording = false;
 mode_t chmodMode = 0;
 bool replaceTemporaryByDirectory = false;
+const std::ofstream* observed = nullptr;  // whose state `openAtStat` tells
+bool openAtStat = false;
 
 // Notes a call; true if it is to fail, with errno set.
 bool Fails(const char* call) {
@@ -53,7 +56,10 @@ int __wrap_mkstemp(char* name) {
     if (replaceTemporaryByDirectory && (unlink(name) != 0 || mkdir(name, 0700) != 0)) abort();
     return descriptor;
 }
-int __wrap_stat(const char* path, struct stat* status) { return Fails("stat") ? -1 : __real_stat(path, status); }
+int __wrap_stat(const char* path, struct stat* status) {
+    if (observed != nullptr) openAtStat = observed->is_open();
+    return Fails("stat") ? -1 : __real_stat(path, status);
+}
 int __wrap_rename(const char* from, const char* to) { return Fails("rename") ? -1 : __real_rename(from, to); }
 int __wrap_chmod(const char* path, mode_t mode) {
     chmodMode = mode;
@@ -85,7 +91,10 @@ class AtomicFileCalls : public ::testing::Test {
         failures.clear();
         replaceTemporaryByDirectory = false;
     }
-    ~AtomicFileCalls() override { recording = false; }
+    ~AtomicFileCalls() override {
+        recording = false;
+        observed = nullptr;
+    }
 
     void Open() {
         recording = true;
@@ -144,6 +153,14 @@ TEST_F(AtomicFileCalls, ExistingTargetIsAskedForItsModeBeforeItIsReplaced) {
     Replace();
     EXPECT_EQ(calls, (Calls{"mkstemp", "close", "stat", "rename", "chmod"}));
     EXPECT_EQ(chmodMode & 07777U, 0640U);
+}
+
+TEST_F(AtomicFileCalls, StreamIsClosedBeforeTheTargetIsAskedForItsMode) {
+    Open();
+    observed = _stream.get();
+    openAtStat = true;
+    Commit();
+    EXPECT_FALSE(openAtStat);
 }
 
 TEST_F(AtomicFileCalls, NewTargetIsNotGivenAMode) {

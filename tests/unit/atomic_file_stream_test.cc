@@ -156,6 +156,19 @@ TEST_F(AtomicFile, PathOfUpTo4088BytesLeavesRoomForTheTemporaryName) {
     EXPECT_EQ(_folder.Names(), Names{"file"});
 }
 
+// The template is cut at 4095 bytes, and what is left is one if the path has the six letters there itself.
+TEST_F(AtomicFile, LongerPathWithTheSixLettersAtTheCutIsNotRefusedByTheirMaker) {
+    const std::string folder = _folder.Path("");
+    const std::string path = folder + std::string(4089 - folder.size(), '/') + "XXXXXX";
+    AtomicFileStream stream(path.c_str(), std::ios_base::out);
+    stream.Commit();
+    EXPECT_EQ(_folder.Names(), Names{"XXXXXX"});
+
+    const std::string longer = path + "rest";
+    AtomicFileStream unplaceable(longer.c_str(), std::ios_base::out);
+    EXPECT_NE(ErrorOf([&] { unplaceable.Commit(); }).find("File name too long"), std::string::npos);
+}
+
 TEST_F(AtomicFile, RelativePathIsTakenFromTheWorkingDirectory) {
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(_folder.Path(""));
@@ -175,6 +188,7 @@ TEST_F(AtomicFile, DirectoryInTheTargetsPlaceStaysAndSoDoesTheTemporaryFile) {
                          "': Is a directory");
     EXPECT_EQ(_folder.Get(TemporaryOf("file")), "new");
     EXPECT_TRUE(std::filesystem::is_directory(_folder.Path("file")));
+    EXPECT_FALSE(stream.is_open());
 }
 
 TEST_F(AtomicFile, TemporaryFileThatIsGoneIsReportedAndTheTargetStays) {
