@@ -30,8 +30,9 @@ class NIMAUTH_EXPORT NimauthThreadUtil {
     //
     // The scheduler must see to it that each work item runs once, on whatever thread, in whatever order, except for
     // one: it must never run the item on the thread that calls it, because the directory store's table of requests is
-    // locked meanwhile and the item takes that lock. It may throw if it cannot take the item; the query then fails with
-    // that exception.
+    // locked meanwhile and the item takes that lock. For the same reason it must not wait for another item to end, nor for
+    // room in a queue that only a running item can make, and must not ask the store. It may throw if it cannot take the
+    // item; the query then fails with that exception.
     //
     // Threads: not locked. Call it at start-up, before the first query, and not while queries run.
     static void SetScheduler(std::function<void(std::function<void()>)> scheduler);

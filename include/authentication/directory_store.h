@@ -14,7 +14,8 @@
 // stores of a process share one cache and one table of requests.
 //
 // Errors: a query throws what its provider call ended with, in every caller that waits for it, and
-// `ThreadErrorException` if the background work cannot be started or ends unexpectedly. A time-out is not an error.
+// `ThreadErrorException` if no thread can be started for it or the background work ends unexpectedly; what an installed
+// scheduler throws (background_work.h) is thrown on. A time-out is not an error.
 
 #ifndef NIMBREL_AUTHENTICATION_DIRECTORY_STORE_H_
 #define NIMBREL_AUTHENTICATION_DIRECTORY_STORE_H_
@@ -45,7 +46,8 @@ class NIMAUTH_EXPORT ActiveDirectoryStore : public DirectoryStore {
     //
     // Throws `InvalidActiveDirectoryProviderException` for "(none installed)" if provider.conf cannot be opened, for
     // "(unset)" if its "provider" is empty, for the provider's name if its file cannot be loaded, and with the reason
-    // if the plug-in is unfit; `ConfigurationError` or `InvalidKeyException` if the file is malformed.
+    // if the plug-in is unfit; `ConfigurationError` or `InvalidKeyException` if the file is malformed; `std::logic_error`
+    // if the plug-in names no PAM or NSS module.
     explicit ActiveDirectoryStore(int timeout);
     ActiveDirectoryStore(const ActiveDirectoryStore&) = delete;
     ActiveDirectoryStore& operator=(const ActiveDirectoryStore&) = delete;
@@ -114,7 +116,8 @@ class NIMAUTH_EXPORT ActiveDirectoryStore : public DirectoryStore {
     //
     // Blocks for as long as the provider takes: up to four attempts and 120 seconds of pauses. Throws
     // `InvalidCredentialsException` for a null user name or a null or empty password (nothing is changed),
-    // `InvalidHostNameException`, the provider's exception (1326 `LogonFailureException`, 1355 `NoSuchDomainException`,
+    // `InvalidHostNameException`, `HostMgmt::Lib::HostMgmtException` if the platform fails while the host's name is made
+    // to fit, the provider's exception (1326 `LogonFailureException`, 1355 `NoSuchDomainException`,
     // 2691 `SetupAlreadyJoinedException`, ...), or `OrbConfigStore::ConfigStoreException` after leaving again.
     void JoinDomain(const std::string& domain, const Credentials& credentials, bool skipHostnameCheck);
 
@@ -144,13 +147,18 @@ class NIMAUTH_EXPORT ActiveDirectoryStore : public DirectoryStore {
     // fails later.
     //
     // Blocks for as long as proxy and provider take. Throws `InvalidIPAddressException`,
-    // `InvalidVerifyAPXCertificateOptionException`, `InvalidHostNameException`, `InvalidAPXProxyProviderException`,
-    // `InvalidThumbprintStoreException` (nothing imported), what `APXProxy` throws, the provider's exception, or
-    // `OrbConfigStore::ConfigStoreException` after leaving again. Nothing is stored before the join has succeeded.
+    // `InvalidVerifyAPXCertificateOptionException`, `InvalidHostNameException`, `HostMgmt::Lib::HostMgmtException` (the
+    // platform failed), `InvalidAPXProxyProviderException`, `ConfigurationError` or `InvalidKeyException` (a malformed
+    // apxprovider.conf), `InvalidThumbprintStoreException` (nothing imported), what `APXProxy` throws, the provider's
+    // exception, or `OrbConfigStore::ConfigStoreException` after leaving again. Nothing is stored before the join has
+    // succeeded.
     void JoinDomainWithAPX(const std::string& proxyAddress, const std::string& organizationalUnit,
                            bool skipHostnameCheck);
 
     // The DNS name of the domain that the proxy at this IPv4 address serves. Its certificate is not verified.
+    //
+    // Throws `InvalidIPAddressException`, `InvalidAPXProxyProviderException`, `ConfigurationError` or
+    // `InvalidKeyException` (a malformed apxprovider.conf), or what `APXProxy` throws.
     std::string GetDomainForAPXService(const std::string& proxyAddress);
 
     // Trusts the proxy whose certificate this is, PEM text, and stores it with its SHA-1 thumbprint in place of the one

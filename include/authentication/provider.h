@@ -43,7 +43,7 @@ class NIMAUTH_EXPORT ActiveDirectoryProvider {
 
     // Reads module names and parameters from the metadata record. Called by the constructor; a further call reads the
     // same names and appends the parameters again, and is for no time when another thread uses the object.
-    void CacheMetadata();
+    void CacheMetadata() const;
 
     // What a client needs to wire logins: the PAM module's file name, the NSS service's name, and their parameters. The
     // references live as long as this object.
@@ -102,10 +102,10 @@ class NIMAUTH_EXPORT ActiveDirectoryProvider {
     void* _library = nullptr;
     const NimauthProviderMetadata* _metadata = nullptr;
     const NimauthProviderOperations* _operations = nullptr;
-    std::string _pamModule;
-    std::list<std::string> _pamModuleParameters;
-    std::string _nssModule;
-    std::list<std::string> _nssModuleParameters;
+    mutable std::string _pamModule;
+    mutable std::list<std::string> _pamModuleParameters;
+    mutable std::string _nssModule;
+    mutable std::list<std::string> _nssModuleParameters;
 };
 
 }  // namespace nimbrel::authentication

@@ -22,7 +22,7 @@
  *         .tableVersion = NIMAUTH_PROVIDER_TABLE_VERSION, .getActiveDomain = GetActiveDomain};
  *
  * Status: an operation returns 0 for success and a Windows system error number (winerror.h numbering) otherwise. The
- * library turns each number into its own exception class; 1326 and 0xFFFF0000 make a join try again, up to four times.
+ * library turns each number into its own exception class; 1326 and 0xFFFF0000 make a join try again, four calls in all.
  *
  * Missing operations: any function pointer may be null. The library then reports "This function is not supported on
  * this system." or, for optional operations, goes on without the answer.
@@ -34,7 +34,7 @@
  *
  * Threads: the library calls any operations at once from any of its threads and takes no lock around them. A query may
  * be called on a detached thread that outlives its caller's interest and may still run when the process exits. No
- * C++ exception may leave an operation.
+ * C++ exception may leave an operation or a release function.
  *
  * Layout: 64-bit, natural alignment, checked below. The tables only ever grow at their end.
  *

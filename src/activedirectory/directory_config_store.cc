@@ -10,6 +10,18 @@ namespace {
 using OrbConfigStore::ConfigStoreObject;
 using OrbConfigStore::ConfigStoreObjectId;
 
+// The ids that the operations use. Not the public constants: these are destroyed when the process exits, and a join may
+// still be in its provider then.
+ConfigStoreObjectId DomainSettingsId() {
+    return {ActiveDirectoryConfigStore::AD_CONFIG_KEY, ActiveDirectoryConfigStore::AD_CONFIG_GROUP,
+            ActiveDirectoryConfigStore::AD_CONFIG_COMPONENT};
+}
+
+ConfigStoreObjectId ProxyCertificateId() {
+    return {ActiveDirectoryConfigStore::AUTH_PROXY_CONFIG_KEY, ActiveDirectoryConfigStore::AD_CONFIG_GROUP,
+            ActiveDirectoryConfigStore::AD_CONFIG_COMPONENT};
+}
+
 void Write(OrbConfigStore::ConfigStore& store, const std::shared_ptr<ConfigStoreObject>& object) {
     std::uint32_t word = 0;  // the platform's own; not looked at afterwards
     store.SetObject(object, word);
@@ -42,22 +54,26 @@ std::string ActiveDirectoryConfigStore::GetStringValue(const ConfigStoreObjectId
 }
 
 std::string ActiveDirectoryConfigStore::GetThumbprint() {
-    return GetStringValue(AUTH_PROXY_CERT_CSO_ID, AUTH_PROXY_THUMBPRINT_KEY);
+    return GetStringValue(ProxyCertificateId(), AUTH_PROXY_THUMBPRINT_KEY);
 }
 
 std::string ActiveDirectoryConfigStore::GetCertificate() {
-    return GetStringValue(AUTH_PROXY_CERT_CSO_ID, AUTH_PROXY_CERT_KEY);
+    return GetStringValue(ProxyCertificateId(), AUTH_PROXY_CERT_KEY);
 }
 
-std::string ActiveDirectoryConfigStore::GetDomainName() { return GetStringValue(AD_CSO_ID, DOMAIN_NAME_KEY); }
+std::string ActiveDirectoryConfigStore::GetDomainName() { return GetStringValue(DomainSettingsId(), DOMAIN_NAME_KEY); }
 
-std::string ActiveDirectoryConfigStore::GetOrganizationalUnit() { return GetStringValue(AD_CSO_ID, ORG_UNIT_KEY); }
+std::string ActiveDirectoryConfigStore::GetOrganizationalUnit() {
+    return GetStringValue(DomainSettingsId(), ORG_UNIT_KEY);
+}
 
-std::string ActiveDirectoryConfigStore::GetAuthProxyAddr() { return GetStringValue(AD_CSO_ID, AUTH_PROXY_ADDR_KEY); }
+std::string ActiveDirectoryConfigStore::GetAuthProxyAddr() {
+    return GetStringValue(DomainSettingsId(), AUTH_PROXY_ADDR_KEY);
+}
 
 void ActiveDirectoryConfigStore::StoreDomainInfo(const std::string& domainName, const std::string& organizationalUnit,
                                                  const std::string& authProxyAddress) {
-    const auto object = std::make_shared<ConfigStoreObject>(AD_CSO_ID);
+    const auto object = std::make_shared<ConfigStoreObject>(DomainSettingsId());
     object->SetValue(DOMAIN_NAME_KEY, domainName);
     object->SetValue(AUTH_PROXY_ADDR_KEY, authProxyAddress);
     if (!organizationalUnit.empty()) object->SetValue(ORG_UNIT_KEY, organizationalUnit);
@@ -65,14 +81,15 @@ void ActiveDirectoryConfigStore::StoreDomainInfo(const std::string& domainName, 
 }
 
 void ActiveDirectoryConfigStore::StoreAuthProxyCertInfo(const std::string& thumbprint, const std::string& certificate) {
-    const auto object = std::make_shared<ConfigStoreObject>(AUTH_PROXY_CERT_CSO_ID);
+    const auto object = std::make_shared<ConfigStoreObject>(ProxyCertificateId());
     object->SetValue(AUTH_PROXY_THUMBPRINT_KEY, thumbprint);
     object->SetValue(AUTH_PROXY_CERT_KEY, certificate);
     Write(*_store, object);
 }
 
 void ActiveDirectoryConfigStore::RemoveDomainInfo() {
-    if (_store->GetObject(AD_CSO_ID) != nullptr) _store->RemoveObject(AD_CSO_ID);
+    const ConfigStoreObjectId id = DomainSettingsId();
+    if (_store->GetObject(id) != nullptr) _store->RemoveObject(id);
 }
 
 }  // namespace nimbrel::authentication

@@ -1,6 +1,8 @@
 #include <netdb.h>
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 #include <utility>
 
 #include "activedirectory/host_name.h"
@@ -41,8 +43,8 @@ void AddDNSSearchDomain(const std::string& domainName) {
 }
 
 void ThrowIfBlacklisted(const std::string& shortName) {
-    static const std::vector<std::string> blacklist = {"localhost", "linux", "hostname"};
-    if (std::find(blacklist.begin(), blacklist.end(), shortName) != blacklist.end()) {
+    static constexpr std::array<std::string_view, 3> kBlacklist = {"localhost", "linux", "hostname"};
+    if (std::find(kBlacklist.begin(), kBlacklist.end(), shortName) != kBlacklist.end()) {
         throw InvalidHostNameException("hostname is in blacklist");
     }
 }

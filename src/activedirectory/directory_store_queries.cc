@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "activedirectory/mutex_guard.h"
 #include "authentication/directory_store.h"
 #include "authentication/exceptions.h"
+#include "foundation/mutex_guard.h"
 #include "foundation/system_calls.h"
 
 namespace nimbrel::authentication {
@@ -70,34 +70,26 @@ class ActiveDirectoryStore::RequestEnd {
     RequestEnd(const RequestEnd&) = delete;
     RequestEnd& operator=(const RequestEnd&) = delete;
 
-    ~RequestEnd() {
-        if (!_succeeded && _error == nullptr) _error = MakePendingError();
-        FinishRequest(_key, std::move(_error));
-    }
+    ~RequestEnd() { FinishRequest(_key, std::move(_error)); }
 
+    // The pending error. Made before the provider is asked: afterwards there may be no memory left for it, and a failure
+    // must not pass for an answer.
+    void Prepare() { _error = std::make_unique<ThreadErrorException>("Unexpected thread termination"); }
     void Fail(const Exception& error) { _error.reset(error.Clone()); }
-    void Succeed() { _succeeded = true; }
+    void Succeed() { _error.reset(); }
 
  private:
-    // Without memory even for this the request still ends; its waiters then read the cache.
-    static std::unique_ptr<Exception> MakePendingError() noexcept {
-        try {
-            return std::make_unique<ThreadErrorException>("Unexpected thread termination");
-        } catch (const std::bad_alloc&) {
-            return nullptr;
-        }
-    }
-
     const std::string& _key;
     std::unique_ptr<Exception> _error;
-    bool _succeeded = false;
 };
 
-// Runs a background body: `body` asks the provider and writes the answer into the cache.
+// Runs a background body: `body` asks the provider and writes the answer into the cache. Without memory even for the
+// pending error the provider is not asked, and the waiters read the cache.
 template <typename Body>
 void ActiveDirectoryStore::RunBody(const std::string& key, const Body& body) {
     RequestEnd end(key);
     try {
+        end.Prepare();
         try {
             body();
             end.Succeed();

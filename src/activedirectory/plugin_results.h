@@ -4,46 +4,53 @@
 #ifndef NIMAUTH_ACTIVEDIRECTORY_PLUGIN_RESULTS_H_
 #define NIMAUTH_ACTIVEDIRECTORY_PLUGIN_RESULTS_H_
 
-#include <cstddef>
-#include <memory>
+#include <cxxabi.h>
+
 #include <string>
 
 #include "authentication/provider_abi.h"
 
 namespace nimbrel::authentication {
 
-// Releases one result of a plug-in when it goes out of scope, also when copying the result throws. A null result is not
-// released; a null release function is not called.
-class PluginResult {
- public:
-    PluginResult(void* result, NimauthRelease release) : _result(result), _release(release) {}
-    PluginResult(const PluginResult&) = delete;
-    PluginResult& operator=(const PluginResult&) = delete;
-    ~PluginResult() {
-        if (_result != nullptr && _release != nullptr) _release(_result);
-    }
+// A null result is not released; a null release function is not called.
+inline void Release(void* result, NimauthRelease release) {
+    if (result != nullptr && release != nullptr) release(result);
+}
 
- private:
-    void* _result;
-    NimauthRelease _release;
-};
+// What `copy` makes of a result, which is given back afterwards, also when copying throws. What the release function
+// throws goes to the caller, who may be a worker that must not take the process down.
+template <typename Copy>
+auto TakeResult(void* result, NimauthRelease release, const Copy& copy) -> decltype(copy()) {
+    auto copied = [&] {
+        try {
+            return copy();
+        } catch (const abi::__forced_unwind&) {
+            throw;  // the plug-in is ending the thread, so it is not called again
+        } catch (...) {
+            Release(result, release);
+            throw;
+        }
+    }();
+    Release(result, release);
+    return copied;
+}
 
 // Null reads as the empty text.
 inline std::string TextOrEmpty(const char* text) { return text == nullptr ? std::string() : std::string(text); }
 
 // Copies a text and gives it back.
 inline std::string TakeText(char* text, NimauthRelease release) {
-    const PluginResult result(text, release);
-    return TextOrEmpty(text);
+    return TakeResult(text, release, [text] { return TextOrEmpty(text); });
 }
 
 // Copies a null-terminated array of texts and gives it back as a whole; null reads as no texts.
 template <typename Container>
 Container TakeTexts(char** texts, NimauthRelease release) {
-    const PluginResult result(texts, release);
-    Container copies;
-    for (char** text = texts; text != nullptr && *text != nullptr; ++text) copies.emplace_back(*text);
-    return copies;
+    return TakeResult(texts, release, [texts] {
+        Container copies;
+        for (char** text = texts; text != nullptr && *text != nullptr; ++text) copies.emplace_back(*text);
+        return copies;
+    });
 }
 
 // Fills `pointers`, which has room for one more than there are texts, with the strings' own characters and a null.

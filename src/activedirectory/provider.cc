@@ -50,7 +50,7 @@ ActiveDirectoryProvider::ActiveDirectoryProvider(const std::string& name)
 ActiveDirectoryProvider::~ActiveDirectoryProvider() { dlclose(_library); }
 
 // A module name must be there; std::string refuses a null one, and the library then stays open.
-void ActiveDirectoryProvider::CacheMetadata() {
+void ActiveDirectoryProvider::CacheMetadata() const {
     _pamModule = std::string(_metadata->pamModule);
     _pamModuleParameters.splice(_pamModuleParameters.end(), SplitWords(_metadata->pamModuleParameters));
     _nssModule = std::string(_metadata->nssModule);

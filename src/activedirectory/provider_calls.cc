@@ -85,9 +85,10 @@ Domain ActiveDirectoryProvider::GetActiveDomain() const {
     NimauthDomainRecord record = {nullptr, nullptr};
     NimauthRelease release = nullptr;
     ThrowIfFailed(Require(_operations->getActiveDomain)(&record, &release));
-    const PluginResult netbiosName(record.netbiosName, release);
-    const PluginResult dnsName(record.dnsName, release);
-    return {TextOrEmpty(record.dnsName), TextOrEmpty(record.netbiosName)};
+    return TakeResult(record.netbiosName, release, [&] {
+        const std::string dnsName = TakeText(record.dnsName, release);
+        return Domain(dnsName, TextOrEmpty(record.netbiosName));
+    });
 }
 
 void ActiveDirectoryProvider::SetPreferredDomainControllers(const std::deque<std::string>& controllers) const {
@@ -114,12 +115,13 @@ std::deque<Domain> ActiveDirectoryProvider::GetTrustedDomains() const {
     NimauthDomainRecord** records = nullptr;
     NimauthRelease release = nullptr;
     ThrowIfFailed(Require(_operations->getTrustedDomains)(&records, &release));
-    const PluginResult result(records, release);
-    std::deque<Domain> domains;
-    for (NimauthDomainRecord** record = records; record != nullptr && *record != nullptr; ++record) {
-        domains.emplace_back(TextOrEmpty((*record)->dnsName), TextOrEmpty((*record)->netbiosName));
-    }
-    return domains;
+    return TakeResult(records, release, [records] {
+        std::deque<Domain> domains;
+        for (NimauthDomainRecord** record = records; record != nullptr && *record != nullptr; ++record) {
+            domains.emplace_back(TextOrEmpty((*record)->dnsName), TextOrEmpty((*record)->netbiosName));
+        }
+        return domains;
+    });
 }
 
 std::string ActiveDirectoryProvider::GetMachineAccountDN() const {

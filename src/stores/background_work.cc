@@ -8,6 +8,8 @@
 #include <string>
 #include <utility>
 
+#include "foundation/mutex_guard.h"
+
 namespace nimbrel::authentication {
 namespace {
 
@@ -72,23 +74,21 @@ RequestState::~RequestState() {
 }
 
 void RequestState::Done(std::unique_ptr<Exception>&& error) {
-    pthread_mutex_lock(&_mutex);
+    const MutexGuard guard(_mutex);
     _done = 1;
     if (error != nullptr) _error = std::move(error);
     pthread_cond_broadcast(&_condition);
-    pthread_mutex_unlock(&_mutex);
 }
 
 void RequestState::WaitResult(int seconds) {
     const timespec deadline = DeadlineIn(seconds);
-    pthread_mutex_lock(&_mutex);
     int rc = 0;
-    while (_done == 0 && rc == 0) rc = pthread_cond_timedwait(&_condition, &_mutex, &deadline);
-    const bool done = _done != 0 && rc == 0;
-    pthread_mutex_unlock(&_mutex);
-
-    // Once the request is done nothing changes the error any more, so it is read without the lock.
-    if (done) {
+    {
+        const MutexGuard guard(_mutex);
+        while (_done == 0 && rc == 0) rc = pthread_cond_timedwait(&_condition, &_mutex, &deadline);
+    }
+    // Once the wait has seen the request done nothing changes the error any more, so it is read without the lock.
+    if (rc == 0) {
         if (_error != nullptr) _error->Throw();
         return;
     }

@@ -11,8 +11,9 @@ namespace {
 
 // Deactivates the store called `name` through an instance of its own, whatever instances the caller holds.
 void MakeStoreInactive(const std::string& name) {
-    const std::unique_ptr<AuthenticationStore> store =
-        Singleton<AuthenticationStoreFactory>::_instance->CreateInstance(name);
+    AuthenticationStoreFactory* const factory = Singleton<AuthenticationStoreFactory>::_instance;
+    // While the process exits there is no factory any more, which knows no store.
+    const std::unique_ptr<AuthenticationStore> store = factory == nullptr ? nullptr : factory->CreateInstance(name);
     if (store == nullptr) throw UnknownRemoteAuthenticationStoreException(name);
 
     auto* const remote = dynamic_cast<RemoteAuthenticationStore*>(store.get());

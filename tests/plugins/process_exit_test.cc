@@ -7,10 +7,13 @@
 #include <string>
 
 #include "plugins/provider_root.h"
+#include "support/files.h"
 #include "support/system_log.h"
 
 namespace nimbrel::authentication::test {
 namespace {
+
+constexpr char kRecordPath[] = "/etc/nimbrel/nimauth/authentication.conf";
 
 struct Ending {
     int status;
@@ -68,6 +71,20 @@ INSTANTIATE_TEST_SUITE_P(Scripted, ScriptedProcessExit, ::testing::Values("scrip
 TEST_P(ScriptedProcessExit, WhenAFailureComesAfterEveryDestructor) { ExpectQuietExit("status"); }
 
 TEST_P(ScriptedProcessExit, WhenAQueryIsBegunAfterEveryDestructor) { ExpectQuietExit("ask"); }
+
+// Membership and stored settings agree all the same.
+TEST_P(ScriptedProcessExit, WhenAJoinAndALeaveEndAfterEveryDestructor) {
+    ExpectQuietExit("join");
+    EXPECT_EQ(RunHost("domain", GetParam()).output, "corp.test\n");
+    ExpectQuietExit("leave");
+    EXPECT_EQ(RunHost("domain", GetParam()).output, "none\n");
+}
+
+TEST_P(ScriptedProcessExit, WhenAStoreIsActivatedAfterEveryDestructor) {
+    WriteFile(kRecordPath, "remote-authentication-store = \"Active Directory\"\n");
+    ExpectQuietExit("activate");
+    EXPECT_EQ(ReadFile(kRecordPath), "remote-authentication-store = \"None\"\n");
+}
 
 }  // namespace
 }  // namespace nimbrel::authentication::test

@@ -33,6 +33,7 @@ class OpenStore : public ActiveDirectoryStore {
  public:
     using ActiveDirectoryStore::ActiveDirectoryStore;
     using ActiveDirectoryStore::FinishRequest;
+    using ActiveDirectoryStore::GetDomainTrustStateInt;
     using ActiveDirectoryStore::StartOrAttachToRequest;
 
     // The cache, to be filled by a test.

@@ -1,6 +1,8 @@
 // Refreshing the whole cache, step by step.
 
+#include <chrono>
 #include <set>
+#include <thread>
 
 #include "authentication/exceptions.h"
 #include "plugins/store_fixture.h"
@@ -51,6 +53,26 @@ TEST_F(StoreRefresh, OfAMemberAsksEverythingInOrder) {
     EXPECT_THAT(log.Take(), ElementsAre(Complete()));
     EXPECT_EQ(State(), 1);
     for (const char* domain : {"corp.test", "lab.test", "sub.lab.test"}) EXPECT_EQ(Relationship(domain), 3) << domain;
+}
+
+TEST_F(StoreRefresh, TellsHowManyMillisecondsItTook) {
+    using std::chrono::milliseconds;
+    constexpr milliseconds kHeld(50);
+    plugin->hold(kGetActiveDomain);
+    std::thread slowProvider([&] {
+        plugin->awaitCalls(kGetActiveDomain, 1);
+        std::this_thread::sleep_for(kHeld);
+        plugin->letGo(kGetActiveDomain);
+    });
+    const auto start = std::chrono::steady_clock::now();
+    Patient().UpdateCache(std::nullopt);
+    const auto took = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start);
+    slowProvider.join();
+    const auto records = log.Take();
+    ASSERT_THAT(records, ElementsAre(Complete()));
+    const milliseconds told(std::stol(records[0].text.substr(std::string("AD cache updated in ").size())));
+    EXPECT_GE(told, kHeld);
+    EXPECT_LE(told, took);
 }
 
 TEST_F(StoreRefresh, OfAHostThatIsNoMemberAsksForTheConfigurationOnly) {

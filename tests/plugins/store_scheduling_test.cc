@@ -98,6 +98,33 @@ TEST_F(StoreScheduling, ASchedulersLibraryExceptionIsOneLikeAnyOther) {
     EXPECT_EQ(OpenStore::RequestCount(), 0u);
 }
 
+// The old entry of a domain whose relationship could not be asked for is dropped with those of domains that are gone.
+TEST_F(StoreScheduling, ARefreshGoesOnBehindADomainThatCannotBeAskedFor) {
+    const char* const kLabAndSub[] = {"lab.test", "LAB", "sub.lab.test", "SUB", nullptr};
+    BecomeMember();
+    plugin->setTexts(kGetTrustedDomains, kLabAndSub);
+    plugin->setValue(kGetDomainTrustRelationship, 3);
+    ADCache& cache = OpenStore::MutableCache();
+    for (const char* domain : {"corp.test", "lab.test", "sub.lab.test"}) {
+        cache.SetDomainTrustRelationship(domain, static_cast<TrustRelationship>(1));
+    }
+    // The configuration, the trusted domains, the trust state, the trusted domains, and the domain itself come before.
+    constexpr int kRelationshipOfLab = 6;
+    int items = 0;
+    NimauthThreadUtil::SetScheduler([&items](Work work) {
+        if (++items == kRelationshipOfLab) throw NotEnoughMemoryException();
+        std::thread(std::move(work)).detach();
+    });
+    Patient().UpdateCache(std::nullopt);
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Error("Failed to get trust relationship for lab.test: Exception 0x00000008: Not "
+                                  "enough memory"),
+                            Took(LOG_WARNING, "AD cache updated partially in ")));
+    EXPECT_EQ(cache.GetDomainTrustRelationship("corp.test"), 3);
+    EXPECT_EQ(cache.GetDomainTrustRelationship("lab.test"), 6);
+    EXPECT_EQ(cache.GetDomainTrustRelationship("sub.lab.test"), 3);
+}
+
 // ---------------------------------------------------------------- no thread
 
 // Callers match on these texts: they start as many characters into the literal as the error number says.

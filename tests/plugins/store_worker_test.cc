@@ -1,8 +1,8 @@
 // Whatever leaves a background body, its waiters hear of it and the process lives; and the provider stays loaded for as
 // long as one of its calls runs.
 
-#include <atomic>
 #include <functional>
+#include <set>
 #include <thread>
 
 #include "authentication/exceptions.h"
@@ -32,7 +32,7 @@ class LeftWorker : public StoreTest, public ::testing::WithParamInterface<const 
 
 INSTANTIATE_TEST_SUITE_P(Providers, LeftWorker,
                          ::testing::Values("throws_exception", "throws_int", "throws_bad_alloc", "exits_thread",
-                                           "cancels_thread"),
+                                           "cancels_thread", "release_throws_exception", "release_exits_thread"),
                          [](const auto& row) { return std::string(row.param); });
 
 TEST_P(LeftWorker, EveryQuestionEndsWithAThreadErrorAndLeavesTheTable) {
@@ -69,22 +69,25 @@ TEST_P(LeftWorker, TheTrustStateLogsWhatBecameOfTheTrustedDomains) {
         ElementsAre(Warning(std::string("GetDomainTrustState: Call to GetTrustedDomains() failed: ") + kUnexpected)));
 }
 
-TEST_P(LeftWorker, EveryWaiterHearsOfIt) {
+// What the waiters of one call hear, which the provider `name` leaves once all of them wait.
+template <typename Error, typename Question>
+std::set<std::string> HeardByAll(const char* name, const Question& question) {
     constexpr int kWaiters = 8;
-    const Plugin<LeavingControl> plugin(GetParam());
+    const Plugin<LeavingControl> plugin(name);
     TimedWaits().count.Reset();
     plugin->setHeld(true);
-    std::atomic<int> heard = 0;
+    std::vector<std::string> heard(kWaiters);
     std::vector<std::thread> waiters;
-    for (int i = 0; i < kWaiters; ++i) {
-        waiters.emplace_back([&] {
-            if (TextOf<ThreadErrorException>([&] { store->GetTrustedDomains(); }) == kUnexpected) ++heard;
-        });
-    }
+    for (std::string& text : heard) waiters.emplace_back([&] { text = TextOf<Error>(question); });
     TimedWaits().count.Await(kWaiters);
     plugin->setHeld(false);
     for (std::thread& waiter : waiters) waiter.join();
-    EXPECT_EQ(heard, kWaiters);
+    return {heard.begin(), heard.end()};
+}
+
+TEST_P(LeftWorker, EveryWaiterHearsOfIt) {
+    EXPECT_THAT(HeardByAll<ThreadErrorException>(GetParam(), [&] { store->GetTrustedDomains(); }),
+                ElementsAre(kUnexpected));
 }
 
 TEST_P(LeftWorker, ACallerWhoTimedOutIsNotTroubled) {
@@ -105,6 +108,38 @@ TEST_P(LeftWorker, TheProviderIsClosedAfterItsLastCall) {
     EXPECT_EQ(Closes().count.Get(), 0) << "a call still runs in it";
     plugin->setHeld(false);
     Closes().count.Await(1);
+}
+
+class LibraryExceptionInWorker : public StoreTest {
+ protected:
+    static constexpr const char* kProvider = "throws_library";
+
+    LibraryExceptionInWorker() : StoreTest(kProvider), store(MakeStore(kPatient)) {}
+
+    std::unique_ptr<OpenStore> store;
+};
+
+// The question about the trusted domains, which the trust state's begins with, is left out: its failure is only logged.
+TEST_F(LibraryExceptionInWorker, EveryWaiterForTheTrustStateGetsItAndTheCacheStays) {
+    OpenStore::MutableCache().SetDomainTrustState(static_cast<TrustState>(1));
+    const auto provider = std::make_shared<const ActiveDirectoryProvider>(kProvider);
+    const auto question = [&] {
+        OpenStore::StartOrAttachToRequest("TrustState", [provider](const std::string& key) {
+            OpenStore::GetDomainTrustStateInt(provider, key);
+        })->WaitResult(kPatient);
+    };
+    EXPECT_THAT(HeardByAll<NoLogonServersException>(kProvider, question),
+                ElementsAre(NoLogonServersException().what()));
+    EXPECT_EQ(ActiveDirectoryStore::Cache().GetDomainTrustState(), 1);
+    EXPECT_THROW(store->GetDomainTrustState(), NoLogonServersException);
+    EXPECT_EQ(ActiveDirectoryStore::Cache().GetDomainTrustState(), 1);
+}
+
+TEST_F(LibraryExceptionInWorker, EveryOtherWaiterGetsItToo) {
+    EXPECT_THAT(HeardByAll<NoLogonServersException>(kProvider, [&] { store->GetDomainTrustRelationship("lab.test"); }),
+                ElementsAre(NoLogonServersException().what()));
+    EXPECT_THAT(HeardByAll<NoLogonServersException>(kProvider, [&] { delete store->GetStoreConfiguration(); }),
+                ElementsAre(NoLogonServersException().what()));
 }
 
 class ProviderLifetime : public ScriptedStoreTest {};

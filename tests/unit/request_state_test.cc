@@ -276,6 +276,24 @@ TEST_F(Request, LockIsFreeAfterEveryKindOfEnd) {
     EXPECT_EQ(Wait(0), "text");
 }
 
+extern "C" void* WaitForLong(void* state) {
+    static_cast<RequestState*>(state)->WaitResult(kLong);
+    return nullptr;
+}
+
+// The worker that ends the request would be stopped for ever, and with it every store of the process.
+TEST_F(Request, LockIsFreeAfterAWaiterWasCancelled) {
+    pthread_t waiter = {};
+    ASSERT_EQ(pthread_create(&waiter, nullptr, WaitForLong, _state.get()), 0);
+    _waiting.WaitFor(1);
+    pthread_cancel(waiter);
+    void* result = nullptr;
+    pthread_join(waiter, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    Succeed();
+    EXPECT_EQ(Wait(0), "done");
+}
+
 TEST(RequestShape, HoldsDoneErrorMutexAndConditionInThisOrder) {
     struct Layout {
         int done;

@@ -1,4 +1,7 @@
-/* A provider whose every query is left by `Leave`, which the including file defines, and never by a return. */
+/*
+ * A provider whose every query is left by `Leave`, which the including file defines, and never by a return. With
+ * LEAVES_IN_RELEASE the queries that have a result answer, and its release function is left instead.
+ */
 
 #ifndef TESTS_PLUGINS_MISBEHAVING_LEAVING_H_
 #define TESTS_PLUGINS_MISBEHAVING_LEAVING_H_
@@ -30,17 +33,37 @@ static void LeaveWhenLetGo(void) {
     Leave();
 }
 
+#ifdef LEAVES_IN_RELEASE
+static void ReleaseAndLeave(void* result) {
+    free(result);
+    LeaveWhenLetGo();
+}
+static uint32_t GetActiveDomain(struct NimauthDomainRecord* domain, NimauthRelease* release) {
+    domain->dnsName = CopyText("corp.test");
+#ifdef __cplusplus /* a thread that ends does not come to the second one */
+    domain->netbiosName = CopyText("CORP");
+#endif
+    *release = ReleaseAndLeave;
+    return 0;
+}
+static uint32_t GetTrustedDomains(struct NimauthDomainRecord*** domains, NimauthRelease* release) {
+    *domains = (struct NimauthDomainRecord**)calloc(1, sizeof **domains);
+    *release = ReleaseAndLeave;
+    return 0;
+}
+#else
 static uint32_t GetActiveDomain(struct NimauthDomainRecord* domain, NimauthRelease* release) {
     (void)domain, (void)release;
     LeaveWhenLetGo();
     return 0;
 }
-static int32_t GetTrustState(void) {
+static uint32_t GetTrustedDomains(struct NimauthDomainRecord*** domains, NimauthRelease* release) {
+    (void)domains, (void)release;
     LeaveWhenLetGo();
     return 0;
 }
-static uint32_t GetTrustedDomains(struct NimauthDomainRecord*** domains, NimauthRelease* release) {
-    (void)domains, (void)release;
+#endif
+static int32_t GetTrustState(void) {
     LeaveWhenLetGo();
     return 0;
 }

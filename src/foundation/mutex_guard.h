@@ -1,7 +1,8 @@
-// Holds a POSIX mutex for a scope.
+// Holds a POSIX mutex for a scope, and frees it whichever way the scope is left: a thread that is cancelled while it waits
+// for a condition has the mutex again when it unwinds.
 
-#ifndef NIMAUTH_ACTIVEDIRECTORY_MUTEX_GUARD_H_
-#define NIMAUTH_ACTIVEDIRECTORY_MUTEX_GUARD_H_
+#ifndef NIMAUTH_FOUNDATION_MUTEX_GUARD_H_
+#define NIMAUTH_FOUNDATION_MUTEX_GUARD_H_
 
 #include <pthread.h>
 
@@ -20,4 +21,4 @@ class MutexGuard {
 
 }  // namespace nimbrel::authentication
 
-#endif  // NIMAUTH_ACTIVEDIRECTORY_MUTEX_GUARD_H_
+#endif  // NIMAUTH_FOUNDATION_MUTEX_GUARD_H_
