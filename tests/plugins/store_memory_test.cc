@@ -1,20 +1,21 @@
 // A background body for which memory runs out: a failure never passes for an answer, and the request always ends. And what
 // needs no memory.
 
-#include <pthread.h>
-
 #include <atomic>
+#include <functional>
 #include <new>
+#include <thread>
 
+#include "authentication/background_work.h"
 #include "authentication/exceptions.h"
 #include "plugins/store_fixture.h"
 
 namespace {
 
-// While true, every allocation of the library fails on all threads but `tester`.
+// While true, every allocation of the library fails on the threads of its background work.
 std::atomic<bool> memoryIsOut = false;
 std::atomic<int> allocations = 0;
-const pthread_t tester = pthread_self();
+thread_local bool isWorker = false;
 
 }  // namespace
 
@@ -26,7 +27,7 @@ void* __wrap__Znwm(std::size_t size);
 
 void* __wrap__Znwm(std::size_t size) {
     ++allocations;
-    if (memoryIsOut && pthread_equal(pthread_self(), tester) == 0) throw std::bad_alloc();
+    if (memoryIsOut && isWorker) throw std::bad_alloc();
     return __real__Znwm(size);
 }
 
@@ -40,7 +41,18 @@ const char* const kLab[] = {"lab.test", "LAB", nullptr};
 
 class StoreMemory : public ScriptedStoreTest {
  protected:
-    ~StoreMemory() override { memoryIsOut = false; }
+    StoreMemory() {
+        NimauthThreadUtil::SetScheduler([](std::function<void()> work) {
+            std::thread([work = std::move(work)] {
+                isWorker = true;
+                work();
+            }).detach();
+        });
+    }
+    ~StoreMemory() override {
+        memoryIsOut = false;
+        NimauthThreadUtil::SetScheduler({});
+    }
 
     // What a caller hears whose query has no memory from the moment on at which the provider has been asked.
     std::string HeardOnceAsked() {
