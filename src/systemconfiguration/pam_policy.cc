@@ -81,7 +81,9 @@ void ReadReadyLines(std::streambuf& buffer, StackFinder& stacks) {
 
 }  // namespace
 
-PAMEntry::PAMEntry(PAMControl control, std::string module) : _control(std::move(control)), _module(std::move(module)) {}
+// The control is small, and taken by value as the interface has it.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+PAMEntry::PAMEntry(PAMControl control, std::string module) : _control(control), _module(std::move(module)) {}
 
 bool PAMEntry::operator==(const PAMEntry& other) const {
     return static_cast<PAMControl::Control>(_control) == static_cast<PAMControl::Control>(other._control) &&
