@@ -1,6 +1,11 @@
 // The file under the configuration store: who may read it, and what happens when it is damaged, in the way or out of
 // room.
 
+#include <dlfcn.h>
+#include <sqlite3.h>
+#include <sys/mman.h>
+
+#include <cerrno>
 #include <chrono>
 
 #include "config_store.h"
@@ -282,6 +287,49 @@ TEST_F(ConfigStoreDamage, StoreIsNotHalfMadeOnAFullDisk) {
         std::filesystem::remove(_path);
     }
     EXPECT_GT(failed, 0);
+}
+
+// A process that is killed between its last write and the closing leaves the log.
+TEST_F(ConfigStoreDamage, LogOfALostStoreIsNotPlayedIntoTheNext) {
+    const std::string log = _path + "-wal";
+    const std::string left = _folder / "left";
+    Write(_old);
+    {
+        const OrbConfigStore::Activity activity = {_path, "keep the log"};
+        OrbConfigStore::Database other(_path, activity);
+        other.Execute("BEGIN; SELECT * FROM object");
+        Write({{"n", "newer"}});
+        std::filesystem::copy_file(log, left);
+    }
+    ASSERT_FALSE(std::filesystem::exists(log));
+    ASSERT_GT(std::filesystem::file_size(left), 0U);
+    std::filesystem::remove(_path);
+    for (const std::string name : {"-wal", "-journal"}) {
+        std::filesystem::copy_file(left, _path + name);
+        ExpectUnusable("the file is gone, and " + _path + name +
+                       " holds changes of it; put the file back beside it, or remove that one, too");
+        EXPECT_FALSE(std::filesystem::exists(_path));
+        std::filesystem::remove(_path + name);
+    }
+    WriteFile(log, "");
+    EXPECT_EQ(Read(), std::nullopt);
+    Write(_old);
+    EXPECT_EQ(Read(), _old);
+}
+
+void* NoSharedMemory(void*, std::size_t, int, int, int, off_t) {
+    errno = ENODEV;
+    return MAP_FAILED;
+}
+
+TEST_F(ConfigStoreDamage, NoStoreWhereProcessesCannotShareMemory) {
+    sqlite3_vfs* const system = sqlite3_vfs_find(nullptr);
+    ASSERT_EQ(system->xSetSystemCall(system, "mmap", reinterpret_cast<sqlite3_syscall_ptr>(NoSharedMemory)), SQLITE_OK);
+    const std::string error = WriteError();
+    system->xSetSystemCall(system, "mmap", nullptr);
+    EXPECT_EQ(error, Expected("write", "disk I/O error (No such device)"));
+    EXPECT_TRUE(std::filesystem::is_empty(_folder.Path()));
+    EXPECT_EQ(Read(), std::nullopt);
 }
 
 TEST_F(ConfigStoreDamage, LockHeldByAnotherIsWaitedForAndThenNamed) {

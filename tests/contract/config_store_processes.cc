@@ -1,6 +1,7 @@
 // Several processes at one configuration store, some of which die in the middle of a write.
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "config_store.h"
@@ -105,6 +106,29 @@ TEST_F(ConfigStoreProcesses, ForkedChildrenOfABusyProcessUseTheStore) {
     stop = true;
     for (std::thread& thread : threads) thread.join();
     EXPECT_GT(writes, 0);
+}
+
+extern "C" void* WriteUntilCancelled(void*) {
+    for (int i = 0;; ++i) {
+        WriteObject(*Open(), ContractId("cancelled"), {{"n", std::to_string(i)}});
+        pthread_testcancel();
+    }
+}
+
+TEST_F(ConfigStoreProcesses, CancelledThreadEndsAfterItsOperation) {
+    for (int round = 0; round < 50; ++round) {
+        pthread_t writer = {};
+        ASSERT_EQ(pthread_create(&writer, nullptr, WriteUntilCancelled, nullptr), 0);
+        while (!ReadObject(*Open(), ContractId("cancelled"))) {
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(round * 50));  // at another point each time
+        pthread_cancel(writer);
+        void* result = nullptr;
+        pthread_join(writer, &result);
+        EXPECT_EQ(result, PTHREAD_CANCELED);
+        Open()->RemoveObject(ContractId("cancelled"));
+        EXPECT_EQ(ReadObject(*Open(), ContractId("cancelled")), std::nullopt);
+    }
 }
 
 TEST_F(ConfigStoreProcesses, NoFileDescriptorStaysOpen) {

@@ -316,10 +316,12 @@ TEST_F(DnsConfigTest, RunningResolvedIsTold) {
     ASSERT_EQ(setenv("SECRET", "1", 1), 0);
     host::SystemLog log;
     Save("corp.test");
-    Save("corp.test");
     unsetenv("SECRET");
     EXPECT_EQ(log.Take(), "");
-    EXPECT_EQ(ReadFile(kCalls), "--no-ask-password try-reload-or-restart systemd-resolved.service\nenvironment: 0\n");
+    const std::string call = "--no-ask-password try-reload-or-restart systemd-resolved.service\nenvironment: 0\n";
+    EXPECT_EQ(ReadFile(kCalls), call);
+    Save("corp.test");  // who wrote what is there may have ended before the service was told
+    EXPECT_EQ(ReadFile(kCalls), call + call);
 }
 
 TEST_F(DnsConfigTest, ResolvedThatCannotBeToldIsNoFailure) {

@@ -3,11 +3,32 @@
 #include "sysnet/hosts_file.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/file.h>
 #include <sys/xattr.h>
 
 #include <sstream>
 
 #include "host.h"
+#include "platform/sysnet/src/text_file.h"
+
+namespace {
+
+bool isSlow = false;  // whether there is time between the writing of a file in place and its cutting
+
+}  // namespace
+
+extern "C" {
+
+int __real_ftruncate(int descriptor, off_t size);
+int __wrap_ftruncate(int descriptor, off_t size);
+
+int __wrap_ftruncate(int descriptor, off_t size) {
+    if (isSlow) usleep(1000);
+    return __real_ftruncate(descriptor, size);
+}
+
+}  // extern "C"
 
 namespace {
 
@@ -287,6 +308,70 @@ TEST_F(HostsFileTest, MissingFolderIsNamed) {
         ADD_FAILURE() << "no failure";
     } catch (const HostMgmtException& error) {
         EXPECT_EQ(error.what(), "Cannot create " + path + ": No such file or directory");
+    }
+}
+
+// A container's hosts file is mounted and written in place. Each writer's file is of another size.
+TEST_F(HostsFileTest, WritersOfAMountedFileDoNotMixTheirs) {
+    const std::string source = _folder / "source";
+    WriteFile(_path, "");
+    WriteFile(source, "");
+    const host::Mount mount = host::Mount::Bind(source, _path);
+    const std::string small = "::1 small\n";
+    const std::string large = "::1 large " + std::string(400'000, '#') + "\n";
+    const auto writer = [&](const std::string& content) {
+        const pid_t child = fork();
+        if (child != 0) return child;
+        isSlow = true;
+        SysNet::Network::ReplaceTextFile(_path, content);
+        _exit(0);
+    };
+    for (int round = 0; round < 40; ++round) {
+        const pid_t writers[] = {writer(small), writer(large)};
+        for (const pid_t child : writers) {
+            int status = -1;
+            EXPECT_EQ(waitpid(child, &status, 0), child);
+            EXPECT_EQ(status, 0);
+        }
+        const std::string content = ReadFile(_path);
+        ASSERT_TRUE(content == small || content == large) << content.size() << ", round " << round;
+    }
+}
+
+TEST_F(HostsFileTest, LockOnAMountedFileIsWaitedForOnlySoLong) {
+    const std::string source = _folder / "source";
+    WriteFile(_path, "");
+    WriteFile(source, _old);
+    const host::Mount mount = host::Mount::Bind(source, _path);
+    const int reader = open(source.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(reader, LOCK_EX), 0);
+    Edit();
+    close(reader);
+    EXPECT_EQ(ReadFile(_path), _new);
+}
+
+extern "C" void* EditUntilCancelled(void* path) {
+    for (int i = 0;; ++i) {
+        HostsFile(*static_cast<const std::string*>(path))
+            .AddOrReplaceEntry("192.0.2.10", i % 2 == 0 ? "even" : "odd", {});
+        pthread_testcancel();
+    }
+}
+
+TEST_F(HostsFileTest, CancelledThreadEndsAfterItsEdit) {
+    WriteFile(_path, _old);
+    for (int round = 0; round < 50; ++round) {
+        pthread_t editor = {};
+        std::string path = _path;
+        const ino_t before = host::InodeOf(_path);
+        ASSERT_EQ(pthread_create(&editor, nullptr, EditUntilCancelled, &path), 0);
+        while (host::InodeOf(_path) == before) {
+        }
+        pthread_cancel(editor);
+        void* result = nullptr;
+        pthread_join(editor, &result);
+        EXPECT_EQ(result, PTHREAD_CANCELED);
+        EXPECT_EQ(FilesBeside().size(), 1U);
     }
 }
 

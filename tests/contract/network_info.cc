@@ -3,11 +3,40 @@
 #include "sysnet/network_info.h"
 
 #include <gtest/gtest.h>
+#include <linux/netlink.h>
+#include <sys/socket.h>
 
+#include <cerrno>
+#include <cstring>
 #include <optional>
 #include <sstream>
 
 #include "host.h"
+
+namespace {
+
+std::vector<std::string> answers;  // what the next calls receive in place of the kernel's; an empty one is a time-out
+
+}  // namespace
+
+extern "C" {
+
+ssize_t __real_recv(int descriptor, void* buffer, std::size_t size, int flags);
+ssize_t __wrap_recv(int descriptor, void* buffer, std::size_t size, int flags);
+
+ssize_t __wrap_recv(int descriptor, void* buffer, std::size_t size, int flags) {
+    if (answers.empty()) return __real_recv(descriptor, buffer, size, flags);
+    const std::string answer = answers.front();
+    answers.erase(answers.begin());
+    if (answer.empty()) {
+        errno = EAGAIN;
+        return -1;
+    }
+    std::memcpy(buffer, answer.data(), answer.size());
+    return static_cast<ssize_t>(answer.size());
+}
+
+}  // extern "C"
 
 namespace {
 
@@ -49,6 +78,19 @@ class NetworkInfoTest : public ::testing::Test {
         for (std::string word; stream >> word;) words.push_back(word);
         host::Run(words);
     }
+    // A message that holds one number.
+    static std::string Message(int type, int flags, int number) {
+        struct {
+            nlmsghdr header;
+            int number;
+        } message = {};
+        message.header.nlmsg_len = sizeof message;
+        message.header.nlmsg_type = static_cast<__u16>(type);
+        message.header.nlmsg_flags = static_cast<__u16>(flags | NLM_F_MULTI);
+        message.number = number;
+        return {reinterpret_cast<const char*>(&message), sizeof message};
+    }
+
     static void Conf(const std::string& content) { WriteFile(kConf, content); }
 
     // "eth0 192.0.2.10", or the text of the failure.
@@ -209,6 +251,53 @@ TEST_F(NetworkInfoTest, NamedInterfaceMustExistAndHaveAnAddress) {
     EXPECT_EQ(Management(), "Cannot use /etc/nimbrel/network.conf: there is no interface 'eth7'");
     Conf("management-interface = eth1-peer\n");
     EXPECT_EQ(Management(), "Cannot use /etc/nimbrel/network.conf: the interface 'eth1-peer' has no IPv4 address");
+}
+
+// It would take the place of localhost in the hosts file.
+TEST_F(NetworkInfoTest, NamedLoopbackMustHaveAnAddressOfTheHosts) {
+    Conf("management-interface = lo\n");
+    EXPECT_EQ(Management(),
+              "Cannot use /etc/nimbrel/network.conf: the interface 'lo' has no IPv4 address but a loopback one");
+    Ip("address add 203.0.113.9/32 dev lo");
+    EXPECT_EQ(Management(), "lo 203.0.113.9");
+    Ip("address delete 203.0.113.9/32 dev lo");
+}
+
+// ---------------------------------------------------------------- what the kernel may answer
+
+constexpr char kAsk[] = "Cannot ask the kernel about the network interfaces: ";
+
+TEST_F(NetworkInfoTest, DumpThatTheKernelBreaksOffIsNoAnswer) {
+    answers = {Message(NLMSG_DONE, 0, -EMSGSIZE)};
+    EXPECT_EQ(Management(), std::string(kAsk) + "Message too long");
+}
+
+TEST_F(NetworkInfoTest, RefusalOfTheKernelIsTold) {
+    answers = {Message(NLMSG_ERROR, 0, -EPERM)};
+    EXPECT_EQ(Management(), std::string(kAsk) + "Operation not permitted");
+}
+
+TEST_F(NetworkInfoTest, TornDumpIsAskedForAgain) {
+    answers = {Message(NLMSG_DONE, NLM_F_DUMP_INTR, 0)};
+    EXPECT_EQ(Management(), "eth0 192.0.2.10");
+}
+
+TEST_F(NetworkInfoTest, DumpThatIsTornEachTimeIsAFailure) {
+    answers.assign(5, Message(NLMSG_DONE, NLM_F_DUMP_INTR, 0));
+    EXPECT_EQ(Management(), std::string(kAsk) + "Interrupted system call");
+    EXPECT_TRUE(answers.empty());
+}
+
+TEST_F(NetworkInfoTest, CutMessageIsAFailure) {
+    std::string message = Message(NLMSG_DONE, 0, 0);
+    message.resize(message.size() - 1);
+    answers = {message};
+    EXPECT_EQ(Management(), std::string(kAsk) + "Protocol error");
+}
+
+TEST_F(NetworkInfoTest, KernelThatDoesNotAnswerIsATimeOut) {
+    answers = {""};
+    EXPECT_EQ(Management(), std::string(kAsk) + "Connection timed out");
 }
 
 TEST_F(NetworkInfoTest, WrongLineIsNamed) {

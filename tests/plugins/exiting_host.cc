@@ -9,6 +9,7 @@
 //     exiting_host join PROVIDER     as "late", with a join of corp.test in place of the query
 //     exiting_host leave PROVIDER    the same with a leave
 //     exiting_host activate PROVIDER the store "None" is activated only then, in place of "Active Directory"
+//     exiting_host option PROVIDER   the advanced options are read before and then
 //     exiting_host domain PROVIDER   prints the stored domain, and does nothing else
 //
 // PROVIDER is "scripted", or one of those that never return from a query.
@@ -23,6 +24,7 @@
 #include "authentication/directory_store.h"
 #include "authentication/exceptions.h"
 #include "authentication/store_factory.h"
+#include "hostmgmt/advanced_options.h"
 #include "plugins/misbehaving/leaving_control.h"
 #include "plugins/misbehaving/scripted.h"
 #include "plugins/provider_root.h"
@@ -102,6 +104,11 @@ void ActivateNone() {
     }
 }
 
+void ReadOptions() {
+    const auto root = HostMgmt::HostFactory::GetHost()->GetAdvancedOptions()->GetRootBranch();
+    if (root->GetBranch("UserVars")->GetOption("ActiveDirectoryVerifyAPXCertificate") == nullptr) abort();
+}
+
 void AfterAllDestructors() {
     if (!host) return;
     if (Singleton<AuthenticationStoreFactory>::_instance != nullptr) abort();  // it would not be after all of them
@@ -112,6 +119,8 @@ void AfterAllDestructors() {
         OpenStore(kPatient).GetTrustedDomains();
     } else if (host->mode == "activate") {
         ActivateNone();
+    } else if (host->mode == "option") {
+        ReadOptions();
     } else if (host->member.joinable()) {
         host->LetGo();
         host->member.join();
@@ -158,6 +167,10 @@ int main(int argc, char** argv) {
     host = std::make_unique<Host>(argv[1], argv[2]).release();
     if (host->mode == "ask" || host->mode == "activate") return kStatus;
     if (host->mode == "domain") return PrintDomain();
+    if (host->mode == "option") {
+        ReadOptions();
+        return kStatus;
+    }
     if (host->mode == "join" || host->mode == "leave") return BeginMembership();
     host->Hold();
     host->store.GetTrustedDomains();

@@ -80,6 +80,8 @@ TEST_P(ScriptedProcessExit, WhenAJoinAndALeaveEndAfterEveryDestructor) {
     EXPECT_EQ(RunHost("domain", GetParam()).output, "none\n");
 }
 
+TEST_P(ScriptedProcessExit, WhenTheAdvancedOptionsAreReadAfterEveryDestructor) { ExpectQuietExit("option"); }
+
 TEST_P(ScriptedProcessExit, WhenAStoreIsActivatedAfterEveryDestructor) {
     WriteFile(kRecordPath, "remote-authentication-store = \"Active Directory\"\n");
     ExpectQuietExit("activate");

@@ -59,11 +59,12 @@ std::string AdvancedOption::ReadValue(const char* type) const {
 }
 
 void AdvancedOption::WriteValue(const char* type, const std::string& value) {
-    auto record = _store->Find(_fullName);
-    if (!record) ThrowOption(_fullName, "has been removed");
-    if (record->type != type) ThrowOption(_fullName, "has another type now");
-    record->value = value;
-    _store->Write(_fullName, *record);
+    _store->Rewrite(_fullName, [&](std::optional<OptionRecord> record) {
+        if (!record) ThrowOption(_fullName, "has been removed");
+        if (record->type != type) ThrowOption(_fullName, "has another type now");
+        record->value = value;
+        return *record;
+    });
 }
 
 AdvancedIntegerOption::~AdvancedIntegerOption() = default;

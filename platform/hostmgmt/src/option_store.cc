@@ -1,8 +1,9 @@
 #include "option_store.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <cstdint>
-#include <map>
 
 namespace HostMgmt::Adv {
 namespace {
@@ -13,12 +14,19 @@ using OrbConfigStore::ConfigStoreObjectId;
 constexpr char kRemovedType[] = "removed";
 constexpr char kIndexKey[] = "index";
 
-// The options that every host has.
-const std::map<std::string, OptionRecord>& HostOptions() {
-    static const std::map<std::string, OptionRecord> options = {
-        {"UserVars.ActiveDirectoryVerifyAPXCertificate",
-         {kIntegerType, "1", "Verify the certificate of the authentication proxy: 1 for yes, 0 for no."}}};
-    return options;
+// The options that every host has. Plain texts: a thread may still read them while the process exits.
+constexpr struct HostOption {
+    const char* fullName;
+    const char* type;
+    const char* value;
+    const char* description;
+} kHostOptions[] = {{"UserVars.ActiveDirectoryVerifyAPXCertificate", kIntegerType, "1",
+                     "Verify the certificate of the authentication proxy: 1 for yes, 0 for no."}};
+
+const HostOption* FindHostOption(const std::string& fullName) {
+    const auto* const found = std::find_if(std::begin(kHostOptions), std::end(kHostOptions),
+                                           [&](const HostOption& option) { return option.fullName == fullName; });
+    return found == std::end(kHostOptions) ? nullptr : found;
 }
 
 ConfigStoreObjectId IdOf(const std::string& key) { return {key.c_str(), "advanced_options", "hostmgmt"}; }
@@ -39,8 +47,23 @@ void RequireFullName(const std::string& text) {
     throw Lib::HostMgmtException(("'" + text + "' is not the full name of an advanced option").c_str());
 }
 
-// One declaration or removal at a time in this process: each reads the index, changes it and writes it back.
-std::mutex indexChange;
+// One change at a time in this process: each reads the index, or the option, changes it and writes it back. Held during
+// each fork, as the store's own lock is, so that the child can change options, too.
+pthread_mutex_t changeMutex = PTHREAD_MUTEX_INITIALIZER;
+
+void LockChanges() { pthread_mutex_lock(&changeMutex); }
+void UnlockChanges() { pthread_mutex_unlock(&changeMutex); }
+
+// After the store has registered its lock, which is taken while this one is held.
+__attribute__((constructor)) void RegisterForForks() { pthread_atfork(LockChanges, UnlockChanges, UnlockChanges); }
+
+class Change {
+ public:
+    Change() { LockChanges(); }
+    Change(const Change&) = delete;
+    Change& operator=(const Change&) = delete;
+    ~Change() { UnlockChanges(); }
+};
 
 }  // namespace
 
@@ -56,9 +79,9 @@ std::optional<OptionRecord> OptionStore::Find(const std::string& fullName) const
         if (record.type == kRemovedType) return std::nullopt;
         return record;
     }
-    const auto found = HostOptions().find(fullName);
-    if (found == HostOptions().end()) return std::nullopt;
-    return found->second;
+    const HostOption* const option = FindHostOption(fullName);
+    if (option == nullptr) return std::nullopt;
+    return OptionRecord{option->type, option->value, option->description};
 }
 
 void OptionStore::Write(const std::string& fullName, const OptionRecord& record) {
@@ -70,31 +93,36 @@ void OptionStore::Write(const std::string& fullName, const OptionRecord& record)
     _store->SetObject(object, word);
 }
 
+void OptionStore::Rewrite(const std::string& fullName, const Rewriting& rewriting) {
+    const Change change;
+    Write(fullName, rewriting(Find(fullName)));
+}
+
 // The index names an option before it exists and after it is gone, so that a failure in between leaves an entry too many
 // and never an option that cannot be listed.
 void OptionStore::Declare(const std::string& fullName, const OptionRecord& record) {
     RequireFullName(fullName);
-    const std::lock_guard<std::mutex> hold(indexChange);
+    const Change change;
     SetIndexed(fullName, true);
     Write(fullName, record);
 }
 
 void OptionStore::Remove(const std::string& fullName) {
     RequireFullName(fullName);
-    const std::lock_guard<std::mutex> hold(indexChange);
-    if (!HostOptions().contains(fullName)) return Forget(fullName);
+    const Change change;
+    if (FindHostOption(fullName) == nullptr) return Forget(fullName);
     Write(fullName, {kRemovedType, "", ""});
 }
 
 void OptionStore::Restore(const std::string& fullName) {
     RequireFullName(fullName);
-    const std::lock_guard<std::mutex> hold(indexChange);
+    const Change change;
     Forget(fullName);
 }
 
 std::set<std::string> OptionStore::FullNames() const {
     std::set<std::string> candidates;
-    for (const auto& [fullName, record] : HostOptions()) candidates.insert(fullName);
+    for (const HostOption& option : kHostOptions) candidates.insert(option.fullName);
     if (const auto index = _store->GetObject(IdOf(kIndexKey))) {
         for (const auto& [fullName, unused] : index->Values()) candidates.insert(fullName);
     }

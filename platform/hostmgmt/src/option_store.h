@@ -3,8 +3,8 @@
 #ifndef HOSTMGMT_SRC_OPTION_STORE_H_
 #define HOSTMGMT_SRC_OPTION_STORE_H_
 
+#include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -34,7 +34,9 @@ class OptionStore {
     // The option's record; that of the host's own option where nothing is stored; nothing when there is no such option.
     std::optional<OptionRecord> Find(const std::string& fullName) const;
 
-    void Write(const std::string& fullName, const OptionRecord& record);
+    // Writes what `rewriting` makes of the option's record; what it throws changes nothing.
+    using Rewriting = std::function<OptionRecord(std::optional<OptionRecord>)>;
+    void Rewrite(const std::string& fullName, const Rewriting& rewriting);
 
     // Writes the record of an option that may be new.
     void Declare(const std::string& fullName, const OptionRecord& record);
@@ -46,6 +48,7 @@ class OptionStore {
     std::set<std::string> FullNames() const;
 
  private:
+    void Write(const std::string& fullName, const OptionRecord& record);
     void Forget(const std::string& fullName);
     void SetIndexed(const std::string& fullName, bool indexed);
 

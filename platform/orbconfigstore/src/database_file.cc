@@ -126,6 +126,17 @@ class TemporaryFile {
     const UniqueFd _fd;  // holds the lock
 };
 
+// SQLite would play the changes of a store that is gone into the next one of its name.
+void RefuseLogWithoutStore(const std::string& path, const Activity& activity) {
+    for (const char* suffix : {"-wal", "-journal"}) {
+        const std::string log = path + suffix;
+        // Another process may just have made the store, and be writing to it.
+        if (SizeOf(log, activity) == 0 || access(path.c_str(), F_OK) == 0) continue;
+        activity.Fail("the file is gone, and " + log +
+                      " holds changes of it; put the file back beside it, or remove that one, too");
+    }
+}
+
 }  // namespace
 
 std::string ResolveFolder(const std::string& path, const Activity& activity) {
@@ -145,7 +156,10 @@ bool CheckDatabaseFile(const std::string& path, const Activity& activity) {
     const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (fd.Get() < 0) {
         const int error = errno;
-        if (error == ENOENT) return false;
+        if (error == ENOENT) {
+            RefuseLogWithoutStore(path, activity);
+            return false;
+        }
         if (error == ELOOP) activity.Fail("the file is a symbolic link");
         activity.FailWithSystemError(error);
     }

@@ -34,6 +34,8 @@ void CreateSchema(Database& database) {
     database.Execute("PRAGMA synchronous = FULL; PRAGMA encoding = 'UTF-8'");
     database.Execute(kSchema);
     database.Execute("PRAGMA journal_mode = WAL");
+    // The first use of the log, which needs memory that processes share: where there is none, no store is made.
+    database.Execute("BEGIN IMMEDIATE; COMMIT");
 }
 
 void PrepareConnection(Database& database, const Activity& activity) {

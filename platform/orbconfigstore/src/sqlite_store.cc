@@ -2,11 +2,11 @@
 
 #include <pthread.h>
 
-#include <mutex>
 #include <utility>
 
 #include "checks.h"
 #include "database_file.h"
+#include "no_cancellation.h"
 #include "schema.h"
 
 namespace OrbConfigStore {
@@ -20,16 +20,21 @@ pthread_mutex_t operationMutex = PTHREAD_MUTEX_INITIALIZER;
 void LockOperations() { pthread_mutex_lock(&operationMutex); }
 void UnlockOperations() { pthread_mutex_unlock(&operationMutex); }
 
+// When the library is loaded: a fork that has begun does not run what is registered after that. And before the libraries
+// that use this one register theirs: what they hold around an operation is then taken first.
+__attribute__((constructor(101))) void RegisterForForks() {
+    pthread_atfork(LockOperations, UnlockOperations, UnlockOperations);
+}
+
 class Operation {
  public:
-    Operation() {
-        static std::once_flag once;
-        std::call_once(once, [] { pthread_atfork(LockOperations, UnlockOperations, UnlockOperations); });
-        LockOperations();
-    }
+    Operation() { LockOperations(); }
     Operation(const Operation&) = delete;
     Operation& operator=(const Operation&) = delete;
     ~Operation() { UnlockOperations(); }
+
+ private:
+    const NoCancellation _noCancellation;
 };
 
 }  // namespace

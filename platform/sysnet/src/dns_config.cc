@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "names.h"
+#include "no_cancellation.h"
 #include "resolved_service.h"
 #include "search_domains.h"
 #include "text_file.h"
@@ -23,9 +24,11 @@ void SaveInResolvConf(const std::vector<std::string>& domains) {
 void SaveInDropIn(const std::vector<std::string>& domains) {
     const std::string old = ReadTextFile(kDropIn).value_or("");
     const std::string changed = AddToResolvedDropIn(old, domains);
-    if (changed == old) return;
-    MakeFolders(kDropInFolder);
-    ReplaceTextFile(kDropIn, changed);
+    if (changed != old) {
+        MakeFolders(kDropInFolder);
+        ReplaceTextFile(kDropIn, changed);
+    }
+    // Also of what is there already: whoever wrote it may have ended before the service was told.
     ReloadResolved();
 }
 
@@ -40,6 +43,7 @@ void DnsConfigImpl::AddUserSearchDomain(const std::string& domain) {
 
 void DnsConfigImpl::SaveConfig() {
     if (_added.empty()) return;
+    const NoCancellation noCancellation;
     if (ResolvedManages(kResolvConf)) {
         SaveInDropIn(_added);
     } else {

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "names.h"
+#include "no_cancellation.h"
 #include "text_file.h"
 
 namespace SysNet::Network {
@@ -75,6 +76,7 @@ void HostsFile::AddOrReplaceEntry(const std::string& address, const std::string&
     words.insert(words.end(), aliases.begin(), aliases.end());
     for (std::size_t i = 1; i < words.size(); ++i) CheckHostName(words[i]);
 
+    const NoCancellation noCancellation;
     const std::optional<std::string> old = ReadTextFile(_path);
     std::vector<Line> lines = SplitLines(old.value_or(""));
     Replace(lines, words);

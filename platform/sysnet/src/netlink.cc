@@ -110,8 +110,11 @@ Answer Consume(const std::string& datagram, bool& torn, const Consumer& consumer
         const char* const body = datagram.data() + at + NLMSG_HDRLEN;
         const std::size_t size = header.nlmsg_len - NLMSG_HDRLEN;
         if ((header.nlmsg_flags & NLM_F_DUMP_INTR) != 0) torn = true;
-        if (header.nlmsg_type == NLMSG_DONE) return Answer::kEnd;
-        if (header.nlmsg_type == NLMSG_ERROR) Fail(size >= sizeof(int) ? -Take<int>(body) : EPROTO);
+        // The end of a dump may carry an error, too: the kernel broke it off.
+        const int error = size >= sizeof(int) ? -Take<int>(body) : 0;
+        if (header.nlmsg_type == NLMSG_DONE && error <= 0) return Answer::kEnd;
+        if (header.nlmsg_type == NLMSG_DONE) Fail(error);
+        if (header.nlmsg_type == NLMSG_ERROR) Fail(error != 0 ? error : EPROTO);
         if (header.nlmsg_type != NLMSG_NOOP) consumer(body, size);
         at += std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), datagram.size() - at);
     }

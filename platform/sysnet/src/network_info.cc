@@ -7,6 +7,7 @@
 
 #include "netlink.h"
 #include "network_conf.h"
+#include "no_cancellation.h"
 #include "system_error.h"
 #include "text_file.h"
 
@@ -61,11 +62,17 @@ class Interfaces {
     const std::vector<Ipv4OfLink> _addresses = QueryIpv4Addresses();
 };
 
+bool IsLoopback(const std::string& address) { return address.compare(0, 4, "127.") == 0; }
+
+// A loopback interface may carry an address of the host's own; those that every host has stand for none.
 std::shared_ptr<NetworkInterface> Named(const Interfaces& interfaces, const std::string& name) {
     const Link* const link = interfaces.ByName(name);
     if (link == nullptr) ThrowFileError("use", kNetworkConf, "there is no interface '" + name + "'");
     auto interface = interfaces.WithAddress(*link);
     if (interface == nullptr) ThrowFileError("use", kNetworkConf, "the interface '" + name + "' has no IPv4 address");
+    if (IsLoopback(interface->GetIpConfig().GetIpv4Address().GetStringAddress())) {
+        ThrowFileError("use", kNetworkConf, "the interface '" + name + "' has no IPv4 address but a loopback one");
+    }
     return interface;
 }
 
@@ -94,6 +101,7 @@ NetworkInterface::NetworkInterface(std::string name, IpConfig ipConfig)
 NetworkInfoImpl::NetworkInfoImpl() = default;
 
 std::shared_ptr<NetworkInterface> NetworkInfoImpl::GetManagementInterface() const {
+    const NoCancellation noCancellation;
     const auto name = ParseManagementInterface(kNetworkConf, ReadTextFile(kNetworkConf).value_or(""));
     const Interfaces interfaces;
     if (name) return Named(interfaces, *name);

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <memory>
 
 #include "system_error.h"
@@ -191,17 +192,35 @@ bool MayRewriteAfter(int error) {
     return error == EBUSY || error == EXDEV || error == EROFS || error == EACCES || error == EPERM || error == EINVAL;
 }
 
+// With its room taken beforehand, a file cannot be left half written by a full disk.
+void MakeRoom(const UniqueFd& fd, off_t size, const std::string& path) {
+    if (size == 0) return;
+    int error = 0;
+    do {
+        error = fallocate(fd.Get(), FALLOC_FL_KEEP_SIZE, 0, size) == 0 ? 0 : errno;
+    } while (error == EINTR);
+    if (error != 0 && error != EOPNOTSUPP && error != ENOSYS) ThrowSystemError("make room in", path, error);
+}
+
+// One writer of the file at a time: two that wrote at once would leave a part of each. Whoever may read the file may hold
+// such a lock, so it is waited for a moment only; a file system without locks has none.
+void AwaitLock(const UniqueFd& fd) {
+    constexpr timespec kPause = {0, 10'000'000};
+    constexpr int kAttempts = 200;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        if (Lock(fd) || errno != EWOULDBLOCK) return;
+        nanosleep(&kPause, nullptr);
+    }
+}
+
 void RewriteInPlace(const std::string& path, std::string_view content) {
     const UniqueFd fd(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
     if (fd.Get() < 0) ThrowSystemError("rewrite", path, errno);
+    AwaitLock(fd);
     std::string old;
     if (const int error = ReadAll(fd.Get(), old)) ThrowSystemError("read", path, error);
-    // With its room taken beforehand, the file cannot be left half written by a full disk.
     const auto size = static_cast<off_t>(content.size());
-    if (size > 0 && fallocate(fd.Get(), FALLOC_FL_KEEP_SIZE, 0, size) != 0) {
-        const int error = errno;
-        if (error != EOPNOTSUPP && error != ENOSYS) ThrowSystemError("make room in", path, error);
-    }
+    MakeRoom(fd, size, path);
     int error = WriteAll(fd.Get(), content, 0);
     if (error == 0 && ftruncate(fd.Get(), size) != 0) error = errno;
     if (error == 0 && fsync(fd.Get()) != 0) error = errno;

@@ -26,7 +26,8 @@
 //
 // Threads: all objects are handles without state; any number of threads may use one. A value is read from the store each
 // time it is asked for and is on disk when a change returns. Two processes that declare or remove options at the same
-// moment may lose one of the two entries of "index"; reading and setting values is not affected by that.
+// moment may lose one of the two entries of "index", and one that sets an option while another removes it may bring it
+// back; reading and setting values is not affected by that. Both sides of a fork may go on.
 
 #ifndef HOSTMGMT_ADVANCED_OPTIONS_H_
 #define HOSTMGMT_ADVANCED_OPTIONS_H_

@@ -20,7 +20,8 @@
 // failed. A failed write leaves the stored object as it was.
 //
 // Threads: a store handle may be used by any number of threads and processes at once, and by both sides of a fork. An
-// object or an id belongs to whoever holds it and has no lock: many threads may read it, or one may change it.
+// object or an id belongs to whoever holds it and has no lock: many threads may read it, or one may change it. A thread
+// that is cancelled in an operation ends after it.
 
 #ifndef ORBCONFIGSTORE_CONFIG_STORE_H_
 #define ORBCONFIGSTORE_CONFIG_STORE_H_

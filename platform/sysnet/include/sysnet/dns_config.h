@@ -33,7 +33,7 @@
 // Errors: HostMgmt::Lib::HostMgmtException with the path and the system's text; the files are then as they were.
 //
 // Threads: an object belongs to one thread. Changes made to one file at the same moment are not merged: the last one to
-// finish wins whole.
+// finish wins whole. A thread that is cancelled in a call ends after it.
 
 #ifndef SYSNET_DNS_CONFIG_H_
 #define SYSNET_DNS_CONFIG_H_

@@ -31,7 +31,7 @@
 // Errors: HostMgmt::Lib::HostMgmtException with the path and the system's text; the file is then as it was.
 //
 // Threads: any number of threads may use one object or several. Changes made to one file at the same moment are not
-// merged: the last one to finish wins whole.
+// merged: the last one to finish wins whole. A thread that is cancelled in a call ends after it.
 
 #ifndef SYSNET_HOSTS_FILE_H_
 #define SYSNET_HOSTS_FILE_H_

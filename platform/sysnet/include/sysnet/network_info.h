@@ -20,7 +20,8 @@
 //
 // Errors: HostMgmt::Lib::HostMgmtException.
 //
-// Threads: any number of threads may use one object; what it returns never changes.
+// Threads: any number of threads may use one object; what it returns never changes. A thread that is cancelled in
+// a call ends after it.
 
 #ifndef SYSNET_NETWORK_INFO_H_
 #define SYSNET_NETWORK_INFO_H_
