@@ -315,6 +315,70 @@ constexpr StatusEntry kDirectoryEdits[] = {
      "check the free space of /var/lib/nimbrel and who else uses the file, then try again"},
 };
 
+constexpr std::string_view kSeeProxyLog = "see the proxy's log, and the system log of this host";
+
+// A status that is not here means what the first table says.
+constexpr StatusEntry kProxy[] = {
+    {2, Failure, "", "the domain of the authentication proxy holds no such organizational unit",
+     "check its spelling, outermost unit first as in Hosts/Sub"},
+    {5, Permission, "",
+     "the authentication proxy does not admit this host, or hosts in this organizational unit, or its own account has no "
+     "right there; or a file of this host may not be used",
+     "check 'allow', 'allow-unit' and 'client-ca' of the proxy and the rights of its account in the unit: its log tells "
+     "which; on this host see the system log and 'nimauthctl check'"},
+    {8, Failure, "", "this host, or the authentication proxy, ran out of memory", "free memory and try again"},
+    {50, Failure, "", "what answers at this address is no such authentication proxy, or one of another version",
+     "check the address and 'port' in apxhttps.conf; compare the versions of host and proxy"},
+    {87, Failure, "", "the authentication proxy does not understand the request, or a name in it is malformed",
+     "check the host's name and the organizational unit; compare the versions of host and proxy"},
+    {112, Failure, "", "the disk of the authentication proxy, or of this host, is full",
+     "make room there: the proxy's log tells whether it is the proxy's; of this host, in /var/lib/nimbrel and /etc"},
+    {170, OtherState, "", "another process is changing this host, or the proxy's directory, at the moment",
+     "wait until it has ended, then try again"},
+    {267, Failure, "", "the organizational unit is malformed",
+     "write it as Hosts/Sub, outermost first, or as OU=Sub,OU=Hosts,DC=corp,DC=test"},
+    {1210, HostName, "", "the host's name cannot name a computer account, or lies in another domain than the proxy's",
+     "use a short name of at most 15 letters, digits and hyphens that is not all digits, and check its line in "
+     "/etc/hosts"},
+    {1225, Network, "", "the authentication proxy refused the connection: it does not run, or a firewall rejects it",
+     "check the address, 'port' in apxhttps.conf, the proxy service, and the firewalls in between"},
+    {1229, Network, "", "the connection to the authentication proxy broke, or what answers there is no such proxy",
+     "check the address and 'port' in apxhttps.conf; the system log of this host tells what came back"},
+    {1237, Failure, "", "the authentication proxy has had too many requests from this host",
+     "wait a minute, then try again; 'requests-per-minute' of the proxy is the limit"},
+    {1316, OtherState, "", "a computer account of this host's name exists already, and is not the proxy's to hand out",
+     "have it deleted in the domain, or named with 'pre-staged' at the proxy if it waits for this host"},
+    {1317, Authentication, "", "the computer account that waits for this host at the proxy is not in the domain",
+     "have it created, or taken out of 'pre-staged' at the proxy"},
+    {1325, Authentication, "", "the domain's policy refuses the password that was made for the host's account",
+     "look at the domain's password policy, and at the proxy's log"},
+    {1326, Authentication, "",
+     "the domain refused the authentication proxy's own account, or the secret that this host was given for the join",
+     "see the proxy's log, and check its 'principal' and 'keytab'; if they are in order, join again: each join is given "
+     "a new secret"},
+    {1330, Authentication, "", "the password of the authentication proxy's own account has expired",
+     "renew it in the domain, and the proxy's keytab with it"},
+    {1331, Authentication, "", "the computer account of this host, or the authentication proxy's own account, is disabled",
+     "enable the account in the domain; the proxy's log tells which one it is"},
+    {1355, Network, "", "the authentication proxy, or this host, cannot find or reach a controller of the domain",
+     "check the proxy's log and its DNS servers; of this host, 'nimauthctl check DOMAIN' with the domain that "
+     "'nimauthctl proxy domain' tells"},
+    {1359, Failure, "", "the authentication proxy, or the directory provider of this host, met an error of its own",
+     kSeeProxyLog},
+    {1398, Authentication, "",
+     "the clock of the authentication proxy, or of this host, is too far from that of the domain controller",
+     "set both by NTP from the domain's time source, then try again"},
+    {1793, Authentication, "", "the authentication proxy's own account has expired", "extend it in the domain"},
+    {1907, Authentication, "", "the password of the authentication proxy's own account must be changed first",
+     "renew it in the domain, and the proxy's keytab with it"},
+    {1909, Authentication, "", "the authentication proxy's own account is locked",
+     "wait until the lock ends or have it lifted, and look for what used a wrong password"},
+    {8557, Permission, "", "the authentication proxy's own account has created as many hosts as the domain allows it",
+     "delegate to it the right to create computers in the organizational unit"},
+    {10060, Network, "", "the authentication proxy, or a controller behind it, did not answer in time",
+     "check the address, the proxy service and the firewalls in between; 'total-seconds' in apxhttps.conf is the limit"},
+};
+
 constexpr ClassEntry kClasses[] = {
     {"InvalidActiveDirectoryProviderException", Failure,
      "the directory provider that /etc/nimbrel/nimauth/provider.conf names is missing or unfit",
@@ -383,10 +447,12 @@ auto FindIn(const Entries& entries, std::uint64_t status) -> const StatusEntry* 
 
 std::span<const StatusEntry> StatusEntries() { return kStatuses; }
 std::span<const StatusEntry> DirectoryEditEntries() { return kDirectoryEdits; }
+std::span<const StatusEntry> ProxyEntries() { return kProxy; }
 std::span<const ClassEntry> ClassEntries() { return kClasses; }
 
 const StatusEntry* FindStatus(std::uint64_t status) { return FindIn(kStatuses, status); }
 const StatusEntry* FindDirectoryEdit(std::uint64_t status) { return FindIn(kDirectoryEdits, status); }
+const StatusEntry* FindProxyStatus(std::uint64_t status) { return FindIn(kProxy, status); }
 
 const ClassEntry* FindClass(std::string_view exception) {
     const auto* const found = std::find_if(std::begin(kClasses), std::end(kClasses),

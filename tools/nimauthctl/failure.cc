@@ -127,4 +127,9 @@ Failure DescribeCurrentException() {
     }
 }
 
+Failure OfProxy(Failure failure) {
+    if (failure.code != 0) Explain(FindProxyStatus(failure.code), failure);
+    return failure;
+}
+
 }  // namespace nimbrel::nimauthctl

@@ -79,6 +79,10 @@ class CarriedFailure : public std::runtime_error {
 // Describes the exception that is being handled; call it in a catch block. Never fails but for lack of memory.
 Failure DescribeCurrentException();
 
+// The same failure of a question to an authentication proxy or of a join through one: its status is explained as the
+// proxy's. One without a status, or with one that is the same everywhere, stays as it is.
+Failure OfProxy(Failure failure);
+
 }  // namespace nimbrel::nimauthctl
 
 #endif  // NIMAUTHCTL_FAILURE_H_

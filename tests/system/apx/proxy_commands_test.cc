@@ -144,6 +144,60 @@ TEST_F(ProxyCommands, RefusalsOfTheServiceKeepTheirMeaning) {
     EXPECT_THAT(Done({"status"}), HasLine("joined: no"));
 }
 
+struct ProxyFailure {
+    const char* cause;
+    int exitStatus;
+};
+
+// Of a question, and of a join.
+void ExpectExplained(const ProgramResult& result, const ProxyFailure& expected) {
+    EXPECT_THAT(result, ExitsWith(expected.exitStatus));
+    EXPECT_THAT(result.errors, HasSubstr("\ncause: " + std::string(expected.cause)));
+    EXPECT_THAT(result.errors, AllOf(Not(HasSubstr("the user")), Not(HasSubstr("run the tool as root"))));
+}
+
+TEST_F(ProxyCommands, FailuresOfTheServiceAreNotThoseOfAController) {
+    Done({"proxy", "cert", "import", kFile});
+    const ProxyFailure refused = {"the authentication proxy refused the connection", 9};
+    ExpectExplained(Ctl({"proxy", "domain", kProxy}), refused);
+    ExpectExplained(Ctl({"join", "--proxy", kProxy}), refused);
+    Configure(certificate, "allow = 198.51.100.0/24\n");
+    {
+        Service service;
+        const ProxyFailure unwanted = {"the authentication proxy does not admit this host", 5};
+        ExpectExplained(Ctl({"proxy", "domain", kProxy}), unwanted);
+        ExpectExplained(Ctl({"join", "--proxy", kProxy}), unwanted);
+    }
+    Configure(certificate);
+    Service service;
+    Done({"directory", "domain", "remove", "corp.test"});
+    const ProxyFailure lost = {"the authentication proxy, or this host, cannot find or reach a controller", 9};
+    ExpectExplained(Ctl({"proxy", "domain", kProxy}), lost);
+    ExpectExplained(Ctl({"join", "--proxy", kProxy}), lost);
+}
+
+struct PassedOnCase {
+    const char* status;
+    ProxyFailure failure;
+};
+
+TEST_F(ProxyCommands, WhatTheServiceWasToldByItsDomainIsExplainedAsItsOwn) {
+    constexpr PassedOnCase kCases[] = {
+        {"1326", {"the domain refused the authentication proxy's own account", 7}},
+        {"1398", {"the clock of the authentication proxy, or of this host", 7}},
+        {"1909", {"the authentication proxy's own account is locked", 7}},
+        {"1359", {"the authentication proxy, or the directory provider of this host", 1}},
+        {"170", {"another process is changing this host, or the proxy's directory", 3}},
+    };
+    SetPlugin("port = \"9443\"\n");
+    for (const PassedOnCase& passedOn : kCases) {
+        const std::string body = std::string(R"({"status": )") + passedOn.status + R"(, "message": "no"})";
+        TlsServer service(9443, &certificate,
+                          "HTTP/1.1 500 no\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+        ExpectExplained(Ctl({"proxy", "domain", kProxy}), passedOn.failure);
+    }
+}
+
 TEST_F(ProxyCommands, AddressThatIsSilentIsGivenUp) {
     TlsServer silent(9443, nullptr, "");
     SetPlugin("port = \"9443\"\n");

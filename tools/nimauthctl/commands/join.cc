@@ -133,14 +133,13 @@ void CallJoin(const StorePointer& store, const Target& target, const Invocation&
     RunJoin(store, *progress, invocation, std::move(work));
 }
 
-// Call it in the catch block. The library takes a join back whose settings could not be stored; any other failure is
-// thrown on.
-ExitCode ShowJoinTakenBack(const CarriedFailure& error, Report& report) {
-    if (error.Described().exception != "ConfigStoreException") throw;
+// The library takes a join back whose settings could not be stored; any other failure is thrown on.
+ExitCode ShowJoinTakenBack(const Failure& failure, Report& report) {
+    if (failure.exception != "ConfigStoreException") throw CarriedFailure(failure);
     report.Flag("joined", false);
     report.Note("the host joined, but the domain settings could not be stored, so it has left again");
-    report.AddFailure(error.Described());
-    return error.Described().exitCode;
+    report.AddFailure(failure);
+    return failure.exitCode;
 }
 
 // ---------------------------------------------------------------- through an authentication proxy
@@ -188,7 +187,7 @@ ExitCode JoinThroughProxy(const Invocation& invocation, Report& report) {
     try {
         CallProxyJoin(store, proxy, invocation);
     } catch (const CarriedFailure& error) {
-        return ShowJoinTakenBack(error, report);
+        return ShowJoinTakenBack(OfProxy(error.Described()), report);
     }
     const Target target = {ActiveDirectoryConfigStore().GetDomainName(), invocation.Text("ou")};
     ShowJoin(target, invocation.Has("skip-hostname-check"), report);
@@ -206,7 +205,7 @@ ExitCode Join(const Invocation& invocation, Report& report) {
     try {
         CallJoin(store, target, invocation);
     } catch (const CarriedFailure& error) {
-        return ShowJoinTakenBack(error, report);
+        return ShowJoinTakenBack(error.Described(), report);
     }
     ShowJoin(target, invocation.Has("skip-hostname-check"), report);
     ShowMachineAccount(*store, invocation, report);

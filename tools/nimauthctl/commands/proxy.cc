@@ -30,11 +30,17 @@ constexpr char kAbout[] =
     "ever holding a domain user's password. The host knows it by its IPv4 address and by its certificate, which is "
     "imported beforehand.";
 
+// Unset if there is no answer in time.
+std::optional<std::string> AskForDomain(const std::string& address, const Invocation& invocation) try {
+    return AskWithinTraced(invocation, "the domain of the proxy " + address,
+                           [store = OpenStore(invocation), address] { return store->GetDomainForAPXService(address); });
+} catch (const CarriedFailure& error) {
+    throw CarriedFailure(OfProxy(error.Described()));
+}
+
 ExitCode ShowDomain(const Invocation& invocation, Report& report) {
     const std::string address = invocation.Text("ADDRESS");
-    const auto domain =
-        AskWithinTraced(invocation, "the domain of the proxy " + address,
-                        [store = OpenStore(invocation), address] { return store->GetDomainForAPXService(address); });
+    const auto domain = AskForDomain(address, invocation);
     if (!domain) {
         throw ToolError(
             ExitCode::Network, "the proxy " + address + " does not answer in time", "",
@@ -144,7 +150,7 @@ Command ProxyDomainCommand() {
             .description = std::string(kAbout) + "\n\nThe question is asked without verifying the certificate.",
             .arguments = {{"ADDRESS", "the proxy's IPv4 address"}},
             .examples = {{"nimauthctl proxy domain 192.0.2.7", "which domain would the host join?"}},
-            .exitCodes = {ExitCode::Permission, ExitCode::Network},
+            .exitCodes = {ExitCode::OtherState, ExitCode::Permission, ExitCode::Authentication, ExitCode::Network},
             .run = ShowDomain};
 }
 

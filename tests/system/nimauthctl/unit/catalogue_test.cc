@@ -57,6 +57,7 @@ void ExpectSorted(const Entries& entries) {
 TEST(CatalogueTest, CodesAreInOrderAndUnique) {
     ExpectSorted(StatusEntries());
     ExpectSorted(DirectoryEditEntries());
+    ExpectSorted(ProxyEntries());
 }
 
 template <typename Entry>
@@ -71,6 +72,7 @@ void ExpectAdvice(const Entry& entry) {
 TEST(CatalogueTest, EveryEntryHasCauseAndRemedyInOneLine) {
     for (const StatusEntry& entry : StatusEntries()) ExpectAdvice(entry);
     for (const StatusEntry& entry : DirectoryEditEntries()) ExpectAdvice(entry);
+    for (const StatusEntry& entry : ProxyEntries()) ExpectAdvice(entry);
     for (const ClassEntry& entry : ClassEntries()) ExpectAdvice(entry);
 }
 
@@ -87,6 +89,27 @@ TEST(CatalogueTest, EveryStatusOfTheProvidersIsExplained) {
         EXPECT_NE(nullptr, FindStatus(std::stoul((*match)[1]))) << match->str();
     }
     EXPECT_GT(found, 30);
+}
+
+TEST(CatalogueTest, EveryStatusOfTheProxyIsExplainedAsTheProxys) {
+    const std::regex pattern("constexpr std::uint32_t k\\w+ = (\\d+);");
+    int found = 0;
+    for (const char* const source : {"/services/apxd/back_end.h", "/plugins/apxhttps/client.h"}) {
+        const std::string text = ReadFile(std::string(NIMAUTH_SOURCE) + source);
+        for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end; ++match) {
+            if ((*match)[1] == "0") continue;
+            ++found;
+            EXPECT_NE(nullptr, FindProxyStatus(std::stoul((*match)[1]))) << match->str();
+        }
+    }
+    EXPECT_GT(found, 10);
+}
+
+TEST(CatalogueTest, ProxysStatusEndsAsTheSameStatusOfADomainDoes) {
+    for (const StatusEntry& entry : ProxyEntries()) {
+        ASSERT_NE(nullptr, FindStatus(entry.status)) << entry.status;
+        EXPECT_EQ(FindStatus(entry.status)->exitCode, entry.exitCode) << entry.status;
+    }
 }
 
 struct ExitCodeCase {

@@ -14,6 +14,7 @@ namespace nimbrel::nimauthctl {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 template <typename Error>
 Failure Describe(const Error& error) {
@@ -91,6 +92,22 @@ TEST(FailureTest, RefusalOfTheEmbeddedDirectoryIsNoNetworkFailure) {
 
 TEST(FailureTest, StatusThatNoEditHasFallsBackToTheCommonTable) {
     EXPECT_EQ(ExitCode::Authentication, Describe(embedded::DirectoryError(1326, "no")).exitCode);
+}
+
+TEST(FailureTest, StatusOfAProxySpeaksOfTheProxy) {
+    for (const unsigned status : {5u, 1225u, 1229u, 1316u, 1326u, 1355u, 1398u, 10060u}) {
+        const Failure failure = OfProxy(DescribeStatus(status));
+        EXPECT_EQ(DescribeStatus(status).message, failure.message);
+        EXPECT_EQ(DescribeStatus(status).exitCode, failure.exitCode) << status;
+        EXPECT_THAT(failure.cause + failure.remedy, HasSubstr("proxy")) << status;
+        EXPECT_THAT(failure.cause, Not(HasSubstr("the user"))) << status;
+    }
+}
+
+TEST(FailureTest, WhatAProxyHasNoPartInStaysAsItIs) {
+    EXPECT_EQ(DescribeStatus(2691), OfProxy(DescribeStatus(2691)));
+    const Failure failure = Describe(authentication::InvalidHostNameException("x"));
+    EXPECT_EQ(failure, OfProxy(failure));
 }
 
 TEST(FailureTest, UsageAndToolErrorsCarryTheirOwnAdvice) {

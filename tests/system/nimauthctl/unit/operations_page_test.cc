@@ -75,6 +75,10 @@ TEST(OperationsPageTest, EveryExceptionIsOnThePageAsTheToolExplainsIt) {
         EXPECT_THAT(page, HasSubstr("\n| " + std::to_string(entry.status) + " | `" + std::string(entry.exception) +
                                     "` | " + std::string(entry.cause) + " | " + std::string(entry.remedy) + " |\n"));
     }
+    for (const StatusEntry& entry : ProxyEntries()) {
+        EXPECT_THAT(page, HasSubstr("\n| " + std::to_string(entry.status) + " | " + std::string(entry.cause) + " | " +
+                                    std::string(entry.remedy) + " |\n"));
+    }
     for (const ClassEntry& entry : ClassEntries()) {
         EXPECT_THAT(page, HasSubstr("\n| `" + std::string(entry.exception) + "` | " + std::string(entry.cause) + " | " +
                                     std::string(entry.remedy) + " |\n"));
