@@ -9,6 +9,8 @@ using enum ExitCode;
 
 constexpr std::string_view kUnknown = "UnknownException";
 constexpr std::string_view kSeeProviderLog = "look for the provider's own message in the system log, then try again";
+constexpr std::string_view kSeeProvider =
+    "check 'provider' with 'nimauthctl config show'; its file is /usr/libexec/nimauth/lib<name>.so";
 constexpr std::string_view kReportIt = "try again; if it stays, report it to the provider's maker with the system log";
 
 // clang-format off
@@ -21,7 +23,8 @@ constexpr StatusEntry kStatuses[] = {
      "check the organizational unit's spelling, and the membership with 'nimauthctl status'"},
     {5, Permission, "AccessDeniedException",
      "the user may not do this in the directory, or the provider's files may not be used",
-     "use an account that may create computer accounts in that organizational unit, and run the tool as root"},
+     "use an account that may create computer accounts in that organizational unit, and run the tool as root; a settings "
+     "file that others may write is refused, too: see the system log and 'nimauthctl check'"},
     {8, Failure, "NotEnoughMemoryException",
      "the host, or the domain controller, ran out of memory",
      "free memory and try again"},
@@ -311,8 +314,9 @@ constexpr StatusEntry kDirectoryEdits[] = {
      "see 'nimauthctl directory domain list'; 'nimauthctl directory domain add' creates both"},
     {1356, OtherState, "", "a domain of that name is in the embedded directory already",
      "see 'nimauthctl directory domain list'"},
-    {1359, Failure, "", "the file of the embedded directory is damaged, full or in use for too long",
-     "check the free space of /var/lib/nimbrel and who else uses the file, then try again"},
+    {1359, Failure, "", "the file of the embedded directory is damaged, empty or of another kind, or in use for too long",
+     "see who else uses /var/lib/nimbrel/directory.db; a damaged one is mended by a copy put back in its place, or "
+     "removed to begin anew: its domains and accounts are gone then, and this host must leave and join again"},
 };
 
 constexpr std::string_view kSeeProxyLog = "see the proxy's log, and the system log of this host";
@@ -381,17 +385,26 @@ constexpr StatusEntry kProxy[] = {
 
 constexpr ClassEntry kClasses[] = {
     {"InvalidActiveDirectoryProviderException", Failure,
-     "the directory provider that /etc/nimbrel/nimauth/provider.conf names is missing or unfit",
-     "check 'provider' with 'nimauthctl config show'; its file is /usr/libexec/nimauth/lib<name>.so"},
+     "/etc/nimbrel/nimauth/provider.conf is missing, or the directory provider that it names is missing or unfit",
+     kSeeProvider},
     {"InvalidAPXProxyProviderException", Failure,
-     "the proxy plug-in that /etc/nimbrel/nimauth/apxprovider.conf names is missing or unfit",
-     "check 'provider' with 'nimauthctl config show'"},
+     "/etc/nimbrel/nimauth/apxprovider.conf is missing or names no proxy plug-in, or the one that it names is unfit",
+     kSeeProvider},
     {"InvalidThumbprintStoreException", Failure,
      "no certificate of the authentication proxy has been imported, so it cannot be verified",
      "import it with 'nimauthctl proxy cert import'"},
     {"InvalidKeyException", Failure,
+     "/etc/nimbrel/nimauth/authentication.conf lacks this key",
+     "see 'nimauthctl config show', and add a line such as: remote-authentication-store = \"None\"",
+     "'remote-authentication-store'"},
+    {"InvalidKeyException", Failure,
+     "provider.conf, or apxprovider.conf for a proxy, lacks this key; both are in /etc/nimbrel/nimauth",
+     "see 'nimauthctl config show'; add a line such as provider = \"embedded\" to provider.conf, provider = \"apxhttps\" to "
+     "apxprovider.conf",
+     "'provider'"},
+    {"InvalidKeyException", Failure,
      "a settings file in /etc/nimbrel/nimauth lacks this key",
-     "see 'nimauthctl config show', and add a line such as: remote-authentication-store = \"None\""},
+     "see 'nimauthctl config show', and add a line: KEY = \"VALUE\""},
     {"UnknownRemoteAuthenticationStoreException", Failure,
      "authentication.conf named a store that does not exist; the record has been changed all the same",
      "nothing needs to be done; see 'nimauthctl store show'"},
@@ -407,7 +420,8 @@ constexpr ClassEntry kClasses[] = {
     {"InvalidIPAddressException", Failure, "the text is no IP address", "check its spelling"},
     {"InvalidVerifyAPXCertificateOptionException", Failure,
      "the advanced option UserVars.ActiveDirectoryVerifyAPXCertificate cannot be read or used",
-     "see 'nimauthctl option get UserVars.ActiveDirectoryVerifyAPXCertificate'; use 1 (verify) or 0"},
+     "see 'nimauthctl option get UserVars.ActiveDirectoryVerifyAPXCertificate'; use 1 (verify) or 0; if that command "
+     "fails too, it tells what is wrong with the store of the options"},
     {"ThreadErrorException", Failure,
      "the request could not be carried out in the background, or its provider ended it unexpectedly",
      "look at the system log; check the limits on threads and memory (ulimit -u)"},
@@ -417,6 +431,12 @@ constexpr ClassEntry kClasses[] = {
     {"ConfigurationError", Failure,
      "a settings file has a line that is not of the form: key = \"value\"",
      "see 'nimauthctl config show', and correct the file in /etc/nimbrel/nimauth"},
+    {"IOError", Failure,
+     "the proxy plug-in that /etc/nimbrel/nimauth/apxprovider.conf names cannot be loaded",
+     kSeeProvider, "Unable to open APX provider: "},
+    {"IOError", Failure,
+     "the directory provider that /etc/nimbrel/nimauth/provider.conf names cannot be loaded",
+     kSeeProvider, "Unable to open provider: "},
     {"IOError", Failure, "a file could not be opened, read, written or replaced",
      "check the path, the disk and its mode"},
     {"FilePermissionError", Failure,
@@ -428,7 +448,8 @@ constexpr ClassEntry kClasses[] = {
      "see 'nimauthctl proxy cert show'; import the proxy's present certificate, if it is known to be right"},
     {"ConfigStoreException", Failure,
      "the host's configuration store could not be read or written",
-     "check /var/lib/nimbrel/configstore.db, its mode and owner, and the free space"},
+     "check /var/lib/nimbrel/configstore.db, its mode and owner, and the free space; if it is damaged, put a copy of it "
+     "back, or remove it to start anew: the stored options, domain settings and proxy certificate are gone then"},
     {"HostMgmtException", Failure,
      "a part of the host's platform (options, network, DNS, hosts file) refused",
      "check the file or the interface that the message names"},
@@ -454,9 +475,11 @@ const StatusEntry* FindStatus(std::uint64_t status) { return FindIn(kStatuses, s
 const StatusEntry* FindDirectoryEdit(std::uint64_t status) { return FindIn(kDirectoryEdits, status); }
 const StatusEntry* FindProxyStatus(std::uint64_t status) { return FindIn(kProxy, status); }
 
-const ClassEntry* FindClass(std::string_view exception) {
-    const auto* const found = std::find_if(std::begin(kClasses), std::end(kClasses),
-                                           [&](const ClassEntry& entry) { return entry.exception == exception; });
+// An entry with a text stands before the one without.
+const ClassEntry* FindClass(std::string_view exception, std::string_view message) {
+    const auto* const found = std::find_if(std::begin(kClasses), std::end(kClasses), [&](const ClassEntry& entry) {
+        return entry.exception == exception && message.find(entry.text) != std::string_view::npos;
+    });
     return found == std::end(kClasses) ? nullptr : &*found;
 }
 

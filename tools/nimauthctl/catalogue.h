@@ -34,6 +34,7 @@ struct ClassEntry {
     ExitCode exitCode;
     std::string_view cause;
     std::string_view remedy;
+    std::string_view text = {};  // what the message must hold; empty for every message that no other entry fits
 };
 
 // In the order of their codes, and of no particular order.
@@ -46,7 +47,7 @@ std::span<const ClassEntry> ClassEntries();
 const StatusEntry* FindStatus(std::uint64_t status);
 const StatusEntry* FindDirectoryEdit(std::uint64_t status);
 const StatusEntry* FindProxyStatus(std::uint64_t status);
-const ClassEntry* FindClass(std::string_view exception);
+const ClassEntry* FindClass(std::string_view exception, std::string_view message = {});
 
 }  // namespace nimbrel::nimauthctl
 

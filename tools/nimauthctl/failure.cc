@@ -59,7 +59,7 @@ Failure Describe(const char* message, std::uint64_t code) {
 // Failures of the library and the platform without a status: looked up by class, and permission told by the text.
 Failure DescribeByClass(const char* message) {
     Failure failure = Describe(message, 0);
-    Explain(FindClass(failure.exception), failure);
+    Explain(FindClass(failure.exception, message), failure);
     if (SpeaksOfPermission(message)) {
         failure.exitCode = ExitCode::Permission;
         failure.cause = "the file may not be used by this user";

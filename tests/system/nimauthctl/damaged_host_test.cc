@@ -9,6 +9,7 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 constexpr char kAuthentication[] = "/etc/nimbrel/nimauth/authentication.conf";
@@ -91,8 +92,21 @@ TEST_F(DamagedHostTest, ProviderFilesThatCannotBeUsed) {
         EXPECT_THAT(result, ExitsWith(1)) << provider.text;
         EXPECT_THAT(result.errors, StartsWith("error: " + std::string(provider.error) + '\n'));
         EXPECT_THAT(result.errors, AllOf(HasSubstr("\ncause: "), HasSubstr("\nremedy: ")));
+        EXPECT_THAT(result.errors, Not(HasSubstr("remote-authentication-store")));
         EXPECT_THAT(Ctl({"status"}), ExitsWith(1)) << provider.text;
     }
+}
+
+TEST_F(DamagedHostTest, WhatIsMissingForAProxyIsNamed) {
+    WriteFile("/etc/nimbrel/nimauth/apxprovider.conf", "x = \"\"\n");
+    EXPECT_THAT(Ctl({"proxy", "domain", "192.0.2.7"}).errors,
+                HasSubstr("provider = \"apxhttps\" to apxprovider.conf\n"));
+    WriteFile("/etc/nimbrel/nimauth/apxprovider.conf", "provider = \"nope\"\n");
+    const ProgramResult result = Ctl({"proxy", "domain", "192.0.2.7"});
+    EXPECT_THAT(result, ExitsWith(1));
+    EXPECT_THAT(result.errors,
+                AllOf(StartsWith("error: Unable to open APX provider: "),
+                      HasSubstr("\ncause: the proxy plug-in that /etc/nimbrel/nimauth/apxprovider.conf names cannot")));
 }
 
 TEST_F(DamagedHostTest, ConfigShowReportsEachFileForItself) {
@@ -132,6 +146,19 @@ TEST_F(DamagedHostTest, DamagedConfigurationStore) {
     EXPECT_THAT(Ctl({"status"}).output, AllOf(HasLine("joined: yes"), HasLine("stored domain: unavailable")));
 }
 
+// The way that the failures themselves point out.
+TEST_F(DamagedHostTest, RemediesOfADamagedConfigurationStoreLeadToItsEnd) {
+    HaveDomain();
+    WriteFile("/var/lib/nimbrel/configstore.db", std::string(8192, 'x'));
+    EXPECT_THAT(Ctl({"join", "--proxy", "192.0.2.7"}).errors,
+                HasSubstr("see 'nimauthctl option get UserVars.ActiveDirectoryVerifyAPXCertificate'"));
+    EXPECT_THAT(Ctl({"option", "get", "UserVars.ActiveDirectoryVerifyAPXCertificate"}).errors,
+                HasSubstr("put a copy of it back, or remove it to start anew"));
+    std::filesystem::remove("/var/lib/nimbrel/configstore.db");
+    Done({"option", "get", "UserVars.ActiveDirectoryVerifyAPXCertificate"});
+    EXPECT_THAT(CtlWithPassword({"join", "corp.test", "-U", "administrator"}), ExitsWith(0));
+}
+
 TEST_F(DamagedHostTest, LeaveWhoseSettingsCannotBeRemovedSaysThatTheHostHasLeft) {
     HaveJoined();
     WriteFile("/var/lib/nimbrel/configstore.db", std::string(8192, 'x'));
@@ -161,6 +188,22 @@ TEST_F(DamagedHostTest, DamagedEmbeddedDirectory) {
     EXPECT_THAT(result, ExitsWith(1));
     EXPECT_THAT(result.errors, AllOf(StartsWith("error: "), HasSubstr("\ncause: "), HasSubstr("\nremedy: ")));
     EXPECT_THAT(CtlWithPassword({"join", "corp.test", "-U", "administrator"}), ExitsWith(1));
+}
+
+// What the remedy promises, and what it costs.
+TEST_F(DamagedHostTest, EmptyEmbeddedDirectoryIsRemovedToBeginAnew) {
+    HaveJoined();
+    WriteFile("/var/lib/nimbrel/directory.db", "");
+    const ProgramResult refused = Ctl({"directory", "domain", "add", "a.test"});
+    EXPECT_THAT(refused, ExitsWith(1));
+    EXPECT_THAT(refused.errors, AllOf(HasSubstr("damaged, empty or of another kind"),
+                                      HasSubstr("removed to begin anew"), Not(HasSubstr("free space"))));
+    std::filesystem::remove("/var/lib/nimbrel/directory.db");
+    HaveDomain();
+    EXPECT_THAT(Ctl({"status"}).output, Not(HasSubstr("trust state: 1 ")));
+    Done({"leave"});
+    EXPECT_THAT(CtlWithPassword({"join", "corp.test", "-U", "administrator"}), ExitsWith(0));
+    EXPECT_THAT(Done({"status"}), HasLine("trust state: 1 (healthy)"));
 }
 
 TEST_F(DamagedHostTest, MissingEmbeddedDirectory) {

@@ -88,6 +88,28 @@ TEST_F(ExitCodesTest, SixStaleAnswer) {
     EXPECT_THAT(Ctl({"status", "--timeout", "1"}), ExitsWith(6));
 }
 
+TEST_F(ExitCodesTest, FiveSettingsThatOthersMayWrite) {
+    constexpr char kSettings[] = "/etc/nimbrel/nimauth/ad.conf";
+    WriteFile("/etc/nimbrel/nimauth/provider.conf", "provider = \"ad\"\n");
+    WriteFile(kSettings, "");
+    std::filesystem::permissions(kSettings, std::filesystem::perms(0666));
+    const ProgramResult result = CtlWithPassword({"join", "corp.test", "-U", "administrator"});
+    EXPECT_THAT(result, ExitsWith(5));
+    EXPECT_THAT(result.errors,
+                HasSubstr("a settings file that others may write is refused, too: see the system log and "
+                          "'nimauthctl check'\n"));
+    EXPECT_THAT(Ctl({"check"}).output, HasSubstr(std::string(kSettings) + " may be written by everybody"));
+    std::filesystem::remove(kSettings);
+}
+
+TEST_F(ExitCodesTest, TwoNameThatNoControllerCanHave) {
+    HaveJoined();
+    const ProgramResult result = Ctl({"dc", "prefer", "bad name"});
+    EXPECT_THAT(result, ExitsWith(2));
+    ExpectExplained(result, "Exception 0x000004ba: ");
+    EXPECT_THAT(result.errors, HasSubstr("\ncause: a name that was given cannot be a domain controller's\n"));
+}
+
 TEST_F(ExitCodesTest, SevenWrongPassword) {
     HaveJoined();
     const ProgramResult result = CtlWithPassword({"leave", "-U", "administrator"}, kWrongPassword);

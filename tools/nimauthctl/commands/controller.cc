@@ -1,5 +1,6 @@
 // nimauthctl dc: which domain controllers the host asks.
 
+#include <cstdint>
 #include <deque>
 #include <string>
 
@@ -42,14 +43,33 @@ std::deque<std::string> WantedControllers(const Invocation& invocation) {
     return {names.begin(), names.end()};
 }
 
+// The status that refuses a name is the one for this host's name; here it is about what was typed.
+Failure OfNames(Failure failure) {
+    constexpr std::uint64_t kInvalidComputerName = 1210;
+    if (failure.code != kInvalidComputerName) return failure;
+    failure.cause = "a name that was given cannot be a domain controller's";
+    failure.remedy = "give the controllers' full DNS names, as dc1.corp.test";
+    failure.exitCode = ExitCode::Usage;
+    return failure;
+}
+
+// False if there is no answer in time.
+bool StorePreferred(const StorePointer& store, const std::deque<std::string>& wanted,
+                    const Invocation& invocation) try {
+    return AskWithinTraced(invocation, "the change of the preferred controllers",
+                           [store, wanted] {
+                               store->SetPreferredDomainControllers(wanted);
+                               return true;
+                           })
+        .has_value();
+} catch (const CarriedFailure& error) {
+    throw CarriedFailure(OfNames(error.Described()));
+}
+
 ExitCode Prefer(const Invocation& invocation, Report& report) {
     const auto wanted = WantedControllers(invocation);
     const StorePointer store = OpenStore(invocation);
-    const auto done = AskWithinTraced(invocation, "the change of the preferred controllers", [store, wanted] {
-        store->SetPreferredDomainControllers(wanted);
-        return true;
-    });
-    if (!done) {
+    if (!StorePreferred(store, wanted, invocation)) {
         report.None(kPreferred);
         report.MarkStale(kPreferred);
         report.Note("the directory did not confirm the change in time; see 'nimauthctl dc list' later");
@@ -99,7 +119,7 @@ Command ControllerPreferCommand() {
             .options = {{.flags = "--none", .help = "prefer none: leave the choice to the provider"}},
             .examples = {{"nimauthctl dc prefer dc2.corp.test dc1.corp.test", "the controllers of this site"},
                          {"nimauthctl dc prefer --none", "back to the provider's own choice"}},
-            .exitCodes = {ExitCode::Permission, ExitCode::Stale, ExitCode::HostName, ExitCode::Network},
+            .exitCodes = {ExitCode::OtherState, ExitCode::Permission, ExitCode::Stale, ExitCode::Network},
             .changes = true,
             .needsRoot = true,
             .run = Prefer};

@@ -132,7 +132,7 @@ std::vector<Explanation> ExplainName(const std::string& text) {
         if (entry.status != 0 && Lower(entry.exception) == wanted) found.push_back(Of(entry));
     }
     for (const ClassEntry& entry : ClassEntries()) {
-        if (Lower(entry.exception) == wanted) found.push_back(Of(entry));
+        if (entry.text.empty() && Lower(entry.exception) == wanted) found.push_back(Of(entry));
     }
     if (!found.empty()) return found;
     for (const StatusEntry& entry : StatusEntries()) {

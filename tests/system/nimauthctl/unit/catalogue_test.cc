@@ -77,8 +77,17 @@ TEST(CatalogueTest, EveryEntryHasCauseAndRemedyInOneLine) {
 }
 
 TEST(CatalogueTest, ClassesAreUnique) {
-    std::set<std::string_view> names;
-    for (const ClassEntry& entry : ClassEntries()) EXPECT_TRUE(names.insert(entry.exception).second) << entry.exception;
+    std::set<std::pair<std::string_view, std::string_view>> entries;
+    for (const ClassEntry& entry : ClassEntries()) {
+        EXPECT_TRUE(entries.emplace(entry.exception, entry.text).second) << entry.exception << entry.text;
+    }
+}
+
+TEST(CatalogueTest, TextTellsTheMeaningsOfAClassApart) {
+    for (const ClassEntry& entry : ClassEntries()) {
+        EXPECT_EQ(&entry, FindClass(entry.exception, "x " + std::string(entry.text) + " y")) << entry.text;
+        EXPECT_EQ(entry.text.empty(), &entry == FindClass(entry.exception)) << entry.text;
+    }
 }
 
 TEST(CatalogueTest, EveryStatusOfTheProvidersIsExplained) {

@@ -13,6 +13,7 @@
 namespace nimbrel::nimauthctl {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -78,7 +79,30 @@ TEST(FailureTest, PermissionIsToldByTheSystemsText) {
 TEST(FailureTest, PlatformExceptionsAreExplained) {
     const Failure failure = Describe(OrbConfigStore::ConfigStoreException("disk I/O error"));
     EXPECT_EQ("ConfigStoreException", failure.exception);
-    EXPECT_THAT(failure.remedy, HasSubstr("configstore.db"));
+    EXPECT_THAT(failure.remedy, AllOf(HasSubstr("configstore.db"), HasSubstr("put a copy of it back, or remove it")));
+}
+
+struct RemedyCase {
+    const char* key;
+    const char* remedy;
+};
+
+TEST(FailureTest, MissingKeyIsNamedInTheLineThatIsToBeAdded) {
+    constexpr RemedyCase kCases[] = {{"provider", "provider = \"embedded\" to provider.conf"},
+                                     {"provider", "provider = \"apxhttps\" to apxprovider.conf"},
+                                     {"remote-authentication-store", "remote-authentication-store = \"None\""},
+                                     {"other", "KEY = \"VALUE\""}};
+    for (const RemedyCase& row : kCases) {
+        EXPECT_THAT(Describe(authentication::InvalidKeyException(row.key)).remedy, HasSubstr(row.remedy)) << row.key;
+    }
+}
+
+TEST(FailureTest, PluginThatCannotBeLoadedIsNotJustAFile) {
+    EXPECT_THAT(Describe(authentication::IOError("Unable to open APX provider: no such file")).cause,
+                HasSubstr("/etc/nimbrel/nimauth/apxprovider.conf"));
+    EXPECT_THAT(Describe(authentication::IOError("Unable to open provider: no such file")).cause,
+                HasSubstr("/etc/nimbrel/nimauth/provider.conf"));
+    EXPECT_THAT(Describe(authentication::IOError("Unable to open '/x': no such file")).cause, HasSubstr("a file"));
 }
 
 TEST(FailureTest, RefusalOfTheEmbeddedDirectoryIsNoNetworkFailure) {

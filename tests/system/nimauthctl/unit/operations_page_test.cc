@@ -69,6 +69,8 @@ TEST(OperationsPageTest, EveryLogLineIsOnThePage) {
     EXPECT_EQ(4, steps);
 }
 
+std::string Trimmed(std::string_view text) { return std::string(text.substr(0, text.find_last_not_of(' ') + 1)); }
+
 TEST(OperationsPageTest, EveryExceptionIsOnThePageAsTheToolExplainsIt) {
     const std::string page = Page();
     for (const StatusEntry& entry : StatusEntries()) {
@@ -80,8 +82,9 @@ TEST(OperationsPageTest, EveryExceptionIsOnThePageAsTheToolExplainsIt) {
                                     std::string(entry.remedy) + " |\n"));
     }
     for (const ClassEntry& entry : ClassEntries()) {
-        EXPECT_THAT(page, HasSubstr("\n| `" + std::string(entry.exception) + "` | " + std::string(entry.cause) + " | " +
-                                    std::string(entry.remedy) + " |\n"));
+        const std::string text = entry.text.empty() ? "" : ": `" + Trimmed(entry.text) + '`';
+        EXPECT_THAT(page, HasSubstr("\n| `" + std::string(entry.exception) + '`' + text + " | " +
+                                    std::string(entry.cause) + " | " + std::string(entry.remedy) + " |\n"));
     }
 }
 
