@@ -373,6 +373,8 @@ constexpr StatusEntry kProxy[] = {
      "the clock of the authentication proxy, or of this host, is too far from that of the domain controller",
      "set both by NTP from the domain's time source, then try again"},
     {1793, Authentication, "", "the authentication proxy's own account has expired", "extend it in the domain"},
+    {1810, Failure, "", "the domain that the authentication proxy serves is not the one of that name that this host finds",
+     "check the host's DNS servers, and 'domain' of the proxy, then join again"},
     {1907, Authentication, "", "the password of the authentication proxy's own account must be changed first",
      "renew it in the domain, and the proxy's keytab with it"},
     {1909, Authentication, "", "the authentication proxy's own account is locked",

@@ -11,7 +11,7 @@ const char* Meaning(ExitCode code) {
         case ExitCode::Usage:
             return "wrong command line, or no way to read the password";
         case ExitCode::OtherState:
-            return "in another state already, for example joined";
+            return "in another state already, for example joined, or busy with another change";
         case ExitCode::NotJoined:
             return "the host is not joined";
         case ExitCode::Permission:

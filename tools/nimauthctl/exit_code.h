@@ -9,7 +9,7 @@ enum class ExitCode : int {
     Ok = 0,
     Failure = 1,         // none of the below, or the output could not be written
     Usage = 2,           // the command line, or a password that cannot be read as asked
-    OtherState = 3,      // the host or the directory is in another state already, as "joined"
+    OtherState = 3,      // the host or the directory is in another state already, or busy
     NotJoined = 4,       //
     Permission = 5,      //
     Stale = 6,           // a time-out struck; the answer shown is the last known one

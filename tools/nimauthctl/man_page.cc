@@ -47,12 +47,21 @@ std::string OptionItems(const std::vector<Option>& options) {
     return text;
 }
 
+// What every command may end with stands at the end of the page alone.
+std::string OwnExitStatuses(const Command& command) {
+    std::string codes;
+    for (const ExitCode code : command.exitCodes) {
+        codes += (codes.empty() ? "" : ", ") + std::to_string(static_cast<int>(code));
+    }
+    return codes.empty() ? "" : ".PP\nExit status besides 0, 1 and 2: " + codes + ".\n";
+}
+
 std::string CommandSection(const Command& command) {
     std::string text = ".SS " + Escaped(Synopsis(command)) + '\n' + Description(command.description);
     for (const Argument& argument : command.arguments) {
         text += Item("\\fI" + Escaped(argument.name) + "\\fR", argument.help);
     }
-    text += OptionItems(command.options);
+    text += OptionItems(command.options) + OwnExitStatuses(command);
     for (const Example& example : command.examples) {
         text += ".PP\nExample (" + Escaped(example.comment) + "):\n.PP\n.nf\n    " + Escaped(example.commandLine) +
                 "\n.fi\n";

@@ -50,7 +50,7 @@ TEST_F(DirectoryQuestionsTest, PreferredControllersAreReplacedAndReadBack) {
     EXPECT_EQ("preferred controllers: none\n", Done({"dc", "prefer", "--none"}));
     EXPECT_THAT(Ctl({"dc", "prefer"}), ExitsWith(2));
     EXPECT_THAT(Ctl({"dc", "prefer", "--none", "dc1.corp.test"}), ExitsWith(2));
-    EXPECT_THAT(Ctl({"dc", "prefer", "no name"}), ExitsWith(8));
+    EXPECT_THAT(Ctl({"dc", "prefer", "no name"}), ExitsWith(2));
 }
 
 TEST_F(DirectoryQuestionsTest, AnyControllerIsFoundOrTheFailureTold) {

@@ -44,6 +44,7 @@ TEST(DocumentsTest, ManPageTellsEverythingOfEveryCommand) {
         EXPECT_THAT(page, HasSubstr("\n.SS " + Synopsis(command) + '\n'));
         for (const Option& option : command.options) EXPECT_THAT(page, HasSubstr("--" + option.Key())) << command.name;
     }
+    EXPECT_THAT(page, HasSubstr("\nExit status besides 0, 1 and 2: 3, 4, 5, 7, 9.\n"));
     for (const Option& option : GlobalOptions()) EXPECT_THAT(page, HasSubstr("--" + option.Key()));
 }
 

@@ -41,6 +41,25 @@ TEST_F(ExitCodesTest, ThreeJoinedElsewhere) {
     ExpectExplained(result, "the host is joined to corp.test already\n");
 }
 
+struct BusyCase {
+    const char* operation;
+    Words words;
+};
+
+TEST_F(ExitCodesTest, ThreeAnotherChangeIsUnderWay) {
+    const BusyCase kCases[] = {{"part-domain", {"leave"}},
+                               {"set-preferred-domain-controllers", {"dc", "prefer", "dc1.corp.test"}},
+                               {"set-smart-card-enabled-services", {"smartcard", "set", "sshd"}},
+                               {"set-smart-card-enabled-services", {"smartcard", "change", "+sshd"}}};
+    HaveJoined();
+    for (const BusyCase& busy : kCases) {
+        Done({"directory", "rehearse", busy.operation, "--status", "170"});
+        const ProgramResult result = Ctl(busy.words);
+        EXPECT_THAT(result, ExitsWith(3)) << busy.operation;
+        ExpectExplained(result, "Exception 0x000000aa: ");
+    }
+}
+
 TEST_F(ExitCodesTest, FourNotJoined) {
     HaveDomain();
     const ProgramResult result = Ctl({"leave"});
@@ -86,6 +105,12 @@ TEST_F(ExitCodesTest, SixStaleAnswer) {
     HaveJoined();
     Done({"directory", "rehearse", "get-active-domain", "--delay", "5m"});
     EXPECT_THAT(Ctl({"status", "--timeout", "1"}), ExitsWith(6));
+}
+
+TEST_F(ExitCodesTest, FiveSettingsThatThisUserMayNotRead) {
+    std::filesystem::permissions("/etc/nimbrel/nimauth/provider.conf", std::filesystem::perms(0600));
+    EXPECT_THAT(CtlAsNobody({"logins", "show"}), ExitsWith(5));
+    std::filesystem::permissions("/etc/nimbrel/nimauth/provider.conf", std::filesystem::perms(0644));
 }
 
 TEST_F(ExitCodesTest, FiveSettingsThatOthersMayWrite) {

@@ -25,6 +25,16 @@ void ExpectNoPassword(const ProgramResult& result) {
     }
 }
 
+constexpr int kFirstSpecialStatus = 3;  // what lies below, every command may end with
+
+// Scripts go by the exit status: one that says more than "failed" must be in the help of the command.
+void ExpectDocumented(Words words, int exitStatus) {
+    if (exitStatus < kFirstSpecialStatus) return;
+    words.emplace_back("--help");
+    const std::string line = "\n  " + std::to_string(exitStatus) + "  ";
+    EXPECT_THAT(RunProgram(kTool, {.arguments = words}).output, HasSubstr(line)) << ::testing::PrintToString(words);
+}
+
 }  // namespace
 
 void ToolHost::SetUp() {
@@ -42,8 +52,9 @@ void ToolHost::SetUp() {
 void ToolHost::TearDown() { WriteFile(kHosts, _hosts); }
 
 ProgramResult ToolHost::Ctl(Words words, ProgramOptions options) {
-    options.arguments = std::move(words);
+    options.arguments = words;
     ProgramResult result = RunProgram(kTool, options);
+    ExpectDocumented(std::move(words), result.exitStatus);
     ExpectNoPassword(result);
     EXPECT_FALSE(result.limitReached);
     EXPECT_EQ(0, result.signal);

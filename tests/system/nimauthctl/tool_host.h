@@ -29,7 +29,8 @@ class ToolHost : public ::testing::Test {
     void SetUp() override;
     void TearDown() override;
 
-    // Runs the tool. Its time-out for answers is the default of a minute unless the words say otherwise.
+    // Runs the tool, and expects that the command's help tells of the status that it ends with. Its time-out for answers
+    // is the default of a minute unless the words say otherwise.
     static ProgramResult Ctl(Words words, ProgramOptions options = {});
     // The same with the password on standard input, and --password-stdin.
     static ProgramResult CtlWithPassword(Words words, const std::string& password = kPassword);

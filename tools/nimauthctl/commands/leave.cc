@@ -112,7 +112,8 @@ Command LeaveCommand() {
         .options = LeaveOptions(),
         .examples = {{"nimauthctl leave", "forget the domain"},
                      {"nimauthctl leave -U administrator", "have the computer account deleted too"}},
-        .exitCodes = {ExitCode::NotJoined, ExitCode::Permission, ExitCode::Authentication, ExitCode::Network},
+        .exitCodes = {ExitCode::OtherState, ExitCode::NotJoined, ExitCode::Permission, ExitCode::Authentication,
+                      ExitCode::Network},
         .changes = true,
         .needsRoot = true,
         .run = Leave};

@@ -162,6 +162,7 @@ Command LoginsShowCommand() {
             .arguments = {{.name = kServiceArgument, .help = "only this PAM service, as sshd", .optional = true}},
             .examples = {{"nimauthctl logins show sshd", "the rules of one service"},
                          {"nimauthctl logins show --json", "everything, for a program"}},
+            .exitCodes = {ExitCode::Permission},
             .run = Show};
 }
 

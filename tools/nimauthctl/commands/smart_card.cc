@@ -120,6 +120,9 @@ constexpr char kAbout[] =
     "belongs to the host and is kept by the provider.";
 
 std::vector<ExitCode> QuestionExitCodes() { return {ExitCode::Permission, ExitCode::Stale, ExitCode::Network}; }
+std::vector<ExitCode> ChangeExitCodes() {
+    return {ExitCode::OtherState, ExitCode::Permission, ExitCode::Stale, ExitCode::Network};
+}
 
 const Argument kServiceArgument = {.name = "SERVICE", .help = "a PAM service, sshd", .repeatable = true};
 
@@ -144,7 +147,7 @@ Command SmartCardSetCommand() {
             .options = {{.flags = "--none", .help = "no service takes a card"}},
             .examples = {{"nimauthctl smartcard set sshd gdm-smartcard", "these two and no other"},
                          {"nimauthctl smartcard set --none", "none at all"}},
-            .exitCodes = QuestionExitCodes(),
+            .exitCodes = ChangeExitCodes(),
             .changes = true,
             .needsRoot = true,
             .run = Set};
@@ -160,7 +163,7 @@ Command SmartCardChangeCommand() {
             .arguments = {{.name = "+SERVICE|-SERVICE", .help = "+sshd or -sshd", .repeatable = true}},
             .examples = {{"nimauthctl smartcard change +sshd", "sshd takes cards too"},
                          {"nimauthctl smartcard change +sshd -login", "sshd in place of login"}},
-            .exitCodes = QuestionExitCodes(),
+            .exitCodes = ChangeExitCodes(),
             .changes = true,
             .needsRoot = true,
             .signedWords = true,
