@@ -32,8 +32,9 @@ Display Refused(const Settings& settings) {
 
 void CheckUser(const Command& command) {
     if (!command.needsRoot || geteuid() == 0) return;
-    throw ToolError(ExitCode::Permission, "only root may run 'nimauthctl " + command.name + "'",
-                    "it changes the host's settings and machine account",
+    const char* const cause = command.changes ? "it changes files of the host that only root may write"
+                                              : "it reads files that only root may read";
+    throw ToolError(ExitCode::Permission, "only root may run 'nimauthctl " + command.name + "'", cause,
                     "run it again as root, for example with sudo");
 }
 

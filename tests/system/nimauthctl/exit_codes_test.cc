@@ -69,6 +69,38 @@ TEST_F(ExitCodesTest, FourNotJoined) {
     EXPECT_THAT(Ctl({"status"}), ExitsWith(0));
 }
 
+TEST_F(ExitCodesTest, FourNoDomainToLookForControllersOf) {
+    HaveDomain();
+    const ProgramResult result = Ctl({"dc", "any"});
+    EXPECT_THAT(result, ExitsWith(4));
+    ExpectExplained(result, "the host is not joined to a domain\n");
+    Done({"dc", "any", "corp.test"});
+    EXPECT_THAT(Ctl({"dc", "any", "nosuch.test"}), ExitsWith(9));
+}
+
+TEST_F(ExitCodesTest, NineNoControllerOfTheJoinedDomain) {
+    HaveJoined();
+    Done({"directory", "controller", "set", "corp.test", "dc1.corp.test", "--reachable", "no"});
+    EXPECT_THAT(Ctl({"dc", "any"}), ExitsWith(9));
+}
+
+// What cannot be known is not claimed.
+TEST_F(ExitCodesTest, NineNoControllerAndNoMembershipToBeTold) {
+    HaveDomain();
+    Done({"directory", "rehearse", "get-active-domain", "--status", "1359"});
+    EXPECT_THAT(Ctl({"dc", "any"}), ExitsWith(9));
+}
+
+TEST_F(ExitCodesTest, FiveOrdinaryUserIsToldWhy) {
+    EXPECT_THAT(CtlAsNobody({"logins", "history"}).errors,
+                HasSubstr("\ncause: it reads files that only root may read\n"));
+    for (const Words& words : {Words{"leave"}, Words{"smartcard", "set", "--none"}, Words{"logins", "undo"},
+                               Words{"dc", "prefer", "--none"}}) {
+        EXPECT_THAT(CtlAsNobody(words).errors,
+                    HasSubstr("\ncause: it changes files of the host that only root may write\n"));
+    }
+}
+
 TEST_F(ExitCodesTest, FiveOrdinaryUserMayNotJoinOrLeave) {
     HaveDomain();
     for (const Words& words : {Words{"join", "corp.test", "-U", "administrator"}, Words{"leave"}}) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 
 #include "tools/nimauthctl/commands/ask_within.h"
@@ -84,11 +85,30 @@ ExitCode Prefer(const Invocation& invocation, Report& report) {
                     "see 'nimauthctl dc list' and the system log; 'provider' is in /etc/nimbrel/nimauth/provider.conf");
 }
 
+bool IsKnownNotToBeJoined(const StorePointer& store, const Invocation& invocation) try {
+    const auto answer = AskConfiguration(*store, invocation);
+    return !answer.stale && answer.value.DomainDNSName().empty();
+} catch (...) {
+    invocation.Trace("the present domain: " + DescribeCurrentException().message);
+    return false;
+}
+
+// Unset if there is no answer in time. Without a domain it is the joined one: a host that is in none is told so, in place
+// of what the provider makes of a domain without a name.
+std::optional<std::string> FindController(const StorePointer& store, const std::string& domain,
+                                          const Invocation& invocation) try {
+    return AskWithinTraced(invocation, "a domain controller",
+                           [store, domain] { return store->GetDomainControllerForDomain(domain); });
+} catch (const CarriedFailure&) {
+    if (!domain.empty() || !IsKnownNotToBeJoined(store, invocation)) throw;
+    throw ToolError(ExitCode::NotJoined, "the host is not joined to a domain", "no domain was given, either",
+                    "give a DOMAIN, as in 'nimauthctl dc any corp.test'");
+}
+
 ExitCode Any(const Invocation& invocation, Report& report) {
     const StorePointer store = OpenStore(invocation);
     const std::string domain = invocation.Text("DOMAIN");
-    const auto controller = AskWithinTraced(invocation, "a domain controller",
-                                            [store, domain] { return store->GetDomainControllerForDomain(domain); });
+    const auto controller = FindController(store, domain, invocation);
     report.TextOrNone("domain", domain);
     report.TextOrNone("controller", controller.value_or(""));
     if (!controller) report.MarkStale("controller");
@@ -134,7 +154,7 @@ Command ControllerAnyCommand() {
             .arguments = {{.name = "DOMAIN", .help = "the joined domain unless given", .optional = true}},
             .examples = {{"nimauthctl dc any", "which controller would be asked now?"},
                          {"nimauthctl dc any corp.test", "before a join"}},
-            .exitCodes = {ExitCode::Permission, ExitCode::Stale, ExitCode::Network},
+            .exitCodes = {ExitCode::NotJoined, ExitCode::Permission, ExitCode::Stale, ExitCode::Network},
             .run = Any};
 }
 
