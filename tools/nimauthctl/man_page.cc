@@ -79,9 +79,14 @@ std::string ExitStatus() {
 
 constexpr char kFiles[] =
     ".SH FILES\n"
-    ".TP\n\\fI/etc/nimbrel/nimauth/\\fR\nthe settings: authentication.conf, provider.conf, apxprovider.conf\n"
+    ".TP\n\\fI/etc/nimbrel/nimauth/\\fR\n"
+    "the settings: authentication.conf, provider.conf, apxprovider.conf; of the provider 'ad', ad.conf; of the proxy "
+    "plug\\-in 'apxhttps', apxhttps.conf\n"
     ".TP\n\\fI/usr/libexec/nimauth/\\fR\nthe directory providers and proxy plug\\-ins\n"
-    ".TP\n\\fI/var/lib/nimbrel/\\fR\nthe configuration store, and the files of the provider 'embedded'\n";
+    ".TP\n\\fI/var/lib/nimbrel/\\fR\nthe configuration store, and the files of the provider 'embedded'\n"
+    ".TP\n\\fI/var/lib/nimbrel/ad/membership\\fR\nwhat the provider 'ad' remembers of the membership\n"
+    ".TP\n\\fI/var/lib/nimbrel/logins/\\fR\nthe journal of 'nimauthctl logins', with the files as they were before\n"
+    ".SH SEE ALSO\n\\fBapxd\\fR(8)\n";
 
 }  // namespace
 

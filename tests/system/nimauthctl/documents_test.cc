@@ -48,6 +48,15 @@ TEST(DocumentsTest, ManPageTellsEverythingOfEveryCommand) {
     for (const Option& option : GlobalOptions()) EXPECT_THAT(page, HasSubstr("--" + option.Key()));
 }
 
+TEST(DocumentsTest, ManPageNamesTheFilesThatTheToolGoesBy) {
+    const std::string page = nimauthctl::ManPage();
+    for (const char* const name :
+         {"authentication.conf", "provider.conf", "apxprovider.conf", "ad.conf", "apxhttps.conf",
+          "/var/lib/nimbrel/ad/membership", "/var/lib/nimbrel/logins/", "apxd\\fR(8)"}) {
+        EXPECT_THAT(page.substr(page.find(".SH FILES")), HasSubstr(name));
+    }
+}
+
 TEST(DocumentsTest, ManPageHasNoLineThatTroffTakesForARequest) {
     const std::set<std::string> kRequests = {".TH", ".SH", ".SS", ".PP", ".TP", ".nf", ".fi"};
     std::istringstream lines(nimauthctl::ManPage());

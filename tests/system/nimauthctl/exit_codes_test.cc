@@ -201,6 +201,9 @@ TEST_F(ExitCodesTest, SevenEmptyPassword) {
     const ProgramResult result = CtlWithPassword({"join", "corp.test", "-U", "administrator"}, "");
     EXPECT_THAT(result, ExitsWith(7));
     ExpectExplained(result, "The credentials that were provided were invalid: ");
+    const ProgramResult told = CtlWithPassword({"join", "corp.test", "-U", "administrator", "--progress", "json"}, "");
+    EXPECT_THAT(told, ExitsWith(7));
+    EXPECT_THAT(told.errors, ::testing::Not(HasSubstr("\"event\": \"step\"")));
 }
 
 struct HostNameCase {

@@ -92,21 +92,28 @@ struct JoinWork {
     bool skipHostNameCheck;
 
     bool operator()();
+
+ private:
+    void TakeFirstSteps() const;
 };
 
-// The steps of `JoinDomain`, one by one, so that each can be told. Unfit credentials are refused by it before anything is
-// changed, and so before the first step.
+// The steps of `JoinDomain`, one by one, so that each can be told. An empty password is refused by it before anything is
+// changed: no step is taken or told then.
 bool JoinWork::operator()() {
     const std::shared_ptr<Password> held = std::move(password);  // wiped at the end of the call
     const PauseWatch watch(*progress);
+    if (!held->View().empty()) TakeFirstSteps();
+    store->JoinDomain(whole, Credentials{user.c_str(), held->Text()}, true);
+    return true;
+}
+
+void JoinWork::TakeFirstSteps() const {
     const std::string domain = Printable(target.domain);
-    if (!skipHostNameCheck && !held->View().empty()) {
+    if (!skipHostNameCheck) {
         progress->Step("host-name", "making the host's name fit " + domain);
         store->SanitiseHostnameForDomain(target.domain);
     }
     progress->Attempts("joining " + domain, kAttempts);
-    store->JoinDomain(whole, Credentials{user.c_str(), held->Text()}, true);
-    return true;
 }
 
 // Carries the work out, which owns what it uses: it goes on after an interruption.
