@@ -23,8 +23,8 @@ constexpr StatusEntry kStatuses[] = {
      "check the organizational unit's spelling, and the membership with 'nimauthctl status'"},
     {5, Permission, "AccessDeniedException",
      "the user may not do this in the directory, or the provider's files may not be used",
-     "use an account that may create computer accounts in that organizational unit, and run the tool as root; a settings "
-     "file that others may write is refused, too: see the system log and 'nimauthctl check'"},
+     "use an account that may create computer accounts in that organizational unit, and run the tool as root; a "
+     "settings file that others may write is refused, too: see the system log and 'nimauthctl check'"},
     {8, Failure, "NotEnoughMemoryException",
      "the host, or the domain controller, ran out of memory",
      "free memory and try again"},
@@ -314,7 +314,8 @@ constexpr StatusEntry kDirectoryEdits[] = {
      "see 'nimauthctl directory domain list'; 'nimauthctl directory domain add' creates both"},
     {1356, OtherState, "", "a domain of that name is in the embedded directory already",
      "see 'nimauthctl directory domain list'"},
-    {1359, Failure, "", "the file of the embedded directory is damaged, empty or of another kind, or in use for too long",
+    {1359, Failure, "",
+     "the file of the embedded directory is damaged, empty or of another kind, or in use for too long",
      "see who else uses /var/lib/nimbrel/directory.db; a damaged one is mended by a copy put back in its place, or "
      "removed to begin anew: its domains and accounts are gone then, and this host must leave and join again"},
 };
@@ -326,10 +327,10 @@ constexpr StatusEntry kProxy[] = {
     {2, Failure, "", "the domain of the authentication proxy holds no such organizational unit",
      "check its spelling, outermost unit first as in Hosts/Sub"},
     {5, Permission, "",
-     "the authentication proxy does not admit this host, or hosts in this organizational unit, or its own account has no "
-     "right there; or a file of this host may not be used",
-     "check 'allow', 'allow-unit' and 'client-ca' of the proxy and the rights of its account in the unit: its log tells "
-     "which; on this host see the system log and 'nimauthctl check'"},
+     "the authentication proxy does not admit this host, or hosts in this organizational unit, or its own account has "
+     "no right there; or a file of this host may not be used",
+     "check 'allow', 'allow-unit' and 'client-ca' of the proxy and the rights of its account in the unit: its log "
+     "tells which; on this host see the system log and 'nimauthctl check'"},
     {8, Failure, "", "this host, or the authentication proxy, ran out of memory", "free memory and try again"},
     {50, Failure, "", "what answers at this address is no such authentication proxy, or one of another version",
      "check the address and 'port' in apxhttps.conf; compare the versions of host and proxy"},
@@ -358,11 +359,12 @@ constexpr StatusEntry kProxy[] = {
      "look at the domain's password policy, and at the proxy's log"},
     {1326, Authentication, "",
      "the domain refused the authentication proxy's own account, or the secret that this host was given for the join",
-     "see the proxy's log, and check its 'principal' and 'keytab'; if they are in order, join again: each join is given "
-     "a new secret"},
+     "see the proxy's log, and check its 'principal' and 'keytab'; if they are in order, join again: each join is "
+     "given a new secret"},
     {1330, Authentication, "", "the password of the authentication proxy's own account has expired",
      "renew it in the domain, and the proxy's keytab with it"},
-    {1331, Authentication, "", "the computer account of this host, or the authentication proxy's own account, is disabled",
+    {1331, Authentication, "",
+     "the computer account of this host, or the authentication proxy's own account, is disabled",
      "enable the account in the domain; the proxy's log tells which one it is"},
     {1355, Network, "", "the authentication proxy, or this host, cannot find or reach a controller of the domain",
      "check the proxy's log and its DNS servers; of this host, 'nimauthctl check DOMAIN' with the domain that "
@@ -373,7 +375,8 @@ constexpr StatusEntry kProxy[] = {
      "the clock of the authentication proxy, or of this host, is too far from that of the domain controller",
      "set both by NTP from the domain's time source, then try again"},
     {1793, Authentication, "", "the authentication proxy's own account has expired", "extend it in the domain"},
-    {1810, Failure, "", "the domain that the authentication proxy serves is not the one of that name that this host finds",
+    {1810, Failure, "",
+     "the domain that the authentication proxy serves is not the one of that name that this host finds",
      "check the host's DNS servers, and 'domain' of the proxy, then join again"},
     {1907, Authentication, "", "the password of the authentication proxy's own account must be changed first",
      "renew it in the domain, and the proxy's keytab with it"},
@@ -382,7 +385,8 @@ constexpr StatusEntry kProxy[] = {
     {8557, Permission, "", "the authentication proxy's own account has created as many hosts as the domain allows it",
      "delegate to it the right to create computers in the organizational unit"},
     {10060, Network, "", "the authentication proxy, or a controller behind it, did not answer in time",
-     "check the address, the proxy service and the firewalls in between; 'total-seconds' in apxhttps.conf is the limit"},
+     "check the address, the proxy service and the firewalls in between; 'connect-seconds' and 'total-seconds' in "
+     "apxhttps.conf are the limits"},
 };
 
 constexpr ClassEntry kClasses[] = {
@@ -401,8 +405,8 @@ constexpr ClassEntry kClasses[] = {
      "'remote-authentication-store'"},
     {"InvalidKeyException", Failure,
      "provider.conf, or apxprovider.conf for a proxy, lacks this key; both are in /etc/nimbrel/nimauth",
-     "see 'nimauthctl config show'; add a line such as provider = \"embedded\" to provider.conf, provider = \"apxhttps\" to "
-     "apxprovider.conf",
+     "see 'nimauthctl config show'; add a line such as provider = \"embedded\" to provider.conf, provider = "
+     "\"apxhttps\" to apxprovider.conf",
      "'provider'"},
     {"InvalidKeyException", Failure,
      "a settings file in /etc/nimbrel/nimauth lacks this key",
@@ -450,8 +454,8 @@ constexpr ClassEntry kClasses[] = {
      "see 'nimauthctl proxy cert show'; import the proxy's present certificate, if it is known to be right"},
     {"ConfigStoreException", Failure,
      "the host's configuration store could not be read or written",
-     "check /var/lib/nimbrel/configstore.db, its mode and owner, and the free space; if it is damaged, put a copy of it "
-     "back, or remove it to start anew: the stored options, domain settings and proxy certificate are gone then"},
+     "check /var/lib/nimbrel/configstore.db, its mode and owner, and the free space; if it is damaged, put a copy of "
+     "it back, or remove it to start anew: the stored options, domain settings and proxy certificate are gone then"},
     {"HostMgmtException", Failure,
      "a part of the host's platform (options, network, DNS, hosts file) refused",
      "check the file or the interface that the message names"},

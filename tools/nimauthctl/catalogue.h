@@ -6,8 +6,8 @@
 //   - the library's and the platform's own exceptions, by class name;
 //   - refusals of a change to the embedded directory, where the same numbers speak of the file that is being edited and
 //     not of a domain on the network;
-//   - what a question to an authentication proxy, or a join through one, ends with: there the same numbers come from the
-//     proxy, from a controller behind it, or from this host's own talk to a controller at the end of a join.
+//   - what a question to an authentication proxy, or a join through one, ends with: there the same numbers come from
+//     the proxy, from a controller behind it, or from this host's own talk to a controller at the end of a join.
 
 #ifndef NIMAUTHCTL_CATALOGUE_H_
 #define NIMAUTHCTL_CATALOGUE_H_

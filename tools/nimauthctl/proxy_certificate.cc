@@ -19,8 +19,9 @@
 #include <new>
 #include <system_error>
 
-#include "authentication/configuration.h"
 #include "authentication/exceptions.h"
+#include "pluginkit/whole_file.h"
+#include "tools/nimauthctl/apxhttps_settings.h"
 #include "tools/nimauthctl/failure.h"
 #include "tools/nimauthctl/numbers.h"
 
@@ -29,7 +30,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr char kPluginSettings[] = "/etc/nimbrel/nimauth/apxhttps.conf";
 constexpr int kDefaultPort = 8443;
 
 struct Free {
@@ -95,16 +95,8 @@ ProxyCertificate Describe(const X509* certificate, std::string pem) {
 }
 
 int PluginPort() {
-    try {
-        const authentication::Configuration settings(kPluginSettings);
-        const auto port = settings.find("port");
-        if (port != settings.end()) return static_cast<int>(ParseInteger("port", port->second, 1, 65535));
-    } catch (const authentication::IOError&) {
-        return kDefaultPort;  // there is no such file
-    } catch (const authentication::ConfigurationError&) {
-        return kDefaultPort;  // a comment: the plug-in's reader takes more than ours
-    }
-    return kDefaultPort;
+    const std::string port = ApxhttpsSetting(kit::ReadWholeFile(kApxhttpsSettings).value_or(""), "port");
+    return port.empty() ? kDefaultPort : static_cast<int>(ParseInteger("port", port, 1, 65535));
 }
 
 class Fetch {

@@ -106,6 +106,13 @@ TEST_F(CheckTest, FilesThatOthersMayWriteAreNamed) {
                 HasSubstr("check: state files result=fail found=\"/var/lib/nimbrel/directory.db may be read by "
                           "its group\""));
     fs::permissions("/var/lib/nimbrel/directory.db", fs::perms(0600));
+    constexpr char kProxySettings[] = "/etc/nimbrel/nimauth/apxhttps.conf";
+    WriteFile("/etc/nimbrel/client.pem", "a key\n");
+    WriteFile(kProxySettings, "client-certificate = /etc/nimbrel/client.pem\nclient-key = /etc/nimbrel/client.pem\n");
+    EXPECT_THAT(Failed(5),
+                HasSubstr("check: proxy files result=fail found=\"/etc/nimbrel/client.pem may be read by everybody\""));
+    fs::remove("/etc/nimbrel/client.pem");
+    fs::remove(kProxySettings);
     EXPECT_THAT(Done({"check", "corp.test"}), HasLine("check: settings files result=pass found=\"only root may write "
                                                       "/etc/nimbrel/nimauth\""));
 }

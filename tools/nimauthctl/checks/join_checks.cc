@@ -86,6 +86,7 @@ constexpr Check kJoinChecks[] = {
     {"user", Needs::Nothing, CheckUserIsRoot},
     {"settings files", Needs::Nothing, [](CheckSubject&) { return CheckSettingsFiles(kHost); }},
     {"state files", Needs::Nothing, [](CheckSubject&) { return CheckStateFiles(kHost); }},
+    {"proxy files", Needs::Nothing, [](CheckSubject&) { return CheckProxyFiles(kHost); }},
     {"store", Needs::Nothing, StoreRecord},
     {"provider settings", Needs::Nothing, CheckProviderSettings},
     {"proxy settings", Needs::Nothing, ProxySettings},

@@ -80,6 +80,7 @@ constexpr Check kJoinedChecks[] = {
     {"user", Needs::Nothing, CheckUserIsRoot},
     {"settings files", Needs::Nothing, [](CheckSubject&) { return CheckSettingsFiles(kHost); }},
     {"state files", Needs::Nothing, [](CheckSubject&) { return CheckStateFiles(kHost); }},
+    {"proxy files", Needs::Nothing, [](CheckSubject&) { return CheckProxyFiles(kHost); }},
     {"store", Needs::Nothing, CheckStore},
     {"provider settings", Needs::Nothing, CheckProviderSettings},
     {"provider files", Needs::Nothing, [](CheckSubject&) { return CheckProviderFiles(kHost); }},

@@ -1,11 +1,15 @@
 #include "tools/nimauthctl/checks/rights.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <system_error>
+#include <utility>
 #include <vector>
 
+#include "pluginkit/whole_file.h"
+#include "tools/nimauthctl/apxhttps_settings.h"
 #include "tools/nimauthctl/checks/login_files.h"
 
 namespace nimbrel::nimauthctl {
@@ -80,8 +84,9 @@ Finding CheckRights(const std::string& root, const std::vector<std::string>& fol
                 ExitCode::Permission);
 }
 
-Finding StateFinding(const Wrong& writable, const Wrong& open) {
-    if (writable.found.empty() && open.found.empty()) return Pass("only root may write /var/lib/nimbrel");
+// `open` are those that hold secrets.
+Finding RightsFinding(const Wrong& writable, const Wrong& open, const std::string& inOrder) {
+    if (writable.found.empty() && open.found.empty()) return Pass(inOrder);
     std::string remedy = "see what they hold now, then: chown root:root" + writable.paths + open.paths;
     if (!writable.paths.empty()) remedy += " && chmod go-w" + writable.paths;
     if (!open.paths.empty()) remedy += " && chmod go-rwx" + open.paths;
@@ -110,6 +115,52 @@ std::vector<std::string> StatePaths(const std::string& root) {
 
 bool IsForAllToRead(const std::string& path, const struct stat& status) {
     return path == kPublishedAccounts ? S_ISREG(status.st_mode) : S_ISDIR(status.st_mode) && path != kJournal;
+}
+
+// What the proxy plug-in's settings name; empty for what they do not.
+struct NamedFiles {
+    std::string certificate;
+    std::string key;
+};
+
+NamedFiles FilesNamedIn(const std::string& settings) {
+    return {ApxhttpsSetting(settings, "client-certificate"), ApxhttpsSetting(settings, "client-key")};
+}
+
+// What keeps the file from being used; empty if nothing does. A path that depends on the process's folder may lead
+// anywhere.
+std::string Unusable(const std::string& root, const std::string& path) {
+    if (path.empty()) return "is not given";
+    if (!path.starts_with('/')) return "'" + path + "' is no absolute path";
+    struct stat status = {};
+    const int error = stat((root + path).c_str(), &status) == 0 ? 0 : errno;
+    return error == 0 ? "" : "'" + path + "' cannot be used: " + std::generic_category().message(error);
+}
+
+void AddFoldersOnTheWay(const std::string& root, const std::string& file, std::vector<std::string>& paths) {
+    for (const std::string& folder : FoldersOnTheWay(root, file)) {
+        if (std::find(paths.begin(), paths.end(), folder) == paths.end()) paths.push_back(folder);
+    }
+}
+
+Finding RightsOfNamedFiles(const std::string& root, const NamedFiles& named) {
+    std::vector<std::string> paths;
+    for (const std::string& file : {named.certificate, named.key}) {
+        if (file.starts_with('/')) AddFoldersOnTheWay(root, file, paths);
+    }
+    if (named.certificate != named.key && named.certificate.starts_with('/')) paths.push_back(named.certificate);
+    Wrong writable;
+    for (const std::string& path : paths) {
+        if (const auto status = StatusOf(root + path)) {
+            writable.Add(path, WhoElseMayWrite(status->st_uid, status->st_mode));
+        }
+    }
+    Wrong open;
+    const auto key = named.key.starts_with('/') ? StatusOf(root + named.key) : std::nullopt;
+    if (key) open.Add(named.key, WhoElseMayOpen(*key));
+    Finding finding = RightsFinding(writable, open, "only root may read " + named.key);
+    if (!open.found.empty()) finding.remedy += "; if others have read the key, have another one certified";
+    return finding;
 }
 
 }  // namespace
@@ -154,7 +205,29 @@ Finding CheckStateFiles(const std::string& root) {
             open.Add(path, WhoElseMayOpen(status));
         }
     }
-    return StateFinding(writable, open);
+    return RightsFinding(writable, open, "only root may write " + std::string(kState));
+}
+
+Finding CheckProxyFiles(const std::string& root) {
+    const auto text = kit::ReadWholeFile(root + kApxhttpsSettings);
+    const int error = errno;
+    if (!text && error != ENOENT) {
+        return Fail(std::string(kApxhttpsSettings) + " cannot be read", "run this as root", ExitCode::Permission);
+    }
+    const NamedFiles named = FilesNamedIn(text.value_or(""));
+    if (named.certificate.empty() && named.key.empty()) {
+        return Pass("the proxy plug-in's settings name no certificate of this host");
+    }
+    Finding rights = RightsOfNamedFiles(root, named);
+    if (rights.verdict != Verdict::Pass) return rights;
+    for (const auto& [key, path] :
+         {std::pair("client-certificate ", named.certificate), std::pair("client-key ", named.key)}) {
+        const std::string unusable = Unusable(root, path);
+        if (unusable.empty()) continue;
+        return Warn(key + unusable,
+                    std::string("needed to join through the authentication proxy only; correct ") + kApxhttpsSettings);
+    }
+    return rights;
 }
 
 Finding CheckProviderFiles(const std::string& root) {

@@ -27,6 +27,9 @@ Finding CheckSettingsFiles(const std::string& root);
 // /var/lib/nimbrel and what is in it: the configuration store, the embedded directory, memberships, the journal of the
 // log-in files. All but the published accounts are for root alone. What is not there yet is in order.
 Finding CheckStateFiles(const std::string& root);
+// The host's certificate and key for a proxy that asks for one: the files that apxhttps.conf names. The key is for root
+// alone. No file, and no name, are in order.
+Finding CheckProxyFiles(const std::string& root);
 // /usr/libexec/nimauth and what is in it: the providers, and what else runs with root's rights.
 Finding CheckProviderFiles(const std::string& root);
 

@@ -127,9 +127,9 @@ Command CheckCommand() {
         .name = "check",
         .summary = "check whether the host can join, or why log-ins on a joined host fail",
         .description =
-            "Without --joined: whether the host can join. Looks at the user, the settings files, the provider, the "
-            "host's name and how it resolves, the domain and its controllers, the clock, and whether the files that a "
-            "join changes can be written; at the end stands what a join would change.\n\n"
+            "Without --joined: whether the host can join. Looks at the user, the settings files and those that they "
+            "name, the provider, the host's name and how it resolves, the domain and its controllers, the clock, and "
+            "whether the files that a join changes can be written; at the end stands what a join would change.\n\n"
             "With --joined: why users of the domain cannot log in on this host. Looks at the same, and at the active "
             "store, the membership, the machine account and the trust state; at the provider's modules in "
             "/etc/nsswitch.conf and in the PAM services login and sshd; and, where these modules are SSSD's, at SSSD "

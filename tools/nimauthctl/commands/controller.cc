@@ -93,8 +93,8 @@ bool IsKnownNotToBeJoined(const StorePointer& store, const Invocation& invocatio
     return false;
 }
 
-// Unset if there is no answer in time. Without a domain it is the joined one: a host that is in none is told so, in place
-// of what the provider makes of a domain without a name.
+// Unset if there is no answer in time. Without a domain it is the joined one: a host that is in none is told so, in
+// place of what the provider makes of a domain without a name.
 std::optional<std::string> FindController(const StorePointer& store, const std::string& domain,
                                           const Invocation& invocation) try {
     return AskWithinTraced(invocation, "a domain controller",

@@ -97,8 +97,8 @@ struct JoinWork {
     void TakeFirstSteps() const;
 };
 
-// The steps of `JoinDomain`, one by one, so that each can be told. An empty password is refused by it before anything is
-// changed: no step is taken or told then.
+// The steps of `JoinDomain`, one by one, so that each can be told. An empty password is refused by it before anything
+// is changed: no step is taken or told then.
 bool JoinWork::operator()() {
     const std::shared_ptr<Password> held = std::move(password);  // wiped at the end of the call
     const PauseWatch watch(*progress);

@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "support/temporary_folder.h"
+#include "tools/nimauthctl/apxhttps_settings.h"
 
 namespace nimbrel::nimauthctl {
 namespace {
@@ -160,6 +162,98 @@ TEST_F(RightsOfFilesTest, LinkInTheStateIsNamed) {
 TEST_F(RightsOfFilesTest, StateThatIsNotThereYetIsInOrder) {
     Put("/etc/hosts", 0644);
     EXPECT_EQ(Verdict::Pass, CheckStateFiles(Root()).verdict);
+}
+
+class ProxyFilesTest : public RightsOfFilesTest {
+ protected:
+    static constexpr char kKey[] = "/etc/nimbrel/client/key.pem";
+    static constexpr char kCertificate[] = "/etc/nimbrel/client/certificate.pem";
+
+    void Name(const std::string& lines) const {
+        Put(kApxhttpsSettings, 0644);
+        std::ofstream(Root() + kApxhttpsSettings) << lines;
+    }
+    void NameBoth() const {
+        Name(std::string("# of this host\nclient-certificate = ") + kCertificate + "\nport=9443\n client-key = \"" +
+             kKey + "\"\n");
+    }
+};
+
+TEST_F(ProxyFilesTest, KeyIsForRootAlone) {
+    constexpr StateCase kCases[] = {{kKey, 0600, ""},
+                                    {kKey, 0400, ""},
+                                    {kKey, 0644, "may be read by everybody"},
+                                    {kKey, 0640, "may be read by its group"},
+                                    {kKey, 0602, "may be written by everybody"},
+                                    {kCertificate, 0644, ""},
+                                    {kCertificate, 0666, "may be written by everybody"},
+                                    {kCertificate, 0664, "may be written by its group"}};
+    NameBoth();
+    for (const StateCase& row : kCases) {
+        Put(kKey, 0600);
+        Put(kCertificate, 0644);
+        Put(row.name, row.mode);
+        const std::string how = geteuid() == 0 ? row.how : "belongs to user " + std::to_string(geteuid());
+        const Finding finding = CheckProxyFiles(Root());
+        EXPECT_EQ(how.empty() ? Verdict::Pass : Verdict::Fail, finding.verdict) << row.name << std::oct << row.mode;
+        EXPECT_THAT(finding.found, HasSubstr(how.empty() ? "only root may read" : row.name + (' ' + how)));
+        EXPECT_EQ(how.empty() ? ExitCode::Ok : ExitCode::Permission, finding.exitCode);
+        std::filesystem::remove(Root() + row.name);
+    }
+}
+
+TEST_F(ProxyFilesTest, FolderOfTheFilesCountsOnce) {
+    NameBoth();
+    Put(kKey, 0600);
+    Put(kCertificate, 0644);
+    std::filesystem::permissions(Root() + "/etc/nimbrel/client", std::filesystem::perms(0777));
+    const Finding finding = CheckProxyFiles(Root());
+    const std::string folder = "/etc/nimbrel/client ";
+    ASSERT_THAT(finding.found, HasSubstr(folder));
+    EXPECT_THAT(finding.found.substr(finding.found.find(folder) + folder.size()), Not(HasSubstr(folder)));
+}
+
+TEST_F(ProxyFilesTest, ReadableKeyIsSpentAndSaidToBe) {
+    NameBoth();
+    Put(kCertificate, 0644);
+    Put(kKey, 0644);
+    EXPECT_THAT(CheckProxyFiles(Root()).remedy, HasSubstr("have another one certified"));
+}
+
+TEST_F(ProxyFilesTest, WithoutSettingsOrNamesNothingIsWrong) {
+    EXPECT_EQ(Verdict::Pass, CheckProxyFiles(Root()).verdict);
+    Name("port = 9443\n#client-key = /nowhere\n");
+    EXPECT_EQ(Verdict::Pass, CheckProxyFiles(Root()).verdict);
+}
+
+struct UnusableCase {
+    const char* line;
+    const char* found;
+};
+
+TEST_F(ProxyFilesTest, FileThatCannotBeUsedIsNamed) {
+    constexpr UnusableCase kCases[] = {
+        {"client-key = /gone.pem\n", "client-key '/gone.pem' cannot be used: No such file or directory"},
+        {"client-key = key.pem\n", "client-key 'key.pem' is no absolute path"},
+        {"", "client-key is not given"}};
+    Put(kCertificate, 0644);
+    for (const UnusableCase& row : kCases) {
+        Name(std::string("client-certificate = ") + kCertificate + '\n' + row.line);
+        const Finding finding = CheckProxyFiles(Root());
+        if (geteuid() != 0) {
+            EXPECT_EQ(Verdict::Fail, finding.verdict);  // the certificate is not root's
+            continue;
+        }
+        EXPECT_EQ(Verdict::Warn, finding.verdict);
+        EXPECT_EQ(row.found, finding.found);
+    }
+}
+
+TEST_F(ProxyFilesTest, ReadableKeyIsWorseThanAMissingCertificate) {
+    NameBoth();
+    Put(kKey, 0644);
+    EXPECT_THAT(CheckProxyFiles(Root()).found, HasSubstr(kKey));
+    EXPECT_EQ(Verdict::Fail, CheckProxyFiles(Root()).verdict);
 }
 
 TEST_F(RightsOfFilesTest, MissingFolderIsAFailure) {
