@@ -63,7 +63,7 @@ void BringBackActions() {
 
 }  // namespace
 
-Progress::Progress(const Settings& settings) : _form(Form::None) {
+Progress::Progress(const Settings& settings) {
     if (settings.progress == ProgressForm::Json) {
         _form = Form::Json;
     } else if (settings.progress == ProgressForm::Auto && !settings.quiet && !settings.json &&

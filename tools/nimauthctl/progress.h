@@ -68,7 +68,7 @@ class Progress {
     std::string WhichAttempt() const;
     long ElapsedMilliseconds() const;
 
-    Form _form;
+    Form _form = Form::None;
     const Clock::time_point _begin = Clock::now();
     mutable std::mutex _mutex;  // guards all below; held while a line is written
     std::string _text;          // of the last line, but for a pause's

@@ -57,7 +57,7 @@ std::string TimeText(const ASN1_TIME* time) {
     std::tm fields = {};
     std::array<char, 32> text{};
     if (ASN1_TIME_to_tm(time, &fields) != 1) return "unreadable";
-    std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S UTC", &fields);
+    static_cast<void>(std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S UTC", &fields));
     return text.data();
 }
 

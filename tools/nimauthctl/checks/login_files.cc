@@ -45,7 +45,7 @@ std::vector<std::string> AllMatches(const std::string& root, const std::string& 
     glob_t matches = {};
     std::vector<std::string> paths;
     if (glob((root + pattern).c_str(), 0, nullptr, &matches) == 0) {
-        for (std::size_t i = 0; i < matches.gl_pathc; ++i) paths.push_back(matches.gl_pathv[i] + root.size());
+        for (std::size_t i = 0; i < matches.gl_pathc; ++i) paths.emplace_back(matches.gl_pathv[i] + root.size());
     }
     globfree(&matches);
     return paths;

@@ -173,7 +173,7 @@ std::string WhoElseMayWrite(uid_t owner, mode_t mode) {
 
 std::string WhoElseMayOpen(const struct stat& status) {
     if (S_ISLNK(status.st_mode)) return "is a symbolic link";
-    const std::string writes = WhoElseMayWrite(status.st_uid, status.st_mode);
+    std::string writes = WhoElseMayWrite(status.st_uid, status.st_mode);
     if (!writes.empty()) return writes;
     if ((status.st_mode & S_IRWXO) != 0) return "may be read by everybody";
     return (status.st_mode & S_IRWXG) != 0 ? "may be read by its group" : "";

@@ -36,7 +36,7 @@ std::string LibraryText(std::uint32_t status) {
 
 std::string Hexadecimal(std::uint32_t status) {
     std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "0x%08x", status);
+    static_cast<void>(std::snprintf(text.data(), text.size(), "0x%08x", status));
     return text.data();
 }
 
