@@ -67,6 +67,12 @@ CURLcode OnTls(CURL* /*handle*/, void* context, void* trust) {
     return CURLE_OK;
 }
 
+// The connection stands, the request is still to be sent. An anonymous suite, or a key shared beforehand, has the handshake
+// succeed without any certificate, where the host's OpenSSL configuration lets it.
+int OnConnected(void* trust, char* /*remote*/, char* /*local*/, int /*remotePort*/, int /*localPort*/) {
+    return static_cast<Trust*>(trust)->HasAccepted() ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+}
+
 // The library's own sockets would be handed to every program that the agent starts meanwhile.
 curl_socket_t OnSocket(void* /*context*/, curlsocktype /*purpose*/, curl_sockaddr* address) {
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
@@ -141,6 +147,8 @@ void Conversation::SetUp(const std::string& request) {
     if (_service.verify) {
         Set(CURLOPT_SSL_CTX_FUNCTION, OnTls);
         Set(CURLOPT_SSL_CTX_DATA, &_trust);
+        Set(CURLOPT_PREREQFUNCTION, OnConnected);
+        Set(CURLOPT_PREREQDATA, &_trust);
     }
     if (!_settings.clientCertificate.empty()) {
         Set(CURLOPT_SSLCERT, _settings.clientCertificate.c_str());
@@ -170,7 +178,8 @@ std::uint32_t Conversation::Hold(const std::string& request) {
 }
 
 std::uint32_t Conversation::Judge(CURLcode result) {
-    if (_service.verify && _trust.Reason() != nullptr) {
+    const bool unproven = result == CURLE_OK && !_trust.HasAccepted();
+    if (_service.verify && (unproven || _trust.Reason() != nullptr)) {
         return Fail(kUntrustedCertificate, std::string("its certificate is not trusted: ") + _trust.Reason());
     }
     if (result != CURLE_OK) return JudgeFailure(result);

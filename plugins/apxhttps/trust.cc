@@ -94,13 +94,20 @@ bool Trust::Chains(X509* certificate, STACK_OF(X509) * others) {
 }
 
 bool Trust::Accepts(X509_STORE_CTX* presented) {
+    _accepted = false;
     if (IsEmpty()) return false;
     X509* const certificate = X509_STORE_CTX_get0_cert(presented);
     if (certificate == nullptr || !HasThumbprint(certificate)) {
         _reason = "its thumbprint is not that of the trusted certificate";
         return false;
     }
-    return Chains(certificate, X509_STORE_CTX_get0_untrusted(presented));
+    _accepted = Chains(certificate, X509_STORE_CTX_get0_untrusted(presented));
+    return _accepted;
+}
+
+bool Trust::HasAccepted() {
+    if (!_accepted && !IsEmpty()) _reason = "it has shown no certificate";
+    return _accepted;
 }
 
 }  // namespace nimbrel::apxhttps

@@ -29,7 +29,11 @@ class Trust {
     // Checks the chain that the peer presented.
     bool Accepts(X509_STORE_CTX* presented);
 
-    // Why nobody, or the last one, is not trusted; null after a success.
+    // To be asked before anything is sent: a handshake can also end without any certificate, and nobody has asked
+    // `Accepts` then. That is a refusal, with a reason.
+    bool HasAccepted();
+
+    // Why nobody, or the last one, is not trusted; null after a success, and before anything was asked.
     const char* Reason() const { return _reason; }
 
  private:
@@ -41,6 +45,7 @@ class Trust {
     unsigned char _thumbprint[20] = {};
     STACK_OF(X509) * _trusted;
     const char* _reason = nullptr;
+    bool _accepted = false;
 };
 
 }  // namespace nimbrel::apxhttps

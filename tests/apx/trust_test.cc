@@ -19,6 +19,13 @@ TEST(TrustTest, NobodyIsAskedForThePassPhraseOfAnEncryptedCertificate) {
     EXPECT_EQ(ERR_peek_error(), 0u);
 }
 
+TEST(TrustTest, AHandshakeWithoutACertificateIsARefusal) {
+    Trust trust(kThumbprint, "");
+    EXPECT_EQ(trust.Reason(), nullptr);
+    EXPECT_FALSE(trust.HasAccepted());
+    EXPECT_STREQ(trust.Reason(), "it has shown no certificate");
+}
+
 TEST(TrustTest, AThumbprintOfAnotherFormTrustsNobody) {
     const std::string good = kThumbprint;
     EXPECT_FALSE(Trust(good, "").IsEmpty());

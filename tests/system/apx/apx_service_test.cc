@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <openssl/conf.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -152,6 +153,32 @@ TEST_F(Apx, NothingIsSentToAServiceThatIsNotTrusted) {
     const Certificate other = MakeCertificate("proxy.corp.test");
     EXPECT_EQ(StatusOfAnswer(Http("200 OK", "{}"), &other), kUntrusted);
     EXPECT_EQ(lastRequest, "");
+}
+
+// The host's OpenSSL configuration, as an administrator may have loosened it for something else.
+class LooseOpenSsl {
+ public:
+    LooseOpenSsl() {
+        std::ofstream(kFile) << "openssl_conf = all\n[all]\nssl_conf = tls\n[tls]\nsystem_default = loose\n"
+                                "[loose]\nCipherString = ALL:@SECLEVEL=0\n";
+        EXPECT_EQ(CONF_modules_load_file(kFile, nullptr, 0), 1);
+    }
+    LooseOpenSsl(const LooseOpenSsl&) = delete;
+    LooseOpenSsl& operator=(const LooseOpenSsl&) = delete;
+    ~LooseOpenSsl() { CONF_modules_finish(); }
+
+ private:
+    static constexpr char kFile[] = "/run/openssl.cnf";
+};
+
+TEST_F(Apx, NothingIsSentToAServiceThatShowsNoCertificate) {
+    const LooseOpenSsl openSsl;
+    const std::string account = R"({"accountName":"NODE01$","oneTimeSecret":"s"})";
+    EXPECT_EQ(StatusOfAnswer(Http("200 OK", account), &TlsServer::kAnonymous), kUntrusted);
+    EXPECT_EQ(lastRequest, "");
+    TlsServer server(9443, &TlsServer::kAnonymous, Http("200 OK", account));
+    EXPECT_EQ(AskAccount(kNear, {}, "node01").status, 0U) << "not verified: the two agree on a suite";
+    EXPECT_THAT(server.Request(), StartsWith("POST /v1/computers HTTP/1.1\r\n"));
 }
 
 TEST_F(Apx, ServiceCanAskItsClientsForACertificate) {

@@ -14,6 +14,9 @@ namespace nimbrel::testing {
 
 class TlsServer {
  public:
+    // The certificate of a server that shows none: it offers anonymous key exchange and nothing else.
+    static const Certificate kAnonymous;
+
     // Listens on 0.0.0.0 and `port`; answers the first connection's request with `answer`, then closes it. Without TLS
     // where `certificate` is null.
     TlsServer(std::uint16_t port, const Certificate* certificate, std::string answer);
