@@ -1,19 +1,12 @@
 #include "services/apxd/ad_back_end.h"
 
-#include <chrono>
-#include <mutex>
-#include <optional>
 #include <utility>
 
 #include "addirectory/account_service.h"
+#include "services/apxd/known_domain.h"
 
 namespace nimbrel::apxd {
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// A domain changes none of its names while hosts join it; each join asks for them four times.
-constexpr std::chrono::minutes kDomainKeeps(5);
 
 // Both sides speak of the same numbers.
 template <typename Call>
@@ -31,17 +24,11 @@ HandOver ToHandOver(ad::HandedOutAccount account) {
 
 class AdBackEnd : public BackEnd {
  public:
-    AdBackEnd(ad::Settings settings, ad::ServiceAccount account) : _service(std::move(settings), std::move(account)) {}
+    AdBackEnd(ad::Settings settings, ad::ServiceAccount account)
+        : _service(std::move(settings), std::move(account)),
+          _domain([this] { return AskForDomain(); }, KnownDomain::Clock::now) {}
 
-    DomainFacts Domain() override {
-        const std::lock_guard<std::mutex> lock(_lock);
-        if (!_domain || Clock::now() >= _domainEnds) {
-            const ad::ServiceDomain domain = Translated([this] { return _service.Domain(); });
-            _domain = DomainFacts{domain.netbiosName, domain.dnsName, domain.sid};
-            _domainEnds = Clock::now() + kDomainKeeps;
-        }
-        return *_domain;
-    }
+    DomainFacts Domain() override { return _domain.Facts(); }
     HandOver Create(const NewAccount& account) override {
         return Translated(
             [&] { return ToHandOver(_service.Create(account.name, account.organizationalUnit, account.mark)); });
@@ -54,10 +41,13 @@ class AdBackEnd : public BackEnd {
     }
 
  private:
+    DomainFacts AskForDomain() const {
+        const ad::ServiceDomain domain = Translated([this] { return _service.Domain(); });
+        return {domain.netbiosName, domain.dnsName, domain.sid};
+    }
+
     const ad::AccountService _service;
-    std::mutex _lock;  // guards the two below; held while they are asked for, so that many hosts ask once
-    std::optional<DomainFacts> _domain;
-    Clock::time_point _domainEnds;
+    KnownDomain _domain;
 };
 
 }  // namespace

@@ -5,15 +5,21 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
 
 #include "services/apxd/ad_back_end.h"
 #include "services/apxd/config.h"
@@ -131,14 +137,45 @@ void LogStart(const char* event, const Generation& generation) {
         .Write();
 }
 
+void LogCut(const char* reason) { LogLine("cut").Add("reason", reason).Write(); }
+
+// Services with an earlier reading of the configuration. Each is brought to its end by a thread of its own: a request that
+// hangs in the directory holds up neither the next signal nor the end of the process.
+class Retired {
+ public:
+    using Clock = std::chrono::steady_clock;
+
+    void Take(std::unique_ptr<Generation> generation) {
+        std::erase_if(_ends, [](const auto& end) { return IsThere(end, Clock::time_point()); });
+        generation->server->Retire();
+        try {
+            _ends.push_back(std::async(std::launch::async, End, std::move(generation)));
+        } catch (const std::system_error& error) {
+            LogCut(error.what());  // no thread can be had
+        }
+    }
+    // False if one of them still has requests under way when the time is over.
+    bool WaitForNone(Clock::time_point until) const {
+        return std::all_of(_ends.begin(), _ends.end(), [&](const auto& end) { return IsThere(end, until); });
+    }
+
+ private:
+    // Ended with the argument.
+    static void End(std::unique_ptr<Generation> generation) { generation->server->Drain(); }
+    static bool IsThere(const std::future<void>& end, Clock::time_point until) {
+        return end.wait_until(until) == std::future_status::ready;
+    }
+
+    std::vector<std::future<void>> _ends;
+};
+
 // A configuration that cannot be used leaves the one in force.
-void TakeUp(const std::string& configFile, std::unique_ptr<Generation>& current) {
+void TakeUp(const std::string& configFile, std::unique_ptr<Generation>& current, Retired& retired) {
     try {
         std::unique_ptr<Generation> next = Start(configFile, current.get());
         current.swap(next);
-        next->server->Retire();
+        retired.Take(std::move(next));
         LogStart("reloaded", *current);
-        next->server->Drain();
     } catch (const std::exception& error) {
         LogLine("not-reloaded").Add("reason", error.what()).Write();
         return;
@@ -150,10 +187,20 @@ void TakeUp(const std::string& configFile, std::unique_ptr<Generation>& current)
     }
 }
 
-void Reload(const std::string& configFile, std::unique_ptr<Generation>& current) {
+void Reload(const std::string& configFile, std::unique_ptr<Generation>& current, Retired& retired) {
     Notify("RELOADING=1");
-    TakeUp(configFile, current);
+    TakeUp(configFile, current, retired);
     Notify("READY=1");
+}
+
+// Requests that outlast `stop-seconds` end with the process. To the ledger that is no other end than a kill: what they were
+// about to hand out is noted.
+void Stop(Generation& current, const Retired& retired) {
+    const auto until = Retired::Clock::now() + std::chrono::seconds(current.config.stopSeconds);
+    current.server->Retire();
+    const bool drained = current.server->Drain() && retired.WaitForNone(until);
+    LogLine("stopped").Write();
+    if (!drained) _exit(0);
 }
 
 sigset_t ServiceSignals() {
@@ -171,11 +218,10 @@ int Serve(const std::string& configFile) {
     PruneLedger(*current);
     LogStart("ready", *current);
     Notify("READY=1");
-    for (int number = 0; sigwait(&signals, &number) == 0 && number == SIGHUP;) Reload(configFile, current);
+    Retired retired;
+    for (int number = 0; sigwait(&signals, &number) == 0 && number == SIGHUP;) Reload(configFile, current, retired);
     Notify("STOPPING=1");
-    current->server->Retire();
-    current->server->Drain();
-    LogLine("stopped").Write();
+    Stop(*current, retired);
     return 0;
 }
 

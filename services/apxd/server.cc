@@ -146,7 +146,7 @@ class Server::Impl {
     ~Impl();
 
     void Retire();
-    void Drain();
+    bool Drain();
 
  private:
     static MHD_Result OnRequest(void* self, MHD_Connection* connection, const char* url, const char* method,
@@ -208,9 +208,10 @@ void Server::Impl::Retire() {
     std::this_thread::sleep_for(kHearing);
 }
 
-void Server::Impl::Drain() {
-    if (_connections.WaitForNone(std::chrono::seconds(_config.stopSeconds))) return;
+bool Server::Impl::Drain() {
+    if (_connections.WaitForNone(std::chrono::seconds(_config.stopSeconds))) return true;
     LogLine("cut").Add("reason", "requests under way have outlasted stop-seconds").Write();
+    return false;
 }
 
 // What the HTTP library has to say matters at the start only; later it speaks of clients that break off.
@@ -300,6 +301,6 @@ Server::Server(const Config& config, Handler& handler, const TlsFiles& files, st
 Server::~Server() = default;
 
 void Server::Retire() { _impl->Retire(); }
-void Server::Drain() { _impl->Drain(); }
+bool Server::Drain() { return _impl->Drain(); }
 
 }  // namespace nimbrel::apxd

@@ -29,14 +29,14 @@ class Server {
     Server(const Config& config, Handler& handler, const TlsFiles& files, std::shared_ptr<Listener> listener);
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
-    // Cuts what is still under way.
+    // Cuts what is still under way. A request that the directory has not answered yet is waited for.
     ~Server();
 
     // Leaves the listening socket to others.
     void Retire();
 
-    // Waits up to `stop-seconds` for requests under way, after `Retire`.
-    void Drain();
+    // Waits up to `stop-seconds` for requests under way, after `Retire`. False if some have outlasted it.
+    bool Drain();
 
  private:
     class Impl;

@@ -19,6 +19,7 @@
 
 #include "embeddeddirectory/directory.h"
 #include "embeddeddirectory/host.h"
+#include "hung_domain.h"
 #include "service.h"
 #include "support/files.h"
 #include "tls_server.h"
@@ -426,6 +427,39 @@ TEST_F(Apx, ReloadThatCannotShortenTheLedgerIsOneAllTheSame) {
     service.Signal(SIGHUP);
     EXPECT_EQ(service.Stop(), 0);
     EXPECT_THAT(LedgerText(), Not(HasSubstr("NODE07")));
+}
+
+constexpr char kCut[] = "cut reason=\"requests under way have outlasted stop-seconds\"";
+
+TEST_F(Apx, StopDoesNotWaitForADirectoryThatHangs) {
+    const HungDomain domain;
+    Configure(certificate, domain.BackEnd() + "stop-seconds = 1\n");
+    Service service;
+    const auto client = std::async(std::launch::async, [this] { EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U); });
+    domain.AwaitQuestion();
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(service.Stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30)) << "the directory has 60";
+    service.WaitForLog(std::string(kCut) + "\nstopped\n");
+}
+
+TEST_F(Apx, ReloadDoesNotWaitForADirectoryThatHangs) {
+    const HungDomain domain;
+    Configure(certificate, domain.BackEnd() + "stop-seconds = 1\n");
+    Service service;
+    const auto client = std::async(std::launch::async, [this] { EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U); });
+    domain.AwaitQuestion();
+    Configure(certificate, "stop-seconds = 1\n");
+    service.Signal(SIGHUP);
+    service.WaitForLog("reloaded ");
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 0U);
+    service.WaitForLog(kCut);
+    const auto begin = std::chrono::steady_clock::now();
+    Configure(certificate, "allow = nonsense\n");
+    service.Signal(SIGHUP);
+    service.WaitForLog("not-reloaded ");
+    EXPECT_EQ(service.Stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30)) << "the directory has 60";
 }
 
 TEST_F(Apx, CheckConfigTellsWhatIsWrong) {

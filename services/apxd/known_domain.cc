@@ -1,0 +1,45 @@
+#include "services/apxd/known_domain.h"
+
+#include <exception>
+#include <utility>
+
+namespace nimbrel::apxd {
+
+KnownDomain::Outcome KnownDomain::AskNow() const {
+    try {
+        return {_ask(), 0, ""};
+    } catch (const Refusal& refusal) {
+        return {{}, refusal.Status(), refusal.what()};
+    }
+}
+
+// Whoever finds nothing that is still good asks for all who come meanwhile.
+std::shared_future<KnownDomain::Outcome> KnownDomain::Current() {
+    std::promise<Outcome> promise;
+    {
+        const std::lock_guard<std::mutex> lock(_lock);
+        if (_outcome.valid() && _now() < _ends) return _outcome;
+        _outcome = promise.get_future().share();
+        _ends = Clock::time_point::max();
+    }
+    Clock::duration keeps = kRefusalKeeps;
+    try {
+        Outcome outcome = AskNow();
+        if (outcome.status == 0) keeps = kAnswerKeeps;
+        promise.set_value(std::move(outcome));
+    } catch (...) {
+        promise.set_exception(std::current_exception());  // for those who wait, too
+    }
+    const std::lock_guard<std::mutex> lock(_lock);
+    _ends = _now() + keeps;
+    return _outcome;
+}
+
+DomainFacts KnownDomain::Facts() {
+    const std::shared_future<Outcome> current = Current();
+    const Outcome& outcome = current.get();
+    if (outcome.status != 0) throw Refusal(outcome.status, outcome.message);
+    return outcome.facts;
+}
+
+}  // namespace nimbrel::apxd

@@ -1,0 +1,59 @@
+// What the service knows of its domain: asked for once for all who want to know it, and kept for a while.
+//
+// A domain changes none of its names while hosts join it, and each join asks for them four times: an answer is good for
+// five minutes. A refusal is good for five seconds, so that a directory that does not answer is not asked by each waiting
+// client in turn, for as long as one question may take.
+//
+//     KnownDomain domain([&] { return AskTheDirectory(); }, KnownDomain::Clock::now);
+//     const DomainFacts facts = domain.Facts();
+//
+// Threads: any; those who come while somebody asks wait for that answer.
+
+#ifndef NIMBREL_APXD_KNOWN_DOMAIN_H_
+#define NIMBREL_APXD_KNOWN_DOMAIN_H_
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <string>
+
+#include "services/apxd/back_end.h"
+
+namespace nimbrel::apxd {
+
+class KnownDomain {
+ public:
+    using Clock = std::chrono::steady_clock;
+    using Ask = std::function<DomainFacts()>;
+    using Now = std::function<Clock::time_point()>;
+
+    static constexpr std::chrono::minutes kAnswerKeeps{5};
+    static constexpr std::chrono::seconds kRefusalKeeps{5};
+
+    KnownDomain(Ask ask, Now now) : _ask(std::move(ask)), _now(std::move(now)) {}
+
+    // Throws the `Refusal` that `ask` has thrown, for each who waits one of its own, and whatever else it throws.
+    DomainFacts Facts();
+
+ private:
+    struct Outcome {
+        DomainFacts facts;
+        std::uint32_t status = 0;
+        std::string message;
+    };
+
+    Outcome AskNow() const;
+    std::shared_future<Outcome> Current();
+
+    const Ask _ask;
+    const Now _now;
+    std::mutex _lock;  // guards the two below; never held while the directory is asked
+    std::shared_future<Outcome> _outcome;
+    Clock::time_point _ends;  // of the outcome's time; without an end while somebody asks
+};
+
+}  // namespace nimbrel::apxd
+
+#endif  // NIMBREL_APXD_KNOWN_DOMAIN_H_

@@ -1,0 +1,103 @@
+// What the service knows of its domain: who asks the directory, how often, and for how long an answer is good.
+
+#include "services/apxd/known_domain.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <new>
+#include <thread>
+#include <vector>
+
+namespace nimbrel::apxd::test {
+namespace {
+
+class ApxdKnownDomain : public ::testing::Test {
+ protected:
+    std::uint32_t Status() {
+        try {
+            EXPECT_EQ(domain.Facts().netbiosName, "CORP");
+            return 0;
+        } catch (const Refusal& refusal) {
+            EXPECT_STREQ(refusal.what(), "no controller answers");
+            return refusal.Status();
+        }
+    }
+
+    std::atomic<int> asked = 0;
+    std::function<void()> whileAsking = [] {};
+    KnownDomain::Clock::time_point now = KnownDomain::Clock::now();
+    KnownDomain domain{[this]() -> DomainFacts {
+                           ++asked;
+                           whileAsking();
+                           return {"CORP", "corp.test", "S-1-5-21-1-2-3"};
+                       },
+                       [this] { return now; }};
+};
+
+[[noreturn]] void Refuse() { throw Refusal(kNoSuchDomain, "no controller answers"); }
+
+TEST_F(ApxdKnownDomain, AnswerIsKeptForFiveMinutes) {
+    EXPECT_EQ(Status(), 0U);
+    now += std::chrono::minutes(5) - std::chrono::nanoseconds(1);
+    EXPECT_EQ(Status(), 0U);
+    EXPECT_EQ(asked, 1);
+    now += std::chrono::nanoseconds(1);
+    EXPECT_EQ(Status(), 0U);
+    EXPECT_EQ(asked, 2);
+}
+
+TEST_F(ApxdKnownDomain, RefusalIsKeptForFiveSeconds) {
+    whileAsking = Refuse;
+    EXPECT_EQ(Status(), kNoSuchDomain);
+    now += std::chrono::seconds(5) - std::chrono::nanoseconds(1);
+    EXPECT_EQ(Status(), kNoSuchDomain);
+    EXPECT_EQ(asked, 1);
+    whileAsking = [] {};
+    now += std::chrono::nanoseconds(1);
+    EXPECT_EQ(Status(), 0U);
+    EXPECT_EQ(asked, 2);
+}
+
+TEST_F(ApxdKnownDomain, OneQuestionIsAskedForAllWhoWait) {
+    constexpr int kClients = 8;
+    std::promise<void> allCame;
+    std::atomic<int> came = 0;
+    std::atomic<int> refused = 0;
+    whileAsking = [&] {
+        allCame.get_future().wait();  // a second question would throw here
+        Refuse();
+    };
+    std::vector<std::thread> clients;
+    for (int client = 0; client < kClients; ++client) {
+        clients.emplace_back([&] {
+            if (++came == kClients) allCame.set_value();
+            refused += Status() == kNoSuchDomain;
+        });
+    }
+    for (std::thread& client : clients) client.join();
+    EXPECT_EQ(refused, kClients);
+    EXPECT_EQ(asked, 1);
+}
+
+TEST_F(ApxdKnownDomain, TimeBeginsWithTheAnswerNotWithTheQuestion) {
+    whileAsking = [this] {
+        now += std::chrono::minutes(1);
+        Refuse();
+    };
+    EXPECT_EQ(Status(), kNoSuchDomain);
+    EXPECT_EQ(Status(), kNoSuchDomain);
+    EXPECT_EQ(asked, 1);
+}
+
+TEST_F(ApxdKnownDomain, FaultInsideIsToldAndNotKeptForever) {
+    whileAsking = [] { throw std::bad_alloc(); };
+    EXPECT_THROW(domain.Facts(), std::bad_alloc);
+    whileAsking = [] {};
+    now += KnownDomain::kRefusalKeeps;
+    EXPECT_EQ(Status(), 0U);
+}
+
+}  // namespace
+}  // namespace nimbrel::apxd::test
