@@ -35,12 +35,37 @@ class Accounts : public JoiningHost {
     void SetAttribute(const std::string& name, const std::string& value) {
         corp.entries.Put(kAccount, {{name, {value}}});
     }
+    // As if it had been made long ago, and its secret set since.
+    void MakeOld() { corp.entries.Put(Account()->name, {{"whenCreated", {"20250101000000.0Z"}}}); }
+    // Breaks the connection at one of the requests to the controller, which carries it out before that or does not. False
+    // if the call was over before.
+    template <class Call>
+    bool InterruptedAt(int step, bool carriedOut, const Call& call) {
+        int asked = 0;
+        corp.controller.SetBehave([&](const std::string& operation, const std::string& name) {
+            // A search without a name opens the session; it is tried again.
+            const bool counts = operation == "add" || operation == "modify" || (operation == "search" && !name.empty());
+            return counts && ++asked >= step ? Behaviour::HangsUp : Behaviour::Answers;
+        });
+        corp.controller.SetRefuse([&](const std::string& operation, const std::string&) {
+            const bool changes = operation == "add" || operation == "modify";
+            const bool refused = changes && !carriedOut && asked >= step;
+            return refused ? std::optional(Result{kUnavailable, ""}) : std::nullopt;
+        });
+        const std::uint32_t status = StatusOf(call);
+        corp.controller.SetBehave(nullptr);
+        corp.controller.SetRefuse(nullptr);
+        EXPECT_EQ(status != 0, asked >= step) << step;
+        return asked >= step;
+    }
     std::uint32_t JoinWith(const HandedOutAccount& account) {
         return StatusOf([&] {
             TheHost().JoinWithMachineAccount(
                 {"node01", "corp.test", "CORP", "", account.accountName, account.oneTimeSecret.View()});
         });
     }
+
+    static constexpr int kUnavailable = 52;
 
     const std::string _keytab = Path("service.keytab");
 };
@@ -98,6 +123,69 @@ TEST_F(Accounts, MarkWithoutAKeyVersionCountsWhileTheSecretIsTheFirst) {
     EXPECT_EQ(RenewStatus(), kStatusAccountExists) << "set again later";
     SetAttribute("pwdLastSet", "134397133810000000");  // 05:43:01
     EXPECT_EQ(RenewStatus(), 0U);
+}
+
+TEST_F(Accounts, RenewalMayBeInterruptedAnywhere) {
+    for (const bool carriedOut : {false, true}) {
+        Service().Create("NODE01", "", kMark);
+        MakeOld();
+        int step = 1;
+        for (; InterruptedAt(step, carriedOut, [&] { Service().Renew("NODE01", kMark); }); ++step) {
+            MakeOld();
+            EXPECT_EQ(RenewStatus(), 0U) << "after request " << step << (carriedOut ? ", carried out" : "");
+        }
+        EXPECT_GT(step, 3) << "looked for, changed, looked at";
+        EXPECT_EQ(JoinWith(Service().Renew("NODE01", kMark)), 0U);
+        EXPECT_EQ(RenewStatus(), kStatusAccountExists);
+        corp.entries.Delete(Account()->name, true);
+        std::filesystem::remove(settings.membership);
+    }
+}
+
+TEST_F(Accounts, TakeOverMayBeInterruptedAnywhere) {
+    for (const bool carriedOut : {false, true}) {
+        bool interrupted = true;
+        for (int step = 1; interrupted; ++step) {
+            MakeAccount({{"msDS-KeyVersionNumber", {"2"}}});
+            MakeOld();
+            interrupted = InterruptedAt(step, carriedOut, [&] { Service().TakeOver("NODE01", kMark); });
+            MakeOld();
+            // As the service goes on: what it has noted first.
+            const bool isNoted = RenewStatus() == 0;
+            EXPECT_TRUE(isNoted || TakeOverStatus() == 0)
+                << "after request " << step << (carriedOut ? ", carried out" : "");
+            EXPECT_EQ(JoinWith(Service().Renew("NODE01", kMark)), 0U);
+            corp.entries.Delete(kAccount, true);
+            std::filesystem::remove(settings.membership);
+        }
+    }
+}
+
+TEST_F(Accounts, CreationMayBeInterruptedAnywhere) {
+    for (const bool carriedOut : {false, true}) {
+        bool interrupted = true;
+        for (int step = 1; interrupted; ++step) {
+            interrupted = InterruptedAt(step, carriedOut, [&] { Service().Create("NODE01", "", kMark); });
+            const std::uint32_t renewed = RenewStatus();
+            EXPECT_EQ(renewed, Account() ? 0U : kStatusNoSuchAccount)
+                << "after request " << step << (carriedOut ? ", carried out" : "");
+            if (Account()) corp.entries.Delete(Account()->name, true);
+        }
+    }
+}
+
+// Somebody set the secret between the look and the change, or another controller had.
+TEST_F(Accounts, KeyVersionThatWasCountedElsewhereIsNotedAsItIs) {
+    Service().Create("NODE01", "", kMark);
+    corp.controller.SetRefuse([this](const std::string& operation, const std::string& name) {
+        if (operation == "modify" && Account()->Text("msds-keyversionnumber") == "1") {
+            corp.entries.Put(name, {{"msDS-KeyVersionNumber", {"7"}}});
+        }
+        return std::optional<Result>();
+    });
+    const HandedOutAccount account = Service().Renew("NODE01", kMark);
+    EXPECT_EQ(Account()->Text("admindescription"), std::string("nimauth:") + kMark + ":8");
+    EXPECT_EQ(JoinWith(account), 0U);
 }
 
 TEST_F(Accounts, PreparedAccountIsTakenOverUnlessSomebodyUsesIt) {

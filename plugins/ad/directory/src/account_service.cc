@@ -24,6 +24,9 @@ void CheckMark(const std::string& mark) {
 }
 
 std::string MarkText(const std::string& mark) { return "nimauth:" + mark; }
+std::string MarkText(const std::string& mark, std::int64_t keyVersion) {
+    return MarkText(mark) + ":" + std::to_string(keyVersion);
+}
 
 // True if the secret was set when the account was made and not since: for an account whose maker was interrupted before
 // it had noted the key version.
@@ -79,19 +82,26 @@ class Work {
     }
 
     // Notes the key version with the mark: from now on a join can be told from the outside.
-    void NoteKeyVersion(const std::string& distinguishedName, const std::string& mark) {
-        const std::string text = MarkText(mark) + ":" + std::to_string(_accounts.KeyVersion(distinguishedName));
+    void NoteKeyVersion(const std::string& distinguishedName, const std::string& mark, std::int64_t keyVersion) {
+        const std::string text = MarkText(mark, keyVersion);
         _session.Ldap().Modify(distinguishedName, {{LdapChangeKind::Replace, {kMarkAttribute, {text}}}});
     }
 
+    // The secret counts the key version up, and the mark changes with it in one: wherever this is interrupted, the
+    // account carries a mark and the version that belongs to it, the old ones or the new ones.
     HandedOutAccount SetSecret(const LdapEntry& account, const std::string& computer, const std::string& mark) {
         kit::Secret secret = kit::Secret::Random();
         const kit::Secret password = PasswordValue(secret.View());
-        const std::string text = MarkText(mark);
+        const std::int64_t next = account.Number("msds-keyversionnumber") + 1;
+        const std::string text = MarkText(mark, next);
         _session.Ldap().Modify(account.distinguishedName,
                                {{LdapChangeKind::Replace, {kMarkAttribute, {text}}},
                                 {LdapChangeKind::Replace, {"unicodePwd", {password.View()}}}});
-        NoteKeyVersion(account.distinguishedName, mark);
+        const std::int64_t keyVersion = _accounts.KeyVersion(account.distinguishedName);
+        if (keyVersion != next) {
+            // Another controller, or somebody else meanwhile, has set a secret that had not been seen here.
+            NoteKeyVersion(account.distinguishedName, mark, keyVersion);
+        }
         return {computer + "$", std::move(secret)};
     }
 
@@ -134,7 +144,7 @@ HandedOutAccount AccountService::Create(const std::string& name, const std::stri
     ComputerAccount account;
     account.note = MarkText(mark);
     work.Accounts().Prepare(survey, computer, secret, account);
-    work.NoteKeyVersion(account.distinguishedName, mark);
+    work.NoteKeyVersion(account.distinguishedName, mark, account.keyVersion);
     return {computer + "$", std::move(secret)};
 }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
+#include <ctime>
 #include <stdexcept>
 
 #include "plugins/ad/domain/ber.h"
@@ -91,9 +93,20 @@ std::string PasswordOf(const std::string& value) {
     return text;
 }
 
+// The secret's version and time, which nobody but the domain itself writes.
 void CountKeyVersion(Entry& entry) {
+    constexpr std::int64_t kFrom1601To1970 = 11'644'473'600;
     const std::string before = entry.Text("msds-keyversionnumber");
     entry.attributes["msds-keyversionnumber"] = {std::to_string(before.empty() ? 1 : std::stoi(before) + 1)};
+    entry.attributes["pwdlastset"] = {std::to_string((std::time(nullptr) + kFrom1601To1970) * 10'000'000)};
+}
+
+std::string TimeText(std::time_t time) {
+    std::tm parts = {};
+    gmtime_r(&time, &parts);
+    char text[32] = {};
+    std::strftime(text, sizeof text, "%Y%m%d%H%M%S.0Z", &parts);
+    return text;
 }
 
 }  // namespace
@@ -141,6 +154,7 @@ Result Entries::Add(const std::string& name, const std::map<std::string, Values>
     if (!Find(ParentOf(name))) return {kNoSuchObject, "00000525: NameErr: problem 2001 (NO_OBJECT)"};
     auto plain = attributes;
     plain.erase("unicodepwd");
+    plain["whenCreated"] = {TimeText(std::time(nullptr))};
     Put(name, plain);
     const auto secret = attributes.find("unicodepwd");
     return secret == attributes.end() ? Result() : Modify(name, {{2, "unicodepwd", secret->second}});

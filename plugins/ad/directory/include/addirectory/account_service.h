@@ -3,7 +3,8 @@
 //
 // A mark, 32 lower-case hexadecimal digits that the caller draws, is kept with the account together with the key version
 // of its secret (attribute adminDescription: "nimauth:<mark>:<key version>"). By it the caller tells its own unused
-// account from everybody else's: as soon as a host has joined, the key version is another one.
+// account from everybody else's: as soon as a host has joined, the key version is another one. A call that fails half-way
+// can be made again: an account that it has changed carries the mark of that call.
 //
 // Threads: any calls at once. Every call ends within `Settings::joinBudget`.
 // Errors: `AdError` with 1355 (no controller answers), 1398 (clock), 1326, 1331 or 1787 (the service's own log-on), 5 (no
