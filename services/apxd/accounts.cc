@@ -2,7 +2,9 @@
 
 #include <openssl/rand.h>
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 
 namespace nimbrel::apxd {
 namespace {
@@ -18,7 +20,22 @@ std::string DrawMark() {
     return mark;
 }
 
+// After these nothing has been made or changed. After any other the account may exist, or carry the new mark, all the same.
+bool IsOutcomeKnown(std::uint32_t status) {
+    static constexpr std::uint32_t kKnown[] = {
+        kFileNotFound, kAccessDenied, 267,  kInvalidComputerName, kAccountExists, kNoSuchAccount, 1326,
+        1331,          1398,          1787,  // the service's own log-on
+        1325,          8557,                 // the directory's rules for secrets, and for how many
+    };
+    return std::find(std::begin(kKnown), std::end(kKnown), status) != std::end(kKnown);
+}
+
 }  // namespace
+
+void Accounts::Note(const Wish& wish, const std::string& mark, bool takenOver) {
+    const std::int64_t now = _now();
+    _ledger.Note(wish.name, wish.client, {mark, now, takenOver}, now - _retrySeconds);
+}
 
 Accounts::Result Accounts::HandOut(const Wish& wish) {
     const Ledger::Turn turn(_ledger, wish.name);
@@ -47,26 +64,25 @@ Accounts::Result Accounts::TakeOver(const Wish& wish) {
         throw Refusal(kAccountExists, "the pre-staged account " + wish.name + " has been handed out already");
     }
     const std::string mark = DrawMark();
-    _ledger.Note(wish.name, wish.client, {mark, _now(), true});
+    Note(wish, mark, true);
     try {
         return {_backEnd.TakeOver(wish.name, mark), Way::TakenOver};
     } catch (const Refusal& refusal) {
         // Nobody's yet: the administrator may still make or free the account for another host.
-        const bool refused = refusal.Status() == kAccountExists || refusal.Status() == kNoSuchAccount;
-        if (owner.empty() && refused) _ledger.Forget(wish.name, wish.client);
+        if (owner.empty() && IsOutcomeKnown(refusal.Status())) _ledger.Forget(wish.name, wish.client);
         throw;
     }
 }
 
-// The note comes first: from the moment the account exists, the mark that proves it our own is on the disk. A failure
-// other than a refusal leaves it there, for the account may exist all the same.
+// The note comes first: from the moment the account exists, the mark that proves it our own is on the disk. A failure that
+// leaves the outcome open leaves it there.
 Accounts::Result Accounts::Create(const Wish& wish) {
     const std::string mark = DrawMark();
-    _ledger.Note(wish.name, wish.client, {mark, _now(), false});
+    Note(wish, mark, false);
     try {
         return {_backEnd.Create({wish.name, wish.organizationalUnit, mark}), Way::Created};
     } catch (const Refusal& refusal) {
-        if (refusal.Status() == kAccountExists) _ledger.Forget(wish.name, wish.client);
+        if (IsOutcomeKnown(refusal.Status())) _ledger.Forget(wish.name, wish.client);
         throw;
     }
 }

@@ -54,6 +54,7 @@ class Accounts {
     std::optional<Result> Renew(const Wish& wish);
     Result TakeOver(const Wish& wish);
     Result Create(const Wish& wish);
+    void Note(const Wish& wish, const std::string& mark, bool takenOver);
 
     BackEnd& _backEnd;
     Ledger& _ledger;

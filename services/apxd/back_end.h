@@ -8,7 +8,10 @@
 // Threads: any calls at once.
 // Errors: `Refusal` with the Windows system error number that the host is to see: 1355 the domain cannot be reached,
 // 1210 malformed name, 1316 the account exists or is in use, 1317 it does not exist, 2 or 267 the organizational unit
-// is missing or malformed, 5 the service's own account has no right, 1331 the account is disabled, 1359 anything else.
+// is missing or malformed, 5 the service's own account has no right, 1331 the account is disabled, 1359 anything else;
+// besides these, what the directory answers. After 1355, 1359 and those others it is open whether anything was changed;
+// after the rest nothing was, nor after 1326, 1331, 1398 and 1787, with which the service's own log-on is refused, nor after
+// 1325 and 8557, the directory's rules for secrets and for how many accounts.
 //
 //     const HandOver account = backEnd.Create({"NODE01", "Hosts", mark});
 //     Answer(account.accountName, account.oneTimeSecret.Text());     // "NODE01$", and its secret

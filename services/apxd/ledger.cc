@@ -16,7 +16,7 @@ namespace nimbrel::apxd {
 namespace {
 
 constexpr char kHeader[] = "nimbrel-apxd ledger 1";
-constexpr std::size_t kMostOutdatedLines = 10000;
+constexpr std::size_t kMostNewLines = 10000;  // besides as many as there were
 constexpr mode_t kMode = 0600;
 
 [[noreturn]] void FailWith(int error, const std::string& path) {
@@ -94,7 +94,7 @@ void Ledger::ReadLine(const std::string& line) {
 }
 
 // Under another name first, so that a crash leaves the old file or the new one.
-void Ledger::Rewrite(const std::map<Key, Entry>& entries) {
+void Ledger::Rewrite(const Entries& entries) {
     const std::string temporary = _path + ".new";
     std::string text = std::string(kHeader) + '\n';
     for (const auto& [key, entry] : entries) text += Line(key, entry);
@@ -108,6 +108,7 @@ void Ledger::Rewrite(const std::map<Key, Entry>& entries) {
         FailWith(error, _path);
     }
     _file = std::move(file);
+    _kept = entries.size();
     _appended = 0;
     fsync(folder.Number());
 }
@@ -140,17 +141,24 @@ std::string Ledger::TakenOverBy(const std::string& name) const {
     return "";
 }
 
-void Ledger::Note(const std::string& name, const std::string& client, const Entry& entry) {
+void Ledger::Shorten(std::int64_t oldest) {
+    Entries after = _entries;
+    std::erase_if(after, [&](const auto& item) { return !item.second.takenOver && item.second.time < oldest; });
+    Rewrite(after);
+    _entries.swap(after);
+}
+
+void Ledger::Note(const std::string& name, const std::string& client, const Entry& entry, std::int64_t oldest) {
     const std::lock_guard<std::mutex> lock(_mutex);
-    std::map<Key, Entry> noted = {{{name, client}, entry}};
+    Entries noted = {{{name, client}, entry}};
     const auto& [key, kept] = *noted.begin();
     Append(Line(key, kept));
     // Nothing from here on may fail.
     _entries.erase(key);
     _entries.merge(noted);
-    if (_appended <= kMostOutdatedLines + _entries.size()) return;
+    if (_appended <= kMostNewLines + _kept) return;
     try {
-        Rewrite(_entries);
+        Shorten(oldest);
     } catch (const std::exception&) {
         // the entry is on the disk; the file is made shorter another time
     }
@@ -165,7 +173,7 @@ void Ledger::Forget(const std::string& name, const std::string& client) {
 
 void Ledger::Prune(std::int64_t oldest, const std::set<std::string>& preStaged) {
     const std::lock_guard<std::mutex> lock(_mutex);
-    std::map<Key, Entry> after = _entries;
+    Entries after = _entries;
     std::erase_if(after, [&](const auto& item) {
         const auto& [key, entry] = item;
         return entry.takenOver ? preStaged.count(key.first) == 0 : entry.time < oldest;

@@ -20,6 +20,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -50,7 +51,11 @@ class Ledger {
     std::string TakenOverBy(const std::string& name) const;
 
     // These three are on the disk when they return. If they throw, the ledger is as before.
-    void Note(const std::string& name, const std::string& client, const Entry& entry);
+    //
+    // Where the file has grown long it is written anew, without those accounts created for somebody that are from before
+    // `oldest`.
+    void Note(const std::string& name, const std::string& client, const Entry& entry,
+              std::int64_t oldest = std::numeric_limits<std::int64_t>::min());
     void Forget(const std::string& name, const std::string& client);
 
     // Drops entries from before `oldest`, and those of pre-staged accounts that are not in `preStaged` any more, and
@@ -72,18 +77,21 @@ class Ledger {
 
  private:
     using Key = std::pair<std::string, std::string>;  // name, client
+    using Entries = std::map<Key, Entry>;
 
     void ReadAll();
     void ReadLine(const std::string& line);
     void Append(const std::string& line);
-    void Rewrite(const std::map<Key, Entry>& entries);
+    void Rewrite(const Entries& entries);
+    void Shorten(std::int64_t oldest);
 
     const std::string _path;
     kit::OwnerLock _lock;
     kit::Descriptor _file;
     mutable std::mutex _mutex;  // guards all below and the file; never held while a directory is asked
-    std::map<Key, Entry> _entries;
-    std::size_t _appended = 0;  // lines since the file was written anew
+    Entries _entries;
+    std::size_t _kept = 0;      // entries when the file was written anew
+    std::size_t _appended = 0;  // lines since then
     std::set<std::string> _busy;
     std::condition_variable _freed;
 };

@@ -178,6 +178,38 @@ TEST_F(ApxdAccounts, NoSecretIsWritten) {
     EXPECT_EQ(status.st_mode & 0777, 0600U);
 }
 
+TEST_F(ApxdAccounts, RefusalThatMadeNothingLeavesNoEntry) {
+    for (const std::uint32_t status : {2U, 5U, 267U, 1210U, 1316U, 1325U, 1326U, 1331U, 1398U, 1787U, 8557U}) {
+        backEnd.beforeCreate = [=] { throw Refusal(status, "refused"); };
+        EXPECT_EQ(Status(), status);
+        EXPECT_FALSE(ledger->Find("NODE01", "192.0.2.10")) << status;
+    }
+    Restart();
+    EXPECT_EQ(ReadFile(file), "nimbrel-apxd ledger 1\n");
+}
+
+TEST_F(ApxdAccounts, RefusalThatLeavesTheOutcomeOpenLeavesTheEntry) {
+    for (const std::uint32_t status : {1355U, 1359U, 8U, 112U}) {
+        backEnd.beforeCreate = [=] { throw Refusal(status, "interrupted"); };
+        EXPECT_EQ(Status("NODE" + std::to_string(status)), status);
+        EXPECT_TRUE(ledger->Find("NODE" + std::to_string(status), "192.0.2.10")) << status;
+    }
+}
+
+TEST_F(ApxdAccounts, RefusedTakeOverLeavesNoClaim) {
+    Restart({"NODE07"});
+    backEnd.accounts["NODE07"] = {};
+    backEnd.beforeTakeOver = [] { throw Refusal(1331, "disabled"); };
+    EXPECT_EQ(Status("NODE07", "192.0.2.11"), 1331U);
+    EXPECT_EQ(ledger->TakenOverBy("NODE07"), "");
+    backEnd.beforeTakeOver = [] { throw Refusal(kNoSuchDomain, "interrupted"); };
+    EXPECT_EQ(Status("NODE07", "192.0.2.10"), kNoSuchDomain);
+    EXPECT_EQ(ledger->TakenOverBy("NODE07"), "192.0.2.10") << "it may be that client's by now";
+    backEnd.beforeTakeOver = nullptr;
+    EXPECT_EQ(Status("NODE07", "192.0.2.11"), kAccountExists);
+    EXPECT_EQ(Ask("NODE07").way, Accounts::Way::TakenOver);
+}
+
 TEST_F(ApxdAccounts, LedgerIsUsedByOneProcessAtATime) {
     EXPECT_THROW(Ledger second(file), std::runtime_error);
     accounts.reset();

@@ -246,18 +246,30 @@ class LongLedger : public ::testing::Test {
 
 TEST_F(LongLedger, IsWrittenAnewBehindTenThousandOutdatedLines) {
     for (int round = 0; round < 2; ++round) {
-        Note(10001);
-        EXPECT_EQ(Lines(), 1 + round + 10001);
+        Note(10000);
+        EXPECT_EQ(Lines(), 1 + round + 10000);
+        Note(round);
         Note(1);
         EXPECT_EQ(Lines(), 1 + 1);
     }
     EXPECT_TRUE(ledger.Find("NODE01", "c"));
 }
 
+TEST_F(LongLedger, LosesAccountsThatNobodyMayAskForAnyMore) {
+    ledger.Note("STAGED", "c", {kMark, 0, true});
+    for (int time = 0; time < 25000; ++time) {
+        ledger.Note("NODE" + std::to_string(time), "c", {kMark, time, false}, time - 100);
+    }
+    EXPECT_LT(Lines(), 10300);
+    EXPECT_FALSE(ledger.Find("NODE15000", "c"));
+    EXPECT_TRUE(ledger.Find("NODE24900", "c"));
+    EXPECT_EQ(ledger.TakenOverBy("STAGED"), "c");
+}
+
 TEST_F(LongLedger, ThatCannotBeWrittenAnewIsWrittenOn) {
     fs::create_directory(path + ".new");
-    Note(10002);
-    EXPECT_EQ(Lines(), 1 + 10002);
+    Note(10001);
+    EXPECT_EQ(Lines(), 1 + 10001);
     fs::remove(path + ".new");
     Note(1);
     EXPECT_EQ(Lines(), 1 + 1);

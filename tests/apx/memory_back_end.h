@@ -43,6 +43,7 @@ class MemoryBackEnd : public BackEnd {
     }
     HandOver TakeOver(const std::string& name, const std::string& mark) override {
         const std::lock_guard<std::mutex> lock(mutex);
+        if (beforeTakeOver) beforeTakeOver();
         Account& account = Require(name);
         if (!account.waiting) throw Refusal(kAccountExists, "in use");
         account.secret = NextSecret();
@@ -54,6 +55,7 @@ class MemoryBackEnd : public BackEnd {
     std::map<std::string, Account> accounts;
     std::function<void()> beforeCreate;
     std::function<void()> afterCreate;
+    std::function<void()> beforeTakeOver;
 
  private:
     Account& Require(const std::string& name) {

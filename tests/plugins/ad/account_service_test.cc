@@ -161,6 +161,14 @@ TEST_F(Accounts, TakeOverMayBeInterruptedAnywhere) {
     }
 }
 
+// To the caller every refusal with a status of its own says that nothing was made.
+TEST_F(Accounts, AccountThatWasMadeButNotMarkedWholeIsNoPlainRefusal) {
+    Refuse("modify", {kInsufficientAccess, ""});
+    EXPECT_EQ(CreateStatus("NODE01"), kStatusInternalError);
+    Refuse("modify", {}, 0);
+    EXPECT_EQ(RenewStatus(), 0U);
+}
+
 TEST_F(Accounts, CreationMayBeInterruptedAnywhere) {
     for (const bool carriedOut : {false, true}) {
         bool interrupted = true;

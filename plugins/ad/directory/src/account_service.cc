@@ -144,7 +144,13 @@ HandedOutAccount AccountService::Create(const std::string& name, const std::stri
     ComputerAccount account;
     account.note = MarkText(mark);
     work.Accounts().Prepare(survey, computer, secret, account);
-    work.NoteKeyVersion(account.distinguishedName, mark, account.keyVersion);
+    try {
+        work.NoteKeyVersion(account.distinguishedName, mark, account.keyVersion);
+    } catch (const AdError& error) {
+        // Not with the refusal's own status: by that the caller would take it that nothing was made.
+        throw AdError(kStatusInternalError, "The machine account '" + computer +
+                                                "' was made, but its key version cannot be noted: " + error.what());
+    }
     return {computer + "$", std::move(secret)};
 }
 
