@@ -8,7 +8,16 @@
 
 namespace nimbrel::apxd {
 
-Connections::Connections(std::chrono::seconds patience) : _patience(patience), _watch([this] { Watch(); }) {}
+namespace {
+
+bool IsSameClient(const std::optional<Address>& a, const std::optional<Address>& b) {
+    return a.has_value() == b.has_value() && (!a || a->Client() == b->Client());
+}
+
+}  // namespace
+
+Connections::Connections(std::chrono::seconds patience, ConnectionLimits limits)
+    : _patience(patience), _limits(limits), _watch([this] { Watch(); }) {}
 
 Connections::~Connections() {
     {
@@ -19,10 +28,24 @@ Connections::~Connections() {
     _watch.join();
 }
 
-void Connections::Open(int socket, const std::string& client) {
+const char* Connections::Refusal(const Visitor& visitor) {
+    const std::lock_guard<std::mutex> lock(_lock);
+    std::size_t alike = 0;
+    std::size_t own = 0;
+    for (const auto& [socket, connection] : _open) {
+        if (connection.visitor.allowed != visitor.allowed) continue;
+        ++alike;
+        if (IsSameClient(connection.visitor.address, visitor.address)) ++own;
+    }
+    if (own >= (visitor.allowed ? _limits.ofOneClient : kOfOneOutsider)) return "too many connections of this client";
+    if (visitor.allowed) return alike >= _limits.all ? "too many connections" : nullptr;
+    return alike >= kOutsiders ? "too many connections of addresses that may not ask" : nullptr;
+}
+
+void Connections::Open(int socket, const Visitor& visitor) {
     {
         const std::lock_guard<std::mutex> lock(_lock);
-        _open[socket] = {Clock::now() + _patience, client};
+        _open[socket] = {Clock::now() + _patience, visitor};
     }
     _changed.notify_all();
 }
@@ -57,7 +80,7 @@ Connections::Clock::time_point Connections::CutOverdue() {
     auto next = Clock::time_point::max();
     for (auto& [socket, connection] : _open) {
         if (connection.deadline <= Clock::now()) {
-            LogLine("cut").Add("client", connection.client).Add("reason", "too slow").Write();
+            LogLine("cut").Add("client", TextOf(connection.visitor.address)).Add("reason", "too slow").Write();
             shutdown(socket, SHUT_RDWR);
             connection.deadline = Clock::time_point::max();
         }

@@ -1,9 +1,13 @@
-// The open connections and their deadlines.
+// The open connections: how many there may be, and their deadlines.
+//
+// Clients that may ask share one number, and each has a smaller one. The few others that are let in, to be told that they may
+// not ask, have a number of their own, so that nobody who may not ask takes a place from somebody who may.
 //
 // A connection that outlasts its deadline is shut down, however busily it trickles; whoever serves it then notices. The
 // socket stays open until `Close`, so that its number cannot be another connection's.
 //
-//     connections.Open(socket, "192.0.2.10");
+//     if (const char* why = connections.Refusal(visitor)) ...
+//     connections.Open(socket, visitor);
 //     connections.Suspend(socket);       // the request is there: the directory may take its time
 //     connections.Resume(socket);        // the client has as long again to take the answer
 //     connections.Close(socket);
@@ -15,22 +19,43 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
+#include <cstdint>
 #include <map>
 #include <mutex>
-#include <string>
+#include <optional>
 #include <thread>
+
+#include "services/apxd/names.h"
 
 namespace nimbrel::apxd {
 
+// Who is at the other end.
+struct Visitor {
+    std::optional<Address> address;
+    bool allowed = false;  // may ask
+};
+
+struct ConnectionLimits {
+    std::size_t all = 256;  // of clients that may ask
+    std::size_t ofOneClient = 16;
+};
+
 class Connections {
  public:
-    explicit Connections(std::chrono::seconds patience);
+    static constexpr std::size_t kOutsiders = 16;
+    static constexpr std::size_t kOfOneOutsider = 4;
+
+    Connections(std::chrono::seconds patience, ConnectionLimits limits);
     Connections(const Connections&) = delete;
     Connections& operator=(const Connections&) = delete;
     ~Connections();
 
+    // Why another connection of this visitor is not taken; null if it is.
+    const char* Refusal(const Visitor& visitor);
+
     // Throws `std::bad_alloc`.
-    void Open(int socket, const std::string& client);
+    void Open(int socket, const Visitor& visitor);
     void Close(int socket);
     void Suspend(int socket);
     void Resume(int socket);
@@ -43,7 +68,7 @@ class Connections {
 
     struct Connection {
         Clock::time_point deadline;
-        std::string client;
+        Visitor visitor;
     };
 
     void SetDeadline(int socket, Clock::time_point deadline);
@@ -51,6 +76,7 @@ class Connections {
     Clock::time_point CutOverdue();
 
     const std::chrono::seconds _patience;
+    const ConnectionLimits _limits;
     std::mutex _lock;  // guards all below
     std::condition_variable _changed;
     std::map<int, Connection> _open;

@@ -168,7 +168,7 @@ const char* Word(Accounts::Way way) {
 
 // The same host again: its address and, if it has one, its certificate.
 std::string ClientIdentity(const Request& request) {
-    const std::string address = request.client ? request.client->Text() : "unknown";
+    const std::string address = TextOf(request.client);
     return request.certificate.empty() ? address : address + '+' + request.certificate;
 }
 
@@ -181,11 +181,13 @@ Handler::Handler(const Config& config, BackEnd& backEnd, Ledger& ledger)
                 [] { return static_cast<std::int64_t>(std::time(nullptr)); }),
       _limiter(config.requestsPerMinute, config.burst) {}
 
+bool Handler::IsAllowed(const std::optional<Address>& client) const {
+    const auto contains = [&](const Network& network) { return network.Contains(*client); };
+    return client && std::any_of(_config.allowed.begin(), _config.allowed.end(), contains);
+}
+
 void Handler::RequireAllowed(const Request& request, Time now) {
-    const auto contains = [&](const Network& network) { return network.Contains(*request.client); };
-    if (!request.client || std::none_of(_config.allowed.begin(), _config.allowed.end(), contains)) {
-        throw Refusal(kAccessDenied, "this address may not ask");
-    }
+    if (!IsAllowed(request.client)) throw Refusal(kAccessDenied, "this address may not ask");
     if (!_limiter.Admit(*request.client, now))
         throw HttpRefusal(429, kRetryLater, "too many requests; try again later");
     if (!_config.clientCaFile.empty() && !request.certificateVerified) {

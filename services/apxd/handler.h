@@ -55,6 +55,9 @@ class Handler {
     // All three must outlive the object.
     Handler(const Config& config, BackEnd& backEnd, Ledger& ledger);
 
+    // Whether this address may ask at all; none may not.
+    bool IsAllowed(const std::optional<Address>& client) const;
+
     // What can be told by the head of a request; unset if the body is wanted. Counts against the client's rate.
     std::optional<Answer> Admit(const Request& request, Time now);
 

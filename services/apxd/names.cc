@@ -79,6 +79,14 @@ std::string Address::Text() const {
     return text;
 }
 
+std::string TextOf(const std::optional<Address>& client) { return client ? client->Text() : "unknown"; }
+
+Address Address::Client() const {
+    Address client = *this;
+    if (!IsIPv4()) std::fill(client._bytes.begin() + 8, client._bytes.end(), std::uint8_t{0});
+    return client;
+}
+
 std::optional<Network> Network::Parse(const std::string& text) {
     const std::size_t slash = text.find('/');
     const auto address = Address::Parse(text.substr(0, slash));

@@ -32,6 +32,10 @@ class Address {
     // "192.0.2.10", "2001:db8::1".
     std::string Text() const;
 
+    // What counts as one client: an IPv4 address itself; of an IPv6 address the network of 64 bits, "2001:db8::" for
+    // "2001:db8::1", as a host may take any address in it.
+    Address Client() const;
+
     bool operator==(const Address&) const = default;
     auto operator<=>(const Address&) const = default;
 
@@ -41,6 +45,9 @@ class Address {
 
     std::array<std::uint8_t, 16> _bytes = {};
 };
+
+// "unknown" for none.
+std::string TextOf(const std::optional<Address>& client);
 
 // "192.0.2.0/24", "2001:db8::/32", or one address.
 class Network {

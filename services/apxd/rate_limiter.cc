@@ -18,7 +18,8 @@ void RateLimiter::ForgetIdle(Time now) {
     }
 }
 
-bool RateLimiter::Admit(const Address& client, Time now) {
+bool RateLimiter::Admit(const Address& address, Time now) {
+    const Address client = address.Client();
     const std::lock_guard<std::mutex> lock(_lock);
     auto found = _buckets.find(client);
     if (found == _buckets.end()) {

@@ -22,8 +22,8 @@ class RateLimiter {
 
     RateLimiter(unsigned requestsPerMinute, unsigned burst) : _perSecond(requestsPerMinute / 60.0), _burst(burst) {}
 
-    // Counts a request. True if the client may ask.
-    bool Admit(const Address& client, Time now);
+    // Counts a request. True if the client may ask; who counts as one, `Address::Client` tells.
+    bool Admit(const Address& address, Time now);
 
  private:
     struct Bucket {

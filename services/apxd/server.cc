@@ -25,6 +25,9 @@ using Clock = std::chrono::steady_clock;
 constexpr char kPriorities[] = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2:%SERVER_PRECEDENCE";
 constexpr std::size_t kConnectionMemory = 16384;  // bounds request line and header fields
 constexpr std::chrono::milliseconds kHearing(50);
+// Connections that are over and not yet cleared away: the library's own limit is never the one that is met, as it tells
+// nobody.
+constexpr unsigned kSlack = 64;
 
 int SocketOf(MHD_Connection* connection) {
     return MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
@@ -34,8 +37,6 @@ std::optional<Address> ClientOf(MHD_Connection* connection) {
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
     return info == nullptr || info->client_addr == nullptr ? std::nullopt : Address::From(*info->client_addr);
 }
-
-std::string TextOf(const std::optional<Address>& client) { return client ? client->Text() : "unknown"; }
 
 std::string HeaderOf(MHD_Connection* connection, const char* name) {
     const char* const value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
@@ -89,10 +90,11 @@ struct Exchange {
     Request request;
     std::optional<Answer> refused;
     bool answered = false;
+    bool allowed = false;  // the client's address
     Clock::time_point begin = Clock::now();
 };
 
-void Log(const Exchange& exchange, const Answer& answer) {
+LogLine LineOf(const Exchange& exchange, const Answer& answer) {
     const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - exchange.begin);
     LogLine line("request");
     line.Add("client", TextOf(exchange.request.client))
@@ -105,17 +107,16 @@ void Log(const Exchange& exchange, const Answer& answer) {
         .Add("status", answer.status)
         .AddIfAny("way", answer.way)
         .AddIfAny("reason", answer.message)
-        .Add("ms", static_cast<std::uint64_t>(took.count()))
-        .Write();
+        .Add("ms", static_cast<std::uint64_t>(took.count()));
+    return line;
 }
 
-void LogBrokenOff(const Exchange& exchange) {
-    LogLine("request")
+LogLine LineOfBrokenOff(const Exchange& exchange) {
+    return LogLine("request")
         .Add("client", TextOf(exchange.request.client))
         .Add("method", exchange.request.method)
         .Add("path", exchange.request.path)
-        .Add("reason", "broken off by the client")
-        .Write();
+        .Add("reason", "broken off by the client");
 }
 
 void FreeBody(void* body) { delete static_cast<SecretText*>(body); }
@@ -151,6 +152,7 @@ class Server::Impl {
  private:
     static MHD_Result OnRequest(void* self, MHD_Connection* connection, const char* url, const char* method,
                                 const char* version, const char* data, std::size_t* size, void** state);
+    static MHD_Result OnAccept(void* self, const sockaddr* address, socklen_t size);
     static void OnCompleted(void* self, MHD_Connection* connection, void** state, MHD_RequestTerminationCode code);
     static void OnConnection(void* self, MHD_Connection* connection, void** state, MHD_ConnectionNotificationCode code);
     __attribute__((format(printf, 2, 0))) static void OnMessage(void* self, const char* format, va_list arguments);
@@ -158,11 +160,16 @@ class Server::Impl {
     MHD_Result Begin(MHD_Connection* connection, const char* method, const char* path, void** state);
     MHD_Result Continue(MHD_Connection* connection, Exchange& exchange, const char* data, std::size_t* size);
     MHD_Result Finish(MHD_Connection* connection, Exchange& exchange, Answer answer);
+    Visitor VisitorAt(std::optional<Address> address) const;
+    bool Accepts(const sockaddr& address);
+    void Log(const Exchange& exchange, LogLine line);
 
     const Config& _config;
     Handler& _handler;
     const std::shared_ptr<Listener> _listener;
     Connections _connections;
+    LogBudget _refused;       // connections
+    LogBudget _outsiders;     // requests of addresses that may not ask
     std::mutex _messageLock;  // guards the two below: connections may come before the start has ended
     std::string _startMessage;
     bool _started = false;
@@ -173,23 +180,23 @@ Server::Impl::Impl(const Config& config, Handler& handler, const TlsFiles& files
     : _config(config),
       _handler(handler),
       _listener(std::move(listener)),
-      _connections(std::chrono::seconds(config.requestSeconds)) {
+      _connections(std::chrono::seconds(config.requestSeconds), {config.connections, config.connectionsPerClient}) {
     const bool ipv6 = config.address.find(':') != std::string::npos;
     const unsigned flags = MHD_USE_TLS | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION |
                            MHD_USE_POLL | MHD_USE_ITC | MHD_USE_ERROR_LOG | (ipv6 ? MHD_USE_IPv6 : MHD_NO_FLAG);
     // The option that ends the list, where nobody is asked for a certificate.
     const auto trust = files.clientCa.empty() ? MHD_OPTION_END : MHD_OPTION_HTTPS_MEM_TRUST;
-    _daemon = MHD_start_daemon(flags, 0, nullptr, nullptr, OnRequest, this,                      //
-                               MHD_OPTION_EXTERNAL_LOGGER, OnMessage, this,                      //
-                               MHD_OPTION_LISTEN_SOCKET, _listener->Descriptor(),                //
-                               MHD_OPTION_NOTIFY_CONNECTION, OnConnection, this,                 //
-                               MHD_OPTION_NOTIFY_COMPLETED, OnCompleted, this,                   //
-                               MHD_OPTION_CONNECTION_LIMIT, config.connections,                  //
-                               MHD_OPTION_PER_IP_CONNECTION_LIMIT, config.connectionsPerClient,  //
-                               MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory,            //
-                               MHD_OPTION_HTTPS_PRIORITIES, kPriorities,                         //
-                               MHD_OPTION_HTTPS_MEM_CERT, files.certificate.c_str(),             //
-                               MHD_OPTION_HTTPS_MEM_KEY, files.key.Text().c_str(),               //
+    const unsigned most = config.connections + static_cast<unsigned>(Connections::kOutsiders) + kSlack;
+    _daemon = MHD_start_daemon(flags, 0, OnAccept, this, OnRequest, this,              //
+                               MHD_OPTION_EXTERNAL_LOGGER, OnMessage, this,            //
+                               MHD_OPTION_LISTEN_SOCKET, _listener->Descriptor(),      //
+                               MHD_OPTION_NOTIFY_CONNECTION, OnConnection, this,       //
+                               MHD_OPTION_NOTIFY_COMPLETED, OnCompleted, this,         //
+                               MHD_OPTION_CONNECTION_LIMIT, most,                      //
+                               MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory,  //
+                               MHD_OPTION_HTTPS_PRIORITIES, kPriorities,               //
+                               MHD_OPTION_HTTPS_MEM_CERT, files.certificate.c_str(),   //
+                               MHD_OPTION_HTTPS_MEM_KEY, files.key.Text().c_str(),     //
                                trust, files.clientCa.c_str(), MHD_OPTION_END);
     const std::lock_guard<std::mutex> lock(_messageLock);
     if (_daemon == nullptr) throw std::runtime_error("the HTTPS server cannot be started: " + _startMessage);
@@ -228,15 +235,38 @@ void Server::Impl::OnMessage(void* self, const char* format, va_list arguments) 
     }
 }
 
+Visitor Server::Impl::VisitorAt(std::optional<Address> address) const {
+    const bool allowed = _handler.IsAllowed(address);
+    return {std::move(address), allowed};
+}
+
+bool Server::Impl::Accepts(const sockaddr& address) {
+    const Visitor visitor = VisitorAt(Address::From(address));
+    const char* const reason = _connections.Refusal(visitor);
+    if (reason == nullptr) return true;
+    LogLine line("refused");
+    line.Add("client", TextOf(visitor.address)).Add("reason", reason);
+    _refused.Write(line, Clock::now());
+    return false;
+}
+
+MHD_Result Server::Impl::OnAccept(void* self, const sockaddr* address, socklen_t /*size*/) {
+    try {
+        return static_cast<Impl*>(self)->Accepts(*address) ? MHD_YES : MHD_NO;
+    } catch (const std::exception&) {
+        return MHD_NO;  // no memory
+    }
+}
+
 void Server::Impl::OnConnection(void* self, MHD_Connection* connection, void** /*state*/,
                                 MHD_ConnectionNotificationCode code) {
-    Connections& connections = static_cast<Impl*>(self)->_connections;
+    auto* const server = static_cast<Impl*>(self);
     if (code != MHD_CONNECTION_NOTIFY_STARTED) {
-        connections.Close(SocketOf(connection));
+        server->_connections.Close(SocketOf(connection));
         return;
     }
     try {
-        connections.Open(SocketOf(connection), TextOf(ClientOf(connection)));
+        server->_connections.Open(SocketOf(connection), server->VisitorAt(ClientOf(connection)));
     } catch (const std::bad_alloc&) {
         // without an entry nobody watches over it: it ends now
         shutdown(SocketOf(connection), SHUT_RDWR);
@@ -258,6 +288,7 @@ MHD_Result Server::Impl::OnRequest(void* self, MHD_Connection* connection, const
 MHD_Result Server::Impl::Begin(MHD_Connection* connection, const char* method, const char* path, void** state) {
     auto exchange = std::make_unique<Exchange>();
     exchange->request = HeadOf(connection, method, path, !_config.clientCaFile.empty());
+    exchange->allowed = _handler.IsAllowed(exchange->request.client);
     exchange->refused = _handler.Admit(exchange->request, Clock::now());
     Exchange& kept = *exchange.release();
     *state = &kept;
@@ -285,14 +316,19 @@ MHD_Result Server::Impl::Continue(MHD_Connection* connection, Exchange& exchange
 
 MHD_Result Server::Impl::Finish(MHD_Connection* connection, Exchange& exchange, Answer answer) {
     exchange.answered = true;
-    Log(exchange, answer);
+    Log(exchange, LineOf(exchange, answer));
     return Send(connection, std::move(answer));
 }
 
-void Server::Impl::OnCompleted(void* /*self*/, MHD_Connection* /*connection*/, void** state,
+// Who may not ask shall not fill the log either.
+void Server::Impl::Log(const Exchange& exchange, LogLine line) {
+    exchange.allowed ? line.Write() : _outsiders.Write(line, Clock::now());
+}
+
+void Server::Impl::OnCompleted(void* self, MHD_Connection* /*connection*/, void** state,
                                MHD_RequestTerminationCode /*code*/) {
     const std::unique_ptr<Exchange> exchange(static_cast<Exchange*>(std::exchange(*state, nullptr)));
-    if (exchange && !exchange->answered) LogBrokenOff(*exchange);
+    if (exchange && !exchange->answered) static_cast<Impl*>(self)->Log(*exchange, LineOfBrokenOff(*exchange));
 }
 
 Server::Server(const Config& config, Handler& handler, const TlsFiles& files, std::shared_ptr<Listener> listener)

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace nimbrel::apxd {
 namespace {
@@ -38,6 +39,26 @@ LogLine& LogLine::Add(std::string_view name, std::string_view value) {
 void LogLine::Write() const {
     const std::string line = _text + '\n';
     static_cast<void>(!write(STDERR_FILENO, line.data(), line.size()));
+}
+
+std::optional<std::uint64_t> LogBudget::Take(Time now) {
+    const std::lock_guard<std::mutex> lock(_lock);
+    const std::chrono::duration<double> passed = now - _filled;
+    _lines = std::min(kLinesAtOnce, _lines + passed.count());
+    _filled = now;
+    if (_lines < 1) {
+        ++_leftOut;
+        return std::nullopt;
+    }
+    _lines -= 1;
+    return std::exchange(_leftOut, 0);
+}
+
+void LogBudget::Write(LogLine& line, Time now) {
+    const auto leftOut = Take(now);
+    if (!leftOut) return;
+    if (*leftOut > 0) line.Add("left-out", *leftOut);
+    line.Write();
 }
 
 }  // namespace nimbrel::apxd

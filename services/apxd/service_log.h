@@ -8,7 +8,10 @@
 #ifndef NIMBREL_APXD_SERVICE_LOG_H_
 #define NIMBREL_APXD_SERVICE_LOG_H_
 
+#include <chrono>
 #include <cstdint>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -34,6 +37,29 @@ class LogLine {
 
  private:
     std::string _text;
+};
+
+// Lines that anybody on the network can cause: twenty at once, then one each second. What is left out is counted, and the
+// next line tells how many.
+//
+// Threads: any.
+class LogBudget {
+ public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    static constexpr double kLinesAtOnce = 20;
+
+    // Writes the line, with `left-out=N` where lines have been left out before it, or leaves it out.
+    void Write(LogLine& line, Time now);
+
+    // How many lines have been left out before the one that may be written now; unset if that is left out, too.
+    std::optional<std::uint64_t> Take(Time now);
+
+ private:
+    std::mutex _lock;  // guards all below
+    double _lines = kLinesAtOnce;
+    Time _filled = {};
+    std::uint64_t _leftOut = 0;
 };
 
 }  // namespace nimbrel::apxd

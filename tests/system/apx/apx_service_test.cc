@@ -1,5 +1,6 @@
 // The real service and the real plug-in over real TLS: who is trusted, who is served, and what goes wrong.
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -331,14 +332,27 @@ TEST_F(Apx, DamagedSettingsOfThePluginAreTold) {
 
 // --- The service's own life ---
 
-int ConnectTo(const char* address) {
+// From 127.0.0.1, or from `source`.
+int ConnectTo(const char* address, const char* source = kNear) {
     const int connection = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in from = {};
+    from.sin_family = AF_INET;
+    inet_pton(AF_INET, source, &from.sin_addr);
+    if (std::strcmp(source, kNear) != 0) {
+        EXPECT_EQ(bind(connection, reinterpret_cast<const sockaddr*>(&from), sizeof from), 0);
+    }
     sockaddr_in to = {};
     to.sin_family = AF_INET;
     to.sin_port = htons(8443);
     to.sin_addr.s_addr = htonl(std::strcmp(address, kNear) == 0 ? INADDR_LOOPBACK : 0xC000020A);
     EXPECT_EQ(connect(connection, reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
     return connection;
+}
+
+std::size_t Count(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
 }
 
 TEST_F(Apx, SlowClientIsCutOff) {
@@ -359,8 +373,48 @@ TEST_F(Apx, ConnectionsOfOneClientAreBounded) {
     const int second = ConnectTo(kNear);
     EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U);
     EXPECT_EQ(AskDomain(kHere, Pinned()).status, 0U);
+    service.WaitForLog("refused client=127.0.0.1 reason=\"too many connections of this client\"\n");
     close(first);
     close(second);
+}
+
+TEST_F(Apx, ConnectionsTogetherAreBounded) {
+    Configure(certificate, "connections = 2\n");
+    Service service;
+    const int first = ConnectTo(kNear);
+    const int second = ConnectTo(kNear);
+    EXPECT_EQ(AskDomain(kHere, Pinned()).status, 1229U);
+    service.WaitForLog("refused client=192.0.2.10 reason=\"too many connections\"\n");
+    close(first);
+    close(second);
+}
+
+TEST_F(Apx, WhoMayNotAskUsesUpNoConnections) {
+    Configure(certificate, "allow = 127.0.0.1\nconnections = 2\n");
+    Service service;
+    std::vector<int> connections;
+    for (int host = 1; host <= 8; ++host) {
+        for (int count = 0; count < 8; ++count) {
+            connections.push_back(ConnectTo(kNear, ("127.9.0." + std::to_string(host)).c_str()));
+        }
+    }
+    service.WaitForLog("reason=\"too many connections of addresses that may not ask\"");
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 0U);
+    std::for_each(connections.begin(), connections.end(), close);
+}
+
+TEST_F(Apx, RefusalsOfWhoMayNotAskDoNotFillTheLog) {
+    Configure(certificate, "allow = 127.0.0.1\n");
+    Service service;
+    const auto begin = std::chrono::steady_clock::now();
+    for (int count = 0; count < 60; ++count) EXPECT_EQ(AskDomain(kHere, Pinned()).status, 5U);
+    const auto seconds = std::chrono::ceil<std::chrono::seconds>(std::chrono::steady_clock::now() - begin).count();
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 0U);
+    EXPECT_EQ(service.Stop(), 0);
+    service.WaitForLog("\nstopped\n");
+    EXPECT_GE(Count(service.Log(), "http=403"), 20U);
+    EXPECT_LE(Count(service.Log(), "http=403"), 20U + static_cast<std::size_t>(seconds));
+    EXPECT_EQ(Count(service.Log(), "http=200"), 1U);
 }
 
 TEST_F(Apx, RotatedCertificateIsPresentedAfterAReload) {
