@@ -153,6 +153,8 @@ void Conversation::SetUp(const std::string& request) {
     if (!_settings.clientCertificate.empty()) {
         Set(CURLOPT_SSLCERT, _settings.clientCertificate.c_str());
         Set(CURLOPT_SSLKEY, _settings.clientKey.c_str());
+        // Tried in place of asking for one: an encrypted key must not stop the host's agent at a prompt.
+        Set(CURLOPT_KEYPASSWD, "");
     }
     if (request.empty()) return;
     _headers.reset(curl_slist_append(nullptr, "Content-Type: application/json"));
@@ -197,6 +199,10 @@ std::uint32_t Conversation::JudgeFailure(CURLcode result) {
         curl_off_t firstByte = 0;
         curl_easy_getinfo(_handle.get(), CURLINFO_STARTTRANSFER_TIME_T, &firstByte);
         return firstByte == 0 ? Fail(kNotEnoughMemory, reason) : Fail(kConnectionInvalid, "the answer is too long");
+    }
+    if (result == CURLE_SSL_CERTPROBLEM) {
+        return Fail(kInvalidSettings, "the host's client-certificate or client-key cannot be used: " + reason +
+                                          " (the key must not need a pass phrase)");
     }
     if (result == CURLE_OPERATION_TIMEDOUT) return Fail(kTimedOut, reason);
     if (result == CURLE_COULDNT_CONNECT && error == ETIMEDOUT) return Fail(kTimedOut, reason);

@@ -15,6 +15,7 @@ inline constexpr std::uint32_t kSuccess = 0;
 inline constexpr std::uint32_t kNotEnoughMemory = 8;
 inline constexpr std::uint32_t kConnectionRefused = 1225;
 inline constexpr std::uint32_t kConnectionInvalid = 1229;
+inline constexpr std::uint32_t kInvalidSettings = 1610;  // the configuration data is corrupt
 inline constexpr std::uint32_t kTimedOut = 10060;
 inline constexpr std::uint32_t kUntrustedCertificate = 0x80090325;
 

@@ -16,7 +16,6 @@ namespace nimbrel::apxhttps {
 namespace {
 
 constexpr std::uint32_t kInvalidParameter = 87;
-constexpr std::uint32_t kInvalidSettings = 1610;  // the configuration data is corrupt
 
 void Wipe(char* text) {
     if (text == nullptr) return;

@@ -6,7 +6,7 @@
 //     client-certificate = "/etc/nimbrel/nimauth/proxy-client.pem"
 //     client-key = "/etc/nimbrel/nimauth/proxy-client.key"
 //
-// The last two are for a service that asks its clients for a certificate; both are PEM files.
+// The last two are for a service that asks its clients for a certificate; both are PEM files, the key without a pass phrase.
 
 #ifndef NIMBREL_APXHTTPS_SETTINGS_H_
 #define NIMBREL_APXHTTPS_SETTINGS_H_

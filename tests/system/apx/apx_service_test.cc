@@ -23,6 +23,7 @@
 #include "hung_domain.h"
 #include "service.h"
 #include "support/files.h"
+#include "support/pass_phrase.h"
 #include "tls_server.h"
 
 namespace nimbrel::testing {
@@ -323,6 +324,16 @@ TEST_F(Apx, AServerThatDoesNotSpeakTlsIsNoConnection) {
     SetPlugin("port = 9443\n");
     TlsServer server(9443, nullptr, "HTTP/1.1 200 OK\r\n\r\n");
     EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U);
+}
+
+TEST_F(Apx, NobodyIsAskedForThePassPhraseOfTheHostsKey) {
+    std::ofstream("/etc/nimbrel/client.pem") << certificate.pem;
+    std::ofstream("/etc/nimbrel/client.key") << EncryptedKey(certificate);
+    SetPlugin("client-certificate = /etc/nimbrel/client.pem\nclient-key = /etc/nimbrel/client.key\n");
+    Service service;
+    const CountedPrompts prompts;
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1610U);
+    EXPECT_EQ(prompts.Asked(), 0);
 }
 
 TEST_F(Apx, DamagedSettingsOfThePluginAreTold) {

@@ -91,4 +91,13 @@ Certificate MakeCertificate(const std::string& commonName, const Certificate* is
     return {TextOf(pem.get()), TextOf(keyText.get()), Thumbprint(x509)};
 }
 
+std::string EncryptedKey(const Certificate& certificate) {
+    const Owned<EVP_PKEY> key(PEM_read_bio_PrivateKey(Memory(certificate.key).get(), nullptr, nullptr, nullptr));
+    const Owned<BIO> text(BIO_new(BIO_s_mem()));
+    const unsigned char phrase[] = "pass phrase";
+    Require(key && PEM_write_bio_PrivateKey(text.get(), key.get(), EVP_aes_128_cbc(), phrase, sizeof phrase - 1,
+                                            nullptr, nullptr) == 1);
+    return TextOf(text.get());
+}
+
 }  // namespace nimbrel::testing

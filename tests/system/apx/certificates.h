@@ -17,6 +17,9 @@ struct Certificate {
 Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer = nullptr, long notBefore = -3600,
                             long notAfter = 86400);
 
+// The key as PEM that needs a pass phrase.
+std::string EncryptedKey(const Certificate& certificate);
+
 }  // namespace nimbrel::testing
 
 #endif  // TESTS_SYSTEM_APX_CERTIFICATES_H_
