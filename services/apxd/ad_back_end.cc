@@ -26,7 +26,9 @@ class AdBackEnd : public BackEnd {
  public:
     AdBackEnd(ad::Settings settings, ad::ServiceAccount account)
         : _service(std::move(settings), std::move(account)),
-          _domain([this] { return AskForDomain(); }, KnownDomain::Clock::now) {}
+          _domain([this] { return AskForDomain(); }, KnownDomain::Clock::now) {
+        Translated([this] { _service.RequireKey(); });
+    }
 
     DomainFacts Domain() override { return _domain.Facts(); }
     HandOver Create(const NewAccount& account) override {

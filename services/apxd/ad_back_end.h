@@ -11,7 +11,8 @@
 namespace nimbrel::apxd {
 
 // `principal` is the account's name, as "apxd" or "APX01$". How controllers are found and how long they may take is read
-// from /etc/nimbrel/nimauth/ad.conf, if there is one. Throws `Refusal` 1610 for a malformed one.
+// from /etc/nimbrel/nimauth/ad.conf, if there is one. Throws `Refusal` 1610 for a malformed one,
+// and for a keytab that cannot be read or has no AES key of the account. Asks no controller.
 std::unique_ptr<BackEnd> MakeAdBackEnd(const std::string& domain, const std::string& principal,
                                        const std::string& keytab);
 

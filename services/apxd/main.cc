@@ -38,11 +38,12 @@ constexpr char kUsage[] =
     "Creates machine accounts in a directory on behalf of hosts that join through it.\n"
     "\n"
     "  --config FILE   the configuration, /etc/nimbrel/apxd.conf unless given\n"
-    "  --check-config  read the configuration and the files that it names, and end\n"
+    "  --check-config  read the configuration, and the certificates, the key and the keytab\n"
+    "                  that it names, say what is wrong, and end\n"
     "  --version       show the version\n"
     "  --help          show this help\n"
     "\n"
-    "SIGHUP reads the configuration and the certificate anew, SIGTERM ends the service\n"
+    "SIGHUP reads all of it anew, SIGTERM ends the service\n"
     "when the requests under way are answered.\n";
 
 struct Options {

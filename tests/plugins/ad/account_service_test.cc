@@ -77,6 +77,29 @@ TEST_F(Accounts, ServiceKnowsItsDomain) {
     EXPECT_EQ(domain.sid, "S-1-5-21-1-2-3");
 }
 
+TEST_F(Accounts, KeytabIsLookedAtBeforeAnybodyIsAsked) {
+    const auto errorWith = [this](const std::string& keytab, const std::string& account = "APX01$") -> std::string {
+        try {
+            AccountService(settings, {"Corp.test", account, keytab}).RequireKey();
+        } catch (const AdError& error) {
+            EXPECT_EQ(error.Status(), kStatusBadConfiguration);
+            return error.what();
+        }
+        return "in order";
+    };
+    EXPECT_EQ(errorWith(_keytab), "in order");
+    const std::string start = "The keytab '" + _keytab + "' cannot be used: ";
+    EXPECT_EQ(errorWith(_keytab, "apxd"), start + "it holds no AES key of 'apxd@CORP.TEST'");
+    EXPECT_EQ(errorWith(Folder()), "The keytab '" + Folder() + "' cannot be used: it is no file");
+    EXPECT_EQ(errorWith(_keytab + ".gone"),
+              "The keytab '" + _keytab + ".gone' cannot be used: No such file or directory");
+    for (const std::string& text : {std::string(), std::string("no keytab"), ReadFile(_keytab).substr(0, 9)}) {
+        WriteFile(_keytab, text);
+        EXPECT_THAT(errorWith(_keytab), ::testing::StartsWith(start)) << text.size();
+    }
+    EXPECT_TRUE(corp.controller.Requests().empty());
+}
+
 TEST_F(Accounts, CreatedAccountIsGoodForOneJoin) {
     const HandedOutAccount account = Service().Create("node01.corp.test", "Hosts", kMark);
     EXPECT_EQ(account.accountName, "NODE01$");

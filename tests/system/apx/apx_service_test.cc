@@ -498,7 +498,7 @@ constexpr char kCut[] = "cut reason=\"requests under way have outlasted stop-sec
 
 TEST_F(Apx, StopDoesNotWaitForADirectoryThatHangs) {
     const HungDomain domain;
-    Configure(certificate, domain.BackEnd() + "stop-seconds = 1\n");
+    Configure(certificate, HungDomain::BackEnd() + "stop-seconds = 1\n");
     Service service;
     const auto client = std::async(std::launch::async, [this] { EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U); });
     domain.AwaitQuestion();
@@ -510,7 +510,7 @@ TEST_F(Apx, StopDoesNotWaitForADirectoryThatHangs) {
 
 TEST_F(Apx, ReloadDoesNotWaitForADirectoryThatHangs) {
     const HungDomain domain;
-    Configure(certificate, domain.BackEnd() + "stop-seconds = 1\n");
+    Configure(certificate, HungDomain::BackEnd() + "stop-seconds = 1\n");
     Service service;
     const auto client = std::async(std::launch::async, [this] { EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U); });
     domain.AwaitQuestion();
@@ -543,6 +543,26 @@ TEST_F(Apx, CheckConfigTellsWhatIsWrong) {
     EXPECT_EQ(check(), 1);
     EXPECT_THAT(said(), HasSubstr("/etc/nimbrel/apxd/key.pem: "));
     EXPECT_EQ(WEXITSTATUS(std::system("apxd --config >/run/check 2>&1")), 2);
+}
+
+TEST_F(Apx, KeytabThatCannotBeUsedIsToldBeforeTheFirstHostAsks) {
+    const auto run = [](const char* options) {
+        return WEXITSTATUS(std::system((std::string("apxd ") + options + " >/run/check 2>&1").c_str()));
+    };
+    Configure(certificate, HungDomain::BackEnd());
+    std::filesystem::remove(kServiceKeytab);
+    const std::string said =
+        "apxd: The keytab '/etc/nimbrel/apxd/apxd.keytab' cannot be used: No such file or directory\n";
+    for (const char* const options : {"--check-config", ""}) {
+        EXPECT_EQ(run(options), 1) << options;
+        EXPECT_EQ(ReadFile("/run/check"), said) << options;
+    }
+    WriteServiceKeytab();
+    EXPECT_EQ(run("--check-config"), 0);
+    Service service;
+    std::filesystem::remove(kServiceKeytab);
+    service.Signal(SIGHUP);
+    service.WaitForLog("not-reloaded reason=\"The keytab '/etc/nimbrel/apxd/apxd.keytab' cannot be used: ");
 }
 
 // --- Many at once ---

@@ -44,7 +44,7 @@ HungDomain::~HungDomain() {
     close(_socket);
 }
 
-std::string HungDomain::BackEnd() const {
+std::string HungDomain::BackEnd() {
     return std::string("back-end = ad\nprincipal = ") + kServicePrincipal + "\nkeytab = " + kServiceKeytab + '\n';
 }
 

@@ -22,7 +22,7 @@ class HungDomain {
     ~HungDomain();
 
     // Lines for the service's configuration.
-    std::string BackEnd() const;
+    static std::string BackEnd();
 
     // Returns when somebody has asked: from then on it hangs.
     void AwaitQuestion() const;

@@ -4,6 +4,7 @@
 
 #include "computer_account.h"
 #include "gate.h"
+#include "kerberos.h"
 #include "log_on.h"
 #include "names.h"
 #include "session.h"
@@ -123,6 +124,10 @@ class Work {
 }
 
 }  // namespace
+
+void AccountService::RequireKey() const {
+    ad::RequireKey(_account.keytab, _account.name + "@" + UpperCase(DnsName(_account.domain)));
+}
 
 ServiceDomain AccountService::Domain() const {
     const InsideGate gate;

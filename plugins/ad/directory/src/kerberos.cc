@@ -1,10 +1,16 @@
 #include "kerberos.h"
 
+#include <fcntl.h>
 #include <profile.h>
+#include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
 #include <utility>
+
+#include "pluginkit/descriptor.h"
 
 namespace nimbrel::ad {
 namespace {
@@ -190,6 +196,43 @@ KerberosContext MakeKerberosContext(const std::string& realm) {
     profile_release(profile);
     CheckKerberos(nullptr, error, "make a Kerberos context");
     return KerberosContext(context);
+}
+
+void RequireKey(const std::string& path, const std::string& principal) {
+    const auto fail = [&](const std::string& reason) {
+        throw AdError(kStatusBadConfiguration, "The keytab '" + path + "' cannot be used: " + reason);
+    };
+    // libkrb5 calls a folder a keytab that has ended, and some refusals by their number.
+    const kit::Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const int error = errno;
+    struct stat status = {};
+    if (!file) {
+        fail(std::generic_category().message(error));
+    }
+    if (fstat(file.Number(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        fail("it is no file");
+    }
+    const KerberosContext context = MakeKerberosContext("");
+    KeytabGuard keys(context.get());
+    PrincipalGuard name(context.get());
+    CheckKerberos(context.get(), krb5_kt_resolve(context.get(), ("FILE:" + path).c_str(), keys.Out()), "open a keytab");
+    CheckKerberos(context.get(), krb5_parse_name(context.get(), principal.c_str(), name.Out()), "parse a name");
+    krb5_error_code code = 0;
+    for (const krb5_enctype type : {ENCTYPE_AES256_CTS_HMAC_SHA1_96, ENCTYPE_AES128_CTS_HMAC_SHA1_96}) {
+        krb5_keytab_entry entry = {};
+        code = krb5_kt_get_entry(context.get(), keys.Get(), name.Get(), 0, type, &entry);
+        if (code == 0) {
+            krb5_free_keytab_entry_contents(context.get(), &entry);
+            return;
+        }
+    }
+    if (code == KRB5_KT_NOTFOUND) {
+        fail("it holds no AES key of '" + principal + "'");
+    }
+    const char* text = krb5_get_error_message(context.get(), code);
+    const std::string reason = text;
+    krb5_free_error_message(context.get(), text);
+    fail(reason);
 }
 
 Tickets::Tickets(std::string realm, KdcExchange exchange)

@@ -51,6 +51,9 @@ struct Principal {
     bool isEnterprise = false;  // the whole name, "@" included, is looked up by the realm: a user principal name
 };
 
+// Throws 1610, with the path and the reason, unless the file is a keytab with an AES key of "apxd@CORP.TEST". Asks nobody.
+void RequireKey(const std::string& path, const std::string& principal);
+
 // Sends one request to a realm and returns the reply. Throws `AdError`.
 using KdcExchange = std::function<std::string(const std::string& realm, std::string_view request)>;
 

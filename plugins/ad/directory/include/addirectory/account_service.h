@@ -48,6 +48,10 @@ class AccountService {
     AccountService(Settings settings, ServiceAccount account)
         : _settings(std::move(settings)), _account(std::move(account)) {}
 
+    // Throws 1610, with the keytab's path and the reason, if it cannot be read or holds no AES key of the service's account:
+    // no other call could succeed. Asks no controller.
+    void RequireKey() const;
+
     ServiceDomain Domain() const;
 
     // Makes the account; an empty `unit` means the default container. 1316 if it exists.
