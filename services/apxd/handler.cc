@@ -220,7 +220,7 @@ Answer Handler::GiveDomain() {
 
 void Handler::RequireUnit(const std::string& unit) const {
     const auto& allowed = _config.allowedUnits;
-    if (unit.empty() || unit == _config.defaultUnit || allowed.empty()) return;
+    if (unit.empty() || SameName(unit, _config.defaultUnit) || allowed.empty()) return;
     const auto same = [&](const std::string& one) { return SameName(one, unit); };
     if (std::none_of(allowed.begin(), allowed.end(), same)) {
         throw Refusal(kAccessDenied, "hosts may not choose this organizational unit");

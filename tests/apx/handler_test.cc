@@ -187,7 +187,10 @@ TEST_F(ApxdHandler, RefusalsOfTheDirectoryHaveTheirHttpStatus) {
     for (const auto& [status, outcome] :
          {std::pair{87U, "400 87"}, std::pair{1210U, "400 1210"}, std::pair{267U, "400 267"}, std::pair{5U, "403 5"},
           std::pair{1331U, "403 1331"}, std::pair{2U, "404 2"}, std::pair{1317U, "404 1317"},
-          std::pair{1316U, "409 1316"}, std::pair{1355U, "503 1355"}, std::pair{1359U, "500 1359"}}) {
+          std::pair{1316U, "409 1316"}, std::pair{1355U, "503 1355"}, std::pair{1359U, "500 1359"},
+          std::pair{8U, "500 8"}, std::pair{112U, "500 112"}, std::pair{1325U, "500 1325"},
+          std::pair{1326U, "500 1326"}, std::pair{1398U, "500 1398"}, std::pair{1610U, "500 1610"},
+          std::pair{8557U, "500 8557"}}) {
         backEnd.beforeCreate = [status = status] { throw Refusal(status, "no"); };
         EXPECT_EQ(Outcome(Post(R"({"accountName":"a"})")), outcome);
     }
@@ -287,6 +290,9 @@ TEST_F(ApxdHandler, UnitsOutsideTheListAreRefused) {
     EXPECT_EQ(Outcome(Post(R"({"accountName":"a","organizationalUnit":"lab/sub"})")), "201 0");
     EXPECT_EQ(Outcome(Post(R"({"accountName":"b","organizationalUnit":"Domain Controllers"})")), "403 5");
     EXPECT_EQ(Outcome(Post(R"({"accountName":"c"})")), "201 0");
+    EXPECT_EQ(Outcome(Post(R"({"accountName":"d","organizationalUnit":"Hosts"})")), "201 0");
+    EXPECT_EQ(Outcome(Post(R"({"accountName":"e","organizationalUnit":"hOSTS"})")), "201 0");
+    EXPECT_EQ(Outcome(Post(R"({"accountName":"f","organizationalUnit":"Hosts/Other"})")), "403 5");
 }
 
 TEST_F(ApxdHandler, AClientThatAsksTooOftenMustWait) {
