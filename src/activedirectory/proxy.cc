@@ -140,10 +140,18 @@ std::string APXThumbprintStore::LookupThumbprint(const std::string& server) {
 }
 
 void APXThumbprintStore::ImportThumbprint(const std::string& thumbprint, const std::string& server) {
-    const auto [entry, isNew] = try_emplace(server, thumbprint);
+    std::string other = thumbprint;
+    const auto [entry, isNew] = try_emplace(server);
     if (!isNew && entry->second == thumbprint) return;
-    entry->second = thumbprint;
-    Write();
+    entry->second.swap(other);
+    try {
+        Write();
+    } catch (...) {
+        // The file does not say so: nor does the object, or else the next import would find nothing to do.
+        entry->second.swap(other);
+        if (isNew) erase(entry);
+        throw;
+    }
 }
 
 }  // namespace nimbrel::authentication

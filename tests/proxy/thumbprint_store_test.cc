@@ -158,6 +158,19 @@ TEST_F(ThumbprintStore, AFolderThatHasGoneIsReported) {
     EXPECT_NE(TextOf<IOError>([&] { store.ImportThumbprint(kNew, "192.0.2.8"); }), "(nothing was thrown)");
 }
 
+TEST_F(ThumbprintStore, WhatCouldNotBeWrittenIsWrittenByTheNextImport) {
+    APXThumbprintStore store(kFile);
+    Remove(kFolder);
+    EXPECT_THROW(store.ImportThumbprint(kNew, "192.0.2.7"), IOError);
+    EXPECT_THROW(store.ImportThumbprint(kNew, "192.0.2.8"), IOError);
+    EXPECT_EQ(store.LookupThumbprint("192.0.2.7"), kOld);
+    EXPECT_EQ(store.count("192.0.2.8"), 0u);
+    WriteSystemFile(kFile, "");
+    store.ImportThumbprint(kNew, "192.0.2.7");
+    store.ImportThumbprint(kNew, "192.0.2.8");
+    EXPECT_EQ(ReadFile(kFile), std::string("192.0.2.7 = \"") + kNew + "\"\n192.0.2.8 = \"" + kNew + "\"\n");
+}
+
 TEST_F(ThumbprintStore, AnEqualThumbprintNeedsNoRoom) {
     APXThumbprintStore store(kFile);
     Remove(kFolder);
