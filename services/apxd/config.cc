@@ -103,12 +103,18 @@ void SetBackEnd(Config& config, const std::string& value) {
     config.backEnd = value;
 }
 
+void SetClientNames(Config& config, const std::string& value) {
+    if (value != "account" && value != "any") throw ValueError("the value must be 'account' or 'any'");
+    config.anyClientName = value == "any";
+}
+
 const std::map<std::string, Key, std::less<>>& Keys() {
     static const auto& keys = *new std::map<std::string, Key, std::less<>>{
         {"listen", {SetListen}},
         {"certificate", {File(&Config::certificateFile)}},
         {"key", {File(&Config::keyFile)}},
         {"client-ca", {File(&Config::clientCaFile)}},
+        {"client-names", {SetClientNames}},
         {"allow", {AddNetwork, true}},
         {"requests-per-minute", {Number(&Config::requestsPerMinute, 1, 1000000)}},
         {"burst", {Number(&Config::burst, 1, 1000000)}},
@@ -189,6 +195,9 @@ void Reader::CheckComplete() {
     if (_config.backEnd == "ad" && _config.keytab.empty())
         Fail("'keytab' is missing: the back end 'ad' logs on with it");
     if (_config.backEnd == "ad" && _config.principal.empty()) Fail("'principal' is missing: the service's own account");
+    if (_seen.contains("client-names") && _config.clientCaFile.empty()) {
+        Fail("'client-ca' is missing: 'client-names' is about the certificates that it asks for");
+    }
     if (_config.domain.find('.') == std::string::npos) Fail("'domain' is not a DNS name");
 }
 

@@ -227,6 +227,15 @@ void Handler::RequireUnit(const std::string& unit) const {
     }
 }
 
+void Handler::RequireOwnName(const Request& request, const std::string& account) const {
+    if (_config.clientCaFile.empty() || _config.anyClientName) return;
+    const auto& names = request.certificateNames;
+    const auto same = [&](const std::string& name) { return SameName(name.substr(0, name.find('.')), account); };
+    if (std::none_of(names.begin(), names.end(), same)) {
+        throw Refusal(kAccessDenied, "the client's certificate is in another name than the account");
+    }
+}
+
 Answer Handler::GiveAccount(const Request& request) {
     std::string account;
     std::string unit;
@@ -238,6 +247,7 @@ Answer Handler::GiveAccount(const Request& request) {
         unit = wanted.organizationalUnit;
         account = wanted.hostName;
         account = AccountName(wanted.hostName, _config.domain);
+        RequireOwnName(request, account);
         RequireUnit(unit);
         const Accounts::Result result =
             _accounts.HandOut({account, unit.empty() ? _config.defaultUnit : unit, ClientIdentity(request)});

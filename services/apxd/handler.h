@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "services/apxd/accounts.h"
 #include "services/apxd/back_end.h"
@@ -33,8 +34,9 @@ struct Request {
     std::optional<std::uint64_t> contentLength;  // as the head gives it
     std::string body;
     std::optional<Address> client;
-    bool certificateVerified = false;  // the client has shown one that chains to `client-ca`
-    std::string certificate;           // which one: hexadecimal digits; empty without one
+    bool certificateVerified = false;           // the client has shown one that chains to `client-ca`
+    std::string certificate;                    // which one: hexadecimal digits; empty without one
+    std::vector<std::string> certificateNames;  // of the hosts that it was issued to: "node01.corp.test"
 };
 
 struct Answer {
@@ -72,6 +74,7 @@ class Handler {
     Answer GiveDomain();
     Answer GiveAccount(const Request& request);
     void RequireUnit(const std::string& unit) const;
+    void RequireOwnName(const Request& request, const std::string& account) const;
 
     const Config& _config;
     BackEnd& _backEnd;

@@ -1,6 +1,7 @@
 #include "services/apxd/server.h"
 
 #include <gnutls/gnutls.h>
+#include <gnutls/x509.h>
 #include <microhttpd.h>
 #include <sys/socket.h>
 
@@ -8,11 +9,15 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <stdexcept>
 #include <thread>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "services/apxd/connections.h"
 #include "services/apxd/service_log.h"
@@ -62,15 +67,57 @@ std::string Fingerprint(const gnutls_datum_t& certificate) {
     return text;
 }
 
+struct FreeCertificate {
+    void operator()(gnutls_x509_crt_t certificate) const { gnutls_x509_crt_deinit(certificate); }
+};
+
+// The DNS names of its subject; where it has none the common name, if any. A name with a zero byte in it is none.
+std::vector<std::string> NamesOf(const gnutls_datum_t& der) {
+    gnutls_x509_crt_t made = nullptr;
+    if (gnutls_x509_crt_init(&made) != GNUTLS_E_SUCCESS) throw std::bad_alloc();
+    const std::unique_ptr<std::remove_pointer_t<gnutls_x509_crt_t>, FreeCertificate> certificate(made);
+    if (gnutls_x509_crt_import(made, &der, GNUTLS_X509_FMT_DER) != GNUTLS_E_SUCCESS) return {};
+    std::vector<std::string> names;
+    const auto add = [&](const char* text, std::size_t size) {
+        if (std::memchr(text, 0, size) == nullptr) names.emplace_back(text, size);
+    };
+    bool hasDnsName = false;
+    for (unsigned index = 0;; ++index) {
+        char text[256];
+        std::size_t size = sizeof text;
+        const int kind = gnutls_x509_crt_get_subject_alt_name(made, index, text, &size, nullptr);
+        if (kind == GNUTLS_E_REQUESTED_DATA_NOT_AVAILABLE) break;
+        if (kind != GNUTLS_SAN_DNSNAME) continue;
+        hasDnsName = true;
+        add(text, size);
+    }
+    char text[256];
+    std::size_t size = sizeof text;
+    if (!hasDnsName &&
+        gnutls_x509_crt_get_dn_by_oid(made, GNUTLS_OID_X520_COMMON_NAME, 0, 0, text, &size) == GNUTLS_E_SUCCESS) {
+        add(text, size);
+    }
+    return names;
+}
+
+// Whether it chains to `client-ca`, is valid now, and is meant for clients, if it tells what it is meant for.
+bool IsTrusted(gnutls_session_t session) {
+    gnutls_typed_vdata_st purpose = {};
+    purpose.type = GNUTLS_DT_KEY_PURPOSE_OID;
+    purpose.data = reinterpret_cast<unsigned char*>(const_cast<char*>(GNUTLS_KP_TLS_WWW_CLIENT));
+    unsigned status = 0;
+    return gnutls_certificate_verify_peers(session, &purpose, 1, &status) >= 0 && status == 0;
+}
+
 void ReadCertificate(MHD_Connection* connection, Request& request) {
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
     if (info == nullptr) return;
     auto* const session = static_cast<gnutls_session_t>(info->tls_session);
     unsigned count = 0;
     const gnutls_datum_t* const chain = gnutls_certificate_get_peers(session, &count);
-    unsigned status = 0;
-    if (chain == nullptr || count == 0 || gnutls_certificate_verify_peers2(session, &status) < 0 || status != 0) return;
+    if (chain == nullptr || count == 0 || !IsTrusted(session)) return;
     request.certificate = Fingerprint(chain[0]);
+    request.certificateNames = NamesOf(chain[0]);
     request.certificateVerified = !request.certificate.empty();
 }
 

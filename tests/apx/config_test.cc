@@ -47,7 +47,7 @@ TEST(ApxdConfig, EveryKeyIsTaken) {
                                           "\t# a comment\n"
                                           "\n"
                                           "listen=[2001:db8::1]:9443\n"
-                                          "client-ca = /etc/ca.pem\n"
+                                          "client-ca = /etc/ca.pem\nclient-names = any\n"
                                           "allow = 2001:db8:1::/64\n"
                                           "requests-per-minute = 6\nburst = 7\nconnections = 8\n"
                                           "connections-per-client = 9\nrequest-seconds = 10\nstop-seconds = 11\n"
@@ -60,6 +60,7 @@ TEST(ApxdConfig, EveryKeyIsTaken) {
     EXPECT_EQ(config.address, "2001:db8::1");
     EXPECT_EQ(config.port, 9443U);
     EXPECT_EQ(config.clientCaFile, "/etc/ca.pem");
+    EXPECT_TRUE(config.anyClientName);
     EXPECT_EQ(config.allowed.size(), 2U);
     EXPECT_EQ(config.requestsPerMinute, 6U);
     EXPECT_EQ(config.burst, 7U);
@@ -207,6 +208,17 @@ TEST(ApxdConfig, TheDomainIsADnsName) {
                   "apxd.conf:4: 'domain': the value must be the domain's DNS name")
             << domain;
     }
+}
+
+TEST(ApxdConfig, NamesOfCertificatesAreThoseOfAccountsUnlessTheyMayBeAny) {
+    const std::string asking = std::string(kLeast) + "client-ca = /etc/ca.pem\n";
+    EXPECT_FALSE(ParseConfig(asking, "apxd.conf").anyClientName);
+    EXPECT_FALSE(ParseConfig(asking + "client-names = account\n", "apxd.conf").anyClientName);
+    EXPECT_TRUE(ParseConfig(asking + "client-names = any\n", "apxd.conf").anyClientName);
+    EXPECT_EQ(ErrorOf(asking + "client-names = no\n"),
+              "apxd.conf:6: 'client-names': the value must be 'account' or 'any'");
+    EXPECT_EQ(ErrorOf(std::string(kLeast) + "client-names = account\n"),
+              "apxd.conf:0: 'client-ca' is missing: 'client-names' is about the certificates that it asks for");
 }
 
 TEST(ApxdConfig, WhatIsMissingIsTold) {

@@ -242,6 +242,7 @@ TEST_F(ApxdHandler, TheSameAddressWithAnotherCertificateIsAnotherClient) {
     config.clientCaFile = "/etc/ca.pem";
     Request request = Post(R"({"accountName":"node01"})");
     request.certificateVerified = true;
+    request.certificateNames = {"node01"};
     request.certificate = "01";
     EXPECT_EQ(Outcome(request), "201 0");
     request.certificate = "02";
@@ -249,6 +250,28 @@ TEST_F(ApxdHandler, TheSameAddressWithAnotherCertificateIsAnotherClient) {
     request.certificate = "01";
     EXPECT_EQ(Outcome(request), "200 0");
     EXPECT_TRUE(ledger.Find("NODE01", "192.0.2.10+01"));
+}
+
+TEST_F(ApxdHandler, CertificateIsGoodForTheAccountsThatItNames) {
+    config.clientCaFile = "/etc/ca.pem";
+    const auto outcome = [this](const std::string& account, const std::vector<std::string>& names) {
+        backEnd.accounts.clear();
+        Request request = Post(R"({"accountName":")" + account + R"("})");
+        request.certificateVerified = true;
+        request.certificate = "01";
+        request.certificateNames = names;
+        return Outcome(request);
+    };
+    EXPECT_EQ(outcome("node01.corp.test", {"other", "Node01.corp.test"}), "201 0");
+    EXPECT_EQ(outcome("NODE01", {"node01"}), "201 0");
+    for (const char* const name :
+         {"node02", "node0", "node011.corp.test", "", "*.corp.test", ".node01", "corp.node01"}) {
+        EXPECT_EQ(outcome("node01", {name}), "403 5") << name;
+    }
+    EXPECT_EQ(outcome("node01", {}), "403 5");
+    EXPECT_EQ(outcome("no host", {"node01"}), "400 1210");
+    config.anyClientName = true;
+    EXPECT_EQ(outcome("node01", {"deployment"}), "201 0");
 }
 
 TEST_F(ApxdHandler, WhoMayNotAskIsToldWhy) {

@@ -201,6 +201,33 @@ TEST_F(Apx, ServiceCanAskItsClientsForACertificate) {
     service.WaitForLog("certificate=");
 }
 
+TEST_F(Apx, ClientsCertificateIsGoodForTheAccountThatItNames) {
+    const Certificate authority = MakeCertificate("clients");
+    std::ofstream("/etc/nimbrel/apxd/clients.pem") << authority.pem;
+    const auto ask = [&](const std::string& commonName, const Extensions& extensions, const std::string& account) {
+        const Certificate client = MakeCertificate(commonName, &authority, -3600, 86400, extensions);
+        std::ofstream("/etc/nimbrel/client.pem", std::ios::trunc) << client.pem << client.key;
+        return AskAccount(kNear, Pinned(), account).status;
+    };
+    const std::string dns = "subjectAltName";
+    const std::string purpose = "extendedKeyUsage";
+    SetPlugin("client-certificate = \"/etc/nimbrel/client.pem\"\nclient-key = \"/etc/nimbrel/client.pem\"\n");
+    Configure(certificate, "client-ca = /etc/nimbrel/apxd/clients.pem\n");
+    {
+        Service service;
+        EXPECT_EQ(ask("node01", {}, "node02"), 5U);
+        EXPECT_EQ(ask("NODE01.corp.test", {}, "node01.corp.test"), 0U);
+        EXPECT_EQ(ask("node02", {{dns, "DNS:other.corp.test"}}, "node02"), 5U) << "the common name does not count then";
+        EXPECT_EQ(ask("other", {{dns, "IP:127.0.0.1,DNS:other.corp.test,DNS:node02.corp.test"}}, "node02"), 0U);
+        EXPECT_EQ(ask("node03", {{dns, "email:node03@corp.test"}}, "node03"), 0U);
+        EXPECT_EQ(ask("node04", {{purpose, "serverAuth"}}, "node04"), 5U) << "not for clients";
+        EXPECT_EQ(ask("node04", {{purpose, "clientAuth"}}, "node04"), 0U);
+    }
+    Configure(certificate, "client-ca = /etc/nimbrel/apxd/clients.pem\nclient-names = any\n");
+    Service service;
+    EXPECT_EQ(ask("deployment", {}, "node05"), 0U);
+}
+
 // --- Who is served ---
 
 TEST_F(Apx, ClientOutsideTheAllowListIsRefused) {

@@ -57,7 +57,8 @@ void SetName(X509_NAME* name, const std::string& commonName) {
 
 }  // namespace
 
-Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer, long notBefore, long notAfter) {
+Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer, long notBefore, long notAfter,
+                            const Extensions& extensions) {
     const Owned<EVP_PKEY> key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
     const Owned<X509> certificate(X509_new());
     Require(key && certificate);
@@ -81,6 +82,10 @@ Certificate MakeCertificate(const std::string& commonName, const Certificate* is
         // May sign others.
         const Owned<X509_EXTENSION> authority(X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "CA:TRUE"));
         Require(authority && X509_add_ext(x509, authority.get(), -1) == 1);
+    }
+    for (const auto& [name, value] : extensions) {
+        const Owned<X509_EXTENSION> extension(X509V3_EXT_conf(nullptr, nullptr, name.c_str(), value.c_str()));
+        Require(extension && X509_add_ext(x509, extension.get(), -1) == 1);
     }
     Require(X509_sign(x509, issuerKey ? issuerKey.get() : key.get(), EVP_sha256()) != 0);
 

@@ -3,6 +3,7 @@
 #ifndef TESTS_SYSTEM_APX_CERTIFICATES_H_
 #define TESTS_SYSTEM_APX_CERTIFICATES_H_
 
+#include <map>
 #include <string>
 
 namespace nimbrel::testing {
@@ -14,8 +15,10 @@ struct Certificate {
 };
 
 // With a new P-256 key; valid from `notBefore` to `notAfter`, in seconds from now. Signed by `issuer`, or by itself.
+// `extensions` are name and value as OpenSSL writes them: {"subjectAltName", "DNS:node01.corp.test"}.
+using Extensions = std::map<std::string, std::string>;
 Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer = nullptr, long notBefore = -3600,
-                            long notAfter = 86400);
+                            long notAfter = 86400, const Extensions& extensions = {});
 
 // The key as PEM that needs a pass phrase.
 std::string EncryptedKey(const Certificate& certificate);
