@@ -59,9 +59,12 @@ class WithoutBrokenPipes {
     bool _alreadyPending;
 };
 
-// The check takes the place of the library's own; it ends the handshake before the request is sent.
+// The check takes the place of the library's own; it ends the handshake before the request is sent. What was received is
+// overwritten where TLS had it.
 CURLcode OnTls(CURL* /*handle*/, void* context, void* trust) {
     auto* const tls = static_cast<SSL_CTX*>(context);
+    SSL_CTX_set_options(tls, SSL_OP_CLEANSE_PLAINTEXT);
+    if (trust == nullptr) return CURLE_OK;
     SSL_CTX_set_verify(tls, SSL_VERIFY_PEER, nullptr);
     SSL_CTX_set_cert_verify_callback(tls, OnCertificate, trust);
     return CURLE_OK;
@@ -78,12 +81,13 @@ curl_socket_t OnSocket(void* /*context*/, curlsocktype /*purpose*/, curl_sockadd
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
-// The room is there from the start: growing would leave copies of a secret in the heap.
-std::size_t OnData(const char* data, std::size_t /*one*/, std::size_t size, void* text) {
+// The room is there from the start: growing would leave copies of a secret in the heap, as would the library's own buffer.
+std::size_t OnData(char* data, std::size_t /*one*/, std::size_t size, void* text) {
     auto& body = *static_cast<std::string*>(text);
-    if (body.size() + size > kLargestAnswer) return 0;
-    body.append(data, size);
-    return size;
+    const bool fits = body.size() + size <= kLargestAnswer;
+    if (fits) body.append(data, size);
+    OPENSSL_cleanse(data, size);
+    return fits ? size : 0;
 }
 
 class Conversation {
@@ -144,9 +148,9 @@ void Conversation::SetUp(const std::string& request) {
     Set(CURLOPT_OPENSOCKETFUNCTION, OnSocket);
     Set(CURLOPT_WRITEFUNCTION, OnData);
     Set(CURLOPT_WRITEDATA, &_body.text);
+    Set(CURLOPT_SSL_CTX_FUNCTION, OnTls);
+    Set(CURLOPT_SSL_CTX_DATA, _service.verify ? &_trust : nullptr);
     if (_service.verify) {
-        Set(CURLOPT_SSL_CTX_FUNCTION, OnTls);
-        Set(CURLOPT_SSL_CTX_DATA, &_trust);
         Set(CURLOPT_PREREQFUNCTION, OnConnected);
         Set(CURLOPT_PREREQDATA, &_trust);
     }

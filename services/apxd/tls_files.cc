@@ -1,14 +1,24 @@
 #include "services/apxd/tls_files.h"
 
+#include <fcntl.h>
 #include <gnutls/gnutls.h>
 #include <gnutls/x509.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <memory>
 #include <new>
+#include <system_error>
 #include <type_traits>
+#include <utility>
+
+#include "pluginkit/descriptor.h"
 
 namespace nimbrel::apxd {
 namespace {
+
+constexpr off_t kLargestKey = 1024L * 1024;
 
 gnutls_datum_t Datum(const std::string& text) {
     return {reinterpret_cast<unsigned char*>(const_cast<char*>(text.data())), static_cast<unsigned>(text.size())};
@@ -21,6 +31,25 @@ struct CredentialsFree {
 };
 using Credentials = std::unique_ptr<std::remove_pointer_t<gnutls_certificate_credentials_t>, CredentialsFree>;
 
+[[noreturn]] void FailWith(int error, const std::string& path) {
+    throw ConfigError(path + ":0: " + std::generic_category().message(error));
+}
+
+// In room that is there from the start: growing would leave copies of the key in the heap.
+SecretText ReadKey(const std::string& path) {
+    const kit::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file) FailWith(errno, path);
+    struct stat status = {};
+    if (fstat(file.Number(), &status) != 0) FailWith(errno, path);
+    if (status.st_size > kLargestKey) FailWith(EFBIG, path);
+    std::string text(static_cast<std::size_t>(status.st_size), '\0');
+    const ssize_t count = read(file.Number(), text.data(), text.size());
+    const int error = errno;
+    if (count < 0) FailWith(error, path);
+    text.resize(static_cast<std::size_t>(count));
+    return SecretText(std::move(text));
+}
+
 Credentials MakeCredentials() {
     gnutls_certificate_credentials_t made = nullptr;
     if (gnutls_certificate_allocate_credentials(&made) != GNUTLS_E_SUCCESS) throw std::bad_alloc();
@@ -32,7 +61,7 @@ Credentials MakeCredentials() {
 TlsFiles TlsFiles::Read(const Config& config) {
     TlsFiles files;
     files.certificate = ReadTextFile(config.certificateFile);
-    files.key = SecretText(ReadTextFile(config.keyFile));
+    files.key = ReadKey(config.keyFile);
     if (!config.clientCaFile.empty()) files.clientCa = ReadTextFile(config.clientCaFile);
 
     const Credentials credentials = MakeCredentials();

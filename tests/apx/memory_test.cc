@@ -6,11 +6,13 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <new>
 #include <string>
 
 #include "apx/memory_back_end.h"
 #include "services/apxd/handler.h"
+#include "services/apxd/tls_files.h"
 #include "support/files.h"
 #include "support/temporary_folder.h"
 
@@ -88,6 +90,18 @@ TEST_F(ApxdFreedMemory, HoldsNoSecretOfLetters) { EXPECT_FALSE(HoldsSecretOf(kSe
 // Each of those behind it takes six characters in the answer.
 TEST_F(ApxdFreedMemory, HoldsNoSecretThatGrowsInTheAnswer) {
     EXPECT_FALSE(HoldsSecretOf(kSecret + std::string(3000, '\1')));
+}
+
+TEST_F(ApxdFreedMemory, HoldsNothingOfTheServicesKey) {
+    config.certificateFile = folder / "certificate.pem";
+    config.keyFile = folder / "key.pem";
+    WriteFile(config.certificateFile, "");
+    WriteFile(config.keyFile, kSecret + std::string(20000, 'x'));
+    EXPECT_FALSE(IsFoundAfter([&] { EXPECT_THROW(TlsFiles::Read(config), ConfigError); }));
+    std::filesystem::remove(config.keyFile);
+    EXPECT_THROW(TlsFiles::Read(config), ConfigError);
+    std::filesystem::create_directory(config.keyFile);
+    EXPECT_THROW(TlsFiles::Read(config), ConfigError);
 }
 
 // With the allocation after `allocations` failing.

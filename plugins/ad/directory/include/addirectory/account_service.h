@@ -57,7 +57,7 @@ class AccountService {
     // Makes the account; an empty `unit` means the default container. 1316 if it exists.
     HandedOutAccount Create(const std::string& name, const std::string& unit, const std::string& mark) const;
     // A fresh secret for an account that carries the mark and whose secret nobody has used. 1316 for any other account,
-    // 1317 if there is none.
+    // 1317 if there is none. A join at another controller that the one that is asked has not heard of yet is not seen.
     HandedOutAccount Renew(const std::string& name, const std::string& mark) const;
     // Hands out an account that an administrator has made ahead of its host and that no host has logged on with; it
     // carries the mark then. 1316 if it is in use, 1317 if there is none.
