@@ -32,20 +32,32 @@ class AdBackEnd : public BackEnd {
 
     DomainFacts Domain() override { return _domain.Facts(); }
     HandOver Create(const NewAccount& account) override {
-        return Translated(
-            [&] { return ToHandOver(_service.Create(account.name, account.organizationalUnit, account.mark)); });
+        return Asked([&] { return _service.Create(account.name, account.organizationalUnit, account.mark); });
     }
     HandOver Renew(const std::string& name, const std::string& mark) override {
-        return Translated([&] { return ToHandOver(_service.Renew(name, mark)); });
+        return Asked([&] { return _service.Renew(name, mark); });
     }
     HandOver TakeOver(const std::string& name, const std::string& mark) override {
-        return Translated([&] { return ToHandOver(_service.TakeOver(name, mark)); });
+        return Asked([&] { return _service.TakeOver(name, mark); });
     }
 
  private:
     DomainFacts AskForDomain() const {
         const ad::ServiceDomain domain = Translated([this] { return _service.Domain(); });
         return {domain.netbiosName, domain.dnsName, domain.sid};
+    }
+
+    // Clients that wait for the same account ask one after the other: each for itself, but not each for as long as a
+    // directory that does not answer takes.
+    template <typename Call>
+    HandOver Asked(const Call& call) {
+        _domain.RequireReachable();
+        try {
+            return ToHandOver(Translated(call));
+        } catch (const Refusal& refusal) {
+            if (refusal.Status() == kNoSuchDomain) _domain.NoteUnreachable(refusal.what());
+            throw;
+        }
     }
 
     const ad::AccountService _service;

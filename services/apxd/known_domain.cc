@@ -22,10 +22,10 @@ std::shared_future<KnownDomain::Outcome> KnownDomain::Current() {
         _outcome = promise.get_future().share();
         _ends = Clock::time_point::max();
     }
-    Clock::duration keeps = kRefusalKeeps;
+    Clock::duration keeps = Clock::duration::zero();
     try {
         Outcome outcome = AskNow();
-        if (outcome.status == 0) keeps = kAnswerKeeps;
+        keeps = outcome.status == 0 ? kAnswerKeeps : kRefusalKeeps;
         promise.set_value(std::move(outcome));
     } catch (...) {
         promise.set_exception(std::current_exception());  // for those who wait, too
@@ -40,6 +40,22 @@ DomainFacts KnownDomain::Facts() {
     const Outcome& outcome = current.get();
     if (outcome.status != 0) throw Refusal(outcome.status, outcome.message);
     return outcome.facts;
+}
+
+void KnownDomain::RequireReachable() {
+    const std::lock_guard<std::mutex> lock(_lock);
+    if (!_outcome.valid() || IsBeingAsked() || _now() >= _ends) return;
+    const Outcome& outcome = _outcome.get();
+    if (outcome.status == kNoSuchDomain) throw Refusal(outcome.status, outcome.message);
+}
+
+void KnownDomain::NoteUnreachable(const std::string& message) {
+    std::promise<Outcome> promise;
+    promise.set_value({{}, kNoSuchDomain, message});
+    const std::lock_guard<std::mutex> lock(_lock);
+    if (IsBeingAsked()) return;
+    _outcome = promise.get_future().share();
+    _ends = _now() + kRefusalKeeps;
 }
 
 }  // namespace nimbrel::apxd

@@ -7,6 +7,8 @@
 //     KnownDomain domain([&] { return AskTheDirectory(); }, KnownDomain::Clock::now);
 //     const DomainFacts facts = domain.Facts();
 //
+// Before other questions it is looked whether the directory has just been found out of reach.
+//
 // Threads: any; those who come while somebody asks wait for that answer.
 
 #ifndef NIMBREL_APXD_KNOWN_DOMAIN_H_
@@ -37,6 +39,11 @@ class KnownDomain {
     // Throws the `Refusal` that `ask` has thrown, for each who waits one of its own, and whatever else it throws.
     DomainFacts Facts();
 
+    // For other questions to the same directory: throws the refusal 1355 that is still good. Asks nobody.
+    void RequireReachable();
+    // A question has ended with 1355: others need not be asked for as long as a refusal is good.
+    void NoteUnreachable(const std::string& message);
+
  private:
     struct Outcome {
         DomainFacts facts;
@@ -46,12 +53,13 @@ class KnownDomain {
 
     Outcome AskNow() const;
     std::shared_future<Outcome> Current();
+    bool IsBeingAsked() const { return _ends == Clock::time_point::max(); }
 
     const Ask _ask;
     const Now _now;
     std::mutex _lock;  // guards the two below; never held while the directory is asked
     std::shared_future<Outcome> _outcome;
-    Clock::time_point _ends;  // of the outcome's time; without an end while somebody asks
+    Clock::time_point _ends = {};  // of the outcome's time; without an end while somebody asks
 };
 
 }  // namespace nimbrel::apxd

@@ -91,12 +91,46 @@ TEST_F(ApxdKnownDomain, TimeBeginsWithTheAnswerNotWithTheQuestion) {
     EXPECT_EQ(asked, 1);
 }
 
-TEST_F(ApxdKnownDomain, FaultInsideIsToldAndNotKeptForever) {
+TEST_F(ApxdKnownDomain, FaultInsideIsToldAndNotKept) {
     whileAsking = [] { throw std::bad_alloc(); };
     EXPECT_THROW(domain.Facts(), std::bad_alloc);
+    EXPECT_NO_THROW(domain.RequireReachable());
     whileAsking = [] {};
+    EXPECT_EQ(Status(), 0U);
+}
+
+TEST_F(ApxdKnownDomain, OtherQuestionsAreSparedWhileItIsOutOfReach) {
+    EXPECT_NO_THROW(domain.RequireReachable()) << "nobody has asked yet";
+    whileAsking = Refuse;
+    EXPECT_EQ(Status(), kNoSuchDomain);
+    EXPECT_THROW(domain.RequireReachable(), Refusal);
+    now += KnownDomain::kRefusalKeeps;
+    EXPECT_NO_THROW(domain.RequireReachable());
+    whileAsking = [] {};
+    EXPECT_EQ(Status(), 0U);
+    EXPECT_NO_THROW(domain.RequireReachable());
+    domain.NoteUnreachable("no controller answers");
+    EXPECT_THROW(domain.RequireReachable(), Refusal);
+    EXPECT_EQ(Status(), kNoSuchDomain);
+    EXPECT_EQ(asked, 2);
     now += KnownDomain::kRefusalKeeps;
     EXPECT_EQ(Status(), 0U);
+}
+
+TEST_F(ApxdKnownDomain, OtherRefusalsSpareNoQuestion) {
+    whileAsking = [] { throw Refusal(1326, "no controller answers"); };
+    EXPECT_EQ(Status(), 1326U);
+    EXPECT_NO_THROW(domain.RequireReachable());
+}
+
+TEST_F(ApxdKnownDomain, QuestionUnderWayIsNotForestalled) {
+    whileAsking = [this] {
+        EXPECT_NO_THROW(domain.RequireReachable());
+        domain.NoteUnreachable("another question");
+    };
+    EXPECT_EQ(Status(), 0U);
+    EXPECT_EQ(Status(), 0U);
+    EXPECT_EQ(asked, 1);
 }
 
 }  // namespace
