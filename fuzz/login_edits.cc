@@ -55,7 +55,7 @@ void CheckPam(const std::string& text) try {
     const bool had = HasPamModule(text, "pam_sss.so");
     const std::string with = WithPamModule(files, "sshd", kProvider);
     Require(WithPamModule({{"sshd", with}}, "sshd", kProvider) == with, "again changes nothing");
-    const std::string without = WithoutPamModule(with, "pam_sss.so");
+    const std::string without = WithoutPamModule({{"sshd", with}}, "sshd", "pam_sss.so");
     Require(!HasPamModule(without, "pam_sss.so"), "the module is gone");
     Require(had || without == text, "taken out again the old text is there");
 } catch (const LoginsError& error) {

@@ -7,6 +7,7 @@
 
 #include "support/temporary_folder.h"
 #include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/pam_jumps.h"
 
 namespace nimbrel::logins {
 namespace {
@@ -147,6 +148,8 @@ TEST(PamEditTest, CharactersThatLibaugeasKeepsForItselfAreRefused) {
 
 std::string With(const std::string& text) { return WithPamModule({{"login", text}}, "login", kProvider); }
 
+std::string Without(const std::string& text) { return WithoutPamModule({{"login", text}}, "login", "pam_x.so"); }
+
 constexpr char kAuthRules[] =
     "auth [success=1 default=ignore] pam_localuser.so\nauth sufficient pam_x.so quiet domain=corp.test\n";
 
@@ -208,7 +211,10 @@ TEST(PamEditTest, FilesOfRealSystemsSurviveOnAndOff) {
             EXPECT_TRUE(name.starts_with("edited_") || name.starts_with("debian_libpam-runtime_common-")) << name;
             continue;
         }
-        EXPECT_EQ(text, WithoutPamModule(on, kProvider.pamModule)) << name;
+        PamFiles enabled = files;
+        enabled[name] = on;
+        EXPECT_EQ(text, WithoutPamModule(enabled, name, kProvider.pamModule)) << name;
+        EXPECT_NO_THROW(ProveJumpsKept(files, enabled, kProvider.pamModule)) << name;
         if (on != text) ++edited;
     }
     EXPECT_GT(edited, 25);
@@ -279,25 +285,25 @@ TEST(PamEditTest, EveryTypeIsGuardedButSessions) {
                   "account required pam_unix.so\npassword" + guard + "password sufficient" + module +
                   "password required pam_unix.so\nsession optional" + module + "session required pam_unix.so\n",
               edited);
-    EXPECT_EQ(text, WithoutPamModule(edited, "pam_x.so"));
+    EXPECT_EQ(text, Without(edited));
 }
 
 TEST(PamEditTest, RemovalTakesTheModulesRulesAndTheirGuardsOnly) {
     const std::string kept =
         "auth [success=1 default=ignore] pam_localuser.so\naccount required pam_x.so2\n"
-        "account [success=2 default=ignore] pam_localuser.so\n@include pam_x.so\nauth include pam_x.so\n";
+        "account [success=ok default=ignore] pam_localuser.so\n@include pam_x.so\nauth include pam_x.so\n";
     const std::string before = kept + "account required /lib/security/pam_x.so a b\nauth required b.so\n";
-    EXPECT_EQ(kept + "auth required b.so\n", WithoutPamModule(before, "pam_x.so"));
-    EXPECT_EQ("auth required b.so\n", WithoutPamModule("auth required pam_x.so\nauth required b.so\n", "pam_x.so"));
+    EXPECT_EQ(kept + "auth required b.so\n", Without(before));
+    EXPECT_EQ("auth required b.so\n", Without("auth required pam_x.so\nauth required b.so\n"));
     const std::string others = "account [success=1 default=ignore] pam_localuser.so\nauth required pam_x.so\n";
-    EXPECT_EQ("account [success=1 default=ignore] pam_localuser.so\n", WithoutPamModule(others, "pam_x.so"));
-    EXPECT_EQ("auth   required\tb.so", WithoutPamModule("auth   required\tb.so", "pam_x.so")) << "nothing to remove";
+    EXPECT_EQ("account [success=1 default=ignore] pam_localuser.so\n", Without(others));
+    EXPECT_EQ("auth   required\tb.so", Without("auth   required\tb.so")) << "nothing to remove";
 }
 
 TEST(PamEditTest, RulesThatGoOnBehindTheirLineStayWhole) {
     const std::string rest = "auth required pam_unix.so \\\n b c # d\n";
     EXPECT_EQ(kAuthRules + rest, With(rest));
-    EXPECT_EQ(rest, WithoutPamModule(kAuthRules + rest, "pam_x.so"));
+    EXPECT_EQ(rest, Without(kAuthRules + rest));
 }
 
 TEST(PamEditTest, ModuleIsThereOnlyAsARule) {

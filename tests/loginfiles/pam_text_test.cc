@@ -116,6 +116,7 @@ TEST(PamTextTest, JumpsAreCounted) {
     EXPECT_EQ(12, LongestJump("[success=1 new_authtok_reqd=12 default=ignore]"));
     EXPECT_EQ(std::numeric_limits<int>::max(), LongestJump("[success=99999999999999999999]"));
     EXPECT_EQ(12, LongestJump("[new_authtok_reqd=12 success=1]"));
+    EXPECT_EQ(3, LongestJump("[success = \t3 default=ignore]"));
     EXPECT_EQ(5, LongestJump("[success==5]"));
     EXPECT_EQ(5, LongestJump("=5"));
     EXPECT_EQ(0, LongestJump("[success=-1]"));

@@ -38,7 +38,9 @@ std::string WithPamModule(const PamFiles& files, const std::string& name, const 
 // between lines that stay as they are.
 std::string WithPamModuleInTemplate(const PamFiles& files, const std::string& name, const ProviderModules& provider);
 std::string WithNssServiceInTemplate(const std::string& text, const ProviderModules& provider);
-std::string WithoutPamModule(const std::string& text, const std::string& module);
+// Takes the module's rules out of the named file, and the guards in front of them. Jumps of the file that pass over them
+// count without them from then on; see pam_jumps.h, also for what jumps out of other files.
+std::string WithoutPamModule(const PamFiles& files, const std::string& name, const std::string& module);
 bool HasPamModule(const std::string& text, const std::string& module);
 
 // The profile from which pam-auth-update makes its rules; of the same kind.

@@ -5,14 +5,13 @@
 #include "tools/loginfiles/augeas_text.h"
 #include "tools/loginfiles/edits.h"
 #include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/pam_jumps.h"
 
 namespace nimbrel::logins {
 namespace {
 
 constexpr char kLens[] = "Pam.lns";
 constexpr char kPassword[] = "pam_unix.so";
-constexpr char kGuard[] = "pam_localuser.so";
-constexpr char kGuardControl[] = "[success=1 default=ignore]";
 
 // The rule of each type; the guard in front of it keeps local accounts away.
 struct Shape {
@@ -22,7 +21,7 @@ struct Shape {
 };
 constexpr std::array<Shape, 4> kShapes = {{
     {"auth", "sufficient", true},
-    {"account", "[success=ok new_authtok_reqd=ok user_unknown=ignore default=bad]", true},
+    {"account", kAccountControl, true},
     {"password", "sufficient", true},
     {"session", "optional", false},
 }};
@@ -146,19 +145,18 @@ std::string WithPamModuleInTemplate(const PamFiles& files, const std::string& na
     return text;
 }
 
-std::string WithoutPamModule(const std::string& text, const std::string& module) {
+std::string WithoutPamModule(const PamFiles& files, const std::string& name, const std::string& module) {
+    const std::string& text = files.at(name);
     if (!HasPamModule(text, module)) return text;
-    PamTree tree(text);
+    const std::set<int> own = OwnLines(ParsePam(text), module);
+    const std::string kept = WithJumpsWithout(files, name, own);
+    PamTree tree(kept);
     const std::vector<PamLine>& lines = tree.Lines();
     for (std::size_t index = 0; index < lines.size(); ++index) {
-        if (ModuleName(lines[index]) != module || lines[index].IncludesAnother()) continue;
-        tree.Remove(index);
-        const bool guarded = index > 0 && ModuleName(lines[index - 1]) == kGuard &&
-                             lines[index - 1].type == lines[index].type && lines[index - 1].control == kGuardControl;
-        if (guarded) tree.Remove(index - 1);
+        if (own.contains(lines[index].number)) tree.Remove(index);
     }
     std::string edited = tree.Text();
-    ProveOthersSurvived(edited, text);
+    ProveOthersSurvived(edited, kept);
     return edited;
 }
 

@@ -89,7 +89,8 @@ void ReadFolder(const std::string& folder, PamFiles& files) {
 
 class Expansion {
  public:
-    Expansion(const PamFiles& files, std::string_view type) : _files(files), _type(type) {}
+    Expansion(const PamFiles& files, std::string_view type, bool withSubstacks)
+        : _files(files), _type(type), _withSubstacks(withSubstacks) {}
 
     void Add(const std::string& file, std::string_view onlyType) {
         _open.push_back(file);
@@ -104,12 +105,14 @@ class Expansion {
         const bool wanted = typed ? (onlyType.empty() || line.type == onlyType) && (_type.empty() || line.type == _type)
                                   : line.kind != PamLine::Kind::Nothing;
         if (!wanted) return;
-        if (!line.IncludesAnother() || !CanBeFollowed(line.module)) {
-            _rules.push_back({line, file});
-            return;
-        }
+        const bool followed = line.IncludesAnother() && CanBeFollowed(line.module);
+        const bool substack = followed && line.control == "substack";
+        if (!followed || (substack && _withSubstacks)) _rules.push_back({line, file, _level});
+        if (!followed) return;
         ++_includes;
+        if (substack) ++_level;
         Add(line.module, typed ? std::string_view(line.type) : onlyType);
+        if (substack) --_level;
     }
 
     bool CanBeFollowed(const std::string& file) const {
@@ -119,6 +122,8 @@ class Expansion {
 
     const PamFiles& _files;
     std::string_view _type;
+    bool _withSubstacks;
+    int _level = 0;
     std::vector<std::string> _open;  // the files that are being put in place, one inside the other
     std::size_t _includes = 0;
     std::vector<EffectiveRule> _rules;
@@ -152,7 +157,8 @@ std::string ModuleName(const PamLine& line) { return line.module.substr(line.mod
 int LongestJump(const std::string& control) {
     int longest = 0;
     for (std::size_t sign = control.find('='); sign != std::string::npos; sign = control.find('=', sign + 1)) {
-        longest = std::max(longest, LeadingNumber<int>(std::string_view(control).substr(sign + 1)));
+        const std::size_t begin = std::min(control.find_first_not_of(" \t", sign + 1), control.size());
+        longest = std::max(longest, LeadingNumber<int>(std::string_view(control).substr(begin)));
     }
     return longest;
 }
@@ -164,12 +170,23 @@ PamFiles ReadPamFiles(const std::string& root) {
     return files;
 }
 
-std::vector<EffectiveRule> EffectiveStack(const PamFiles& files, const std::string& service, std::string_view type) {
+namespace {
+
+std::vector<EffectiveRule> Expanded(const PamFiles& files, const std::string& service, Expansion expansion) {
     const std::string file = files.contains(service) ? service : "other";
     if (!files.contains(file)) return {};
-    Expansion expansion(files, type);
     expansion.Add(file, {});
     return expansion.Take();
+}
+
+}  // namespace
+
+std::vector<EffectiveRule> EffectiveStack(const PamFiles& files, const std::string& service, std::string_view type) {
+    return Expanded(files, service, Expansion(files, type, false));
+}
+
+std::vector<EffectiveRule> RuleChain(const PamFiles& files, const std::string& service, std::string_view type) {
+    return Expanded(files, service, Expansion(files, type, true));
 }
 
 bool Uses(const PamFiles& files, const std::string& service, std::string_view type, const std::string& module) {

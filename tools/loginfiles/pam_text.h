@@ -56,6 +56,7 @@ PamFiles ReadPamFiles(const std::string& root = "");
 struct EffectiveRule {
     PamLine line;
     std::string file;  // the service file that it stands in
+    int level = 0;     // the number of substacks that it stands in
 };
 
 // A service's rules of one type, or of all for an empty `type`, with the files it includes put in place; "other" if
@@ -63,6 +64,9 @@ struct EffectiveRule {
 // stays as the rule that names it.
 std::vector<EffectiveRule> EffectiveStack(const PamFiles& files, const std::string& service,
                                           std::string_view type = {});
+
+// The same with the rule that opens a substack in front of the rules of it, as libpam counts them when it jumps.
+std::vector<EffectiveRule> RuleChain(const PamFiles& files, const std::string& service, std::string_view type);
 
 // Whether a rule of the service, or of a file it includes, names the module.
 bool Uses(const PamFiles& files, const std::string& service, std::string_view type, const std::string& module);

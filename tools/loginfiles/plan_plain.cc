@@ -1,8 +1,10 @@
 #include <unistd.h>
+
 #include <algorithm>
 
 #include "tools/loginfiles/edits.h"
 #include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/pam_jumps.h"
 #include "tools/loginfiles/plan.h"
 
 namespace nimbrel::logins {
@@ -26,12 +28,14 @@ std::vector<std::string> Concerned(const PamFiles& files, const std::vector<std:
 
 void AddPlain(const ProviderModules& provider, const std::vector<std::string>& services, ChangeSet& changes) {
     const PamFiles files = ReadPamFiles();
+    PamFiles after = files;
     bool any = false;
     for (const std::string& name : Concerned(files, services)) {
-        const std::string edited = EditOf(PathOf(name), [&] { return WithPamModule(files, name, provider); });
-        changes.SetContent(PathOf(name), edited);
-        any = any || Uses(files, name, "auth", provider.pamModule) || edited != files.at(name);
+        after[name] = EditOf(PathOf(name), [&] { return WithPamModule(files, name, provider); });
+        changes.SetContent(PathOf(name), after[name]);
+        any = any || Uses(files, name, "auth", provider.pamModule) || after[name] != files.at(name);
     }
+    ProveJumpsKept(files, after, provider.pamModule);
     if (any) return;
     throw LoginsError(LoginsError::Kind::Refused,
                       "no PAM file leads to pam_unix.so, so there is no place for the module", "add the rules by hand");
@@ -39,15 +43,18 @@ void AddPlain(const ProviderModules& provider, const std::vector<std::string>& s
 
 void RemovePlain(const ProviderModules& provider, const std::vector<std::string>& services, ChangeSet& changes) {
     const bool debian = HostMechanism() == Mechanism::PamAuthUpdate;
-    for (const auto& [name, text] : ReadPamFiles()) {
+    PamFiles files = ReadPamFiles();
+    for (auto& [name, text] : files) text = changes.Content(PathOf(name)).value_or(text);
+    const PamFiles before = files;
+    for (const auto& [name, text] : before) {
         if (debian && IsMadeByPamAuthUpdate(name)) continue;  // another profile's rules are not ours
         const bool meant = services.empty() || std::find(services.begin(), services.end(), name) != services.end();
-        const std::optional<std::string> now = changes.Content(PathOf(name));
-        if (meant && now && HasPamModule(*now, provider.pamModule)) {
-            changes.SetContent(PathOf(name),
-                               EditOf(PathOf(name), [&] { return WithoutPamModule(*now, provider.pamModule); }));
-        }
+        const bool there = changes.Content(PathOf(name)).has_value();  // a vendor's own file is not ours to edit
+        if (!meant || !there || !HasPamModule(text, provider.pamModule)) continue;
+        files[name] = EditOf(PathOf(name), [&] { return WithoutPamModule(files, name, provider.pamModule); });
+        changes.SetContent(PathOf(name), files[name]);
     }
+    ProveJumpsKept(before, files, provider.pamModule);
 }
 
 }  // namespace nimbrel::logins

@@ -7,6 +7,8 @@
 //        - root with the right password gets in, also when the directory is down or its module cannot be loaded,
 //        - root with a wrong password does not,
 //        - a directory user with the right password gets in, with a wrong one not.
+//      A wrong password is tried twice: all other modules abstain, or agree where their answer is required. So a denial
+//      that is gone or passed over shows, also where a list of users or the like still says yes.
 //
 // What a service refused or let through before the change is not held against the candidate, except for services that
 // were named.

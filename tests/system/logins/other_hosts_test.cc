@@ -76,6 +76,47 @@ TEST_F(PlainHostTest, StackWithJumpsOfAnotherDistribution) {
     EXPECT_THAT(Differences(before, ReadLoginFiles()), IsEmpty());
 }
 
+// The module had been in the files for long, and a jump passes over it; the next rule is the one that denies.
+TEST_F(PlainHostTest, DenialBehindTheModuleStaysWhenTheModuleGoes) {
+    std::string text = ReadFile(NIMAUTH_LOGIN_FILES "/pam/fedora_system-auth");
+    for (std::size_t at = text.find("pam_sss.so"); at != std::string::npos; at = text.find("pam_sss.so")) {
+        text.replace(at, 10, kModule);
+    }
+    for (const char* const absent : {"pam_fprintd.so", "pam_pwquality.so local_users_only"}) {
+        text.replace(text.find(absent), std::string(absent).size(), "pam_warn.so");
+    }
+    WriteFile("/etc/pam.d/password-auth", text);
+    WriteFile("/etc/pam.d/ftp",
+              "auth required pam_succeed_if.so user != nobody\nauth include password-auth\n"
+              "account include password-auth\n");
+    ExpectRefused({{"ftp", "root", kPassword}});
+    Disable();
+    EXPECT_THAT(ReadFile("/etc/pam.d/password-auth"),
+                AllOf(HasSubstr("[default=ignore ignore=ignore success=ok]"), ::testing::Not(HasSubstr(kModule))));
+    EXPECT_TRUE(LogsIn("ftp", "root", kRootPassword));
+    EXPECT_TRUE(LogsIn("ftp", "bob", kBobPassword));
+    ExpectRefused({{"ftp", "root", kPassword}, {"ftp", "bob", kPassword}});
+}
+
+// All that refused a wrong password was the module itself.
+TEST_F(PlainHostTest, ServiceThatWouldAcceptAnyPasswordIsRefused) {
+    WriteFile("/etc/pam.d/club",
+              "auth required pam_succeed_if.so user != nobody\nauth requisite pam_nimauth_embedded.so\n"
+              "account required pam_unix.so\n");
+    const LoginFiles before = ReadLoginFiles();
+    EXPECT_THAT(Refused({"logins", "disable"}), HasSubstr("root with a wrong password would be let in by 'club'"));
+    EXPECT_THAT(Differences(before, ReadLoginFiles()), IsEmpty());
+}
+
+TEST_F(PlainHostTest, JumpOfAnotherFileIntoTheChangedOneIsRefused) {
+    WriteFile("/etc/pam.d/jumper",
+              "auth [success=2 default=ignore] pam_succeed_if.so user = nobody\nauth include chpasswd\n");
+    WriteFile("/etc/pam.d/chpasswd", "auth requisite pam_nologin.so\nauth required pam_unix.so\n");
+    const LoginFiles before = ReadLoginFiles();
+    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("the rule in line 1 of 'jumper'"));
+    EXPECT_THAT(Differences(before, ReadLoginFiles()), IsEmpty());
+}
+
 class AuthselectHostTest : public OtherHostsTest {
  protected:
     void SetUp() override {

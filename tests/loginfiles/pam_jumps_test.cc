@@ -1,0 +1,137 @@
+#include "tools/loginfiles/pam_jumps.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/temporary_folder.h"
+#include "tools/loginfiles/edits.h"
+#include "tools/loginfiles/logins_error.h"
+
+namespace nimbrel::logins {
+namespace {
+
+using ::testing::HasSubstr;
+
+std::string Without(const std::string& text, const PamFiles& others = {}) {
+    PamFiles files = others;
+    files["a"] = text;
+    return WithoutPamModule(files, "a", "pam_x.so");
+}
+
+std::string Refusal(const std::function<void()>& act) {
+    try {
+        act();
+    } catch (const LoginsError& error) {
+        EXPECT_EQ(LoginsError::Kind::Refused, error.Reason());
+        return error.what();
+    }
+    return "";
+}
+
+constexpr char kX[] = "auth sufficient pam_x.so\n";
+constexpr char kDeny[] = "auth required pam_deny.so\n";
+
+// The module had always been there, behind a rule that passes it over for system accounts.
+TEST(PamJumpsTest, DenialBehindTheModuleIsNotPassedOverWhenTheModuleGoes) {
+    const std::string text = ReadFile(NIMAUTH_LOGIN_FILES "/pam/fedora_system-auth");
+    const std::string without = WithoutPamModule({{"system-auth", text}}, "system-auth", "pam_sss.so");
+    EXPECT_THAT(without,
+                HasSubstr("pam_unix.so nullok\n"
+                          "auth        [default=ignore ignore=ignore success=ok]         pam_usertype.so "
+                          "isregular\nauth        required                                     pam_deny.so\n"));
+    EXPECT_THAT(without,
+                HasSubstr("auth        [default=1 ignore=ignore success=ok]         pam_usertype.so isregular\n"
+                          "auth        [default=1 ignore=ignore success=ok]         pam_localuser.so\n"));
+    ProveJumpsKept({{"system-auth", text}}, {{"system-auth", without}}, "pam_sss.so");
+}
+
+TEST(PamJumpsTest, JumpsCountWithoutWhatGoes) {
+    const struct {
+        std::string before;
+        std::string after;
+    } rows[] = {
+        {"auth [success=2 default=ignore] a.so\n" + std::string(kX) + kDeny,
+         "auth [success=1 default=ignore] a.so\n" + std::string(kDeny)},
+        {"auth [default=1] a.so\n" + std::string(kX) + kDeny, "auth [default=ignore] a.so\n" + std::string(kDeny)},
+        {"AUTH [Default = 2  success=OK] a.so # [1=2]\n" + std::string(kX) + kDeny,
+         "AUTH [Default = 1  success=OK] a.so # [1=2]\n" + std::string(kDeny)},
+        // One jump ends in front of the module, the other behind it.
+        {"auth [success=1 default=3] a.so\nauth required b.so\nauth required c.so\n" + std::string(kX) + kDeny,
+         "auth [success=1 default=2] a.so\nauth required b.so\nauth required c.so\n" + std::string(kDeny)},
+        // Too far: refused by libpam before and after.
+        {"auth [success=9] a.so\n" + std::string(kX), "auth [success=8] a.so\n"},
+        // Rules of another type are no rules of this chain.
+        {"auth [success=1] a.so\naccount required b.so\n" + std::string(kX) + kDeny,
+         "auth [success=ignore] a.so\naccount required b.so\n" + std::string(kDeny)},
+        // It ends at the module, whose answer was not needed.
+        {"auth [success=1] a.so\nauth required b.so\n" + std::string(kX) + kDeny,
+         "auth [success=1] a.so\nauth required b.so\n" + std::string(kDeny)},
+        // A guard goes with its module.
+        {"auth [success=3] a.so\nauth [success=1 default=ignore] pam_localuser.so\n" + std::string(kX) +
+             "auth required b.so\n" + kDeny,
+         "auth [success=1] a.so\nauth required b.so\n" + std::string(kDeny)},
+        // Behind the module nothing changes.
+        {kX + std::string("auth [success=1] a.so\nauth required b.so\n") + kDeny,
+         std::string("auth [success=1] a.so\nauth required b.so\n") + kDeny},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.after, Without(row.before)) << row.before;
+        EXPECT_EQ("", Refusal([&] {
+                      ProveJumpsKept({{"a", row.before}}, {{"a", row.after}}, "pam_x.so");
+                  }))
+            << row.before;
+    }
+}
+
+TEST(PamJumpsTest, IncludedRulesCountOneByOneAndASubstackAsOne) {
+    const PamFiles others = {{"two", "auth required b.so\nauth required c.so\n"}};
+    for (const auto& [control, jump, left] :
+         {std::tuple("include", 3, 2), std::tuple("substack", 2, 1), std::tuple("substack", 1, 1)}) {
+        const std::string rest = std::string("auth ") + control + " two\n";
+        EXPECT_EQ("auth [success=" + std::to_string(left) + "] a.so\n" + rest + kDeny,
+                  Without("auth [success=" + std::to_string(jump) + "] a.so\n" + rest + kX + kDeny, others));
+    }
+}
+
+TEST(PamJumpsTest, JumpThatEndsAtAModuleWithASayIsRefused) {
+    for (const char* const control : {"required", "requisite", "[success=ok default=die]"}) {
+        const std::string text = "auth [success=1] a.so\nauth required b.so\nauth " + std::string(control) +
+                                 " pam_x.so\nauth required pam_permit.so\n";
+        EXPECT_THAT(Refusal([&] { Without(text); }),
+                    HasSubstr("the rule in line 1 of 'a' ([success=1] a.so) jumps over the place of the change"));
+    }
+}
+
+TEST(PamJumpsTest, JumpsOfOtherFilesIntoTheChangedOneAreRefused) {
+    const PamFiles before = {{"common", kX + std::string("auth required pam_unix.so\n") + kDeny},
+                             {"login", "auth [success=2] a.so\nauth include common\n"}};
+    PamFiles after = before;
+    after["common"] = WithoutPamModule(before, "common", "pam_x.so");
+    EXPECT_THAT(Refusal([&] { ProveJumpsKept(before, after, "pam_x.so"); }),
+                HasSubstr("the rule in line 1 of 'login'"));
+    EXPECT_THAT(Refusal([&] { ProveJumpsKept(after, before, "pam_x.so"); }),
+                HasSubstr("the rule in line 1 of 'login'"));
+}
+
+TEST(PamJumpsTest, JumpsOutOfAnIncludedFileAreRefused) {
+    const PamFiles before = {{"first", "auth [success=1] a.so\n"},
+                             {"login", "auth include first\n" + (kX + std::string(kDeny))}};
+    PamFiles after = before;
+    after["login"] = WithoutPamModule(before, "login", "pam_x.so");
+    EXPECT_THAT(Refusal([&] { ProveJumpsKept(before, after, "pam_x.so"); }),
+                HasSubstr("the rule in line 1 of 'first'"));
+}
+
+TEST(PamJumpsTest, RulesThatDifferOtherwiseAreNoProof) {
+    for (const char* const other :
+         {"auth [success=1] b.so\n", "auth [success=1] a.so c\n", "", "auth [success=die] a.so\n"}) {
+        EXPECT_NE("", Refusal([&] {
+                      ProveJumpsKept({{"a", "auth [success=1] a.so\n" + std::string(kDeny)}},
+                                     {{"a", other + std::string(kDeny)}}, "pam_x.so");
+                  }))
+            << other;
+    }
+}
+
+}  // namespace
+}  // namespace nimbrel::logins

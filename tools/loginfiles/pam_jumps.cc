@@ -1,0 +1,209 @@
+#include "tools/loginfiles/pam_jumps.h"
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <string_view>
+
+#include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/numbers.h"
+
+namespace nimbrel::logins {
+namespace {
+
+using Chain = std::vector<EffectiveRule>;
+
+constexpr const char* kTypes[] = {"auth", "account", "password", "session"};
+constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
+
+// What stands behind one '=' of a control: "2", "ignore", "die".
+struct Action {
+    std::size_t begin = 0;
+    std::size_t size = 0;
+    int count = -1;  // that it jumps by; 0 for "ignore", -1 for any other
+};
+
+std::vector<Action> Actions(std::string_view control) {
+    std::vector<Action> actions;
+    for (std::size_t sign = control.find('='); sign != std::string_view::npos; sign = control.find('=', sign + 1)) {
+        Action action;
+        action.begin = std::min(control.find_first_not_of(" \t", sign + 1), control.size());
+        action.size = std::min(control.find_first_of(" \t\n]=", action.begin), control.size()) - action.begin;
+        const std::string_view word = control.substr(action.begin, action.size);
+        if (!word.empty() && std::isdigit(static_cast<unsigned char>(word[0])) != 0) {
+            action.count = LeadingNumber<int>(word);
+        } else if (word == "ignore") {
+            action.count = 0;
+        }
+        actions.push_back(action);
+    }
+    return actions;
+}
+
+// Where a jump by `count` from the rule at `from` goes on: the index of a rule, or of what follows the substack or the
+// chain. Nowhere if it asks for more rules than there are: libpam refuses then.
+std::size_t Landing(const Chain& chain, std::size_t from, int count) {
+    const int level = chain[from].level;
+    std::size_t index = from + 1;
+    for (; count > 0; --count) {
+        if (index >= chain.size() || chain[index].level < level) return kNowhere;
+        ++index;
+        while (index < chain.size() && chain[index].level > level) ++index;
+    }
+    return index;
+}
+
+class Own {
+ public:
+    Own(const PamFiles& files, const std::string& module) {
+        for (const auto& [name, text] : files) _lines[name] = OwnLines(ParsePam(text), module);
+    }
+    Own(const std::string& file, const std::set<int>& lines) { _lines[file] = lines; }
+
+    bool Has(const EffectiveRule& rule) const {
+        const auto lines = _lines.find(rule.file);
+        return lines != _lines.end() && lines->second.contains(rule.line.number);
+    }
+    // How many rules of the chain in front of `index` are not our own.
+    std::size_t OthersBefore(const Chain& chain, std::size_t index) const {
+        if (index == kNowhere) return kNowhere;
+        return static_cast<std::size_t>(std::count_if(chain.begin(), chain.begin() + static_cast<std::ptrdiff_t>(index),
+                                                      [this](const EffectiveRule& rule) { return !Has(rule); }));
+    }
+    std::vector<std::size_t> Others(const Chain& chain) const {
+        std::vector<std::size_t> others;
+        for (std::size_t index = 0; index < chain.size(); ++index) {
+            if (!Has(chain[index])) others.push_back(index);
+        }
+        return others;
+    }
+
+ private:
+    std::map<std::string, std::set<int>> _lines;
+};
+
+[[noreturn]] void Refuse(const EffectiveRule& rule) {
+    throw LoginsError(LoginsError::Kind::Refused,
+                      "the rule in line " + std::to_string(rule.line.number) + " of '" + rule.file + "' (" +
+                          rule.line.control + " " + rule.line.module +
+                          ") jumps over the place of the change and would no longer end where it does",
+                      "take that jump out or move it, or change the rules by hand");
+}
+
+bool SameRule(const EffectiveRule& a, const EffectiveRule& b) {
+    return a.file == b.file && a.level == b.level && a.line.kind == b.line.kind && a.line.type == b.line.type &&
+           a.line.module == b.line.module && a.line.arguments == b.line.arguments;
+}
+
+void ProveChain(const Chain& before, const Own& ownBefore, const Chain& after, const Own& ownAfter) {
+    const std::vector<std::size_t> old = ownBefore.Others(before);
+    const std::vector<std::size_t> now = ownAfter.Others(after);
+    for (std::size_t index = 0; index < old.size(); ++index) {
+        const EffectiveRule& rule = before[old[index]];
+        if (index >= now.size() || !SameRule(rule, after[now[index]])) Refuse(rule);
+        const std::vector<Action> was = Actions(rule.line.control);
+        const std::vector<Action> is = Actions(after[now[index]].line.control);
+        for (std::size_t number = 0; number < was.size(); ++number) {
+            if (was[number].count <= 0) continue;
+            const bool same = number < is.size() && is[number].count >= 0 &&
+                              ownBefore.OthersBefore(before, Landing(before, old[index], was[number].count)) ==
+                                  ownAfter.OthersBefore(after, Landing(after, now[index], is[number].count));
+            if (!same) Refuse(rule);
+        }
+    }
+    if (now.size() > old.size()) Refuse(after[now[old.size()]]);
+}
+
+// Whether a jump may end at the rule and go on behind it when it is gone: what it says is not needed, or it is ours.
+bool MayBeMissed(const PamLine& line) {
+    return line.control == "sufficient" || line.control == "optional" || line.control == kAccountControl;
+}
+
+// The count of a jump without the rules that go.
+int CountWithout(const Chain& chain, std::size_t from, int count, const Own& own) {
+    int left = count;
+    for (int passed = 0; passed < count; ++passed) {
+        const std::size_t index = Landing(chain, from, passed);
+        if (index == kNowhere || index >= chain.size() || chain[index].level < chain[from].level) break;
+        if (own.Has(chain[index])) --left;
+    }
+    std::size_t end = Landing(chain, from, count);
+    if (end < chain.size() && own.Has(chain[end]) && ModuleName(chain[end].line) == kGuard) ++end;
+    if (end < chain.size() && own.Has(chain[end]) && !MayBeMissed(chain[end].line)) Refuse(chain[from]);
+    return left;
+}
+
+// The line with the new counts in the brackets of its control.
+std::string WithCounts(const EffectiveRule& rule, const std::vector<Action>& actions, const std::vector<int>& counts) {
+    std::string raw = rule.line.raw;
+    const std::size_t begin = raw.find('[');
+    const std::size_t end = std::min(raw.find(']', std::min(begin, raw.size())), raw.size());
+    const std::vector<Action> places =
+        begin < end ? Actions(std::string_view(raw).substr(begin, end + 1 - begin)) : std::vector<Action>();
+    if (places.size() != actions.size()) Refuse(rule);
+    for (std::size_t number = actions.size(); number-- > 0;) {
+        if (actions[number].count <= 0 || actions[number].count == counts[number]) continue;
+        raw.replace(begin + places[number].begin, places[number].size,
+                    counts[number] == 0 ? "ignore" : std::to_string(counts[number]));
+    }
+    return raw;
+}
+
+std::string LineWithout(const Chain& chain, std::size_t index, const Own& own) {
+    const std::vector<Action> actions = Actions(chain[index].line.control);
+    std::vector<int> counts;
+    for (const Action& action : actions) {
+        counts.push_back(action.count <= 0 ? action.count : CountWithout(chain, index, action.count, own));
+    }
+    const bool same = std::equal(actions.begin(), actions.end(), counts.begin(),
+                                 [](const Action& action, int count) { return action.count == count; });
+    return same ? chain[index].line.raw : WithCounts(chain[index], actions, counts);
+}
+
+}  // namespace
+
+std::set<int> OwnLines(const std::vector<PamLine>& lines, const std::string& module) {
+    std::set<int> own;
+    const PamLine* previous = nullptr;
+    for (const PamLine& line : lines) {
+        if (line.kind == PamLine::Kind::Nothing) continue;
+        if (line.kind == PamLine::Kind::Rule && !line.IncludesAnother() && ModuleName(line) == module) {
+            own.insert(line.number);
+            const bool guarded = previous != nullptr && ModuleName(*previous) == kGuard &&
+                                 previous->type == line.type && previous->control == kGuardControl;
+            if (guarded) own.insert(previous->number);
+        }
+        previous = &line;
+    }
+    return own;
+}
+
+std::string WithJumpsWithout(const PamFiles& files, const std::string& name, const std::set<int>& lines) {
+    const Own own(name, lines);
+    std::map<int, std::string> changed;
+    for (const char* const type : kTypes) {
+        const Chain chain = RuleChain(files, name, type);
+        for (std::size_t index = 0; index < chain.size(); ++index) {
+            if (chain[index].file != name || own.Has(chain[index])) continue;
+            changed[chain[index].line.number] = LineWithout(chain, index, own);
+        }
+    }
+    std::string text;
+    for (const PamLine& line : ParsePam(files.at(name))) {
+        const auto other = changed.find(line.number);
+        text += other == changed.end() ? line.raw : other->second;
+    }
+    return text;
+}
+
+void ProveJumpsKept(const PamFiles& before, const PamFiles& after, const std::string& module) {
+    const Own ownBefore(before, module);
+    const Own ownAfter(after, module);
+    for (const auto& [name, text] : before) {
+        for (const char* const type : kTypes) {
+            ProveChain(RuleChain(before, name, type), ownBefore, RuleChain(after, name, type), ownAfter);
+        }
+    }
+}
+
+}  // namespace nimbrel::logins
