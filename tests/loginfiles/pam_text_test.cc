@@ -209,6 +209,49 @@ TEST(PamTextTest, FilesOfTheHostComeBeforeThoseOfItsPackages) {
     EXPECT_TRUE(ReadPamFiles(root / "nowhere").empty());
 }
 
+TEST(PamTextTest, FilesOfTheFolderHaveOneNameHoweverTheyAreIncluded) {
+    const struct {
+        const char* module;
+        const char* name;
+    } rows[] = {{"common", "common"},
+                {"/etc/pam.d/common", "common"},
+                {"/etc//pam.d/./common", "common"},
+                {"../pam.d/common", "common"},
+                {"/usr/lib/pam.d/common", "/usr/lib/pam.d/common"},
+                {"../agent/rules", "/etc/agent/rules"},
+                {"/opt/rules", "/opt/rules"},
+                {"/etc/pam.d/sub/common", "/etc/pam.d/sub/common"}};
+    for (const auto& row : rows) EXPECT_EQ(row.name, IncludedName(row.module)) << row.module;
+}
+
+TEST(PamTextTest, IncludedFilesAreReadWhereverTheyAre) {
+    const TemporaryFolder root;
+    const auto write = [&](const std::string& path, const std::string& text) {
+        std::filesystem::create_directories(std::filesystem::path(root / path).parent_path());
+        WriteFile(root / path, text);
+    };
+    write("etc/pam.d/login", "auth include /opt/rules\n@include kept~\n@include /opt\n@include /opt/missing\n");
+    write("etc/pam.d/kept~", "auth required kept.so\n");
+    write("etc/pam.d/lost~", "");
+    write("opt/rules", "auth substack ../more\nauth include /opt/rules\n");
+    write("etc/more", "auth required more.so\nauth include login\n");
+    const PamFiles files = ReadPamFiles(root / "");
+    std::vector<std::string> names;
+    for (const auto& [name, text] : files) names.push_back(name);
+    EXPECT_THAT(names, ElementsAre("/etc/more", "/opt/rules", "kept~", "login"));
+    EXPECT_TRUE(Uses(files, "login", "auth", "more.so"));
+    EXPECT_TRUE(Uses(files, "login", "auth", "kept.so"));
+}
+
+TEST(PamTextTest, LinksInACircleAreNoFiles) {
+    const TemporaryFolder root;
+    std::filesystem::create_directories(root / "etc/pam.d");
+    WriteFile(root / "etc/pam.d/login", "");
+    std::filesystem::create_symlink("loop", root / "etc/pam.d/loop");
+    std::filesystem::create_symlink("nowhere", root / "etc/pam.d/lost");
+    EXPECT_EQ((PamFiles{{"login", ""}}), ReadPamFiles(root / ""));
+}
+
 TEST(PamTextTest, FilesThatNameThemselvesTwiceEndSoon) {
     const PamFiles twice = {{"a", "auth include b\nauth include b\n"}, {"b", "@include a\n@include a\n"}};
     EXPECT_EQ(EffectiveStack(twice, "a").size(), 4U) << "the two names of the circle, from each of two places";

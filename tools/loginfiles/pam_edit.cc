@@ -67,7 +67,8 @@ bool IsOf(const PamLine& line, const std::string& type) {
 bool LeadsToPassword(const PamFiles& files, const PamLine& line, const std::string& type) {
     if (!IsOf(line, type)) return false;
     if (!line.IncludesAnother()) return ModuleName(line) == kPassword;
-    return files.contains(line.module) && Uses(files, line.module, type, kPassword);
+    const std::string name = IncludedName(line.module);
+    return files.contains(name) && Uses(files, name, type, kPassword);
 }
 
 // Whether a jump from the line at `from` may end behind the line at `place`. An included file may hold no rule at all.

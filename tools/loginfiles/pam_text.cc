@@ -13,6 +13,7 @@ namespace nimbrel::logins {
 namespace {
 
 constexpr char kBlanks[] = " \t\r\n";
+constexpr char kVendorFolder[] = "/usr/lib/pam.d";
 constexpr std::size_t kDeepestInclude = 32;
 // Files that include each other several times could name one another without end.
 constexpr std::size_t kMostIncludes = 1000;
@@ -78,12 +79,40 @@ void Understand(const std::string& content, PamLine& line) {
     line.arguments.assign(words.begin() + 3, words.end());
 }
 
+// False as well for a link that leads nowhere, or round in a circle.
+bool IsFile(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::is_regular_file(path, error);
+}
+
 void ReadFolder(const std::string& folder, PamFiles& files) {
     std::error_code error;
     for (std::filesystem::directory_iterator item(folder, error), end; !error && item != end; item.increment(error)) {
         const std::string name = item->path().filename().string();
-        if (name.starts_with('.') || name.ends_with('~') || !item->is_regular_file()) continue;
-        if (!files.contains(name)) files[name] = ReadWhole(Resolve(item->path().string()));
+        if (name.starts_with('.') || name.ends_with('~')) continue;
+        if (!files.contains(name) && IsFile(item->path())) files[name] = ReadWhole(Resolve(item->path().string()));
+    }
+}
+
+// Where libpam looks for it.
+std::vector<std::string> PlacesOf(const std::string& root, const std::string& name) {
+    if (!IsService(name)) return {root + name};
+    return {root + kPamFolder + '/' + name, root + kVendorFolder + '/' + name};
+}
+
+void ReadIncluded(const std::string& root, const std::string& text, PamFiles& files) {
+    std::vector<std::string> texts = {text};
+    while (!texts.empty()) {
+        const std::vector<PamLine> lines = ParsePam(texts.back());
+        texts.pop_back();
+        for (const PamLine& line : lines) {
+            const std::string name = line.IncludesAnother() ? IncludedName(line.module) : "";
+            if (name.empty() || files.contains(name)) continue;
+            const std::vector<std::string> places = PlacesOf(root, name);
+            const auto found = std::find_if(places.begin(), places.end(), IsFile);
+            if (found == places.end()) continue;
+            texts.push_back(files[name] = ReadWhole(Resolve(*found)));
+        }
     }
 }
 
@@ -105,13 +134,14 @@ class Expansion {
         const bool wanted = typed ? (onlyType.empty() || line.type == onlyType) && (_type.empty() || line.type == _type)
                                   : line.kind != PamLine::Kind::Nothing;
         if (!wanted) return;
-        const bool followed = line.IncludesAnother() && CanBeFollowed(line.module);
+        const std::string name = line.IncludesAnother() ? IncludedName(line.module) : "";
+        const bool followed = !name.empty() && CanBeFollowed(name);
         const bool substack = followed && line.control == "substack";
         if (!followed || (substack && _withSubstacks)) _rules.push_back({line, file, _level});
         if (!followed) return;
         ++_includes;
         if (substack) ++_level;
-        Add(line.module, typed ? std::string_view(line.type) : onlyType);
+        Add(name, typed ? std::string_view(line.type) : onlyType);
         if (substack) --_level;
     }
 
@@ -166,8 +196,16 @@ int LongestJump(const std::string& control) {
 PamFiles ReadPamFiles(const std::string& root) {
     PamFiles files;
     ReadFolder(root + kPamFolder, files);
-    ReadFolder(root + "/usr/lib/pam.d", files);
+    ReadFolder(root + kVendorFolder, files);
+    const PamFiles services = files;
+    for (const auto& [name, text] : services) ReadIncluded(root, text, files);
     return files;
+}
+
+std::string IncludedName(const std::string& module) {
+    if (IsService(module)) return module;
+    const std::filesystem::path path = (std::filesystem::path(kPamFolder) / module).lexically_normal();
+    return path.parent_path() == kPamFolder ? path.filename().string() : path.string();
 }
 
 namespace {

@@ -46,12 +46,17 @@ std::string ModuleName(const PamLine& line);
 // The numbers that a control jumps by, the largest; 0 if it jumps nowhere.
 int LongestJump(const std::string& control);
 
-// All service files by name.
+// All service files by name, and the files elsewhere that they include, by path: "/opt/agent/pam-rules".
 using PamFiles = std::map<std::string, std::string>;
 
 // Those of /etc/pam.d below `root`, and of /usr/lib/pam.d where the first has none of that name. Backup copies are left
-// out.
+// out, unless a rule includes them.
 PamFiles ReadPamFiles(const std::string& root = "");
+
+// The name among `PamFiles` of a file that a rule includes: "common-auth" also for "/etc/pam.d/common-auth".
+std::string IncludedName(const std::string& module);
+// Not a file elsewhere.
+inline bool IsService(const std::string& name) { return name.find('/') == std::string::npos; }
 
 struct EffectiveRule {
     PamLine line;

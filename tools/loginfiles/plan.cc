@@ -146,7 +146,7 @@ Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const 
 PamFiles FilesAfter(const std::vector<Change>& changes) {
     PamFiles files = ReadPamFiles();
     for (auto& [name, text] : files) {
-        const std::string path = Resolve(std::string(kPamFolder) + '/' + name);
+        const std::string path = Resolve(IsService(name) ? std::string(kPamFolder) + '/' + name : name);
         for (const Change& change : changes) {
             if (change.path == path) text = change.after.content;
         }

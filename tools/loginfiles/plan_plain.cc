@@ -19,7 +19,7 @@ std::vector<std::string> Concerned(const PamFiles& files, const std::vector<std:
     if (!services.empty()) return services;
     std::vector<std::string> names;
     for (const auto& [name, text] : files) {
-        if (HasPamModule(text, kPassword)) names.push_back(name);
+        if (IsService(name) && HasPamModule(text, kPassword)) names.push_back(name);
     }
     return names;
 }
@@ -44,9 +44,12 @@ void AddPlain(const ProviderModules& provider, const std::vector<std::string>& s
 void RemovePlain(const ProviderModules& provider, const std::vector<std::string>& services, ChangeSet& changes) {
     const bool debian = HostMechanism() == Mechanism::PamAuthUpdate;
     PamFiles files = ReadPamFiles();
-    for (auto& [name, text] : files) text = changes.Content(PathOf(name)).value_or(text);
+    for (auto& [name, text] : files) {
+        if (IsService(name)) text = changes.Content(PathOf(name)).value_or(text);
+    }
     const PamFiles before = files;
     for (const auto& [name, text] : before) {
+        if (!IsService(name)) continue;
         if (debian && IsMadeByPamAuthUpdate(name)) continue;  // another profile's rules are not ours
         const bool meant = services.empty() || std::find(services.begin(), services.end(), name) != services.end();
         const bool there = changes.Content(PathOf(name)).has_value();  // a vendor's own file is not ours to edit

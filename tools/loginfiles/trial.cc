@@ -46,13 +46,29 @@ std::string WithModule(const PamLine& line, const std::string& module, const std
     return (line.optional ? "-" : "") + line.type + ' ' + line.control + ' ' + module + ' ' + arguments + '\n';
 }
 
-std::string Rewrite(const std::string& text, const std::string& folder, const Answers& answers) {
+// Where each file of a copy is, by its name among the service files.
+using Places = std::map<std::string, std::string>;
+
+Places PlacesIn(const std::string& folder, const PamFiles& files) {
+    Places places;
+    for (const auto& [name, text] : files) {
+        // libpam is never asked for a service of such a name.
+        const std::string file = IsService(name) ? name : ".elsewhere-" + std::to_string(places.size());
+        places[name] = folder + '/' + file;
+    }
+    return places;
+}
+
+// Whatever a rule includes lies in the copy or nowhere: nothing that is tried may come from the host's live files, whose
+// modules would count and lock.
+std::string Rewrite(const std::string& text, const std::string& folder, const Places& places, const Answers& answers) {
     std::string rewritten;
     for (const PamLine& line : ParsePam(text)) {
         if (line.kind == PamLine::Kind::Nothing || line.kind == PamLine::Kind::Unreadable) {
             rewritten += line.raw;
         } else if (line.IncludesAnother()) {
-            rewritten += WithModule(line, line.module.starts_with('/') ? line.module : folder + '/' + line.module, "");
+            const auto place = places.find(IncludedName(line.module));
+            rewritten += WithModule(line, place == places.end() ? folder + "/.missing" : place->second, "");
         } else {
             const std::string answer = answers ? answers(line) : "";
             rewritten += answer.empty() ? line.raw : WithModule(line, "pam_debug.so", answer);
@@ -111,7 +127,7 @@ class Trial {
     Trial(const Journal& journal, const ProviderModules& provider, const Candidate& candidate)
         : _provider(provider), _candidate(candidate), _root(journal.MakeCandidateFolder()) {
         for (const auto& [name, text] : candidate.after) {
-            if (IsNamed(name) || Differs(name)) _services.push_back(name);
+            if (IsService(name) && (IsNamed(name) || Differs(name))) _services.push_back(name);
         }
     }
     Trial(const Trial&) = delete;
@@ -171,10 +187,8 @@ bool Trial::Differs(const std::string& name) const {
 std::string Trial::Write(const PamFiles& files, const Answers& answers) {
     std::string folder = _root + '/' + std::to_string(++_folders);
     std::filesystem::create_directory(folder);
-    for (const auto& [name, text] : files) {
-        const std::string path = folder + '/' + name;
-        WriteDurably(path, Rewrite(text, folder, answers));
-    }
+    const Places places = PlacesIn(folder, files);
+    for (const auto& [name, text] : files) WriteDurably(places.at(name), Rewrite(text, folder, places, answers));
     return folder;
 }
 

@@ -98,6 +98,24 @@ TEST_F(PlainHostTest, DenialBehindTheModuleStaysWhenTheModuleGoes) {
     ExpectRefused({{"ftp", "root", kPassword}, {"ftp", "bob", kPassword}});
 }
 
+// Real modules would count failures and lock accounts.
+TEST_F(PlainHostTest, RulesThatAreIncludedByTheirPathAreTriedOnTheCopyToo) {
+    WriteFile("/tmp/ran", "#!/bin/sh\necho ran >>/tmp/ran.log\n");
+    ASSERT_EQ(0, chmod("/tmp/ran", 0755));
+    WriteFile("/srv/rules", "auth optional pam_exec.so quiet /tmp/ran\nauth required pam_unix.so\n");
+    WriteFile("/etc/pam.d/door", "auth include /srv/rules\n@include /etc/pam.d/common-account\n");
+    Enable();
+    EXPECT_FALSE(LogsIn("door", "alice", kPassword)) << "a file that is included by its path is not edited";
+    fs::remove("/tmp/ran.log");
+    Enable({"--services", "door", "--confirm-within", "0"});
+    EXPECT_FALSE(fs::exists("/tmp/ran.log"));
+    EXPECT_THAT(ReadFile("/etc/pam.d/door"), HasSubstr("auth sufficient pam_nimauth_embedded.so\nauth include /srv/"));
+    EXPECT_TRUE(LogsIn("door", "alice", kPassword));
+    EXPECT_TRUE(LogsIn("door", "bob", kBobPassword));
+    EXPECT_TRUE(fs::exists("/tmp/ran.log"));
+    EXPECT_THAT(Done({"logins", "show"}), ::testing::Not(HasSubstr("entry: /srv/rules")));
+}
+
 // All that refused a wrong password was the module itself.
 TEST_F(PlainHostTest, ServiceThatWouldAcceptAnyPasswordIsRefused) {
     WriteFile("/etc/pam.d/club",

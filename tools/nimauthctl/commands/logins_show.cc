@@ -137,11 +137,14 @@ ExitCode Show(const Invocation& invocation, Report& report) {
         report.TextOrNone("NSS service", provider.nssService);
         report.List("entry", "entries");
         for (const auto& [name, text] : files) {
-            if (only.empty() || name == only) ShowService(files, name, provider.pamModule, report);
+            if (only.empty() ? logins::IsService(name) : name == only) {
+                ShowService(files, name, provider.pamModule, report);
+            }
         }
         report.List("model", "model");
         for (const auto& [name, text] : files) {
-            const std::string losses = only.empty() || name == only ? PamLosses(name, text) : "";
+            const bool shown = only.empty() ? logins::IsService(name) : name == only;
+            const std::string losses = shown ? PamLosses(name, text) : "";
             if (!losses.empty()) report.AddRow("model", "model", name).Text("loses", losses);
         }
         ShowDatabases(provider.nssService, report);
