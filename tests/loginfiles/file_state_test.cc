@@ -44,6 +44,20 @@ TEST_F(FileStateTest, ReplacementKeepsModeOwnerAndAttributes) {
     EXPECT_EQ(before, ReadState(path));
 }
 
+// The folder gives user 1234 rights to every new file.
+TEST_F(FileStateTest, RightsThatTheFolderGivesToNewFilesAreNotTaken) {
+    const unsigned char list[] = {2, 0,    0,   0,   1,   0,   7,  0, 255, 255, 255, 255, 2,   0,  4,
+                                  0, 0xd2, 4,   0,   0,   4,   0,  5, 0,   255, 255, 255, 255, 16, 0,
+                                  5, 0,    255, 255, 255, 255, 32, 0, 5,   0,   255, 255, 255, 255};
+    ASSERT_EQ(0, setxattr(folder.Path().c_str(), "system.posix_acl_default", list, sizeof list, 0));
+    const FileState before = ReadState(path);
+    ASSERT_TRUE(before.attributes.empty());
+    Put(before.With("new\n"));
+    EXPECT_EQ(before.With("new\n"), ReadState(path));
+    Put(before);
+    EXPECT_EQ(before, ReadState(path));
+}
+
 TEST_F(FileStateTest, StagedFileIsNotTheFile) {
     Stage(path, 7, ReadState(path).With("new\n"));
     EXPECT_EQ("old\n", ReadFile(path));
@@ -76,6 +90,33 @@ TEST_F(FileStateTest, FoldersAndHardLinksAreRefused) {
     EXPECT_THROW(ReadState(folder.Path()), LoginsError);
     std::filesystem::create_hard_link(path, folder / "second");
     EXPECT_THROW(ReadState(path), LoginsError);
+    EXPECT_THROW(ReadLinkedState(folder.Path()), LoginsError);
+    EXPECT_EQ("old\n", ReadLinkedState(path).content);
+}
+
+TEST_F(FileStateTest, ContentIsTheSameUnderOtherRights) {
+    const FileState state = ReadState(path);
+    FileState other = state;
+    other.mode = 0600;
+    other.owner = 7;
+    other.attributes = {{"user.a", "b"}};
+    EXPECT_TRUE(SameContent(state, other));
+    EXPECT_FALSE(SameContent(state, state.With("new\n")));
+    other.kind = FileState::Kind::Symlink;
+    EXPECT_FALSE(SameContent(state, other));
+}
+
+TEST_F(FileStateTest, WhatGoesBackIsPreparedApart) {
+    Stage(path, 7, ReadState(path).With("new\n"));
+    Stage(path, 7, ReadState(path), Prepared::Before);
+    Replace(path, 7, ReadState(path));
+    EXPECT_EQ("new\n", ReadFile(path));
+    EXPECT_EQ("old\n", ReadFile(StagedName(path, 7, Prepared::Before)));
+    Replace(path, 7, ReadState(path), Prepared::Before);
+    EXPECT_EQ("old\n", ReadFile(path));
+    Stage(path, 7, ReadState(path), Prepared::Before);
+    Unstage(path, 7, Prepared::Before);
+    EXPECT_FALSE(std::filesystem::exists(StagedName(path, 7, Prepared::Before)));
 }
 
 }  // namespace

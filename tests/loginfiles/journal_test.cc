@@ -149,6 +149,122 @@ TEST_F(JournalTest, FileThatCannotBeReplacedTakesEverythingBack) {
     std::filesystem::remove(StagedName(c, 1));
 }
 
+// What somebody else may have done to file b while a change waits, and what is there after it has been taken back.
+TEST_F(JournalTest, FilesThatSomebodyTouchedMeanwhileDoNotKeepTheOthersWaiting) {
+    namespace fs = std::filesystem;
+    const struct {
+        const char* what;
+        std::function<void(const std::string&)> touch;
+        bool putBack;
+    } rows[] = {
+        {"other rights", [](const std::string& path) { fs::permissions(path, fs::perms(0600)); }, true},
+        {"a second name", [](const std::string& path) { fs::create_hard_link(path, path + ".linked"); }, true},
+        {"a folder",
+         [](const std::string& path) {
+             fs::remove(path);
+             fs::create_directory(path);
+         },
+         false},
+        {"a link",
+         [](const std::string& path) {
+             fs::remove(path);
+             fs::create_symlink("nowhere", path);
+         },
+         false},
+        {"nothing", [](const std::string& path) { fs::remove(path); }, false},
+        {"other content", [](const std::string& path) { WriteFile(path, "somebody's\n"); }, false},
+        {"the old content",
+         [](const std::string& path) {
+             WriteFile(path, "b old\n");
+             fs::permissions(path, fs::perms(0600));
+         },
+         true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        fs::remove_all(b);
+        WriteFile(b, "b old\n");
+        Journal journal(journalFolder);
+        const int id = journal.Apply(NewRecord(1), Nothing);
+        row.touch(b);
+        EXPECT_EQ(1U, journal.Recover().size());
+        EXPECT_EQ(Progress::Restored, ProgressOf(id));
+        EXPECT_EQ("a old\n", ReadFile(a));
+        EXPECT_FALSE(fs::exists(c));
+        EXPECT_EQ(row.putBack ? "nobody confirmed it in time"
+                              : "nobody confirmed it in time; changed by somebody else and left alone: " + b,
+                  journal.Find(id)->reason);
+        EXPECT_TRUE(!row.putBack || ReadFile(b) == "b old\n");
+    }
+}
+
+TEST_F(JournalTest, WhatGoesBackLiesBesideEveryFileUntilTheConfirmation) {
+    Journal journal(journalFolder);
+    const int id = journal.Apply(NewRecord(Journal::MillisecondsSinceBoot() + 60'000), Nothing);
+    EXPECT_EQ("a old\n", ReadFile(StagedName(a, id, Prepared::Before)));
+    EXPECT_FALSE(std::filesystem::exists(StagedName(a, id)));
+    EXPECT_FALSE(std::filesystem::exists(StagedName(c, id, Prepared::Before)));
+    journal.Confirm(id);
+    EXPECT_FALSE(std::filesystem::exists(StagedName(a, id, Prepared::Before)));
+    // A crash between the confirmation and that.
+    Stage(a, id, ReadState(a), Prepared::Before);
+    journal.Recover();
+    EXPECT_FALSE(std::filesystem::exists(StagedName(a, id, Prepared::Before)));
+}
+
+TEST_F(JournalTest, WhatIsPreparedIsOnlyUsedIfItIsRight) {
+    Journal journal(journalFolder);
+    const int id = journal.Apply(NewRecord(1), Nothing);
+    WriteFile(StagedName(a, id, Prepared::Before), "a bad\n");
+    std::filesystem::remove(StagedName(b, id, Prepared::Before));
+    journal.Recover();
+    ExpectOld();
+}
+
+TEST_F(JournalTest, UndoOfAWaitingChangeLeavesNothingPrepared) {
+    Journal journal(journalFolder);
+    journal.Apply(NewRecord(Journal::MillisecondsSinceBoot() + 60'000), Nothing);
+    journal.Apply(Reverse(journal.Find(1)->record), Nothing);
+    ExpectOld();
+}
+
+// A backup of the journal that consists of links, or a de-duplicator.
+TEST_F(JournalTest, CopiesMayHaveFurtherNames) {
+    Journal journal(journalFolder);
+    journal.Apply(NewRecord(1), Nothing);
+    std::filesystem::copy(journalFolder + "/1", folder / "backup",
+                          std::filesystem::copy_options::recursive | std::filesystem::copy_options::create_hard_links);
+    EXPECT_EQ(1U, journal.Recover().size());
+    ExpectOld();
+}
+
+TEST_F(JournalTest, DamagedEntryDoesNotKeepALaterChangeWaiting) {
+    Journal journal(journalFolder);
+    journal.Apply(NewRecord(), Nothing);
+    journal.Apply(Reverse(journal.Find(1)->record), Nothing);
+    WriteFile(journalFolder + "/1/record", "");
+    EXPECT_EQ(3, journal.Apply(NewRecord(1), Nothing));
+    EXPECT_EQ(3, journal.Waiting()->record.id);
+    WriteFile(journalFolder + "/2/state", "damaged");
+    EXPECT_EQ(1U, journal.Recover().size());
+    ExpectOld();
+    EXPECT_EQ(Progress::Restored, ProgressOf(3));
+    const std::vector<Damage> damages = journal.Damages();
+    ASSERT_EQ(2U, damages.size());
+    EXPECT_EQ(1, damages[0].id);
+    EXPECT_THAT(damages[0].reason, HasSubstr("a record that is damaged"));
+    EXPECT_TRUE(damages[0].isOver);
+    EXPECT_FALSE(damages[1].isOver);
+    EXPECT_EQ(1U, journal.ReadableEntries().size());
+    try {
+        journal.Entries();
+        ADD_FAILURE() << "not told";
+    } catch (const LoginsError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("change 1 cannot be read: "));
+        EXPECT_THAT(error.Remedy(), HasSubstr("mv " + journalFolder + "/1 "));
+    }
+}
+
 TEST_F(JournalTest, UndoIsAChangeOfItsOwn) {
     Journal journal(journalFolder);
     journal.Apply(NewRecord(), Nothing);

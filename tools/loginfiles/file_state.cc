@@ -25,6 +25,8 @@ void ThrowSystemError(const std::string& what, const std::string& path, int erro
 
 namespace {
 
+constexpr char kAccessList[] = "system.posix_acl_access";
+
 kit::Descriptor Open(const std::string& path, int flags, mode_t mode = 0) {
     return kit::Descriptor(open(path.c_str(), flags | O_CLOEXEC, mode));
 }
@@ -75,14 +77,47 @@ std::string ReadLink(const std::string& path) {
     return {target.data(), static_cast<std::size_t>(size)};
 }
 
-void CheckKind(const struct stat& status, const std::string& path) {
+void CheckNames(const struct stat& status, const std::string& path) {
+    if (!S_ISREG(status.st_mode) || status.st_nlink == 1) return;
+    throw LoginsError(LoginsError::Kind::Refused,
+                      "'" + path + "' has further names (hard links), which a replacement would part from it",
+                      "make it a file of its own: cp --preserve=all FILE NEW && mv NEW FILE");
+}
+
+// False if there is none.
+bool Look(const std::string& path, struct stat& status) {
+    const bool there = lstat(path.c_str(), &status) == 0;
+    const int error = errno;
+    if (!there && error != ENOENT && error != ENOTDIR) ThrowSystemError("look at", path, error);
+    return there;
+}
+
+FileState StateOf(const std::string& path, const struct stat& status) {
+    FileState state;
+    state.mode = status.st_mode & 07777;
+    state.owner = status.st_uid;
+    state.group = status.st_gid;
+    if (S_ISLNK(status.st_mode)) {
+        state.kind = FileState::Kind::Symlink;
+        state.content = ReadLink(path);
+        return state;
+    }
     if (!S_ISREG(status.st_mode)) {
         throw LoginsError(LoginsError::Kind::Refused, "'" + path + "' is neither a file nor a link");
     }
-    if (status.st_nlink > 1) {
-        throw LoginsError(LoginsError::Kind::Refused,
-                          "'" + path + "' has further names (hard links), which a replacement would part from it",
-                          "make it a file of its own: cp --preserve=all FILE NEW && mv NEW FILE");
+    state.kind = FileState::Kind::Regular;
+    state.content = ReadWhole(path);
+    state.attributes = ReadAttributes(path);
+    return state;
+}
+
+// A folder with default rights gives them to every new file in it. Labels are the security policy's, which may keep them.
+void RemoveOtherAttributes(const std::string& staged, const FileState& state) {
+    for (const auto& [name, value] : ReadAttributes(staged)) {
+        if (state.attributes.contains(name)) continue;
+        const bool removed = lremovexattr(staged.c_str(), name.c_str()) == 0;
+        const int error = errno;
+        if (!removed && name == kAccessList) ThrowSystemError("remove the access control list of", staged, error);
     }
 }
 
@@ -94,6 +129,7 @@ void StageRegular(const std::string& staged, const FileState& state) {
     const bool owned = fchown(file.Number(), state.owner, state.group) == 0;
     error = errno;
     if (!owned) ThrowSystemError("set the owner of", staged, error);
+    RemoveOtherAttributes(staged, state);
     const bool moded = fchmod(file.Number(), state.mode) == 0;
     error = errno;
     if (!moded) ThrowSystemError("set the mode of", staged, error);
@@ -125,25 +161,17 @@ FileState FileState::With(const std::string& newContent) const {
 
 FileState ReadState(const std::string& path) {
     struct stat status = {};
-    const bool there = lstat(path.c_str(), &status) == 0;
-    const int error = errno;
-    if (!there && (error == ENOENT || error == ENOTDIR)) return {};
-    if (!there) ThrowSystemError("look at", path, error);
-    FileState state;
-    state.mode = status.st_mode & 07777;
-    state.owner = status.st_uid;
-    state.group = status.st_gid;
-    if (S_ISLNK(status.st_mode)) {
-        state.kind = FileState::Kind::Symlink;
-        state.content = ReadLink(path);
-        return state;
-    }
-    CheckKind(status, path);
-    state.kind = FileState::Kind::Regular;
-    state.content = ReadWhole(path);
-    state.attributes = ReadAttributes(path);
-    return state;
+    if (!Look(path, status)) return {};
+    CheckNames(status, path);
+    return StateOf(path, status);
 }
+
+FileState ReadLinkedState(const std::string& path) {
+    struct stat status = {};
+    return Look(path, status) ? StateOf(path, status) : FileState();
+}
+
+bool SameContent(const FileState& a, const FileState& b) { return a.kind == b.kind && a.content == b.content; }
 
 std::string Resolve(const std::string& path) {
     struct stat status = {};
@@ -163,28 +191,30 @@ std::string FolderOf(const std::string& path) {
 }
 
 // A final '~' marks a backup copy for pam-auth-update and for editors, a first '.' hides it from others.
-std::string StagedName(const std::string& path, int id) {
+std::string StagedName(const std::string& path, int id, Prepared which) {
     const std::size_t name = path.rfind('/') + 1;
-    return path.substr(0, name) + '.' + path.substr(name) + ".nimauth-" + std::to_string(id) + '~';
+    return path.substr(0, name) + '.' + path.substr(name) + ".nimauth-" + std::to_string(id) +
+           (which == Prepared::After ? "~" : "-before~");
 }
 
-void Stage(const std::string& path, int id, const FileState& state) {
-    const std::string staged = StagedName(path, id);
+void Stage(const std::string& path, int id, const FileState& state, Prepared which) {
+    const std::string staged = StagedName(path, id, which);
     if (state.kind == FileState::Kind::Regular) StageRegular(staged, state);
     if (state.kind == FileState::Kind::Symlink) StageLink(staged, state);
 }
 
-void Replace(const std::string& path, int id, const FileState& state) {
+void Replace(const std::string& path, int id, const FileState& state, Prepared which) {
     const bool absent = state.kind == FileState::Kind::Absent;
-    const bool done = absent ? unlink(path.c_str()) == 0 : std::rename(StagedName(path, id).c_str(), path.c_str()) == 0;
+    const bool done =
+        absent ? unlink(path.c_str()) == 0 : std::rename(StagedName(path, id, which).c_str(), path.c_str()) == 0;
     const int error = errno;
     if (!done) ThrowSystemError(absent ? "remove" : "replace", path, error);
     SyncFolder(FolderOf(path));
 }
 
-void Unstage(const std::string& path, int id) noexcept {
+void Unstage(const std::string& path, int id, Prepared which) noexcept {
     try {
-        unlink(StagedName(path, id).c_str());
+        unlink(StagedName(path, id, which).c_str());
     } catch (...) {
         // Out of memory: the next call of the tool removes it.
     }

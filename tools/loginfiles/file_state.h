@@ -33,19 +33,28 @@ struct FileState {
 // What `path` itself holds; links are not followed. Refuses (kind Refused) what is neither absent, a regular file nor a
 // link, and a file with further names: a replacement would part them.
 FileState ReadState(const std::string& path);
+// The same of a file that may have further names: a kept copy, which a backup or a de-duplicator has linked, or a file
+// that is to be put back.
+FileState ReadLinkedState(const std::string& path);
+// Whether both hold the same; mode, owner and attributes may differ.
+bool SameContent(const FileState& a, const FileState& b);
 
 // The file that a path means: links followed to the end. A missing file is itself. Refuses a link that leads nowhere.
 std::string Resolve(const std::string& path);
 
-// The file beside `path` in which its replacement is prepared. No program takes such a name for a service or profile.
-std::string StagedName(const std::string& path, int id);
+// What is prepared beside a file that is to be replaced.
+enum class Prepared { After, Before };
+
+// The file beside `path` in which its replacement is prepared, or what would replace that again. No program takes such a
+// name for a service or profile.
+std::string StagedName(const std::string& path, int id, Prepared which = Prepared::After);
 
 // Writes `state` durably into the staged file. Nothing that a reader sees changes. Absent is staged as nothing.
-void Stage(const std::string& path, int id, const FileState& state);
+void Stage(const std::string& path, int id, const FileState& state, Prepared which = Prepared::After);
 // Puts the staged file in place, or removes the file for an absent state, in one step that is durable on return.
-void Replace(const std::string& path, int id, const FileState& state);
+void Replace(const std::string& path, int id, const FileState& state, Prepared which = Prepared::After);
 // Removes what staging left; a missing file is fine.
-void Unstage(const std::string& path, int id) noexcept;
+void Unstage(const std::string& path, int id, Prepared which = Prepared::After) noexcept;
 
 // --- Small durable files (the journal) ---
 

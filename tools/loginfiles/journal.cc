@@ -83,6 +83,34 @@ void RemoveTree(const std::string& path) {
     fs::remove_all(path, ignored);
 }
 
+bool IsFinal(Progress progress) {
+    return progress == Progress::Confirmed || progress == Progress::Restored || progress == Progress::Undone;
+}
+
+// Of an entry that cannot be read as a whole.
+bool IsOver(const std::string& folder) {
+    try {
+        Entry entry;
+        ParseState(ReadWhole(folder + "/state"), entry);
+        return IsFinal(entry.progress);
+    } catch (const LoginsError&) {
+        return false;
+    }
+}
+
+void UnstageAll(const std::vector<Change>& changes, int id, Prepared which) {
+    for (const Change& change : changes) Unstage(change.path, id, which);
+}
+
+// What the file was before lies beside it, unless somebody has been there.
+bool IsPrepared(const Change& change, int id) {
+    try {
+        return ReadLinkedState(StagedName(change.path, id, Prepared::Before)) == change.before;
+    } catch (const LoginsError&) {
+        return false;
+    }
+}
+
 // Empty if the change may stay as it is.
 std::string ReasonToTakeBack(const Entry& entry) {
     if (entry.progress == Progress::Applying) return "the tool was interrupted";
@@ -132,34 +160,65 @@ std::optional<Entry> Journal::Find(int id) const {
     entry.record = ParseRecord(ReadWhole(folder + "/record"));
     entry.record.id = id;
     for (Change& change : entry.record.changes) {
-        change.before = ReadState(folder + "/before" + change.path);
-        change.after = ReadState(folder + "/after" + change.path);
+        change.before = ReadLinkedState(folder + "/before" + change.path);
+        change.after = ReadLinkedState(folder + "/after" + change.path);
     }
     ParseState(ReadWhole(folder + "/state"), entry);
     return entry;
 }
 
-std::vector<Entry> Journal::Entries() const {
-    std::vector<Entry> entries;
+std::vector<int> Journal::Ids() const {
+    std::vector<int> ids;
     for (const std::string& name : Names(_folder)) {
-        const int id = IdOf(name);
-        if (std::optional<Entry> entry = id > 0 ? Find(id) : std::nullopt) entries.push_back(std::move(*entry));
+        if (IdOf(name) > 0) ids.push_back(IdOf(name));
     }
-    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.record.id < b.record.id; });
+    std::sort(ids.begin(), ids.end());
+    return ids;
+}
+
+std::vector<Entry> Journal::Entries() const {
+    const std::vector<Damage> damages = Damages();
+    if (damages.empty()) return ReadableEntries();
+    const std::string folder = EntryFolder(damages.front().id);
+    throw LoginsError(LoginsError::Kind::System,
+                      "change " + std::to_string(damages.front().id) + " cannot be read: " + damages.front().reason,
+                      "once none of its files is needed any more: mv " + folder + " " + _folder + "/damaged");
+}
+
+std::vector<Entry> Journal::ReadableEntries() const {
+    std::vector<Entry> entries;
+    for (const int id : Ids()) {
+        try {
+            if (std::optional<Entry> entry = Find(id)) entries.push_back(std::move(*entry));
+        } catch (const LoginsError&) {
+            continue;  // `Damages` tells of it
+        }
+    }
     return entries;
 }
 
+std::vector<Damage> Journal::Damages() const {
+    std::vector<Damage> damages;
+    for (const int id : Ids()) {
+        try {
+            Find(id);
+        } catch (const LoginsError& error) {
+            damages.push_back({id, error.what(), IsOver(EntryFolder(id))});
+        }
+    }
+    return damages;
+}
+
 std::optional<Entry> Journal::Waiting() const {
-    for (Entry& entry : Entries()) {
+    for (Entry& entry : ReadableEntries()) {
         if (entry.progress == Progress::Applied) return std::move(entry);
     }
     return std::nullopt;
 }
 
 int Journal::NextId() const {
-    int last = 0;
-    for (const std::string& name : Names(_folder)) last = std::max(last, IdOf(name));
-    return last + 1;
+    const std::vector<int> ids = Ids();
+    return ids.empty() ? 1 : ids.back() + 1;
 }
 
 // Built under another name, so that an entry is there whole or not at all.
@@ -196,10 +255,13 @@ void Journal::SetProgress(int id, Progress progress, const std::string& reason) 
 }
 
 void Journal::ReplaceAll(const Record& record) {
-    // All that needs room or rights comes before the first file changes.
+    // All that needs room or rights comes before the first file changes, also what going back would need.
     for (const Change& change : record.changes) {
         if (change.after.kind != FileState::Kind::Absent) MakeFoldersFor(change.path);
-        Stage(change.path, record.id, change.after);
+        for (const Prepared which : {Prepared::After, Prepared::Before}) {
+            Unstage(change.path, record.id, which);  // of a journal that is gone
+            Stage(change.path, record.id, which == Prepared::After ? change.after : change.before, which);
+        }
     }
     for (const Change& change : record.changes) {
         if (ReadState(change.path) != change.before) ThrowChanged(change.path);
@@ -227,13 +289,18 @@ int Journal::Apply(Record record, const std::function<void(int)>& armed) {
         Compensate(record, error.what());
         throw;
     }
-    if (record.undoes != 0) MarkUndoneIfPossible(record.undoes);
+    if (record.deadline == 0) UnstageAll(record.changes, record.id, Prepared::Before);
+    if (record.undoes != 0) {
+        // The change stands whether this can be written or not; else the next call marks it.
+        SetProgressIfPossible(record.undoes, Progress::Undone, "");
+        UnstageAll(record.changes, record.undoes, Prepared::Before);
+    }
     return record.id;
 }
 
-// All or nothing.
+// All or nothing. Where a full disk takes not even the record of that, the next call finds every file as it was.
 void Journal::Compensate(const Record& record, const std::string& reason) try {
-    TakeBack(record, reason);
+    SetProgressIfPossible(record.id, Progress::Restored, PutAllBack(record, reason));
 } catch (const LoginsError& error) {
     throw LoginsError(LoginsError::Kind::System,
                       reason + "; and then the files could not all be put back: " + error.what(),
@@ -242,21 +309,40 @@ void Journal::Compensate(const Record& record, const std::string& reason) try {
                           EntryFolder(record.id) + "/before");
 }
 
-void Journal::TakeBack(const Record& record, const std::string& reason) {
-    SetProgress(record.id, Progress::Restoring, reason);
-    std::string left;
-    for (auto change = record.changes.rbegin(); change != record.changes.rend(); ++change) {
-        Unstage(change->path, record.id);
-        const FileState now = ReadState(change->path);
-        if (now == change->before) continue;
-        if (now != change->after) {
-            left += (left.empty() ? "; changed by somebody else and left alone: " : ", ") + change->path;
-            continue;
-        }
-        Stage(change->path, record.id, change->before);
-        Replace(change->path, record.id, change->before);
+// False if the file is somebody else's by now.
+bool Journal::PutBack(const Change& change, int id) {
+    const FileState now = ReadLinkedState(change.path);
+    if (now == change.before) return true;
+    if (!SameContent(now, change.after)) return SameContent(now, change.before);
+    if (!IsPrepared(change, id)) {
+        Unstage(change.path, id, Prepared::Before);
+        Stage(change.path, id, change.before, Prepared::Before);
     }
-    SetProgress(record.id, Progress::Restored, reason + left);
+    Replace(change.path, id, change.before, Prepared::Before);
+    return true;
+}
+
+// What needs room comes last, and one file does not keep the others from going back. Returns the reason, with the files
+// that were left alone.
+std::string Journal::PutAllBack(const Record& record, const std::string& reason) {
+    UnstageAll(record.changes, record.id, Prepared::After);
+    SetProgressIfPossible(record.id, Progress::Restoring, reason);
+    std::string left;
+    std::optional<LoginsError> failure;
+    for (auto change = record.changes.rbegin(); change != record.changes.rend(); ++change) {
+        try {
+            if (PutBack(*change, record.id)) continue;
+        } catch (const LoginsError& error) {
+            if (error.Reason() != LoginsError::Kind::Refused) {
+                if (!failure) failure = error;
+                continue;
+            }
+        }
+        left += (left.empty() ? "; changed by somebody else and left alone: " : ", ") + change->path;
+    }
+    if (failure) throw *failure;
+    UnstageAll(record.changes, record.id, Prepared::Before);
+    return reason + left;
 }
 
 std::vector<Entry> Journal::Recover() {
@@ -265,36 +351,43 @@ std::vector<Entry> Journal::Recover() {
     RemoveLeftovers();
     MarkUndone();
     std::vector<Entry> recovered;
-    const std::vector<Entry> entries = Entries();
+    const std::vector<Entry> entries = ReadableEntries();
     for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
         const std::string reason = ReasonToTakeBack(*entry);
-        if (reason.empty()) continue;
-        TakeBack(entry->record, reason);
+        if (reason.empty()) {
+            if (IsFinal(entry->progress)) UnstageAll(entry->record.changes, entry->record.id, Prepared::Before);
+            continue;
+        }
+        SetProgress(entry->record.id, Progress::Restored, PutAllBack(entry->record, reason));
         recovered.push_back(*Find(entry->record.id));
     }
     return recovered;
 }
 
-// The change stands whether this can be written or not; else the next call marks it.
-void Journal::MarkUndoneIfPossible(int id) noexcept try {
-    SetProgress(id, Progress::Undone);
+void Journal::SetProgressIfPossible(int id, Progress progress, const std::string& reason) noexcept try {
+    SetProgress(id, progress, reason);
 } catch (const std::exception&) {
     return;
 }
 
 // A crash may have come between the last file of an undo and the mark on what it undid.
 void Journal::MarkUndone() {
-    for (const Entry& entry : Entries()) {
+    const std::vector<Entry> entries = ReadableEntries();
+    for (const Entry& entry : entries) {
         const bool stands = entry.progress == Progress::Applied || entry.progress == Progress::Confirmed;
         if (!stands || entry.record.undoes == 0) continue;
-        const std::optional<Entry> undone = Find(entry.record.undoes);
-        if (undone && undone->progress != Progress::Undone) SetProgress(undone->record.id, Progress::Undone);
+        const auto undone = std::find_if(entries.begin(), entries.end(), [&](const Entry& other) {
+            return other.record.id == entry.record.undoes && other.progress != Progress::Undone;
+        });
+        if (undone != entries.end()) SetProgress(undone->record.id, Progress::Undone);
     }
 }
 
 void Journal::Confirm(int id) {
     Lock();
+    const std::optional<Entry> entry = Find(id);
     SetProgress(id, Progress::Confirmed);
+    if (entry) UnstageAll(entry->record.changes, id, Prepared::Before);
 }
 
 std::string Journal::MakeCandidateFolder() const {
@@ -312,10 +405,10 @@ void Journal::RemoveLeftovers() {
 }
 
 void Journal::Prune() {
-    std::vector<Entry> entries = Entries();
-    for (std::size_t index = 0; index + kKept <= entries.size(); ++index) {
+    const std::vector<int> ids = Ids();
+    for (std::size_t index = 0; index + kKept <= ids.size(); ++index) {
         // Under a name that says so first: an entry is there whole or not at all.
-        const std::string folder = EntryFolder(entries[index].record.id);
+        const std::string folder = EntryFolder(ids[index]);
         if (std::rename(folder.c_str(), (_folder + "/new-pruned").c_str()) == 0) RemoveTree(_folder + "/new-pruned");
     }
 }

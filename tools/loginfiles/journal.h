@@ -6,10 +6,14 @@
 //     7/before/etc/nsswitch.conf  each file as it was, with its mode, owner and attributes; not there if it was absent
 //     7/after/etc/nsswitch.conf   each file as it shall be
 //
+// The copies may have further names (a backup that links, a de-duplicator).
+//
 // An administrator without this tool goes back with
 //     cd /var/lib/nimbrel/logins/7/before && find . ! -type d -exec cp -a {} /{} ';'
 //
-// Every step is durable before the next one begins, so that a crash at any point leaves what `Recover` can finish.
+// Every step is durable before the next one begins, so that a crash at any point leaves what `Recover` can finish. Until a
+// change is confirmed, what the files were before lies beside each of them as well (".nsswitch.conf.nimauth-7-before~"):
+// going back then only renames, and so works on a full disk.
 //
 // Errors: `LoginsError`. Threads: one object belongs to one thread; processes take turns by `Lock`.
 
@@ -69,6 +73,13 @@ struct Entry {
     std::string reason = {};  // of Restoring and Restored
 };
 
+// An entry that cannot be read.
+struct Damage {
+    int id = 0;
+    std::string reason;
+    bool isOver = false;  // its state is readable and says that nothing waits
+};
+
 class Journal {
  public:
     // Touches nothing yet.
@@ -79,23 +90,28 @@ class Journal {
     // Makes the folder if need be and waits until no other process changes anything. Held until destruction.
     void Lock();
 
-    // From the oldest to the newest. A journal that is not there is empty.
+    // From the oldest to the newest. A journal that is not there is empty. `Entries` throws (kind System) if one of them
+    // cannot be read; `ReadableEntries` leaves it out, for what must work in spite of it.
     std::vector<Entry> Entries() const;
+    std::vector<Entry> ReadableEntries() const;
+    std::vector<Damage> Damages() const;
     std::optional<Entry> Find(int id) const;
-    // The change that waits for a confirmation.
+    // The change that waits for a confirmation, as far as it can be read.
     std::optional<Entry> Waiting() const;
 
     // Makes all changes or none. Under the lock:
     //   1. checks that every file still is as `before` says (kind Changed otherwise),
     //   2. records the change, with the progress Applying,
     //   3. calls `armed` with the change's number, which may still refuse by throwing,
-    //   4. prepares every file beside its place, checks it once more and puts it in place,
+    //   4. prepares every file beside its place, and what goes back there, checks it once more and puts it in place,
     //   5. sets the progress Applied or, without a deadline, Confirmed.
     // A failure from 3 on puts every file back and leaves as the exception it was. Returns the change's number.
     int Apply(Record record, const std::function<void(int)>& armed);
 
     // Finishes what a crash, a power cut or a missing confirmation left behind: puts the files of such changes back as
-    // they were. A file that somebody else has changed since is left alone. Returns the changes concerned, newest first.
+    // they were. A file whose content somebody else has changed since, or that is no file any more, is left alone and
+    // named in the reason; one that cannot be written does not keep the others from being put back, and is thrown in the
+    // end. Entries that cannot be read are passed by. Returns the changes concerned, newest first.
     std::vector<Entry> Recover();
 
     void Confirm(int id);
@@ -109,14 +125,16 @@ class Journal {
     static std::int64_t MillisecondsSinceBoot();
 
  private:
+    std::vector<int> Ids() const;
     int NextId() const;
     void Create(Record& record);
     void SetProgress(int id, Progress progress, const std::string& reason = "");
     void ReplaceAll(const Record& record);
     void Compensate(const Record& record, const std::string& reason);
-    void TakeBack(const Record& record, const std::string& reason);
+    std::string PutAllBack(const Record& record, const std::string& reason);
+    bool PutBack(const Change& change, int id);
     void MarkUndone();
-    void MarkUndoneIfPossible(int id) noexcept;
+    void SetProgressIfPossible(int id, Progress progress, const std::string& reason) noexcept;
     void RemoveLeftovers();
     void Prune();
 

@@ -11,6 +11,8 @@
 #include <filesystem>
 
 #include "logins_host.h"
+#include "tools/loginfiles/journal.h"
+#include "tools/loginfiles/logins_error.h"
 
 namespace nimbrel::testing {
 namespace {
@@ -67,6 +69,80 @@ TEST_F(LoginsFaultsTest, FullDiskChangesNothing) {
     EXPECT_THAT(Differences(before, ReadLoginFiles()), ::testing::IsEmpty());
     EXPECT_EQ("restored", StateOf(1));
     Unmount("/etc/pam.d");
+}
+
+// One small file system for the files and the journal, as on a host with a single one.
+class FullDiskTest : public LoginsFaultsTest {
+ protected:
+    void SetUp() override {
+        LoginsFaultsTest::SetUp();
+        fs::create_directories(kDisk);
+        ASSERT_EQ(0, mount("tmpfs", kDisk, "tmpfs", 0, "mode=0755,size=200k"));
+        fs::create_directory(kDisk + std::string("/etc"));
+        for (const std::string& path : {a, b}) WriteFile(path, "old\n");
+    }
+    void TearDown() override {
+        Unmount(kDisk);
+        LoginsFaultsTest::TearDown();
+    }
+    // Leaves room for this many pages.
+    static void Fill(int pages) {
+        const std::string page(4096, 'x');
+        const std::string path = kDisk + std::string("/filler");
+        const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        off_t size = 0;
+        for (ssize_t count = 0; (count = write(file, page.data(), page.size())) > 0; size += count) {
+        }
+        ASSERT_EQ(0, ftruncate(file, size - pages * 4096));
+        close(file);
+    }
+    logins::Record NewRecord() const {
+        logins::Record record;
+        record.action = "enable";
+        record.bootId = logins::Journal::BootId();
+        record.deadline = 1;
+        for (const std::string& path : {a, b}) {
+            const logins::FileState now = logins::ReadState(path);
+            record.changes.push_back({path, now, now.With(std::string(9000, 'n'))});
+        }
+        return record;
+    }
+    void ExpectOld(logins::Journal& journal) const {
+        for (const std::string& path : {a, b}) EXPECT_EQ("old\n", ReadFile(path));
+        EXPECT_EQ(logins::Progress::Restored, journal.Find(1)->progress);
+        EXPECT_EQ(2, std::distance(fs::directory_iterator(kDisk + std::string("/etc")), fs::directory_iterator()));
+    }
+
+    static constexpr char kDisk[] = "/srv/disk";
+    const std::string a = kDisk + std::string("/etc/a");
+    const std::string b = kDisk + std::string("/etc/b");
+};
+
+TEST_F(FullDiskTest, ChangeThatFindsNoRoomLeavesNothingBehind) {
+    for (int pages = 0; pages < 10; ++pages) {
+        SCOPED_TRACE(pages);
+        logins::Journal journal(kDisk + std::string("/journal"));
+        try {
+            journal.Apply(NewRecord(), [&](int) { Fill(pages); });
+            break;  // room enough
+        } catch (const logins::LoginsError& error) {
+            EXPECT_THAT(error.what(), ::testing::Not(HasSubstr("could not all be put back")));
+        }
+        for (const std::string& path : {a, b}) EXPECT_EQ("old\n", ReadFile(path));
+        fs::remove(kDisk + std::string("/filler"));
+        journal.Recover();  // has room for the record of it
+        ExpectOld(journal);
+        fs::remove_all(kDisk + std::string("/journal"));
+    }
+    fs::remove_all(kDisk + std::string("/journal"));
+}
+
+TEST_F(FullDiskTest, FilesGoBackWithoutRoom) {
+    logins::Journal journal(kDisk + std::string("/journal"));
+    journal.Apply(NewRecord(), [](int) {});
+    Fill(0);
+    EXPECT_EQ(1U, journal.Recover().size());
+    ExpectOld(journal);
 }
 
 TEST_F(LoginsFaultsTest, FullJournalChangesNothing) {
@@ -160,8 +236,28 @@ TEST_F(LoginsFaultsTest, DamagedJournalIsToldAndNothingChanges) {
     Enable();
     const LoginFiles enabled = ReadLoginFiles();
     WriteFile("/var/lib/nimbrel/logins/1/record", "garbage");
-    EXPECT_THAT(Refused({"logins", "disable"}), HasSubstr("a record that is damaged"));
+    EXPECT_THAT(Refused({"logins", "disable"}),
+                ::testing::AllOf(HasSubstr("change 1 cannot be read: the journal holds a record that is damaged"),
+                                 HasSubstr("mv /var/lib/nimbrel/logins/1 ")));
     EXPECT_THAT(Differences(enabled, ReadLoginFiles()), ::testing::IsEmpty());
+    EXPECT_THAT(Done({"logins", "history"}), HasSubstr("note: change 1 cannot be read: "));
+    EXPECT_THAT(Refused({"logins", "undo"}), HasSubstr("change 1 cannot be read: "));
+    // Without the journal's help, and gone back from all the same.
+    Disable({"--services", "common-session", "--confirm-within", "0"});
+    EXPECT_THAT(Done({"logins", "history"}), HasSubstr("changes: none"));
+}
+
+// An old entry that nobody needs is no reason for a change to stay that nobody confirmed.
+TEST_F(LoginsFaultsTest, DamagedEntryDoesNotKeepALaterChange) {
+    Enable();
+    Done({"logins", "undo"});
+    WriteFile("/var/lib/nimbrel/logins/1/record", "garbage");
+    Enable({"--confirm-within", "1"});
+    AwaitState(3, "restored");
+    ExpectUntouched();
+    WriteFile("/var/lib/nimbrel/logins/2/state", "garbage");
+    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("change 1 cannot be read: "));
+    ExpectUntouched();
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "tools/nimauthctl/commands/logins_change.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -33,11 +34,14 @@ void RequireJoined(const Invocation& invocation) {
 }
 
 void RequireNothingWaits(const logins::Journal& journal) {
-    const std::optional<logins::Entry> waiting = journal.Waiting();
-    if (!waiting) return;
-    throw logins::LoginsError(logins::LoginsError::Kind::State,
-                              "change " + std::to_string(waiting->record.id) + " still waits for its confirmation",
-                              "'nimauthctl logins confirm' or 'nimauthctl logins undo' first");
+    if (const std::optional<logins::Entry> waiting = journal.Waiting()) {
+        throw logins::LoginsError(logins::LoginsError::Kind::State,
+                                  "change " + std::to_string(waiting->record.id) + " still waits for its confirmation",
+                                  "'nimauthctl logins confirm' or 'nimauthctl logins undo' first");
+    }
+    const std::vector<logins::Damage> damages = journal.Damages();
+    const bool allOver = std::all_of(damages.begin(), damages.end(), [](const auto& damage) { return damage.isOver; });
+    if (!allOver) journal.Entries();  // it may wait, and this says that it cannot be read
 }
 
 void RequirePreviewed(const Invocation& invocation, const std::vector<Change>& changes) {

@@ -77,6 +77,9 @@ void Recover(logins::Journal& journal, Report& report) {
     for (const logins::Entry& entry : journal.Recover()) {
         report.Note("change " + std::to_string(entry.record.id) + " has been taken back: " + entry.reason);
     }
+    for (const logins::Damage& damage : journal.Damages()) {
+        report.Note("change " + std::to_string(damage.id) + " cannot be read: " + damage.reason);
+    }
 }
 
 void ShowEntry(const logins::Entry& entry, Report& report) {

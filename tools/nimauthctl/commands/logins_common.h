@@ -20,7 +20,8 @@ logins::ProviderModules ConfiguredModules();
 // The names of every --services option, each a list with commas.
 std::vector<std::string> NamedServices(const Invocation& invocation);
 
-// Takes the journal's lock, finishes what an earlier call left behind, and tells of it in notes.
+// Takes the journal's lock, finishes what an earlier call left behind, and tells of it in notes; also of entries that
+// cannot be read.
 void Recover(logins::Journal& journal, Report& report);
 
 // What is known of a recorded change, as one row.

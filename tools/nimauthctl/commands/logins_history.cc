@@ -12,7 +12,7 @@ ExitCode History(const Invocation&, Report& report) {
         logins::Journal journal;
         Recover(journal, report);
         report.List("change", "changes");
-        for (const logins::Entry& entry : journal.Entries()) ShowEntry(entry, report);
+        for (const logins::Entry& entry : journal.ReadableEntries()) ShowEntry(entry, report);
         return ExitCode::Ok;
     });
 }

@@ -14,6 +14,13 @@ bool Stands(const logins::Entry& entry) {
     return there && entry.record.undoes == 0;
 }
 
+// A later change that cannot be read may be the one that was meant.
+void RequireNoneBehind(int id, const logins::Journal& journal) {
+    for (const logins::Damage& damage : journal.Damages()) {
+        if (damage.id > id) journal.Entries();  // says so
+    }
+}
+
 logins::Record Reverse(const logins::Record& record) {
     logins::Record reverse = record;
     reverse.action = "undo";
@@ -28,8 +35,9 @@ ExitCode Undo(const Invocation&, Report& report) {
     return Translated([&] {
         logins::Journal journal;
         Recover(journal, report);
-        const std::vector<logins::Entry> entries = journal.Entries();
+        const std::vector<logins::Entry> entries = journal.ReadableEntries();
         const auto last = std::find_if(entries.rbegin(), entries.rend(), Stands);
+        RequireNoneBehind(last == entries.rend() ? 0 : last->record.id, journal);
         if (last == entries.rend()) {
             throw logins::LoginsError(logins::LoginsError::Kind::State, "there is no change to undo",
                                       "'nimauthctl logins history' lists the changes");
