@@ -306,6 +306,18 @@ TEST(PamEditTest, RulesThatGoOnBehindTheirLineStayWhole) {
     EXPECT_EQ(rest, Without(kAuthRules + rest));
 }
 
+TEST(PamEditTest, LastLineWithoutAnEndCanGo) {
+    const struct {
+        std::string before;
+        std::string after;
+    } rows[] = {{"auth required b.so\nauth required pam_x.so", "auth required b.so\n"},
+                {"auth required b.so\n" + std::string(kAuthRules, sizeof kAuthRules - 2), "auth required b.so\n"},
+                {"auth required pam_x.so\nauth required b.so", "auth required b.so"},
+                {"auth required pam_x.so", ""},
+                {"# c\nauth required pam_x.so", "# c\n"}};
+    for (const auto& row : rows) EXPECT_EQ(row.after, Without(row.before)) << row.before;
+}
+
 TEST(PamEditTest, ModuleIsThereOnlyAsARule) {
     EXPECT_TRUE(HasPamModule("auth required a.so\nauth required /x/pam_x.so\n", "pam_x.so"));
     for (const char* const text : {"", "# auth required pam_x.so\n", "@include pam_x.so\n", "auth include pam_x.so\n",

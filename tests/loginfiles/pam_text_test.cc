@@ -224,6 +224,18 @@ TEST(PamTextTest, FilesOfTheFolderHaveOneNameHoweverTheyAreIncluded) {
     for (const auto& row : rows) EXPECT_EQ(row.name, IncludedName(row.module)) << row.module;
 }
 
+TEST(PamTextTest, BackupCopiesAreNoServices) {
+    const TemporaryFolder root;
+    std::filesystem::create_directories(root / "etc/pam.d");
+    for (const char* const ending :
+         {".bak",     ".bak-2",    ".orig",      ".old",     ".save",   ".rpmsave", ".rpmnew",
+          ".rpmorig", ".dpkg-old", ".dpkg-dist", ".ucf-new", ".pacnew", ".pacsave", ".pam-old",
+          ".augsave", "~",         "-l",         ".d",       ".v2",     "bak"}) {
+        WriteFile(root / ("etc/pam.d/su" + std::string(ending)), "");
+    }
+    EXPECT_EQ((PamFiles{{"su-l", ""}, {"su.d", ""}, {"su.v2", ""}, {"subak", ""}}), ReadPamFiles(root / ""));
+}
+
 TEST(PamTextTest, IncludedFilesAreReadWhereverTheyAre) {
     const TemporaryFolder root;
     const auto write = [&](const std::string& path, const std::string& text) {

@@ -18,7 +18,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kProgram[] = "/usr/bin/authselect";
+constexpr char kOwnName[] = "custom/nimauth";
 constexpr char kOwnProfile[] = "/etc/authselect/custom/nimauth";
+constexpr char kBaseFile[] = "made-from";
 constexpr char kStateFolder[] = "/var/lib/authselect";
 
 std::string MustRun(const std::vector<std::string>& words) {
@@ -74,6 +76,7 @@ void Select(const std::vector<std::string>& selection) {
 // The profile's templates by name; includes between them are by name, too.
 PamFiles Templates() {
     PamFiles files;
+    if (!fs::is_directory(kOwnProfile)) return files;
     for (const auto& item : fs::directory_iterator(kOwnProfile)) {
         if (!item.is_regular_file()) continue;
         files[item.path().filename().string()] = ReadWhole(item.path().string());
@@ -87,22 +90,42 @@ void WriteTemplate(const std::string& name, const std::string& text) {
     fs::permissions(path, fs::perms(0644));
 }
 
+// Anew, whatever is there: it may be empty, of an earlier base or with another provider's modules.
 void MakeOwnProfile(const std::string& base, const ProviderModules& provider) {
+    fs::remove_all(kOwnProfile);
     MustRun({kProgram, "create-profile", "nimauth", "--base-on", base});
     const PamFiles templates = Templates();
     for (const char* const name : {"system-auth", "password-auth"}) {
         if (templates.contains(name)) WriteTemplate(name, WithPamModuleInTemplate(templates, name, provider));
     }
     WriteTemplate("nsswitch.conf", WithNssServiceInTemplate(templates.at("nsswitch.conf"), provider));
+    WriteTemplate(kBaseFile, base + '\n');
+}
+
+// What our own profile was made from; authselect itself does not remember it.
+std::string BaseOf(const PamFiles& templates) {
+    const auto file = templates.find(kBaseFile);
+    const std::vector<std::string> words = file == templates.end() ? std::vector<std::string>() : Split(file->second);
+    if (words.size() == 1) return words[0];
+    throw LoginsError(LoginsError::Kind::Refused,
+                      std::string(kOwnProfile) + "/" + kBaseFile + " does not say what the profile was made from",
+                      "choose that profile: 'authselect list', then 'authselect select PROFILE'");
+}
+
+// True if it is another one now.
+bool RemakeOwnProfile(const std::string& selected, const ProviderModules& provider) {
+    const PamFiles before = Templates();
+    MakeOwnProfile(selected == kOwnName ? BaseOf(before) : selected, provider);
+    return Templates() != before;
 }
 
 void Enable(const ProviderModules& provider) {
     std::vector<std::string> selection = Split(MustRun({kProgram, "current", "--raw"}));
     if (selection.empty()) throw LoginsError(LoginsError::Kind::Refused, "authselect has no profile selected");
     const bool sssd = provider.pamModule == "pam_sss.so" && provider.nssService == "sss";
-    const std::string wanted = sssd ? "sssd" : "custom/nimauth";
-    if (selection[0] == wanted) return;
-    if (!sssd && !fs::exists(kOwnProfile)) MakeOwnProfile(selection[0], provider);
+    const bool remade = !sssd && RemakeOwnProfile(selection[0], provider);
+    const std::string wanted = sssd ? "sssd" : kOwnName;
+    if (selection[0] == wanted && !remade) return;
     selection[0] = wanted;
     Select(selection);
 }

@@ -149,7 +149,8 @@ std::string WithPamModuleInTemplate(const PamFiles& files, const std::string& na
 std::string WithoutPamModule(const PamFiles& files, const std::string& name, const std::string& module) {
     const std::string& text = files.at(name);
     if (!HasPamModule(text, module)) return text;
-    const std::set<int> own = OwnLines(ParsePam(text), module);
+    const std::vector<PamLine> all = ParsePam(text);
+    const std::set<int> own = OwnLines(all, module);
     const std::string kept = WithJumpsWithout(files, name, own);
     PamTree tree(kept);
     const std::vector<PamLine>& lines = tree.Lines();
@@ -157,6 +158,8 @@ std::string WithoutPamModule(const PamFiles& files, const std::string& name, con
         if (own.contains(lines[index].number)) tree.Remove(index);
     }
     std::string edited = tree.Text();
+    // The line end that a last line lacks is not the one in front of it.
+    if (own.contains(all.back().number) && !edited.empty() && !edited.ends_with('\n')) edited += '\n';
     ProveOthersSurvived(edited, kept);
     return edited;
 }

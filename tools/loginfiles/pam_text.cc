@@ -79,6 +79,15 @@ void Understand(const std::string& content, PamLine& line) {
     line.arguments.assign(words.begin() + 3, words.end());
 }
 
+// What editors and package managers leave beside a file: nobody logs in through it, and it has to stay what it is.
+bool IsBackup(const std::string& name) {
+    constexpr std::array<const char*, 10> kEndings = {".bak",   ".orig", ".old",     ".save", ".rpm",
+                                                      ".dpkg-", ".ucf-", ".pam-old", ".pac",  ".aug"};
+    if (name.starts_with('.') || name.ends_with('~')) return true;
+    const std::string ending = name.substr(std::min(name.rfind('.'), name.size()));
+    return std::any_of(kEndings.begin(), kEndings.end(), [&](const char* begin) { return ending.starts_with(begin); });
+}
+
 // False as well for a link that leads nowhere, or round in a circle.
 bool IsFile(const std::string& path) {
     std::error_code error;
@@ -89,7 +98,7 @@ void ReadFolder(const std::string& folder, PamFiles& files) {
     std::error_code error;
     for (std::filesystem::directory_iterator item(folder, error), end; !error && item != end; item.increment(error)) {
         const std::string name = item->path().filename().string();
-        if (name.starts_with('.') || name.ends_with('~')) continue;
+        if (IsBackup(name)) continue;
         if (!files.contains(name) && IsFile(item->path())) files[name] = ReadWhole(Resolve(item->path().string()));
     }
 }

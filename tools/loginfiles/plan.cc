@@ -26,6 +26,12 @@ void RequireServices(const std::vector<std::string>& services) {
     }
 }
 
+void RequireAllServices(const std::vector<std::string>& services) {
+    if (services.empty()) return;
+    throw LoginsError(LoginsError::Kind::Refused, "authselect manages this host, and all its services together",
+                      "leave out --services");
+}
+
 bool AnyFileHas(const PamFiles& files, const std::string& module) {
     return std::any_of(files.begin(), files.end(), [&](const auto& file) { return HasPamModule(file.second, module); });
 }
@@ -101,10 +107,7 @@ Plan PlanEnable(const Journal& journal, const ProviderModules& provider, const s
     const Mechanism mechanism = HostMechanism();
     ChangeSet changes;
     if (mechanism == Mechanism::Authselect) {
-        if (!services.empty()) {
-            throw LoginsError(LoginsError::Kind::Refused, "authselect manages this host, and all its services together",
-                              "leave out --services");
-        }
+        RequireAllServices(services);
         EnableAuthselect(journal, provider, changes);
         return {Name(mechanism), changes.Take()};
     }
@@ -121,6 +124,7 @@ Plan PlanEnable(const Journal& journal, const ProviderModules& provider, const s
 Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
     RequireServices(services);
     const Mechanism mechanism = HostMechanism();
+    if (mechanism == Mechanism::Authselect) RequireAllServices(services);
     if (services.empty()) {
         if (std::optional<std::vector<Change>> back = ExactWayBack(journal, provider)) {
             return {Name(mechanism), std::move(*back)};

@@ -2,7 +2,7 @@
 // and what it has made is put in place like every other change.
 //
 // A provider that logs in through SSSD gets authselect's own profile "sssd". For any other one a profile of its own,
-// custom/nimauth, is made from the present one.
+// custom/nimauth, is made from the present one, every time anew: it follows the provider and its base.
 
 #include <algorithm>
 #include <filesystem>

@@ -32,8 +32,9 @@ void AddPlain(const ProviderModules& provider, const std::vector<std::string>& s
     bool any = false;
     for (const std::string& name : Concerned(files, services)) {
         after[name] = EditOf(PathOf(name), [&] { return WithPamModule(files, name, provider); });
-        changes.SetContent(PathOf(name), after[name]);
-        any = any || Uses(files, name, "auth", provider.pamModule) || after[name] != files.at(name);
+        const bool changed = after[name] != files.at(name);  // else a vendor's file needs no copy of it
+        if (changed) changes.SetContent(PathOf(name), after[name]);
+        any = any || changed || Uses(files, name, "auth", provider.pamModule);
     }
     ProveJumpsKept(files, after, provider.pamModule);
     if (any) return;

@@ -61,6 +61,35 @@ TEST_F(PlainHostTest, LinesAloneGiveTheSameBytesBack) {
     ExpectUntouched();
 }
 
+// What an editor or a package manager has left is nobody's service, and odd lines in it are nobody's business.
+TEST_F(PlainHostTest, BackupCopiesStayWhatTheyAre) {
+    const std::string text = ReadFile("/etc/pam.d/common-auth");
+    for (const char* const ending : {".bak", ".rpmsave", ".dpkg-old", ".pam-old"}) {
+        WriteFile(std::string("/etc/pam.d/common-auth") + ending, text + "an odd line\n");
+    }
+    const LoginFiles before = ReadLoginFiles();
+    Enable();
+    for (const std::string& path : Differences(before, ReadLoginFiles())) {
+        EXPECT_EQ(std::string::npos, path.find("common-auth.")) << path;
+    }
+    fs::copy("/etc/pam.d/common-auth", "/etc/pam.d/common-auth.orig");
+    WriteFile("/etc/nsswitch.conf", ReadFile("/etc/nsswitch.conf") + "# kept\n");
+    EXPECT_THAT(Done({"logins", "disable", "--confirm-within", "0"}), ::testing::Not(HasSubstr("other services")));
+    EXPECT_THAT(ReadFile("/etc/nsswitch.conf"), ::testing::Not(HasSubstr("nimembedded")));
+}
+
+// A service that has the module by an include needs no file of its own.
+TEST_F(PlainHostTest, FileOfAVendorIsNotCopiedForNothing) {
+    fs::create_directories("/usr/lib/pam.d");
+    WriteFile("/usr/lib/pam.d/vendors",
+              "@include common-auth\n@include common-account\n@include common-session\n"
+              "@include common-password\n");
+    Enable();
+    EXPECT_THAT(Done({"logins", "enable", "--services", "vendors"}), HasLine("changed: no"));
+    EXPECT_FALSE(fs::exists("/etc/pam.d/vendors"));
+    fs::remove("/usr/lib/pam.d/vendors");
+}
+
 // A stack with jumps, as another distribution has it.
 TEST_F(PlainHostTest, StackWithJumpsOfAnotherDistribution) {
     WriteFile("/etc/pam.d/system-auth", ReadFile(NIMAUTH_LOGIN_FILES "/pam/arch_system-auth"));
@@ -189,6 +218,48 @@ TEST_F(AuthselectHostTest, EarlierProfileIsSelectedWhenSomebodyHasChangedFiles) 
 
 TEST_F(AuthselectHostTest, SingleServicesAreRefused) {
     EXPECT_THAT(Refused({"logins", "enable", "--services", "rhlogin"}), HasSubstr("all its services together"));
+    EXPECT_THAT(Differences(_selected, ReadLoginFiles()), IsEmpty());
+    Enable();
+    const LoginFiles enabled = ReadLoginFiles();
+    EXPECT_THAT(Refused({"logins", "disable", "--services", "rhlogin"}), HasSubstr("all its services together"));
+    EXPECT_THAT(Differences(enabled, ReadLoginFiles()), IsEmpty());
+}
+
+TEST_F(AuthselectHostTest, OnOffAndOnAgain) {
+    Enable();
+    Disable();
+    Enable();
+    EXPECT_EQ("custom/nimauth with-delay\n", Current());
+    EXPECT_TRUE(LogsIn("rhlogin", "alice", kPassword));
+    Disable();
+    EXPECT_THAT(Differences(_selected, ReadLoginFiles()), IsEmpty());
+}
+
+TEST_F(AuthselectHostTest, ProfileFollowsTheProviderAndItsBase) {
+    Enable();
+    const auto planned = [](const logins::ProviderModules& provider, const std::string& path) {
+        logins::Journal journal;
+        journal.Lock();
+        std::string content;
+        for (const logins::Change& change : logins::PlanEnable(journal, provider, {}).changes) {
+            if (change.path == path) content = change.after.content;
+        }
+        return content;
+    };
+    const char* const made = "/etc/authselect/system-auth";
+    EXPECT_THAT(planned({"pam_other.so", {}, "other", {}}, made),
+                AllOf(HasSubstr("pam_other.so"), ::testing::Not(HasSubstr(kModule))));
+    EXPECT_EQ("", planned({kModule, {}, "nimembedded", {}}, made)) << "nothing has changed";
+    const std::string base = "/srv/authselect/default/minimal/system-auth";
+    WriteFile(base, ReadFile(base) + "session optional pam_echo.so\n");
+    EXPECT_THAT(planned({kModule, {}, "nimembedded", {}}, made),
+                AllOf(HasSubstr(kModule), HasSubstr("session optional pam_echo.so\n")));
+    // Selected by hand, from another one.
+    ASSERT_EQ(0, RunProgram(kAuthselect, {.arguments = {"select", "sssd"}}).exitStatus);
+    EXPECT_EQ("sssd\n", planned({kModule, {}, "nimembedded", {}}, "/etc/authselect/custom/nimauth/made-from"));
+    ASSERT_EQ(0, RunProgram(kAuthselect, {.arguments = {"select", "custom/nimauth"}}).exitStatus);
+    fs::remove("/etc/authselect/custom/nimauth/made-from");
+    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("does not say what the profile was made from"));
 }
 
 TEST_F(AuthselectHostTest, WhatAuthselectRefusesIsTold) {
