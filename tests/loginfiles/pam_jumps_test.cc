@@ -53,8 +53,8 @@ TEST(PamJumpsTest, JumpsCountWithoutWhatGoes) {
         {"auth [success=2 default=ignore] a.so\n" + std::string(kX) + kDeny,
          "auth [success=1 default=ignore] a.so\n" + std::string(kDeny)},
         {"auth [default=1] a.so\n" + std::string(kX) + kDeny, "auth [default=ignore] a.so\n" + std::string(kDeny)},
-        {"AUTH [Default = 2  success=OK] a.so # [1=2]\n" + std::string(kX) + kDeny,
-         "AUTH [Default = 1  success=OK] a.so # [1=2]\n" + std::string(kDeny)},
+        {"AUTH [default = 2  success=ok] a.so # [1=2]\n" + std::string(kX) + kDeny,
+         "AUTH [default = 1  success=ok] a.so # [1=2]\n" + std::string(kDeny)},
         // One jump ends in front of the module, the other behind it.
         {"auth [success=1 default=3] a.so\nauth required b.so\nauth required c.so\n" + std::string(kX) + kDeny,
          "auth [success=1 default=2] a.so\nauth required b.so\nauth required c.so\n" + std::string(kDeny)},

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <limits>
 
+#include "loginfiles/pam_lines.h"
 #include "support/temporary_folder.h"
 
 namespace nimbrel::logins {
@@ -42,48 +43,10 @@ TEST(PamTextTest, EveryLineHasItsNumber) {
     EXPECT_THAT(numbers, ElementsAre(1, 2, 4, 5, 6));
 }
 
-// "type control module|argument ", "-" before what may be missing; "@module" for an include, "?" for what cannot be read.
-std::string Shown(const std::string& text) {
-    std::string shown;
-    for (const PamLine& line : ParsePam(text)) {
-        if (line.kind == PamLine::Kind::Unreadable) shown += "?";
-        if (line.kind == PamLine::Kind::Include) shown += '@' + line.module;
-        if (line.kind != PamLine::Kind::Rule) continue;
-        shown += (line.optional ? "-" : "") + line.type + ' ' + line.control + ' ' + line.module;
-        for (const std::string& argument : line.arguments) shown += '|' + argument;
-    }
-    return shown;
-}
-
 TEST(PamTextTest, LinesAreReadAsLibpamReadsThem) {
-    const struct {
-        const char* text;
-        const char* shown;
-    } rows[] = {
-        {"auth required a.so", "auth required a.so"},
-        {"\tAUTH\tRequired\tA.so\tX\r\n", "auth required A.so|X"},
-        {"-Password [Success=1  Default=IGNORE] a.so", "-password [success=1  default=ignore] a.so"},
-        {"account [a]b.so c", "account [a] b.so|c"},
-        {"auth required a.so [b c] [d", "auth required a.so|[b c]|[d"},
-        {"auth [a b", "?"},
-        {"auth required a.so # b\n", "auth required a.so"},
-        {"auth required # a.so\n", "?"},
-        {"auth required \\\na.so \\ \n b", "auth required a.so|b"},
-        {"auth required a.so\\\nb", "auth required a.so|b"},
-        {"auth required a.so \\", "auth required a.so"},
-        {"auth required a.so \\b c", "auth required a.so|\\b|c"},
-        {"# c \\\nauth required a.so\n", "auth required a.so"},
-        {"@include x", "@x"},
-        {" @include x # y\n", "@x"},
-        {"@include x y", "?"},
-        {"@includes x", "?"},
-        {"--auth required a.so", "?"},
-        {"-", "?"},
-        {" \t\r\n\n", ""},
-        {"", ""},
-        {"\\\n\\\n", ""},
-    };
-    for (const auto& row : rows) EXPECT_EQ(row.shown, Shown(row.text)) << row.text;
+    for (const testing::PamLinesRow& row : testing::kPamLines) {
+        EXPECT_EQ(row.shown, testing::Shown(row.text)) << row.text;
+    }
 }
 
 TEST(PamTextTest, ModuleIsNamedWithoutItsFolder) {

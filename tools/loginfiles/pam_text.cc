@@ -12,7 +12,10 @@
 namespace nimbrel::logins {
 namespace {
 
-constexpr char kBlanks[] = " \t\r\n";
+// To libpam a carriage return is an ordinary character: "pam_unix.so\r" is a module that nobody has.
+constexpr char kBlanks[] = " \t\n";
+// What libpam reads at once; the rest of a longer line is a line of its own to it.
+constexpr std::size_t kLongestLine = 1023;
 constexpr char kVendorFolder[] = "/usr/lib/pam.d";
 constexpr std::size_t kDeepestInclude = 32;
 // Files that include each other several times could name one another without end.
@@ -26,15 +29,30 @@ std::string_view TakeLine(std::string_view& rest) {
     return line;
 }
 
-// A line without its comment and its end; `continues` tells of a '\' there.
-std::string Content(std::string_view line, bool& continues) {
-    std::string content(line.substr(0, line.find('#')));
-    while (!content.empty() && std::string_view(kBlanks).find(content.back()) != std::string_view::npos) {
-        content.pop_back();
-    }
-    continues = content.ends_with('\\');
-    if (continues) content.back() = ' ';
-    return content;
+// What one line adds to a rule.
+struct Piece {
+    bool isNothing = false;  // blank, or a comment as a whole; also in the middle of a rule
+    bool continues = false;  // ends with a '\'; one in front of a comment is an ordinary character
+    std::string content = {};
+};
+
+Piece PieceOf(std::string_view line) {
+    const std::size_t begin = line.find_first_not_of(kBlanks);
+    if (begin == std::string_view::npos || line[begin] == '#') return {.isNothing = true};
+    const std::size_t comment = line.find('#', begin);
+    Piece piece = {.content = std::string(line.substr(0, comment))};
+    if (comment != std::string_view::npos) return piece;
+    piece.content.resize(piece.content.find_last_not_of(kBlanks) + 1);
+    piece.continues = piece.content.back() == '\\';
+    if (piece.continues) piece.content.back() = ' ';
+    return piece;
+}
+
+// The end of a word in brackets: behind the first ']' without a '\' in front.
+std::size_t EndOfBracket(const std::string& content, std::size_t begin) {
+    std::size_t end = content.find(']', begin);
+    while (end != std::string::npos && content[end - 1] == '\\') end = content.find(']', end + 1);
+    return end == std::string::npos ? content.size() : end + 1;
 }
 
 // Words; a bracket is one word, whatever is in it.
@@ -42,13 +60,21 @@ std::vector<std::string> Words(const std::string& content) {
     std::vector<std::string> words;
     std::size_t begin = content.find_first_not_of(kBlanks);
     while (begin != std::string::npos) {
-        const bool bracket = content[begin] == '[';
-        std::size_t end = bracket ? content.find(']', begin) : content.find_first_of(kBlanks, begin);
-        end = end == std::string::npos ? content.size() : end + (bracket ? 1 : 0);
+        const std::size_t end = content[begin] == '[' ? EndOfBracket(content, begin)
+                                                      : std::min(content.find_first_of(kBlanks, begin), content.size());
         words.push_back(content.substr(begin, end - begin));
         begin = content.find_first_not_of(kBlanks, end);
     }
     return words;
+}
+
+// What libpam makes of a word in brackets; any other stays as it is.
+std::string Unbracketed(const std::string& word) {
+    if (!word.starts_with('[')) return word;
+    std::string inner = word.substr(1, word.size() - (word.size() > 1 && word.ends_with(']') ? 2 : 1));
+    for (std::size_t at = inner.find("\\]"); at != std::string::npos; at = inner.find("\\]", at + 1))
+        inner.erase(at, 1);
+    return inner;
 }
 
 std::string LowerCase(std::string text) {
@@ -62,21 +88,50 @@ bool IsType(const std::string& word) {
 }
 
 void Understand(const std::string& content, PamLine& line) {
-    std::vector<std::string> words = Words(content);
-    if (words.empty()) return;
+    const std::vector<std::string> words = Words(content);
     line.kind = PamLine::Kind::Unreadable;
-    if (words[0] == "@include" && words.size() == 2) {
+    if (words.size() < 2) return;
+    const std::string first = Unbracketed(words[0]);
+    const bool optional = first.starts_with('-');
+    const std::string type = LowerCase(first.substr(optional ? 1 : 0));
+    if (type == "@include") {
         line.kind = PamLine::Kind::Include;
-        line.module = words[1];
+        line.module = Unbracketed(words[1]);
         return;
     }
-    line.optional = words[0].starts_with('-');
-    line.type = LowerCase(words[0].substr(line.optional ? 1 : 0));
-    if (!IsType(line.type) || words.size() < 3) return;
+    if (!IsType(type) || words.size() < 3 || Unbracketed(words[2]).empty()) return;
     line.kind = PamLine::Kind::Rule;
-    line.control = LowerCase(words[1]);
-    line.module = words[2];
+    line.optional = optional;
+    line.type = type;
+    const bool isList = words[1].find('=') != std::string::npos;  // else "[Required]" is "required"
+    line.control = isList ? words[1] : LowerCase(Unbracketed(words[1]));
+    line.module = Unbracketed(words[2]);
     line.arguments.assign(words.begin() + 3, words.end());
+}
+
+// Takes all lines of one rule, or one line of nothing.
+PamLine TakeRule(std::string_view& rest, int& number) {
+    PamLine line;
+    line.number = number;
+    std::string content;
+    Piece piece;
+    bool tooLong = false;
+    do {
+        const std::string_view raw = TakeLine(rest);
+        piece = PieceOf(raw);
+        line.raw += raw;
+        ++number;
+        tooLong = tooLong || raw.size() > kLongestLine;
+        content += piece.content;
+        // A line of nothing goes on with what the one before it began.
+        piece.continues = piece.continues || (piece.isNothing && !content.empty());
+    } while (piece.continues && !rest.empty());
+    if (tooLong || piece.continues || content.size() > kLongestLine) {
+        line.kind = PamLine::Kind::Unreadable;  // with nothing behind a '\', libpam refuses the whole service
+    } else if (!content.empty()) {
+        Understand(content, line);
+    }
+    return line;
 }
 
 // What editors and package managers leave beside a file: nobody logs in through it, and it has to stay what it is.
@@ -174,20 +229,7 @@ std::vector<PamLine> ParsePam(const std::string& text) {
     std::vector<PamLine> lines;
     std::string_view rest = text;
     int number = 1;
-    while (!rest.empty()) {
-        PamLine line;
-        line.number = number;
-        std::string content;
-        bool continues = true;
-        while (continues && !rest.empty()) {
-            const std::string_view raw = TakeLine(rest);
-            line.raw += raw;
-            content += Content(raw, continues);
-            ++number;
-        }
-        Understand(content, line);
-        lines.push_back(std::move(line));
-    }
+    while (!rest.empty()) lines.push_back(TakeRule(rest, number));
     return lines;
 }
 

@@ -7,9 +7,9 @@
 //     5  account  include   system-auth
 //     6  @include common-session
 //
-// Lines 2 and 3 are one rule; 4 is one whose module may be missing; 5 takes in the account rules of another file, 6
-// all of its rules. Everything from a '#' on is a comment. A line that is none of these is unreadable: libpam refuses
-// logins through it.
+// Lines 2 and 3 are one rule, also with comments or blank lines between them; 4 is one whose module may be missing; 5
+// takes in the account rules of another file, 6 all of its rules. Everything from a '#' on is a comment. Words may stand
+// in brackets, which are no part of them. A line that is none of these is unreadable: libpam refuses logins through it.
 
 #ifndef NIMBREL_LOGINS_PAM_TEXT_H_
 #define NIMBREL_LOGINS_PAM_TEXT_H_

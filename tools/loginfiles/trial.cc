@@ -59,13 +59,18 @@ Places PlacesIn(const std::string& folder, const PamFiles& files) {
     return places;
 }
 
+// libpam falls over an include without a name, and takes the beginning of a line that is too long for a rule.
+bool MayBeTried(const std::string& raw) { return raw.size() < 1024 && raw.find("nclude") == std::string::npos; }
+
 // Whatever a rule includes lies in the copy or nowhere: nothing that is tried may come from the host's live files, whose
 // modules would count and lock.
 std::string Rewrite(const std::string& text, const std::string& folder, const Places& places, const Answers& answers) {
     std::string rewritten;
     for (const PamLine& line : ParsePam(text)) {
-        if (line.kind == PamLine::Kind::Nothing || line.kind == PamLine::Kind::Unreadable) {
+        if (line.kind == PamLine::Kind::Nothing) {
             rewritten += line.raw;
+        } else if (line.kind == PamLine::Kind::Unreadable) {
+            rewritten += MayBeTried(line.raw) ? line.raw : "unreadable\n";
         } else if (line.IncludesAnother()) {
             const auto place = places.find(IncludedName(line.module));
             rewritten += WithModule(line, place == places.end() ? folder + "/.missing" : place->second, "");
