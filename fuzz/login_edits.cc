@@ -44,7 +44,7 @@ void CheckNss(const std::string& text) try {
     Require(WithNssService(with, kProvider) == with, "again changes nothing");
     Require(OtherLines(with) == OtherLines(text), "other lines stay");
     const std::string without = WithoutNssService(with, kProvider);
-    Require(!HasNssService(without, "sss"), "the service is gone");
+    Require(WithoutNssService(without, kProvider) == without, "taken out, it is gone");
     Require(Has(without, OtherLines(text)), "other lines stay when it goes");
 } catch (const LoginsError& error) {
     Require(error.Reason() == LoginsError::Kind::Refused, "a text is refused, and nothing fails");

@@ -98,8 +98,37 @@ TEST(NssEditTest, TemplatesGetTheServiceInFrontOfConditions) {
 }
 
 TEST(NssEditTest, RemovalTakesTheServiceOnly) {
-    EXPECT_EQ("passwd: files [NOTFOUND=return] y\nhosts: files\n",
-              WithoutNssService("passwd: files [NOTFOUND=return] x y\nhosts: x files\n", kProvider));
+    EXPECT_EQ(
+        "passwd: files [NOTFOUND=return] y\ngroup:files\ninitgroups: files\n",
+        WithoutNssService("passwd: files [NOTFOUND=return] x y\ngroup:x files\ninitgroups: files x\n", kProvider));
+}
+
+TEST(NssEditTest, DatabasesThatEnablingLeavesAloneKeepTheService) {
+    const std::string others = "shadow: files x\nnetgroup: x\nsudoers: files x\nautomount: x\n";
+    EXPECT_EQ("passwd: files\n" + others, WithoutNssService("passwd: files x\n" + others, kProvider));
+    EXPECT_EQ(others, WithoutNssService(others, kProvider));
+}
+
+TEST(NssEditTest, OnlySourceOfADatabaseIsNotTakenAway) {
+    for (const char* const text :
+         {"passwd: files x\ngroup: x\n", "group: x [NOTFOUND=return]", "group: [SUCCESS=merge] x\n"}) {
+        try {
+            WithoutNssService(text, kProvider);
+            ADD_FAILURE() << "not refused: " << text;
+        } catch (const LoginsError& error) {
+            EXPECT_EQ(LoginsError::Kind::Refused, error.Reason());
+            EXPECT_STREQ("the database 'group' has no other source than 'x'", error.what());
+        }
+    }
+}
+
+// Names that hold the service's, and odd places for blanks.
+TEST(NssEditTest, NeighboursOfTheServiceStay) {
+    const ProviderModules provider = {"", {}, "s", {}};
+    const std::string text = "passwd:files sss # s\ngroup:  s2\t ss\nhosts: dns\nservices: s";
+    const std::string edited = WithNssService(text, provider);
+    EXPECT_EQ("passwd:files sss s # s\ngroup:  s2\t ss s\nhosts: dns\nservices: s", edited);
+    EXPECT_EQ(text, WithoutNssService(edited, provider));
 }
 
 TEST(NssEditTest, FilesOfRealSystemsSurviveOnAndOff) {

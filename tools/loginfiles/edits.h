@@ -16,7 +16,8 @@ namespace nimbrel::logins {
 // The service becomes the last one of passwd, group and, where there is such a line, initgroups. A database that has it
 // already stays as it is; a missing line of passwd or group is added as "passwd: files sss".
 std::string WithNssService(const std::string& text, const ProviderModules& provider);
-// Takes the service out of every database, and the criteria that belong to it.
+// Takes the service out of these databases, and the criteria that belong to it. Refused where it is the only source of
+// one: nothing may be left of a line, and what shall be there instead is not ours to say.
 std::string WithoutNssService(const std::string& text, const ProviderModules& provider);
 bool HasNssService(const std::string& text, const std::string& service);
 

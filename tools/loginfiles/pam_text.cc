@@ -16,7 +16,6 @@ namespace {
 constexpr char kBlanks[] = " \t\n";
 // What libpam reads at once; the rest of a longer line is a line of its own to it.
 constexpr std::size_t kLongestLine = 1023;
-constexpr char kVendorFolder[] = "/usr/lib/pam.d";
 constexpr std::size_t kDeepestInclude = 32;
 // Files that include each other several times could name one another without end.
 constexpr std::size_t kMostIncludes = 1000;
@@ -134,15 +133,6 @@ PamLine TakeRule(std::string_view& rest, int& number) {
     return line;
 }
 
-// What editors and package managers leave beside a file: nobody logs in through it, and it has to stay what it is.
-bool IsBackup(const std::string& name) {
-    constexpr std::array<const char*, 10> kEndings = {".bak",   ".orig", ".old",     ".save", ".rpm",
-                                                      ".dpkg-", ".ucf-", ".pam-old", ".pac",  ".aug"};
-    if (name.starts_with('.') || name.ends_with('~')) return true;
-    const std::string ending = name.substr(std::min(name.rfind('.'), name.size()));
-    return std::any_of(kEndings.begin(), kEndings.end(), [&](const char* begin) { return ending.starts_with(begin); });
-}
-
 // False as well for a link that leads nowhere, or round in a circle.
 bool IsFile(const std::string& path) {
     std::error_code error;
@@ -161,7 +151,7 @@ void ReadFolder(const std::string& folder, PamFiles& files) {
 // Where libpam looks for it.
 std::vector<std::string> PlacesOf(const std::string& root, const std::string& name) {
     if (!IsService(name)) return {root + name};
-    return {root + kPamFolder + '/' + name, root + kVendorFolder + '/' + name};
+    return {root + PathOf(name), root + kVendorFolder + '/' + name};
 }
 
 void ReadIncluded(const std::string& root, const std::string& text, PamFiles& files) {
@@ -231,6 +221,14 @@ std::vector<PamLine> ParsePam(const std::string& text) {
     int number = 1;
     while (!rest.empty()) lines.push_back(TakeRule(rest, number));
     return lines;
+}
+
+bool IsBackup(const std::string& name) {
+    constexpr std::array<const char*, 10> kEndings = {".bak",   ".orig", ".old",     ".save", ".rpm",
+                                                      ".dpkg-", ".ucf-", ".pam-old", ".pac",  ".aug"};
+    if (name.starts_with('.') || name.ends_with('~')) return true;
+    const std::string ending = name.substr(std::min(name.rfind('.'), name.size()));
+    return std::any_of(kEndings.begin(), kEndings.end(), [&](const char* begin) { return ending.starts_with(begin); });
 }
 
 std::string ModuleName(const PamLine& line) { return line.module.substr(line.module.rfind('/') + 1); }

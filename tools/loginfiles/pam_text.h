@@ -22,6 +22,7 @@
 namespace nimbrel::logins {
 
 inline constexpr char kPamFolder[] = "/etc/pam.d";
+inline constexpr char kVendorFolder[] = "/usr/lib/pam.d";
 
 struct PamLine {
     enum class Kind { Nothing, Rule, Include, Unreadable };
@@ -55,6 +56,10 @@ PamFiles ReadPamFiles(const std::string& root = "");
 
 // The name among `PamFiles` of a file that a rule includes: "common-auth" also for "/etc/pam.d/common-auth".
 std::string IncludedName(const std::string& module);
+// The file of a service.
+inline std::string PathOf(const std::string& name) { return std::string(kPamFolder) + '/' + name; }
+// What editors and package managers leave beside a file: nobody logs in through it, and it has to stay what it is.
+bool IsBackup(const std::string& name);
 // Not a file elsewhere.
 inline bool IsService(const std::string& name) { return name.find('/') == std::string::npos; }
 

@@ -3,6 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <map>
 
 #include "tools/loginfiles/edits.h"
 #include "tools/loginfiles/logins_error.h"
@@ -10,8 +13,19 @@
 namespace nimbrel::logins {
 namespace {
 
+constexpr char kVendorNsswitch[] = "/usr/etc/nsswitch.conf";
+
+// Where the host has no file of its own, the C library may have its vendor's; one of ours would hide that.
+std::string NsswitchToBegin() {
+    if (access(kVendorNsswitch, F_OK) == 0) return ReadWhole(Resolve(kVendorNsswitch));
+    throw LoginsError(LoginsError::Kind::Refused, std::string("there is no ") + kNsswitch,
+                      "make one with the sources that this host uses for each database");
+}
+
 void EditNsswitch(const ProviderModules& provider, bool enable, ChangeSet& changes) {
-    const std::string text = changes.Content(kNsswitch).value_or("");
+    const std::optional<std::string> present = changes.Content(kNsswitch);
+    if (!present && !enable) return;
+    const std::string text = present ? *present : NsswitchToBegin();
     changes.SetContent(kNsswitch, EditOf(kNsswitch, [&] {
                            return enable ? WithNssService(text, provider) : WithoutNssService(text, provider);
                        }));
@@ -30,6 +44,14 @@ void RequireAllServices(const std::vector<std::string>& services) {
     if (services.empty()) return;
     throw LoginsError(LoginsError::Kind::Refused, "authselect manages this host, and all its services together",
                       "leave out --services");
+}
+
+// What pam-auth-update makes, it makes again from the profiles: rules of ours in it would go, or stay for ever.
+void RequireNoneIsMade(const std::vector<std::string>& services) {
+    const auto made = std::find_if(services.begin(), services.end(), IsMadeByPamAuthUpdate);
+    if (made == services.end()) return;
+    throw LoginsError(LoginsError::Kind::Refused, "pam-auth-update makes '" + *made + "'",
+                      "name the services themselves, or leave out --services for all of them");
 }
 
 bool AnyFileHas(const PamFiles& files, const std::string& module) {
@@ -105,6 +127,7 @@ std::vector<Change> ChangeSet::Take() {
 Plan PlanEnable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
     RequireServices(services);
     const Mechanism mechanism = HostMechanism();
+    if (mechanism == Mechanism::PamAuthUpdate) RequireNoneIsMade(services);
     ChangeSet changes;
     if (mechanism == Mechanism::Authselect) {
         RequireAllServices(services);
@@ -125,6 +148,7 @@ Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const 
     RequireServices(services);
     const Mechanism mechanism = HostMechanism();
     if (mechanism == Mechanism::Authselect) RequireAllServices(services);
+    if (mechanism == Mechanism::PamAuthUpdate) RequireNoneIsMade(services);
     if (services.empty()) {
         if (std::optional<std::vector<Change>> back = ExactWayBack(journal, provider)) {
             return {Name(mechanism), std::move(*back)};
@@ -147,13 +171,38 @@ Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const 
     return plan;
 }
 
+namespace {
+
+using ByPath = std::map<std::string, const FileState*>;
+
+// What a reader of the path would find; unset if nothing, or a link that leads nowhere.
+std::optional<std::string> TextAfter(std::string path, const ByPath& after) {
+    for (int links = 0; links < 8; ++links) {
+        const auto change = after.find(path);
+        const FileState state = change == after.end() ? ReadLinkedState(path) : *change->second;
+        if (state.kind == FileState::Kind::Absent) return std::nullopt;
+        if (state.kind == FileState::Kind::Regular) return state.content;
+        path = (std::filesystem::path(FolderOf(path)) / state.content).lexically_normal();
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
 PamFiles FilesAfter(const std::vector<Change>& changes) {
+    ByPath after;
     PamFiles files = ReadPamFiles();
-    for (auto& [name, text] : files) {
-        const std::string path = Resolve(IsService(name) ? std::string(kPamFolder) + '/' + name : name);
-        for (const Change& change : changes) {
-            if (change.path == path) text = change.after.content;
-        }
+    for (const Change& change : changes) {
+        after[change.path] = &change.after;
+        const std::string name = change.path.substr(change.path.rfind('/') + 1);
+        if (FolderOf(change.path) == kPamFolder && !IsBackup(name)) files[name];
+    }
+    for (auto file = files.begin(); file != files.end();) {
+        const bool isService = IsService(file->first);
+        std::optional<std::string> text = TextAfter(isService ? PathOf(file->first) : file->first, after);
+        if (!text && isService) text = TextAfter(std::string(kVendorFolder) + '/' + file->first, after);
+        if (text) file->second = *text;
+        file = text ? std::next(file) : files.erase(file);
     }
     return files;
 }

@@ -66,7 +66,7 @@ Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const 
 template <typename Edit>
 std::string EditOf(const std::string& path, Edit edit);
 
-// The service files as they would be.
+// The service files as they would be: with those that come, without those that go, and what links would lead to then.
 PamFiles FilesAfter(const std::vector<Change>& changes);
 
 // --- The mechanisms (plan_debian.cc, plan_authselect.cc, plan_plain.cc) ---

@@ -12,8 +12,6 @@ namespace {
 
 constexpr char kPassword[] = "pam_unix.so";
 
-std::string PathOf(const std::string& name) { return std::string(kPamFolder) + '/' + name; }
-
 // Without named services: the files that ask pam_unix.so themselves, the shared ones among them.
 std::vector<std::string> Concerned(const PamFiles& files, const std::vector<std::string>& services) {
     if (!services.empty()) return services;

@@ -1,6 +1,7 @@
 // Directory logins on a Debian host: on, in use, off.
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 
@@ -103,6 +104,30 @@ TEST_F(LoginsEnableTest, NamedServicesOnly) {
                 ::testing::UnorderedElementsAre("/etc/nsswitch.conf", "/etc/pam.d/login"));
     Disable();
     ExpectUntouched();
+}
+
+TEST_F(LoginsEnableTest, WhatPamAuthUpdateMakesIsNoServiceToName) {
+    for (const char* const command : {"enable", "disable"}) {
+        EXPECT_THAT(Refused({"logins", command, "--services", "login,common-auth"}),
+                    HasSubstr("pam-auth-update makes 'common-auth'"));
+    }
+    ExpectUntouched();
+}
+
+TEST_F(LoginsEnableTest, MissingNsswitchIsTheVendorsOrRefused) {
+    const std::string text = ReadFile("/etc/nsswitch.conf");
+    ASSERT_EQ(0, std::remove("/etc/nsswitch.conf"));
+    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("there is no /etc/nsswitch.conf"));
+    mkdir("/usr/etc", 0755);
+    WriteFile("/usr/etc/nsswitch.conf", "passwd: files vendor\ngroup: files\nhosts: files dns vendor\n");
+    Enable();
+    EXPECT_EQ("passwd: files vendor nimembedded\ngroup: files nimembedded\nhosts: files dns vendor\n",
+              ReadFile("/etc/nsswitch.conf"));
+    ASSERT_EQ(0, std::remove("/usr/etc/nsswitch.conf"));
+    Disable();
+    EXPECT_NE(0, access("/etc/nsswitch.conf", F_OK)) << "as it was";
+    EXPECT_THAT(Done({"logins", "disable"}), HasLine("changed: no"));
+    WriteFile("/etc/nsswitch.conf", text);
 }
 
 TEST_F(LoginsEnableTest, UnknownServicesAreRefused) {

@@ -78,6 +78,32 @@ TEST_F(PlainHostTest, BackupCopiesStayWhatTheyAre) {
     EXPECT_THAT(ReadFile("/etc/nsswitch.conf"), ::testing::Not(HasSubstr("nimembedded")));
 }
 
+TEST_F(PlainHostTest, FilesThatComeAndGoAreSeenByTheTrial) {
+    const auto state = [](const std::string& content, logins::FileState::Kind kind) {
+        logins::FileState after = logins::FileState().With(content);
+        after.kind = kind;
+        return after;
+    };
+    using Kind = logins::FileState::Kind;
+    fs::create_directories("/usr/lib/pam.d");
+    WriteFile("/usr/lib/pam.d/login", "vendor's\n");
+    const logins::PamFiles files = logins::FilesAfter({{"/etc/pam.d/new", {}, state("new\n", Kind::Regular)},
+                                                       {"/etc/pam.d/new.bak", {}, state("old\n", Kind::Regular)},
+                                                       {"/etc/pam.d/login", {}, {}},
+                                                       {"/etc/pam.d/su", {}, {}},
+                                                       {"/etc/pam.d/link", {}, state("../../srv/made", Kind::Symlink)},
+                                                       {"/etc/pam.d/lost", {}, state("nowhere", Kind::Symlink)},
+                                                       {"/etc/pam.d/loop", {}, state("loop", Kind::Symlink)},
+                                                       {"/srv/made", {}, state("made\n", Kind::Regular)}});
+    logins::PamFiles expected = logins::ReadPamFiles();
+    expected["new"] = "new\n";
+    expected["login"] = "vendor's\n";
+    expected["link"] = "made\n";
+    expected.erase("su");
+    EXPECT_EQ(expected, files);
+    fs::remove("/usr/lib/pam.d/login");
+}
+
 // A service that has the module by an include needs no file of its own.
 TEST_F(PlainHostTest, FileOfAVendorIsNotCopiedForNothing) {
     fs::create_directories("/usr/lib/pam.d");
