@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -97,6 +98,23 @@ bool IsOver(const std::string& folder) {
         return false;
     }
 }
+
+// While it lives, a closed terminal, Ctrl-C or a service manager that ends the process waits until its work is whole.
+class EndingHeld {
+ public:
+    EndingHeld() {
+        sigset_t ending;
+        sigemptyset(&ending);
+        for (const int signal : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&ending, signal);
+        pthread_sigmask(SIG_BLOCK, &ending, &_before);
+    }
+    EndingHeld(const EndingHeld&) = delete;
+    EndingHeld& operator=(const EndingHeld&) = delete;
+    ~EndingHeld() { pthread_sigmask(SIG_SETMASK, &_before, nullptr); }
+
+ private:
+    sigset_t _before;
+};
 
 void UnstageAll(const std::vector<Change>& changes, int id, Prepared which) {
     for (const Change& change : changes) Unstage(change.path, id, which);
@@ -281,8 +299,10 @@ int Journal::Apply(Record record, const std::function<void(int)>& armed) {
         RemoveLeftovers();  // compensated: a full disk gets its room back
         throw;
     }
+    std::optional<EndingHeld> held;
     try {
         armed(record.id);
+        held.emplace();
         ReplaceAll(record);
         SetProgress(record.id, record.deadline == 0 ? Progress::Confirmed : Progress::Applied);
     } catch (const std::exception& error) {
@@ -325,6 +345,7 @@ bool Journal::PutBack(const Change& change, int id) {
 // What needs room comes last, and one file does not keep the others from going back. Returns the reason, with the files
 // that were left alone.
 std::string Journal::PutAllBack(const Record& record, const std::string& reason) {
+    const EndingHeld held;
     UnstageAll(record.changes, record.id, Prepared::After);
     SetProgressIfPossible(record.id, Progress::Restoring, reason);
     std::string left;

@@ -105,6 +105,7 @@ class Journal {
     //   3. calls `armed` with the change's number, which may still refuse by throwing,
     //   4. prepares every file beside its place, and what goes back there, checks it once more and puts it in place,
     //   5. sets the progress Applied or, without a deadline, Confirmed.
+    // SIGHUP, SIGINT and SIGTERM wait from 4 on until all is done, so that none of them ends the process half-way.
     // A failure from 3 on puts every file back and leaves as the exception it was. Returns the change's number.
     int Apply(Record record, const std::function<void(int)>& armed);
 

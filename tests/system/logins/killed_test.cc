@@ -128,6 +128,24 @@ TEST_F(LoginsKilledTest, AtEverySystemCallTheNextCallCompletesOrUndoes) {
     EXPECT_GT(undone, 400 / NIMAUTH_KILL_STRIDE);
 }
 
+// A signal that asks the tool to end does not come between two files.
+TEST_F(LoginsKilledTest, AskedToEndBetweenTwoFilesItEndsWhenAllAreReplaced) {
+    PlanRealChange();
+    // The fourth of the host's files; before them come the copies in the journal and the entry.
+    const std::string when = std::to_string(2 * _changes.size() + 4);
+    for (const auto& [name, number] : {std::pair("HUP", 1), std::pair("INT", 2), std::pair("TERM", 15)}) {
+        Reset();
+        const ProgramResult result = Strace(
+            {"-e", "trace=rename", "-e", "inject=rename:signal=" + std::string(name) + ":when=" + when}, DriverWords());
+        EXPECT_EQ(number, result.signal) << name;
+        EXPECT_TRUE(AllNew()) << name;
+        EXPECT_EQ("confirmed", StateOf(1)) << name;
+        Journal().Recover();
+        EXPECT_TRUE(AllNew()) << name;
+    }
+    Reset();
+}
+
 // The same while the files are being put back: taking back goes on where it was.
 TEST_F(LoginsKilledTest, AtEveryRenameOfTakingBackTheNextCallFinishes) {
     PlanRealChange();
