@@ -227,6 +227,14 @@ std::string ReadWhole(const std::string& path) {
     return ReadAll(file.Number(), path);
 }
 
+void WriteQuickly(const std::string& path, const std::string& content) {
+    unlink(path.c_str());  // nothing that has the name already is written to
+    const kit::Descriptor file = Open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    const int error = errno;
+    if (!file) ThrowSystemError("create", path, error);
+    WriteAll(file.Number(), path, content);
+}
+
 void WriteDurably(const std::string& path, const std::string& content) {
     unlink(path.c_str());  // nothing that has the name already is written to
     kit::Descriptor file = Open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);

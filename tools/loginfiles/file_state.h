@@ -61,6 +61,8 @@ void Unstage(const std::string& path, int id, Prepared which = Prepared::After) 
 std::string ReadWhole(const std::string& path);
 // A new file of mode 0600; on the disk when the call returns.
 void WriteDurably(const std::string& path, const std::string& content);
+// The same without waiting for the disk, for what nobody needs after a crash.
+void WriteQuickly(const std::string& path, const std::string& content);
 // Makes the names in a folder durable.
 void SyncFolder(const std::string& folder);
 std::string FolderOf(const std::string& path);

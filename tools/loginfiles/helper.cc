@@ -3,7 +3,7 @@
 //   watch ID         takes change ID back at its deadline unless it is confirmed; returns as soon as it watches
 //   watch-over ID    the same, started by a timer at the deadline
 //   open FOLDER SERVICE...   tries to open PAM services of a copy
-//   enter FOLDER SERVICE...  tries to log root in through them
+//   enter FOLDER SERVICE...  tries to log root in through them, to change the password and to open a session
 //   load FILE...             tries to load shared objects
 //   authselect FOLDER WORD...  lets authselect work on a copy
 

@@ -2,6 +2,7 @@
 #include <security/pam_appl.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "tools/loginfiles/trial.h"
 
@@ -23,10 +24,15 @@ class Service {
     }
 
     int Status() const { return _status; }
-    int Enter() {
+    void LogIn() {
         if (_status == PAM_SUCCESS) _status = pam_authenticate(_handle, PAM_SILENT);
         if (_status == PAM_SUCCESS) _status = pam_acct_mgmt(_handle, PAM_SILENT);
-        return _status;
+    }
+    void ChangePassword() {
+        if (_status == PAM_SUCCESS) _status = pam_chauthtok(_handle, PAM_SILENT);
+    }
+    void OpenSession() {
+        if (_status == PAM_SUCCESS) _status = pam_open_session(_handle, PAM_SILENT);
     }
     void Tell(const std::string& name) const {
         if (_status != PAM_SUCCESS) std::printf("%s\t%s\n", name.c_str(), pam_strerror(_handle, _status));
@@ -46,10 +52,16 @@ int OpenServices(const std::string& folder, const std::vector<std::string>& serv
 }
 
 int EnterServices(const std::string& folder, const std::vector<std::string>& services) {
+    using Step = std::pair<const char*, void (Service::*)()>;
+    if (services.empty()) return 0;
+    const Service kept(folder, services.front());  // its modules stay loaded, which the others have as well
     for (const std::string& name : services) {
-        Service service(folder, name);
-        service.Enter();
-        service.Tell(name);
+        for (const auto& [step, take] : {Step(kLogIn, &Service::LogIn), Step(kChangePassword, &Service::ChangePassword),
+                                         Step(kOpenSession, &Service::OpenSession)}) {
+            Service service(folder, name);
+            (service.*take)();
+            service.Tell(name + '\t' + step);
+        }
     }
     return 0;
 }

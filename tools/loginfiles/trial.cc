@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <set>
 #include <sstream>
@@ -15,6 +14,7 @@
 
 #include "tools/loginfiles/logins_error.h"
 #include "tools/loginfiles/run.h"
+#include "tools/loginfiles/trial_answers.h"
 #include "tools/loginfiles/watch.h"
 
 namespace nimbrel::logins {
@@ -36,9 +36,6 @@ std::string FindIn(const Folders& folders, const std::string& name) {
     throw LoginsError(LoginsError::Kind::Refused, "'" + name + "' is not installed",
                       "install the package that holds it; logins through it would fail");
 }
-
-// What one module answers, as the arguments of pam_debug.so; unset to leave the rule as it is.
-using Answers = std::function<std::string(const PamLine&)>;
 
 // A line with another file or module in its place.
 std::string WithModule(const PamLine& line, const std::string& module, const std::string& arguments) {
@@ -82,51 +79,6 @@ std::string Rewrite(const std::string& text, const std::string& folder, const Pl
     return rewritten;
 }
 
-std::string Always(const std::string& result) { return "auth=" + result + " cred=" + result + " acct=" + result; }
-
-bool IsAny(const std::string& name, std::initializer_list<const char*> names) {
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
-
-// What the modules answer that have nothing to do with passwords.
-enum class Others { Ignore, Agree };
-
-// Rules that say no for everybody, unless something else does (a list of users, a time of day), are no obstacle.
-bool IsCondition(const PamLine& line) {
-    return IsAny(line.control, {"required", "requisite"}) || line.control.find("success=ok") != std::string::npos;
-}
-
-std::string Other(const PamLine& line, bool right, Others others) {
-    const bool agrees = right || (others == Others::Agree && IsCondition(line));
-    return Always(agrees ? "success" : "ignore");
-}
-
-// A root whose password is right or wrong, on a host whose directory answers `directory` for local accounts.
-Answers Root(const ProviderModules& provider, bool right, const std::string& directory, Others others) {
-    return [=](const PamLine& line) -> std::string {
-        const std::string name = ModuleName(line);
-        if (IsAny(name, {"pam_deny.so", "pam_permit.so"})) return "";
-        if (name == provider.pamModule) return Always(directory);
-        if (name == "pam_unix.so") return right ? Always("success") : "auth=auth_err cred=success acct=success";
-        if (name == "pam_localuser.so") return Always("success");
-        if (name == "pam_usertype.so") return Always("auth_err");
-        return Other(line, right, others);
-    };
-}
-
-Answers DirectoryUser(const ProviderModules& provider, bool right, Others others) {
-    return [=](const PamLine& line) -> std::string {
-        const std::string name = ModuleName(line);
-        if (IsAny(name, {"pam_deny.so", "pam_permit.so"})) return "";
-        if (name == provider.pamModule) return right ? Always("success") : "auth=auth_err cred=success acct=success";
-        if (name == "pam_unix.so") return "auth=auth_err cred=success acct=success";
-        if (name == "pam_localuser.so") return Always("perm_denied");
-        if (name == "pam_usertype.so") return Always("success");
-        if (name == "pam_rootok.so") return Always("ignore");
-        return Other(line, right, others);
-    };
-}
-
 class Trial {
  public:
     Trial(const Journal& journal, const ProviderModules& provider, const Candidate& candidate)
@@ -148,17 +100,21 @@ class Trial {
         Open();
         for (const char* const directory : {"user_unknown", "authinfo_unavail", "module_unknown"}) {
             MustEnter("root with the right password", Root(_provider, true, directory, Others::Agree), true);
+            MustEnter("a local user with the right password", LocalUser(_provider, true, directory, Others::Agree),
+                      true);
         }
         for (const Others others : {Others::Ignore, Others::Agree}) {
             MustNotEnter("root with a wrong password", Root(_provider, false, "user_unknown", others));
+            MustNotEnter("a local user with a wrong password", LocalUser(_provider, false, "user_unknown", others));
             MustNotEnter("a directory user with a wrong password", DirectoryUser(_provider, false, others));
         }
         if (!_candidate.enable) return;
+        _closed = Ask("enter", _candidate.before, LocalUser(_provider, true, "user_unknown", Others::Agree));
         MustEnter("a directory user with the right password", DirectoryUser(_provider, true, Others::Agree), false);
     }
 
  private:
-    using Failures = std::map<std::string, std::string>;  // by service
+    using Failures = std::map<std::string, std::string>;  // by what failed: "sshd", "sshd\topen a session"
 
     bool IsNamed(const std::string& name) const {
         return std::find(_candidate.named.begin(), _candidate.named.end(), name) != _candidate.named.end();
@@ -169,6 +125,7 @@ class Trial {
     Failures Ask(const std::string& question, const PamFiles& files, const Answers& answers);
     void LoadModules() const;
     void Open();
+    bool IsExcused(const std::string& service, const std::string& step, bool failedBefore, bool likeBefore) const;
     void MustEnter(const std::string& who, const Answers& answers, bool likeBefore);
     void MustNotEnter(const std::string& who, const Answers& answers);
 
@@ -176,6 +133,7 @@ class Trial {
     const Candidate& _candidate;
     std::string _root;
     std::vector<std::string> _services;  // those that the change concerns
+    Failures _closed;                    // where nobody got in before, whatever the password
     int _folders = 0;
 };
 
@@ -193,7 +151,7 @@ std::string Trial::Write(const PamFiles& files, const Answers& answers) {
     std::string folder = _root + '/' + std::to_string(++_folders);
     std::filesystem::create_directory(folder);
     const Places places = PlacesIn(folder, files);
-    for (const auto& [name, text] : files) WriteDurably(places.at(name), Rewrite(text, folder, places, answers));
+    for (const auto& [name, text] : files) WriteQuickly(places.at(name), Rewrite(text, folder, places, answers));
     return folder;
 }
 
@@ -209,7 +167,7 @@ Trial::Failures Trial::Ask(const std::string& question, const std::vector<std::s
     std::istringstream lines(result.output);
     lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string line; std::getline(lines, line);) {
-        const std::size_t tab = line.find('\t');
+        const std::size_t tab = line.rfind('\t');
         if (tab != std::string::npos) failures[line.substr(0, tab)] = line.substr(tab + 1);
     }
     return failures;
@@ -241,12 +199,24 @@ void Trial::Open() {
     std::erase_if(_services, [&](const std::string& service) { return after.contains(service); });
 }
 
+// A failure that is not the change's: it was there before, or the module has no say in it.
+bool Trial::IsExcused(const std::string& service, const std::string& step, bool failedBefore, bool likeBefore) const {
+    const bool isLogIn = step == kLogIn;
+    if (!IsNamed(service) && _closed.contains(service + '\t' + step)) return true;
+    if (likeBefore) return failedBefore && !(isLogIn && IsNamed(service));
+    const std::string type = isLogIn ? "auth" : step == kChangePassword ? "password" : "session";
+    const bool had = Uses(_candidate.before, service, type, _provider.pamModule);
+    return !Uses(_candidate.after, service, type, _provider.pamModule) || (!isLogIn && had && failedBefore);
+}
+
 void Trial::MustEnter(const std::string& who, const Answers& answers, bool likeBefore) {
-    const Failures before = likeBefore ? Ask("enter", _candidate.before, answers) : Failures();
-    for (const auto& [service, reason] : Ask("enter", _candidate.after, answers)) {
-        const bool concerned = likeBefore || Uses(_candidate.after, service, "auth", _provider.pamModule);
-        if (before.contains(service) || !concerned) continue;
-        throw LoginsError(LoginsError::Kind::Refused, who + " could not log in through '" + service + "': " + reason,
+    const Failures before = Ask("enter", _candidate.before, answers);
+    for (const auto& [what, reason] : Ask("enter", _candidate.after, answers)) {
+        const std::string service = what.substr(0, what.find('\t'));
+        const std::string step = what.substr(service.size() + 1);
+        if (IsExcused(service, step, before.contains(what), likeBefore)) continue;
+        throw LoginsError(LoginsError::Kind::Refused,
+                          who + " could not " + step + " through '" + service + "': " + reason,
                           "look at the rules of /etc/pam.d/" + service + " that jump or end the stack");
     }
 }
@@ -254,9 +224,12 @@ void Trial::MustEnter(const std::string& who, const Answers& answers, bool likeB
 void Trial::MustNotEnter(const std::string& who, const Answers& answers) {
     const Failures before = Ask("enter", _candidate.before, answers);
     const Failures after = Ask("enter", _candidate.after, answers);
-    for (const std::string& service : _services) {
-        if (after.contains(service) || !before.contains(service)) continue;
-        throw LoginsError(LoginsError::Kind::Refused, who + " would be let in by '" + service + "'",
+    for (const auto& [what, reason] : before) {
+        const std::string service = what.substr(0, what.find('\t'));
+        const std::string step = what.substr(service.size() + 1);
+        if (after.contains(what) || step == kOpenSession) continue;
+        const std::string harm = step == kLogIn ? " would be let in by '" : " could change the password through '";
+        throw LoginsError(LoginsError::Kind::Refused, who + harm + service + "'",
                           "look at the rules of /etc/pam.d/" + service + " that jump or end the stack");
     }
 }

@@ -4,14 +4,15 @@
 //   2. libpam itself opens every service concerned (`pam_start_confdir`), with include lines led into the copy.
 //   3. libpam itself walks the stacks, with every module replaced by one that gives a set answer, so that nobody has to
 //      type a password and nothing is logged or counted:
-//        - root with the right password gets in, also when the directory is down or its module cannot be loaded,
-//        - root with a wrong password does not,
-//        - a directory user with the right password gets in, with a wrong one not.
+//        - root and any other local user with the right password get in, change their password and get a session, also
+//          when the directory is down or its module cannot be loaded,
+//        - with a wrong password they get neither in nor a new password,
+//        - so does a directory user.
 //      A wrong password is tried twice: all other modules abstain, or agree where their answer is required. So a denial
 //      that is gone or passed over shows, also where a list of users or the like still says yes.
 //
-// What a service refused or let through before the change is not held against the candidate, except for services that
-// were named.
+// What a service refused or let through before the change is not held against the candidate. A service that was named is
+// to be opened by libpam and to let root and local users in, whatever it did before.
 
 #ifndef NIMBREL_LOGINS_TRIAL_H_
 #define NIMBREL_LOGINS_TRIAL_H_
@@ -37,7 +38,13 @@ void Try(const Journal& journal, const ProviderModules& provider, const Candidat
 
 // --- For the helper (helper_pam.cc), which alone loads libpam and modules ---
 
-// Prints a line for each service or library that fails, "<what>\t<reason>", and returns 0 whatever they say.
+// The steps of whoever uses a service.
+inline constexpr char kLogIn[] = "log in";
+inline constexpr char kChangePassword[] = "change the password";
+inline constexpr char kOpenSession[] = "open a session";
+
+// Prints a line for each service or library that fails, "<what>\t<reason>", and returns 0 whatever they say. What fails
+// to be entered is a step: "sshd\tlog in".
 int OpenServices(const std::string& folder, const std::vector<std::string>& services);
 int EnterServices(const std::string& folder, const std::vector<std::string>& services);
 int LoadLibraries(const std::vector<std::string>& paths);

@@ -3,9 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "logins_host.h"
+#include "tools/loginfiles/pam_text.h"
 
 namespace nimbrel::testing {
 namespace {
@@ -189,6 +191,46 @@ TEST_F(LoginsEnableTest, CandidateThatWouldLockRootOutIsRefused) {
     const LoginFiles edited = ReadLoginFiles();
     EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("root with the right password could not log in through '"));
     EXPECT_THAT(Differences(edited, ReadLoginFiles()), IsEmpty());
+}
+
+// A service's own rule jumps into the managed part, which gets longer by a rule.
+TEST_F(LoginsEnableTest, CandidateThatWouldHurtOthersThanRootOrOtherStepsIsRefused) {
+    const auto rules = [](const std::string& name) {
+        const std::vector<logins::PamLine> lines = logins::ParsePam(ReadFile("/etc/pam.d/" + name));
+        return std::to_string(
+            std::count_if(lines.begin(), lines.end(),
+                          [](const logins::PamLine& line) { return line.kind == logins::PamLine::Kind::Rule; }) +
+            1);
+    };
+    const struct {
+        std::string rules;
+        const char* reason;
+    } rows[] = {
+        {"auth [success=2 default=ignore] pam_usertype.so isregular\n@include common-auth\n",
+         "a local user with the right password could not log in through 'desk'"},
+        {"password [success=2 default=ignore] pam_warn.so\n@include common-password\n",
+         "root with the right password could not change the password through 'desk'"},
+        {"session [success=" + rules("common-session") +
+             " default=ignore] pam_warn.so\n@include common-session\nsession requisite pam_deny.so\n"
+             "session required pam_permit.so\n",
+         "root with the right password could not open a session through 'desk'"},
+    };
+    for (const auto& row : rows) {
+        WriteFile("/etc/pam.d/desk", row.rules);
+        const LoginFiles before = ReadLoginFiles();
+        EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr(row.reason));
+        EXPECT_THAT(Differences(before, ReadLoginFiles()), IsEmpty());
+    }
+}
+
+// What was broken before is not the change's fault, unless it was asked for by name.
+TEST_F(LoginsEnableTest, NamedServiceHasToLetRootIn) {
+    WriteFile("/etc/pam.d/shut", "auth requisite pam_deny.so\n@include common-auth\n@include common-account\n");
+    EXPECT_THAT(Refused({"logins", "enable", "--services", "shut"}),
+                HasSubstr("root with the right password could not log in through 'shut'"));
+    Enable();
+    EXPECT_TRUE(LogsIn("login", "alice", kPassword));
+    ExpectRefused({{"shut", "alice", kPassword}});
 }
 
 TEST_F(LoginsEnableTest, ServiceThatCannotBeOpenedIsRefused) {

@@ -1,0 +1,76 @@
+#include "tools/loginfiles/trial_answers.h"
+
+#include <algorithm>
+
+namespace nimbrel::logins {
+namespace {
+
+// Who is asked for, as modules see it.
+struct Person {
+    bool right = false;  // the password
+    bool isRoot = false;
+    bool isLocal = false;
+    std::string module;  // the directory's answer
+    Others others = Others::Ignore;
+};
+
+std::string Always(const std::string& result) {
+    std::string arguments;
+    for (const char* const call : {"auth", "cred", "acct", "prechauthtok", "chauthtok", "open_session"}) {
+        arguments += (arguments.empty() ? "" : " ") + std::string(call) + '=' + result;
+    }
+    return arguments;
+}
+
+std::string Password(bool right) {
+    if (right) return Always("success");
+    return "auth=auth_err cred=success acct=success prechauthtok=auth_err chauthtok=auth_err open_session=success";
+}
+
+bool IsAny(const std::string& name, std::initializer_list<const char*> names) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// Rules that say no for everybody, unless something else does (a list of users, a time of day), are no obstacle.
+bool IsCondition(const PamLine& line) {
+    return IsAny(line.control, {"required", "requisite"}) || line.control.find("success=ok") != std::string::npos;
+}
+
+// pam_usertype.so tells accounts of the system from those of people.
+bool IsOfType(const PamLine& line, const Person& person) {
+    const auto& words = line.arguments;
+    const bool asksForSystem = std::find(words.begin(), words.end(), "issystem") != words.end();
+    return asksForSystem == person.isRoot;
+}
+
+std::string Answer(const ProviderModules& provider, const Person& person, const PamLine& line) {
+    const std::string name = ModuleName(line);
+    if (IsAny(name, {"pam_deny.so", "pam_permit.so"})) return "";
+    if (name == provider.pamModule) return person.isLocal ? Always(person.module) : Password(person.right);
+    if (name == "pam_unix.so") return Password(person.right && person.isLocal);
+    if (name == "pam_localuser.so") return Always(person.isLocal ? "success" : "perm_denied");
+    if (name == "pam_usertype.so") return Always(IsOfType(line, person) ? "success" : "auth_err");
+    if (name == "pam_rootok.so" && !person.isRoot) return Always("ignore");
+    const bool agrees = person.right || (person.others == Others::Agree && IsCondition(line));
+    return Always(agrees ? "success" : "ignore");
+}
+
+Answers Of(const ProviderModules& provider, const Person& person) {
+    return [provider, person](const PamLine& line) { return Answer(provider, person, line); };
+}
+
+}  // namespace
+
+Answers Root(const ProviderModules& provider, bool right, const std::string& directory, Others others) {
+    return Of(provider, {right, true, true, directory, others});
+}
+
+Answers LocalUser(const ProviderModules& provider, bool right, const std::string& directory, Others others) {
+    return Of(provider, {right, false, true, directory, others});
+}
+
+Answers DirectoryUser(const ProviderModules& provider, bool right, Others others) {
+    return Of(provider, {right, false, false, "", others});
+}
+
+}  // namespace nimbrel::logins

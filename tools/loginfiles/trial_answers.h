@@ -1,0 +1,27 @@
+// What the modules of a stack answer while it is tried, for one person after the other.
+
+#ifndef NIMBREL_LOGINS_TRIAL_ANSWERS_H_
+#define NIMBREL_LOGINS_TRIAL_ANSWERS_H_
+
+#include <functional>
+#include <string>
+
+#include "tools/loginfiles/pam_text.h"
+#include "tools/loginfiles/provider_modules.h"
+
+namespace nimbrel::logins {
+
+// What one module answers, as the arguments of pam_debug.so; empty to leave the rule as it is.
+using Answers = std::function<std::string(const PamLine&)>;
+
+// What the modules answer that have nothing to do with passwords: they abstain, or agree where the rule asks for it.
+enum class Others { Ignore, Agree };
+
+// With the right password or a wrong one. For local accounts the directory's module answers `directory`.
+Answers Root(const ProviderModules& provider, bool right, const std::string& directory, Others others);
+Answers LocalUser(const ProviderModules& provider, bool right, const std::string& directory, Others others);
+Answers DirectoryUser(const ProviderModules& provider, bool right, Others others);
+
+}  // namespace nimbrel::logins
+
+#endif  // NIMBREL_LOGINS_TRIAL_ANSWERS_H_
