@@ -12,7 +12,9 @@
 #include <sstream>
 #include <system_error>
 
+#include "tools/loginfiles/edits.h"
 #include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/pam_jumps.h"
 #include "tools/loginfiles/run.h"
 #include "tools/loginfiles/trial_answers.h"
 #include "tools/loginfiles/watch.h"
@@ -180,8 +182,13 @@ Trial::Failures Trial::Ask(const std::string& question, const PamFiles& files, c
 }
 
 void Trial::LoadModules() const {
-    const Failures failures = Ask("load", {FindIn(kModuleFolders, _provider.pamModule),
-                                           FindIn(kLibraryFolders, "libnss_" + _provider.nssService + ".so.2")});
+    std::vector<std::string> paths = {FindIn(kModuleFolders, _provider.pamModule),
+                                      FindIn(kLibraryFolders, "libnss_" + _provider.nssService + ".so.2")};
+    // Without it, local accounts would not pass the directory's rules by.
+    const bool guarded = std::any_of(_candidate.after.begin(), _candidate.after.end(),
+                                     [](const auto& file) { return HasPamModule(file.second, kGuard); });
+    if (guarded) paths.push_back(FindIn(kModuleFolders, kGuard));
+    const Failures failures = Ask("load", paths);
     if (failures.empty()) return;
     throw LoginsError(LoginsError::Kind::Refused,
                       "'" + failures.begin()->first + "' cannot be loaded: " + failures.begin()->second,

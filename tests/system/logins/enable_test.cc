@@ -176,6 +176,15 @@ TEST_F(LoginsEnableTest, ModuleThatIsMissingOrBrokenIsRefused) {
     ExpectUntouched();
 }
 
+TEST_F(LoginsEnableTest, ModuleThatKeepsLocalAccountsApartHasToBeThere) {
+    const std::string guard = "/usr/lib/" NIMAUTH_MULTIARCH "/security/pam_localuser.so";
+    const std::string moved = guard + ".moved";
+    ASSERT_EQ(0, std::rename(guard.c_str(), moved.c_str()));
+    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("'pam_localuser.so' is not installed"));
+    ASSERT_EQ(0, std::rename(moved.c_str(), guard.c_str()));
+    ExpectUntouched();
+}
+
 // The first rule jumps by a number that a further rule of the managed part makes wrong.
 TEST_F(LoginsEnableTest, CandidateThatWouldLockRootOutIsRefused) {
     std::string text = ReadFile("/etc/pam.d/common-auth");
