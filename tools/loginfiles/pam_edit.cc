@@ -161,7 +161,8 @@ std::string WithoutPamModule(const PamFiles& files, const std::string& name, con
     // The line end that a last line lacks is not the one in front of it.
     if (own.contains(all.back().number) && !edited.empty() && !edited.ends_with('\n')) edited += '\n';
     ProveOthersSurvived(edited, kept);
-    return edited;
+    if (ParsePam(edited).size() + own.size() == all.size()) return edited;
+    throw LoginsError(LoginsError::Kind::Refused, "a PAM file cannot be edited without losing other lines of it");
 }
 
 bool HasPamModule(const std::string& text, const std::string& module) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <filesystem>
 #include <map>
@@ -58,8 +59,11 @@ Places PlacesIn(const std::string& folder, const PamFiles& files) {
     return places;
 }
 
-// libpam falls over an include without a name, and takes the beginning of a line that is too long for a rule.
-bool MayBeTried(const std::string& raw) { return raw.size() < 1024 && raw.find("nclude") == std::string::npos; }
+// libpam itself falls over an include without a name, and takes the beginning of a line that is too long for a rule.
+bool MayBeTried(std::string raw) {
+    for (char& c : raw) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return raw.size() < 1024 && raw.find("include") == std::string::npos && raw.find("substack") == std::string::npos;
+}
 
 // Whatever a rule includes lies in the copy or nowhere: nothing that is tried may come from the host's live files, whose
 // modules would count and lock.
