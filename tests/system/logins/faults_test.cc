@@ -224,6 +224,31 @@ TEST_F(LoginsFaultsTest, ModeOwnerAndAttributesAreKept) {
     EXPECT_TRUE(before == logins::ReadState(kNsswitch));
 }
 
+TEST_F(LoginsFaultsTest, MissingNsswitchIsTheVendorsOrRefused) {
+    const std::string text = ReadFile("/etc/nsswitch.conf");
+    ASSERT_EQ(0, std::remove("/etc/nsswitch.conf"));
+    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("there is no /etc/nsswitch.conf"));
+    mkdir("/usr/etc", 0755);
+    WriteFile("/usr/etc/nsswitch.conf", "passwd: files vendor\ngroup: files\nhosts: files dns vendor\n");
+    Enable();
+    EXPECT_EQ("passwd: files vendor nimembedded\ngroup: files nimembedded\nhosts: files dns vendor\n",
+              ReadFile("/etc/nsswitch.conf"));
+    ASSERT_EQ(0, std::remove("/usr/etc/nsswitch.conf"));
+    Disable();
+    EXPECT_NE(0, access("/etc/nsswitch.conf", F_OK)) << "as it was";
+    EXPECT_THAT(Done({"logins", "disable"}), HasSubstr("changed: no\n"));
+    WriteFile("/etc/nsswitch.conf", text);
+}
+
+TEST_F(LoginsFaultsTest, ModuleThatKeepsLocalAccountsApartHasToBeThere) {
+    const std::string guard = "/usr/lib/" NIMAUTH_MULTIARCH "/security/pam_localuser.so";
+    const std::string moved = guard + ".moved";
+    ASSERT_EQ(0, std::rename(guard.c_str(), moved.c_str()));
+    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("'pam_localuser.so' is not installed"));
+    ASSERT_EQ(0, std::rename(moved.c_str(), guard.c_str()));
+    ExpectUntouched();
+}
+
 TEST_F(LoginsFaultsTest, NsswitchThatCannotBeReadIsRefusedWithItsLine) {
     WriteFile(kNsswitch, ReadFile(kNsswitch) + "= nonsense\n");
     const LoginFiles before = ReadLoginFiles();
