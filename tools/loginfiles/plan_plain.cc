@@ -47,12 +47,13 @@ void RemovePlain(const ProviderModules& provider, const std::vector<std::string>
         if (IsService(name)) text = changes.Content(PathOf(name)).value_or(text);
     }
     const PamFiles before = files;
-    for (const auto& [name, text] : before) {
+    for (const auto& file : before) {
+        const std::string& name = file.first;
         if (!IsService(name)) continue;
         if (debian && IsMadeByPamAuthUpdate(name)) continue;  // another profile's rules are not ours
         const bool meant = services.empty() || std::find(services.begin(), services.end(), name) != services.end();
         const bool there = changes.Content(PathOf(name)).has_value();  // a vendor's own file is not ours to edit
-        if (!meant || !there || !HasPamModule(text, provider.pamModule)) continue;
+        if (!meant || !there || !HasPamModule(file.second, provider.pamModule)) continue;
         files[name] = EditOf(PathOf(name), [&] { return WithoutPamModule(files, name, provider.pamModule); });
         changes.SetContent(PathOf(name), files[name]);
     }
