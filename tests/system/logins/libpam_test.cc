@@ -3,12 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <security/pam_appl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <sstream>
 
 #include "loginfiles/pam_lines.h"
-#include "support/private_root.h"
+#include "support/leave_child.h"
 #include "support/temporary_folder.h"
 
 namespace nimbrel::testing {
@@ -37,19 +39,29 @@ class LibpamTest : public ::testing::Test {
     }
 };
 
-// The calls of the modules, and in the end "refused" if one of the four stacks, or all, says no.
-std::string Called(const std::string& text) {
-    WriteFile(kServices + std::string("/row"), text);
-    WriteFile(kLog, "");
+// Whether one of the four stacks of the service, or libpam as a whole, says no.
+bool IsRefused() {
     constexpr struct pam_conv kConversation = {NoConversation, nullptr};
     pam_handle_t* handle = nullptr;
-    int status = pam_start_confdir("row", "root", &kConversation, kServices, &handle);
+    const int status = pam_start_confdir("row", "root", &kConversation, kServices, &handle);
     bool refused = status != PAM_SUCCESS;
     for (int (*const ask)(pam_handle_t*, int) : {pam_authenticate, pam_acct_mgmt, pam_chauthtok, pam_open_session}) {
         if (status == PAM_SUCCESS) refused = ask(handle, PAM_SILENT) != PAM_SUCCESS || refused;
     }
-    if (handle != nullptr) pam_end(handle, status);
-    return ReadFile(kLog) + (refused ? "refused" : "");
+    return refused;
+}
+
+// The calls of the modules, and in the end "refused". A process of its own asks: libpam loses memory over services that
+// it refuses.
+std::string Called(const std::string& text) {
+    WriteFile(kServices + std::string("/row"), text);
+    WriteFile(kLog, "");
+    const pid_t child = fork();
+    if (child == 0) LeaveChild(IsRefused() ? 1 : 0);
+    int status = 0;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status)) << text;
+    return ReadFile(kLog) + (WEXITSTATUS(status) == 0 ? "" : "refused");
 }
 
 std::string Inner(std::string word) {
