@@ -361,7 +361,7 @@ std::string Journal::PutAllBack(const Record& record, const std::string& reason)
         }
         left += (left.empty() ? "; changed by somebody else and left alone: " : ", ") + change->path;
     }
-    if (failure) throw *failure;
+    if (failure) throw LoginsError(*failure);
     UnstageAll(record.changes, record.id, Prepared::Before);
     return reason + left;
 }

@@ -151,10 +151,10 @@ std::string WithCounts(const EffectiveRule& rule, const std::vector<Action>& act
 
 std::string LineWithout(const Chain& chain, std::size_t index, const Own& own) {
     const std::vector<Action> actions = Actions(chain[index].line.control);
-    std::vector<int> counts;
-    for (const Action& action : actions) {
-        counts.push_back(action.count <= 0 ? action.count : CountWithout(chain, index, action.count, own));
-    }
+    std::vector<int> counts(actions.size());
+    std::transform(actions.begin(), actions.end(), counts.begin(), [&](const Action& action) {
+        return action.count <= 0 ? action.count : CountWithout(chain, index, action.count, own);
+    });
     const bool same = std::equal(actions.begin(), actions.end(), counts.begin(),
                                  [](const Action& action, int count) { return action.count == count; });
     return same ? chain[index].line.raw : WithCounts(chain[index], actions, counts);

@@ -209,7 +209,7 @@ std::string PreviewNumber(const std::vector<Change>& changes) {
         }
     }
     std::array<char, 17> text{};
-    std::snprintf(text.data(), text.size(), "%016llx", static_cast<unsigned long long>(hash));
+    static_cast<void>(std::snprintf(text.data(), text.size(), "%016llx", static_cast<unsigned long long>(hash)));
     return text.data();
 }
 
