@@ -5,15 +5,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <sstream>
 
 #include "embeddeddirectory/directory.h"
 #include "embeddeddirectory/host.h"
 #include "embeddeddirectory/membership.h"
 #include "fork_gate.h"
+#include "pluginkit/directory_names.h"
+#include "pluginkit/status_error.h"
+#include "pluginkit/whole_file.h"
 
 namespace nimbrel::embedded {
 namespace {
@@ -29,21 +32,7 @@ bool IsPortable(const std::string& name) {
            std::all_of(name.begin(), name.end(), IsFurther);
 }
 
-std::string LowerCase(std::string name) {
-    for (char& c : name) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    return name;
-}
-
-// Empty if it cannot be read. The programs that load the modules start others: those get no descriptor of ours.
-std::string ReadFile(const char* path) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path, "rbe"), std::fclose);
-    std::string text;
-    char buffer[4096];
-    for (std::size_t count = 0; file && (count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
-        text.append(buffer, count);
-    }
-    return text;
-}
+bool IsAccountName(const std::string& name) { return IsPortable(name) && name == kit::LowerCase(name); }
 
 std::vector<Account> FromDirectory() {
     const std::string domain = JoinedDomain();
@@ -55,6 +44,9 @@ std::vector<Account> FromDirectory() {
     }
     return accounts;
 }
+
+// Empty if it cannot be read.
+std::string ReadPublished() { return kit::ReadWholeFile(kPublishedAccounts).value_or(""); }
 
 bool WriteWhole(const std::string& path, const std::string& text) {
     const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
@@ -68,34 +60,56 @@ bool WriteWhole(const std::string& path, const std::string& text) {
 
 std::optional<Account> ToAccount(const UserInfo& user) {
     if (!IsPortable(user.name) || user.number < 1 || user.number > kLastNumber) return std::nullopt;
-    return Account{user.name, kFirstUid + static_cast<uid_t>(user.number), user.flags};
+    return Account{kit::LowerCase(user.name), kFirstUid + static_cast<uid_t>(user.number), user.flags};
 }
 
 std::string JoinedDomain() { return Host().ActiveDomain().dnsName; }
 
-std::vector<Account> Accounts() {
-    return geteuid() == 0 ? FromDirectory() : ParsePublished(ReadFile(kPublishedAccounts));
-}
+std::vector<Account> Accounts() { return geteuid() == 0 ? FromDirectory() : ParsePublished(ReadPublished()); }
 
 std::optional<Account> FindAccount(const std::string& name) {
-    if (!IsPortable(name)) return std::nullopt;
+    if (!IsAccountName(name)) return std::nullopt;
     for (Account& account : Accounts()) {
-        if (LowerCase(account.name) == LowerCase(name)) return std::move(account);
+        if (account.name == name) return std::move(account);
     }
     return std::nullopt;
 }
 
 std::optional<Account> FindAccount(uid_t uid) {
-    if (uid <= kFirstUid || uid > kFirstUid + kLastNumber) return std::nullopt;
+    if (!IsAccountNumber(uid)) return std::nullopt;
     for (Account& account : Accounts()) {
         if (account.uid == uid) return std::move(account);
     }
     return std::nullopt;
 }
 
+bool IsAccountNumber(uid_t uid) { return uid > kFirstUid && uid <= kFirstUid + kLastNumber; }
+
+bool IsTaken(const Account& account) {
+    for (const char* const path : {"/etc/passwd", "/etc/group"}) {
+        const auto lines = kit::ReadWholeFile(path);
+        if (!lines && errno != ENOENT) kit::ThrowFileError("read", path, errno);
+        if (lines && IsTakenIn(*lines, account)) return true;
+    }
+    return false;
+}
+
+bool IsTakenIn(const std::string& lines, const Account& account) {
+    const std::string number = std::to_string(account.uid);
+    for (std::size_t begin = 0, end = 0; begin < lines.size(); begin = end + 1) {
+        end = std::min(lines.find('\n', begin), lines.size());
+        const std::string line = lines.substr(begin, end - begin);
+        const std::size_t name = std::min(line.find(':'), line.size());
+        const std::size_t password = std::min(line.find(':', name + 1), line.size());
+        const std::string found = line.substr(std::min(password + 1, line.size()), number.size() + 1);
+        if (line.compare(0, name, account.name) == 0 && found != number + ':') return true;
+    }
+    return false;
+}
+
 void PublishAccounts() noexcept try {
     const std::string text = PublishedText(FromDirectory());
-    if (text == ReadFile(kPublishedAccounts)) return;
+    if (text == ReadPublished()) return;
     const std::string built = std::string(kPublishedAccounts) + '.' + std::to_string(getpid());
     if (!WriteWhole(built, text) || std::rename(built.c_str(), kPublishedAccounts) != 0) unlink(built.c_str());
 } catch (...) {
@@ -115,9 +129,9 @@ std::vector<Account> ParsePublished(const std::string& text) {
     for (std::string line; std::getline(lines, line);) {
         const std::size_t colon = line.find(':');
         const long uid = colon == std::string::npos ? 0 : std::atol(line.c_str() + colon + 1);
-        const std::string name = line.substr(0, colon);
+        const std::string name = kit::LowerCase(line.substr(0, colon));
         if (IsPortable(name) && uid > long{kFirstUid} && uid <= long{kFirstUid} + kLastNumber) {
-            accounts.push_back({name, static_cast<uid_t>(uid)});
+            accounts.push_back({name, static_cast<uid_t>(uid), std::nullopt});
         }
     }
     return accounts;

@@ -4,8 +4,12 @@
 // another user of the same file, so files keep their owner when a user is removed and another one is added. Each user
 // has a group of its own, of the same name. Home: /home/<name>; shell: /bin/bash.
 //
-// Only names that every program takes for a user name become accounts: a letter or '_', then letters, digits, '.', '_'
-// and '-', at most 64.
+// The name is the directory's in lower case, and no other spelling is answered: names of a host differ by case, so a
+// user who could be looked up as "ALICE" would pass for another account than "alice" before the look-up and for the
+// same one after it. Only names that every program takes for a user name become accounts: a letter or '_', then letters,
+// digits, '.', '_' and '-', at most 64.
+//
+// A name that the host's own /etc/passwd or /etc/group has under another number stays the host's: `IsTaken`.
 //
 // The directory's files are for root. A log-in therefore publishes the accounts, without anything secret, in a file
 // that all may read; programs without root's rights answer from it, as it was at the last log-in.
@@ -30,9 +34,9 @@ inline constexpr uid_t kFirstUid = 1'900'000'000;
 inline constexpr char kPublishedAccounts[] = "/var/lib/nimbrel/embedded-accounts";
 
 struct Account {
-    std::string name;  // spelled as in the directory
-    uid_t uid = 0;     // the gid, too
-    UserFlags flags = {};
+    std::string name;                // in lower case
+    uid_t uid = 0;                   // the gid, too
+    std::optional<UserFlags> flags;  // unset: not known, as for a published account
 };
 
 // The user as an account; unset for a name or number that cannot be one.
@@ -40,9 +44,18 @@ std::optional<Account> ToAccount(const UserInfo& user);
 
 // Every account of the joined domain: from the directory for root, else as published. Empty when not joined.
 std::vector<Account> Accounts();
-// In any spelling of the name.
+// Unset for any other spelling of the name.
 std::optional<Account> FindAccount(const std::string& name);
 std::optional<Account> FindAccount(uid_t uid);
+
+// True for a number that an account can have; no local account's is one.
+bool IsAccountNumber(uid_t uid);
+
+// True if a local user or group of that name has another number. Programs compare such names without their numbers: the
+// group of a user "sudo" would count as the local group's. Throws 1359 where /etc/passwd or /etc/group cannot be read.
+bool IsTaken(const Account& account);
+// The same for the text of either file: "name:x:number:...".
+bool IsTakenIn(const std::string& lines, const Account& account);
 
 // The joined domain's DNS name; empty when not joined.
 std::string JoinedDomain();

@@ -1,5 +1,6 @@
 // libnss_nimembedded.so.2: the users of the joined embedded domain, and their groups, as accounts of this host. For
-// evaluation and rehearsals only. Nothing is listed (getpwent), only looked up.
+// evaluation and rehearsals only. Nothing is listed (getpwent), only looked up. A user whose name a local user or group
+// has is not answered at all, whatever stands first in nsswitch.conf.
 //
 //     passwd:  files nimembedded
 //     group:   files nimembedded
@@ -77,36 +78,37 @@ bool Fill(const Account& account, struct group& entry, Buffer buffer) {
     return entry.gr_name != nullptr && entry.gr_passwd != nullptr && entry.gr_mem != nullptr;
 }
 
-enum nss_status Unavailable(int error, int* errorNumber) {
-    *errorNumber = error;
-    return NSS_STATUS_UNAVAIL;
+struct Outcome {
+    enum nss_status status;
+    int error;
+};
+
+template <class Key, class Record>
+Outcome LookUp(Key key, Record& entry, Buffer buffer) noexcept {
+    try {
+        const auto account = FindAccount(key);
+        if (!account || IsTaken(*account)) return {NSS_STATUS_NOTFOUND, ENOENT};
+        if (!Fill(*account, entry, buffer)) return {NSS_STATUS_TRYAGAIN, ERANGE};
+        return {NSS_STATUS_SUCCESS, 0};
+    } catch (const DirectoryError&) {
+        return {NSS_STATUS_UNAVAIL, EIO};
+    } catch (...) {
+        return {NSS_STATUS_UNAVAIL, ENOMEM};
+    }
 }
 
-// Looks the account up and fills the entry. Nothing is thrown into the C library, and errno stays the caller's.
+// Looks the account up and fills the entry. Nothing is thrown into the C library. It passes its own errno as
+// `errorNumber`: that is put back first and written after.
 template <class Key, class Record>
 enum nss_status Answer(Key key, Record* entry, char* buffer, std::size_t size, int* errorNumber) noexcept {
     int before = 0;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
     const int callersError = errno;
-    enum nss_status status = NSS_STATUS_NOTFOUND;
-    try {
-        const auto account = FindAccount(key);
-        if (account && Fill(*account, *entry, Buffer(buffer, size))) {
-            status = NSS_STATUS_SUCCESS;
-        } else if (account) {
-            *errorNumber = ERANGE;
-            status = NSS_STATUS_TRYAGAIN;
-        } else {
-            *errorNumber = ENOENT;
-        }
-    } catch (const DirectoryError&) {
-        status = Unavailable(EIO, errorNumber);
-    } catch (...) {
-        status = Unavailable(ENOMEM, errorNumber);
-    }
-    errno = callersError;
+    const Outcome outcome = LookUp(key, *entry, Buffer(buffer, size));
     pthread_setcancelstate(before, nullptr);
-    return status;
+    errno = callersError;
+    if (outcome.status != NSS_STATUS_SUCCESS) *errorNumber = outcome.error;
+    return outcome.status;
 }
 
 }  // namespace

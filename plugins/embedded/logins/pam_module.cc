@@ -5,11 +5,13 @@
 //
 // Argument: use_first_pass never asks for a password, and uses the one that an earlier module was given.
 //
-// Local accounts are none of its business: a user whom the name services do not know under the directory's own uid is
-// an unknown one, so that no local account can be entered with a directory password of the same name.
+// Local accounts are none of its business: a user whom the name services do not know under the directory's own uid and
+// gid is an unknown one, so that no local account can be entered with a directory password of the same name, and no local
+// group's rights come with a name.
 //
 // Threads: as libpam, one handle per thread.
 
+#include <grp.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <security/pam_ext.h>
@@ -19,6 +21,7 @@
 #include <array>
 #include <cerrno>
 #include <exception>
+#include <optional>
 #include <string_view>
 
 #include "accounts.h"
@@ -62,7 +65,7 @@ int ResultOf(const DirectoryError& error) {
     }
 }
 
-// Nothing is thrown into libpam.
+// Nothing is thrown into libpam. Never around a call that asks the user: such a call may be cancelled, or end the thread.
 template <class Work>
 int Guarded(pam_handle_t* handle, const Work& work) noexcept {
     const NoCancellation shield;
@@ -77,25 +80,45 @@ int Guarded(pam_handle_t* handle, const Work& work) noexcept {
     }
 }
 
-bool NameServicesAgree(const char* user, const Account& account) {
+// Told without a look at the directory's files: whatever becomes of those, log-ins of local accounts are not held up. An
+// entry that needs more room is none of the directory's.
+bool IsLocal(const char* user) {
     std::array<char, 4096> buffer{};
     struct passwd entry = {};
     struct passwd* found = nullptr;
-    return getpwnam_r(user, &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr &&
-           found->pw_uid == account.uid;
+    const int error = getpwnam_r(user, &entry, buffer.data(), buffer.size(), &found);
+    return error == ERANGE || (error == 0 && found != nullptr && !IsAccountNumber(found->pw_uid));
 }
 
-// Calls `work` with the user's account; an unknown user is not its business.
-template <class Work>
-int ForAccount(pam_handle_t* handle, const Work& work) {
-    return Guarded(handle, [&]() -> int {
-        const char* user = nullptr;
-        const int status = pam_get_user(handle, &user, nullptr);
-        if (status != PAM_SUCCESS) return status;
-        const auto account = FindAccount(user);
-        if (!account || !NameServicesAgree(user, *account)) return PAM_USER_UNKNOWN;
-        return work(*account);
+// True if the host knows this user and this group, and no others, under the account's name.
+bool NameServicesAgree(const Account& account) {
+    std::array<char, 4096> buffer{};
+    struct passwd user = {};
+    struct passwd* foundUser = nullptr;
+    if (getpwnam_r(account.name.c_str(), &user, buffer.data(), buffer.size(), &foundUser) != 0 ||
+        foundUser == nullptr || foundUser->pw_uid != account.uid || foundUser->pw_gid != account.uid) {
+        return false;
+    }
+    struct group group = {};
+    struct group* foundGroup = nullptr;
+    return getgrnam_r(account.name.c_str(), &group, buffer.data(), buffer.size(), &foundGroup) == 0 &&
+           foundGroup != nullptr && foundGroup->gr_gid == account.uid;
+}
+
+// The user's account. A user who has none is not the module's business: `PAM_USER_UNKNOWN`.
+int GetAccount(pam_handle_t* handle, const char* user, std::optional<Account>& account) {
+    return Guarded(handle, [&] {
+        if (IsLocal(user)) return PAM_USER_UNKNOWN;
+        account = FindAccount(user);
+        return account && NameServicesAgree(*account) ? PAM_SUCCESS : PAM_USER_UNKNOWN;
     });
+}
+
+// Asks the application for the user if need be: outside every guard, since it may end the thread that asks.
+int AskForAccount(pam_handle_t* handle, std::optional<Account>& account) {
+    const char* user = nullptr;
+    const int status = pam_get_user(handle, &user, nullptr);
+    return status == PAM_SUCCESS ? GetAccount(handle, user, account) : status;
 }
 
 bool Has(int count, const char** words, std::string_view wanted) {
@@ -105,6 +128,7 @@ bool Has(int count, const char** words, std::string_view wanted) {
     return false;
 }
 
+// As `AskForAccount` for the password.
 int GetPassword(pam_handle_t* handle, bool ask, const char** password) {
     const void* given = nullptr;
     const int status = pam_get_item(handle, PAM_AUTHTOK, &given);
@@ -122,10 +146,11 @@ int Authenticate(const Account& account, const char* password) {
     return PAM_SUCCESS;
 }
 
-int CheckFlags(const UserFlags& flags) {
-    if (flags.disabled || flags.locked) return PAM_PERM_DENIED;
-    if (flags.expired) return PAM_ACCT_EXPIRED;
-    return flags.passwordExpired || flags.mustChangePassword ? PAM_AUTHTOK_EXPIRED : PAM_SUCCESS;
+int CheckFlags(const std::optional<UserFlags>& flags) {
+    if (!flags) return PAM_AUTHINFO_UNAVAIL;
+    if (flags->disabled || flags->locked) return PAM_PERM_DENIED;
+    if (flags->expired) return PAM_ACCT_EXPIRED;
+    return flags->passwordExpired || flags->mustChangePassword ? PAM_AUTHTOK_EXPIRED : PAM_SUCCESS;
 }
 
 }  // namespace
@@ -133,30 +158,39 @@ int CheckFlags(const UserFlags& flags) {
 extern "C" {
 
 int pam_sm_authenticate(pam_handle_t* handle, int, int count, const char** words) {
-    return ForAccount(handle, [&](const Account& account) {
-        const char* password = nullptr;
-        const int status = GetPassword(handle, !Has(count, words, "use_first_pass"), &password);
-        return status == PAM_SUCCESS ? Authenticate(account, password) : status;
-    });
+    std::optional<Account> account;
+    if (const int status = AskForAccount(handle, account); status != PAM_SUCCESS) return status;
+    const char* password = nullptr;
+    const int status = GetPassword(handle, !Has(count, words, "use_first_pass"), &password);
+    if (status != PAM_SUCCESS) return status;
+    return Guarded(handle, [&] { return Authenticate(*account, password); });
 }
 
 int pam_sm_setcred(pam_handle_t*, int, int, const char**) { return PAM_SUCCESS; }
 
 int pam_sm_acct_mgmt(pam_handle_t* handle, int, int, const char**) {
-    return ForAccount(handle, [](const Account& account) { return CheckFlags(account.flags); });
+    std::optional<Account> account;
+    const int status = AskForAccount(handle, account);
+    return status == PAM_SUCCESS ? CheckFlags(account->flags) : status;
 }
 
-int pam_sm_open_session(pam_handle_t*, int, int, const char**) {
-    const NoCancellation shield;
-    PublishAccounts();
-    return PAM_SUCCESS;
+// A session is never refused here, and those of local users are none of the module's business.
+int pam_sm_open_session(pam_handle_t* handle, int, int, const char**) {
+    std::optional<Account> account;
+    if (AskForAccount(handle, account) != PAM_SUCCESS) return PAM_SUCCESS;
+    return Guarded(handle, [] {
+        PublishAccounts();
+        return PAM_SUCCESS;
+    });
 }
 
 int pam_sm_close_session(pam_handle_t*, int, int, const char**) { return PAM_SUCCESS; }
 
 // Passwords of the embedded directory are set by its administrator.
 int pam_sm_chauthtok(pam_handle_t* handle, int, int, const char**) {
-    return ForAccount(handle, [](const Account&) { return PAM_AUTHTOK_ERR; });
+    std::optional<Account> account;
+    const int status = AskForAccount(handle, account);
+    return status == PAM_SUCCESS ? PAM_AUTHTOK_ERR : status;
 }
 
 }  // extern "C"

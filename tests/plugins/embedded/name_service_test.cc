@@ -14,8 +14,10 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include "embeddeddirectory/host.h"
+#include "support/files.h"
 #include "support/leave_child.h"
 
 namespace nimbrel::embedded::test {
@@ -42,12 +44,15 @@ Function* Symbol(const char* name) {
     return reinterpret_cast<Function*>(symbol);
 }
 
+// As the C library asks: with its own errno for the error's number.
 template <class Function, class Key>
 Answer Ask(const char* function, Key key, std::size_t size) {
     std::array<char, 1024> buffer = {};
     passwd entry = {};
     Answer answer;
-    answer.status = Symbol<Function>(function)(key, &entry, buffer.data(), size, &answer.error);
+    errno = 0;
+    answer.status = Symbol<Function>(function)(key, &entry, buffer.data(), size, &errno);
+    answer.error = errno;
     if (answer.status == NSS_STATUS_SUCCESS) {
         answer.name = entry.pw_name;
         answer.uid = entry.pw_uid;
@@ -55,12 +60,38 @@ Answer Ask(const char* function, Key key, std::size_t size) {
     return answer;
 }
 
+using ByNameFunction = nss_status(const char*, passwd*, char*, std::size_t, int*);
+
 Answer ByName(const char* name, std::size_t size = 1024) {
-    return Ask<nss_status(const char*, passwd*, char*, std::size_t, int*)>("_nss_nimembedded_getpwnam_r", name, size);
+    return Ask<ByNameFunction>("_nss_nimembedded_getpwnam_r", name, size);
 }
 Answer ByNumber(uid_t uid) {
     return Ask<nss_status(uid_t, passwd*, char*, std::size_t, int*)>("_nss_nimembedded_getpwuid_r", uid, 1024);
 }
+
+using GroupFunction = nss_status(const char*, struct group*, char*, std::size_t, int*);
+
+nss_status GroupStatus(const char* name) {
+    std::array<char, 1024> buffer = {};
+    struct group entry = {};
+    int error = 0;
+    return Symbol<GroupFunction>("_nss_nimembedded_getgrnam_r")(name, &entry, buffer.data(), buffer.size(), &error);
+}
+
+// Further lines of a file of the private root, for as long as it lives.
+class MoreLines {
+ public:
+    MoreLines(std::string path, const std::string& lines) : _path(std::move(path)), _before(ReadFile(_path)) {
+        WriteFile(_path, _before + lines);
+    }
+    MoreLines(const MoreLines&) = delete;
+    MoreLines& operator=(const MoreLines&) = delete;
+    ~MoreLines() { WriteFile(_path, _before); }
+
+ private:
+    std::string _path;
+    std::string _before;
+};
 
 class NameService : public ::testing::Test {
  protected:
@@ -87,20 +118,59 @@ class NameService : public ::testing::Test {
     }
 };
 
-TEST_F(NameService, UsersAreFoundInAnySpellingAndByNumber) {
+TEST_F(NameService, UsersAreFoundInLowerCaseAndByNumber) {
     EXPECT_EQ(ByName("alice").error, ENOENT) << "nobody is known before the join";
     BeJoined();
-    const Answer alice = ByName("ALICE");
+    const Answer alice = ByName("alice");
     EXPECT_EQ(alice.status, NSS_STATUS_SUCCESS);
-    EXPECT_EQ(alice.name, "Alice");
+    EXPECT_EQ(alice.name, "alice");
     EXPECT_EQ(alice.uid, kFirstUid + 1);
-    EXPECT_EQ(ByNumber(alice.uid).name, "Alice");
+    EXPECT_EQ(ByNumber(alice.uid).name, "alice");
     for (const char* name : {"not portable", "nobody", "", "-x"}) {
         EXPECT_EQ(ByName(name).status, NSS_STATUS_NOTFOUND) << name;
     }
     for (const uid_t uid : {uid_t{0}, kFirstUid, kFirstUid + 3, uid_t{2'100'000'000}}) {
         EXPECT_EQ(ByNumber(uid).error, ENOENT) << uid;
     }
+}
+
+// A second spelling would be an unknown name to the local files, and then be answered with a name that they know.
+TEST_F(NameService, NoOtherSpellingIsAnswered) {
+    BeJoined();
+    for (const char* name : {"Alice", "ALICE", "alicE"}) {
+        EXPECT_EQ(ByName(name).status, NSS_STATUS_NOTFOUND) << name;
+        EXPECT_EQ(GroupStatus(name), NSS_STATUS_NOTFOUND) << name;
+    }
+}
+
+TEST_F(NameService, NameThatALocalUserOrGroupHasStaysTheHosts) {
+    BeJoined();
+    for (const char* path : {"/etc/group", "/etc/passwd"}) {
+        for (const char* lines :
+             {"alice:x:999:\n", "alice:x:190000000:\n", "alice:x:19000000011:\n", "alice:x:", "alice"}) {
+            const MoreLines local(path, lines);
+            EXPECT_EQ(ByName("alice").status, NSS_STATUS_NOTFOUND) << path << ' ' << lines;
+            EXPECT_EQ(ByNumber(kFirstUid + 1).status, NSS_STATUS_NOTFOUND) << path << ' ' << lines;
+            EXPECT_EQ(GroupStatus("alice"), NSS_STATUS_NOTFOUND) << path << ' ' << lines;
+        }
+        for (const char* lines : {"alice:x:1900000001:\n", "xalice:x:999:\nalicex:x:998:\nx:alice:997:alice\n"}) {
+            const MoreLines local(path, lines);
+            EXPECT_EQ(ByName("alice").status, NSS_STATUS_SUCCESS) << path << ' ' << lines;
+            EXPECT_EQ(GroupStatus("alice"), NSS_STATUS_SUCCESS) << path << ' ' << lines;
+        }
+    }
+}
+
+TEST_F(NameService, FilesThatCannotBeReadLeaveItOpenWhoseANameIs) {
+    BeJoined();
+    std::filesystem::rename("/etc/group", "/etc/group.moved");
+    EXPECT_EQ(ByName("alice").status, NSS_STATUS_SUCCESS) << "nobody has it";
+    std::filesystem::create_directory("/etc/group");
+    const Answer answer = ByName("alice");
+    EXPECT_EQ(answer.status, NSS_STATUS_UNAVAIL);
+    EXPECT_EQ(answer.error, EIO);
+    std::filesystem::remove("/etc/group");
+    std::filesystem::rename("/etc/group.moved", "/etc/group");
 }
 
 TEST_F(NameService, RoomThatIsTooSmallIsAskedForAgain) {
@@ -111,22 +181,21 @@ TEST_F(NameService, RoomThatIsTooSmallIsAskedForAgain) {
         ASSERT_EQ(answer.status, NSS_STATUS_TRYAGAIN) << size;
         ASSERT_EQ(answer.error, ERANGE) << size;
     }
-    EXPECT_EQ(size, sizeof("Alice") + sizeof("*") + sizeof("Alice") + sizeof("/home/Alice") + sizeof("/bin/bash"));
+    EXPECT_EQ(size, sizeof("alice") + sizeof("*") + sizeof("alice") + sizeof("/home/alice") + sizeof("/bin/bash"));
 }
 
 TEST_F(NameService, RoomForAGroupIsAskedForAgainToo) {
     BeJoined();
-    const auto group =
-        Symbol<nss_status(const char*, struct group*, char*, std::size_t, int*)>("_nss_nimembedded_getgrnam_r");
+    const auto group = Symbol<GroupFunction>("_nss_nimembedded_getgrnam_r");
     alignas(char*) std::array<char, 64> buffer = {};
     struct group entry = {};
-    int error = 0;
     std::size_t size = 0;
-    for (; size < buffer.size() && group("alice", &entry, buffer.data(), size, &error) != NSS_STATUS_SUCCESS; ++size) {
-        ASSERT_EQ(error, ERANGE) << size;
+    for (; size < buffer.size() && group("alice", &entry, buffer.data(), size, &errno) != NSS_STATUS_SUCCESS; ++size) {
+        ASSERT_EQ(errno, ERANGE) << size;
+        errno = 0;
     }
-    EXPECT_EQ(size, sizeof("Alice") + sizeof("*") + sizeof(char*));
-    EXPECT_STREQ(entry.gr_name, "Alice");
+    EXPECT_EQ(size, sizeof("alice") + sizeof("*") + sizeof(char*));
+    EXPECT_STREQ(entry.gr_name, "alice");
     EXPECT_EQ(entry.gr_gid, kFirstUid + 1);
     EXPECT_EQ(entry.gr_mem[0], nullptr);
 }
@@ -134,11 +203,21 @@ TEST_F(NameService, RoomForAGroupIsAskedForAgainToo) {
 TEST_F(NameService, DamagedMembershipIsToldApartFromAMissingUser) {
     BeJoined();
     std::ofstream(kDefaultMembershipPath, std::ios::trunc) << std::string(4096, 'x');
-    errno = EXDEV;
     const Answer answer = ByName("alice");
-    EXPECT_EQ(errno, EXDEV) << "the caller's own";
     EXPECT_EQ(answer.status, NSS_STATUS_UNAVAIL);
     EXPECT_EQ(answer.error, EIO);
+}
+
+TEST_F(NameService, CallersErrnoIsLeftAlone) {
+    BeJoined();
+    std::array<char, 1024> buffer = {};
+    passwd entry = {};
+    for (const char* name : {"alice", "nobody-at-all"}) {
+        int error = 0;
+        errno = EXDEV;
+        Symbol<ByNameFunction>("_nss_nimembedded_getpwnam_r")(name, &entry, buffer.data(), buffer.size(), &error);
+        EXPECT_EQ(errno, EXDEV) << name;
+    }
 }
 
 // A file that somebody has changed can give nobody the number of another account of the host.

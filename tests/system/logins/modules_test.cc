@@ -1,14 +1,32 @@
 // The log-in modules of the embedded directory, in programs that know nothing of them.
 
+#include <fcntl.h>
+
+#include <chrono>
 #include <cstdio>
 #include <sstream>
 
 #include "logins_host.h"
+#include "pluginkit/descriptor.h"
 
 namespace nimbrel::testing {
 namespace {
 
 using ::testing::HasSubstr;
+
+// The whole file locked against readers and writers, as SQLite would.
+class LockedFile {
+ public:
+    explicit LockedFile(const char* path) : _file(open(path, O_RDWR | O_CLOEXEC)) {
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        EXPECT_EQ(0, fcntl(_file.Number(), F_SETLK, &lock)) << path;
+    }
+
+ private:
+    kit::Descriptor _file;
+};
 
 class LoginModulesTest : public LoginsHost {
  protected:
@@ -20,9 +38,10 @@ class LoginModulesTest : public LoginsHost {
         return RunProgram("/usr/bin/getent", {.arguments = words, .user = user}).output;
     }
     // pamtester's own words for one step.
-    static std::string Says(const std::string& user, const std::string& step) {
-        const ProgramResult result = RunProgram(
-            "/usr/bin/pamtester", {.arguments = {"other", user, step}, .input = std::string(kPassword) + '\n'});
+    static std::string Says(const std::string& user, const std::string& step, uid_t caller = 0) {
+        const ProgramResult result =
+            RunProgram("/usr/bin/pamtester",
+                       {.arguments = {"other", user, step}, .input = std::string(kPassword) + '\n', .user = caller});
         return result.output + result.errors;
     }
     static void Set(const std::string& user, const std::string& flag, const std::string& value) {
@@ -32,10 +51,21 @@ class LoginModulesTest : public LoginsHost {
 
 TEST_F(LoginModulesTest, UsersAreLookedUpByNameAndNumber) {
     const std::string alice = "alice:*:1900000002:1900000002:alice:/home/alice:/bin/bash\n";
-    for (const char* const key : {"alice", "ALICE", "1900000002"}) EXPECT_EQ(alice, Getent({"passwd", key})) << key;
-    for (const char* const key : {"alice", "1900000002"}) EXPECT_EQ("alice:*:1900000002:\n", Getent({"group", key}));
-    for (const char* const key : {"nobody-at-all", "1900000099", "1900000000"}) EXPECT_EQ("", Getent({"passwd", key}));
+    for (const char* const key : {"alice", "1900000002"}) {
+        EXPECT_EQ(alice, Getent({"passwd", key})) << key;
+        EXPECT_EQ("alice:*:1900000002:\n", Getent({"group", key})) << key;
+    }
+    for (const char* const key : {"ALICE", "Alice", "nobody-at-all", "1900000099", "1900000000"}) {
+        EXPECT_EQ("", Getent({"passwd", key})) << key;
+    }
     EXPECT_THAT(Getent({"passwd"}), ::testing::Not(HasSubstr("alice")));
+}
+
+TEST_F(LoginModulesTest, UserAddedInCapitalsIsAnAccountInLowerCase) {
+    AddUser("Dora.Smith");
+    EXPECT_THAT(Getent({"passwd", "dora.smith"}), HasSubstr("dora.smith:*:1900000003:1900000003:dora.smith:"));
+    EXPECT_TRUE(LogsIn("other", "dora.smith", kPassword));
+    ExpectRefused({{"other", "Dora.Smith", kPassword}});
 }
 
 TEST_F(LoginModulesTest, NumbersAreNeverUsedTwice) {
@@ -55,10 +85,30 @@ TEST_F(LoginModulesTest, OrdinaryUsersKnowTheNamesAfterALogin) {
 
 TEST_F(LoginModulesTest, LocalAccountIsNeverEnteredWithTheDirectorysPassword) {
     AddUser("bob");
-    AddUser("root");
+    AddUser("ROOT");
     EXPECT_EQ("bob:x:1000:1000:Bob:/home/bob:/bin/bash\n", Getent({"passwd", "bob"}));
-    ExpectRefused({{"other", "bob", kPassword}, {"other", "root", kPassword}});
+    for (const char* const key : {"BOB", "Bob", "ROOT", "Root", "1900000003", "1900000004"}) {
+        EXPECT_EQ("", Getent({"passwd", key})) << key;
+    }
+    ExpectRefused({{"other", "bob", kPassword},
+                   {"other", "root", kPassword},
+                   {"other", "Bob", kPassword},
+                   {"other", "BOB", kPassword},
+                   {"other", "Root", kPassword},
+                   {"other", "ROOT", kPassword}});
     EXPECT_TRUE(LogsIn("other", "bob", kBobPassword));
+}
+
+// Programs that compare names would take the user's own group for the local one.
+TEST_F(LoginModulesTest, LocalGroupsNameIsNoAccount) {
+    const std::string sudo = Getent({"group", "sudo"});
+    ASSERT_THAT(sudo, ::testing::StartsWith("sudo:x:27:"));
+    AddUser("sudo");
+    EXPECT_EQ(sudo, Getent({"group", "sudo"}));
+    EXPECT_EQ("", Getent({"group", "1900000003"}));
+    EXPECT_EQ("", Getent({"passwd", "sudo"}));
+    EXPECT_EQ("", Getent({"passwd", "1900000003"}));
+    ExpectRefused({{"other", "sudo", kPassword}});
 }
 
 TEST_F(LoginModulesTest, AccountsThatMayNotLogInAreRefused) {
@@ -70,6 +120,27 @@ TEST_F(LoginModulesTest, AccountsThatMayNotLogInAreRefused) {
     EXPECT_THAT(Says("alice", "acct_mgmt"), HasSubstr("account management done"));
     Set("alice", "locked", "yes");
     ExpectRefused({{"other", "alice", kPassword}});
+}
+
+// What was published tells the names alone: nobody may take that for an account without flags.
+TEST_F(LoginModulesTest, AccountIsNotLetInByAProgramThatCannotReadItsFlags) {
+    EXPECT_THAT(Says("alice", "open_session"), HasSubstr("successfully opened a session"));
+    EXPECT_THAT(Getent({"passwd", "alice"}, kNobody), HasSubstr("alice:*:1900000002:"));
+    for (const char* const value : {"yes", "no"}) {
+        Set("alice", "disabled", value);
+        EXPECT_THAT(Says("alice", "acct_mgmt", kNobody), ::testing::Not(HasSubstr("done"))) << value;
+    }
+}
+
+TEST_F(LoginModulesTest, LocalUsersAreNotHeldUpByLockedFiles) {
+    const LockedFile membership("/var/lib/nimbrel/embedded-membership.db");
+    const LockedFile directory("/var/lib/nimbrel/directory.db");
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_THAT(Says("root", "open_session"), HasSubstr("successfully opened a session"));
+    EXPECT_THAT(Says("bob", "open_session"), HasSubstr("successfully opened a session"));
+    EXPECT_TRUE(LogsIn("other", "bob", kBobPassword));
+    EXPECT_EQ("", Getent({"passwd", "nobody-at-all"}));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
 }
 
 TEST_F(LoginModulesTest, DirectoryThatIsDownLetsLocalUsersIn) {
