@@ -1,20 +1,25 @@
 #include "accounts.h"
 
 #include <fcntl.h>
+#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
+#include <string_view>
 
 #include "embeddeddirectory/directory.h"
 #include "embeddeddirectory/host.h"
 #include "embeddeddirectory/membership.h"
 #include "fork_gate.h"
+#include "pluginkit/descriptor.h"
 #include "pluginkit/directory_names.h"
+#include "pluginkit/owner_lock.h"
 #include "pluginkit/status_error.h"
 #include "pluginkit/whole_file.h"
 
@@ -23,6 +28,7 @@ namespace {
 
 constexpr std::int64_t kLastNumber = 100'000'000;
 constexpr std::size_t kLongestName = 64;
+constexpr std::chrono::milliseconds kLongestTurn{500};
 
 bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
 bool IsFurther(char c) { return IsLetter(c) || (c >= '0' && c <= '9') || c == '.' || c == '-'; }
@@ -34,26 +40,59 @@ bool IsPortable(const std::string& name) {
 
 bool IsAccountName(const std::string& name) { return IsPortable(name) && name == kit::LowerCase(name); }
 
-std::vector<Account> FromDirectory() {
+// Empty if it cannot be read.
+std::string ReadPublished() { return kit::ReadWholeFile(kPublishedAccounts).value_or(""); }
+
+Directory OpenDirectory() { return Directory::Open(kDefaultDirectoryPath, OpenMode::LookUp); }
+
+// Asks the directory for one user of the joined domain.
+template <class Question>
+std::optional<Account> AskDirectory(const Question& question) {
+    const std::string domain = JoinedDomain();
+    if (domain.empty()) return std::nullopt;
+    const ForkGate gate;
+    const std::optional<UserInfo> user = question(OpenDirectory(), domain);
+    return user ? ToAccount(*user) : std::nullopt;
+}
+
+template <class Test>
+std::optional<Account> AskPublished(const Test& test) {
+    for (Account& account : ParsePublished(ReadPublished())) {
+        if (test(account)) return std::move(account);
+    }
+    return std::nullopt;
+}
+
+std::vector<Account> ListDirectory() {
     const std::string domain = JoinedDomain();
     std::vector<Account> accounts;
     if (domain.empty()) return accounts;
     const ForkGate gate;
-    for (const UserInfo& user : Directory::Open().ListUsers(domain)) {
+    for (const UserInfo& user : OpenDirectory().ListUsers(domain)) {
         if (auto account = ToAccount(user)) accounts.push_back(std::move(*account));
     }
     return accounts;
 }
 
-// Empty if it cannot be read.
-std::string ReadPublished() { return kit::ReadWholeFile(kPublishedAccounts).value_or(""); }
+bool WriteAll(int file, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t count = write(file, text.data(), text.size());
+        if (count < 0 && errno != EINTR) return false;
+        if (count > 0) text.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+}
 
-bool WriteWhole(const std::string& path, const std::string& text) {
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
-    if (file < 0) return false;
-    const bool written =
-        fchmod(file, 0644) == 0 && write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    return close(file) == 0 && written;
+// In the publishers' turn: what is there under the new file's name is a killed one's.
+void ReplacePublished(const std::string& text) {
+    const std::string built = std::string(kPublishedAccounts) + ".new";
+    unlink(built.c_str());
+    kit::Descriptor file(open(built.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+    if (!file) return;
+    const bool complete = fchmod(file.Number(), 0644) == 0 && WriteAll(file.Number(), text) &&
+                          fsync(file.Number()) == 0 && file.Close() &&
+                          std::rename(built.c_str(), kPublishedAccounts) == 0;
+    if (!complete) unlink(built.c_str());
 }
 
 }  // namespace
@@ -63,24 +102,27 @@ std::optional<Account> ToAccount(const UserInfo& user) {
     return Account{kit::LowerCase(user.name), kFirstUid + static_cast<uid_t>(user.number), user.flags};
 }
 
-std::string JoinedDomain() { return Host().ActiveDomain().dnsName; }
+std::string JoinedDomain() { return LookedUpHost().ActiveDomain().dnsName; }
 
-std::vector<Account> Accounts() { return geteuid() == 0 ? FromDirectory() : ParsePublished(ReadPublished()); }
+Host LookedUpHost() { return Host(kDefaultDirectoryPath, kDefaultMembershipPath, OpenMode::LookUp); }
 
-std::optional<Account> FindAccount(const std::string& name) {
+Source SourceOfNames() { return geteuid() == 0 && getauxval(AT_SECURE) == 0 ? Source::Directory : Source::Published; }
+
+Source SourceOfFlags() { return geteuid() == 0 ? Source::Directory : Source::Published; }
+
+std::optional<Account> FindAccount(const std::string& name, Source source) {
     if (!IsAccountName(name)) return std::nullopt;
-    for (Account& account : Accounts()) {
-        if (account.name == name) return std::move(account);
-    }
-    return std::nullopt;
+    if (source == Source::Published) return AskPublished([&](const Account& account) { return account.name == name; });
+    return AskDirectory(
+        [&](const Directory& directory, const std::string& domain) { return directory.FindUser(domain, name); });
 }
 
-std::optional<Account> FindAccount(uid_t uid) {
+std::optional<Account> FindAccount(uid_t uid, Source source) {
     if (!IsAccountNumber(uid)) return std::nullopt;
-    for (Account& account : Accounts()) {
-        if (account.uid == uid) return std::move(account);
-    }
-    return std::nullopt;
+    if (source == Source::Published) return AskPublished([&](const Account& account) { return account.uid == uid; });
+    return AskDirectory([&](const Directory& directory, const std::string& domain) {
+        return directory.FindUserByNumber(domain, uid - kFirstUid);
+    });
 }
 
 bool IsAccountNumber(uid_t uid) { return uid > kFirstUid && uid <= kFirstUid + kLastNumber; }
@@ -107,11 +149,13 @@ bool IsTakenIn(const std::string& lines, const Account& account) {
     return false;
 }
 
+// In turn: who comes second reads the directory after the first has published what it read.
 void PublishAccounts() noexcept try {
-    const std::string text = PublishedText(FromDirectory());
-    if (text == ReadPublished()) return;
-    const std::string built = std::string(kPublishedAccounts) + '.' + std::to_string(getpid());
-    if (!WriteWhole(built, text) || std::rename(built.c_str(), kPublishedAccounts) != 0) unlink(built.c_str());
+    if (SourceOfNames() != Source::Directory) return;
+    kit::OwnerLock turn(std::string(kPublishedAccounts) + ".lock", kit::OwnerLock::File::GoesWithTheLock);
+    if (!turn.TryFor(kLongestTurn)) return;
+    const std::string text = PublishedText(ListDirectory());
+    if (text != ReadPublished()) ReplacePublished(text);
 } catch (...) {
     // A log-in does not fail for it: only names are missing in listings.
 }

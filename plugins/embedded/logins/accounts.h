@@ -12,7 +12,8 @@
 // A name that the host's own /etc/passwd or /etc/group has under another number stays the host's: `IsTaken`.
 //
 // The directory's files are for root. A log-in therefore publishes the accounts, without anything secret, in a file
-// that all may read; programs without root's rights answer from it, as it was at the last log-in.
+// that all may read; programs without root's rights, and those that an ordinary user started with them, answer from it, as
+// it was at the last log-in.
 //
 // Errors: `DirectoryError`, as the directory throws it; nothing else but `std::bad_alloc`.
 // Threads: any.
@@ -27,6 +28,7 @@
 #include <vector>
 
 #include "embeddeddirectory/directory_types.h"
+#include "embeddeddirectory/host.h"
 
 namespace nimbrel::embedded {
 
@@ -42,11 +44,22 @@ struct Account {
 // The user as an account; unset for a name or number that cannot be one.
 std::optional<Account> ToAccount(const UserInfo& user);
 
-// Every account of the joined domain: from the directory for root, else as published. Empty when not joined.
-std::vector<Account> Accounts();
-// Unset for any other spelling of the name.
-std::optional<Account> FindAccount(const std::string& name);
-std::optional<Account> FindAccount(uid_t uid);
+// Where the answer comes from.
+enum class Source {
+    Directory,  // for a process with root's rights; the flags are known
+    Published,
+};
+
+// The directory for root, the published file for others and for what an ordinary user started that changes its rights: it
+// runs in his hands, as su and sudo do before they know who he is.
+Source SourceOfNames();
+// The directory for every process with root's rights.
+Source SourceOfFlags();
+
+// One account of the joined domain; unset when not joined, and for any other spelling of the name. Of the directory's
+// users only this one is read, without its password's hash.
+std::optional<Account> FindAccount(const std::string& name, Source source);
+std::optional<Account> FindAccount(uid_t uid, Source source);
 
 // True for a number that an account can have; no local account's is one.
 bool IsAccountNumber(uid_t uid);
@@ -59,8 +72,11 @@ bool IsTakenIn(const std::string& lines, const Account& account);
 
 // The joined domain's DNS name; empty when not joined.
 std::string JoinedDomain();
+// For questions only: the user of a log-in can stop its program at any moment, and nobody may wait for that one then.
+Host LookedUpHost();
 
-// Brings the published file up to date. A failure is not told: the accounts stay as they were published.
+// Brings the published file up to date, on the disk; not in a program that an ordinary user started. A failure is not
+// told: the accounts stay as they were published.
 void PublishAccounts() noexcept;
 
 // One line "name:uid" per account, and back. Lines that make no sense are left out.

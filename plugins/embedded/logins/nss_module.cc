@@ -86,7 +86,7 @@ struct Outcome {
 template <class Key, class Record>
 Outcome LookUp(Key key, Record& entry, Buffer buffer) noexcept {
     try {
-        const auto account = FindAccount(key);
+        const auto account = FindAccount(key, SourceOfNames());
         if (!account || IsTaken(*account)) return {NSS_STATUS_NOTFOUND, ENOENT};
         if (!Fill(*account, entry, buffer)) return {NSS_STATUS_TRYAGAIN, ERANGE};
         return {NSS_STATUS_SUCCESS, 0};

@@ -109,7 +109,7 @@ bool NameServicesAgree(const Account& account) {
 int GetAccount(pam_handle_t* handle, const char* user, std::optional<Account>& account) {
     return Guarded(handle, [&] {
         if (IsLocal(user)) return PAM_USER_UNKNOWN;
-        account = FindAccount(user);
+        account = FindAccount(user, SourceOfFlags());
         return account && NameServicesAgree(*account) ? PAM_SUCCESS : PAM_USER_UNKNOWN;
     });
 }
@@ -139,10 +139,10 @@ int GetPassword(pam_handle_t* handle, bool ask, const char** password) {
 }
 
 int Authenticate(const Account& account, const char* password) {
-    if (Host().TrustState() != kTrustStateHealthy) return PAM_AUTHINFO_UNAVAIL;
+    if (LookedUpHost().TrustState() != kTrustStateHealthy) return PAM_AUTHINFO_UNAVAIL;
     const std::string domain = JoinedDomain();
     const ForkGate gate;
-    Directory::Open().Authenticate(domain, {account.name, password});
+    Directory::Open(kDefaultDirectoryPath, OpenMode::LookUp).Authenticate(domain, {account.name, password});
     return PAM_SUCCESS;
 }
 

@@ -113,6 +113,20 @@ TEST_F(DirectoryTest, UsersKeepTheirSpellingAndAreFoundInAnyCase) {
     EXPECT_THAT(user->delegatedUnits, ElementsAre("Hosts/Sub", "Lab"));
 }
 
+TEST_F(DirectoryTest, UsersAreFoundByNumberInTheirDomainOnly) {
+    directory.AddDomain("two.test");
+    for (const UserInfo& user : Open().ListUsers(kDomain)) {
+        const auto found = Open().FindUserByNumber("CORP", user.number);
+        ASSERT_TRUE(found);
+        EXPECT_EQ(found->name, user.name);
+        EXPECT_EQ(found->flags.mayJoin, user.flags.mayJoin);
+        EXPECT_EQ(found->delegatedUnits, user.delegatedUnits);
+        EXPECT_FALSE(Open().FindUserByNumber("two.test", user.number));
+    }
+    EXPECT_FALSE(Open().FindUserByNumber(kDomain, 99));
+    EXPECT_EQ(StatusOf([&] { Open().FindUserByNumber("none.test", 1); }), 1355U);
+}
+
 TEST_F(DirectoryTest, UserErrors) {
     EXPECT_EQ(StatusOf([&] { directory.AddUser(kDomain, "ADMIN1", "pw"); }), 1316U);
     EXPECT_EQ(StatusOf([&] { directory.AddUser(kDomain, "a@b", "pw"); }), 1315U);

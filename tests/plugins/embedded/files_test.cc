@@ -261,6 +261,37 @@ TEST_F(Files, LockThatOthersMayOpenIsRefused) {
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
+// A sticky bit does not keep others from putting a log beside the database.
+TEST_F(Files, FolderThatOthersMayWriteIsRefused) {
+    Create();
+    const std::string here = folder / "";
+    for (const mode_t mode : {0720, 0702, 0777, 01777}) {
+        ASSERT_EQ(chmod(here.c_str(), mode), 0);
+        EXPECT_EQ(OpenStatus(), 5U) << std::oct << mode;
+        EXPECT_EQ(StatusOf([&] { Directory::Open(path, OpenMode::LookUp); }), 5U) << std::oct << mode;
+        EXPECT_EQ(StatusOf([&] { Directory::Open(folder / "new.db", OpenMode::CreateIfMissing); }), 5U)
+            << std::oct << mode;
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder / "new.db"));
+    ASSERT_EQ(chmod(here.c_str(), 0755), 0);
+    EXPECT_EQ(OpenStatus(), 0U);
+}
+
+TEST_F(Files, OwnerIsRootOrTheUser) {
+    EXPECT_TRUE(MayOwnFiles(0, 0));
+    EXPECT_TRUE(MayOwnFiles(0, 1000));
+    EXPECT_TRUE(MayOwnFiles(1000, 1000));
+    EXPECT_FALSE(MayOwnFiles(1000, 0));
+    EXPECT_FALSE(MayOwnFiles(1000, 1001));
+}
+
+// Only root can give one away.
+TEST_F(Files, FileOfAnotherUserIsRefused) {
+    Create();
+    const bool given = chown(path.c_str(), 65534, 65534) == 0;
+    EXPECT_EQ(OpenStatus(), given ? 5U : 0U);
+}
+
 // The kernel refuses root nothing: a child becomes another user first.
 TEST_F(Files, FileThatMayNotBeReadIsRefused) {
     Create();

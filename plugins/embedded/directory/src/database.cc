@@ -11,13 +11,16 @@ namespace nimbrel::embedded {
 namespace {
 
 constexpr int kBusyMilliseconds = 10'000;
+constexpr int kLookUpBusyMilliseconds = 100;
+constexpr int kLookUpTries = 3;
 
 constexpr char kConnectionSettings[] =
     "PRAGMA foreign_keys = ON;"
     "PRAGMA synchronous = FULL;"
     "PRAGMA secure_delete = ON;"
     "PRAGMA trusted_schema = OFF;"
-    "PRAGMA cell_size_check = ON;";
+    "PRAGMA cell_size_check = ON;"
+    "PRAGMA temp_store = MEMORY;";  // SQLite's folder for temporary files is whatever the environment says
 
 std::uint32_t StatusFor(int result, int systemError) {
     switch (result & 0xff) {
@@ -41,6 +44,23 @@ std::uint32_t StatusFor(int result, int systemError) {
     const int systemError = connection ? sqlite3_system_errno(connection) : 0;
     const char* text = connection ? sqlite3_errmsg(connection) : sqlite3_errstr(result);
     throw DirectoryError(StatusFor(result, systemError), "The " + name + " cannot be used: " + text);
+}
+
+// As SQLite reads it: "file:" and the path, in which "?", "#" and "%" mean something.
+std::string UriOf(const std::string& path, const char* parameters) {
+    std::string uri = "file:";
+    for (const char c : path) {
+        if (c == '?') {
+            uri += "%3f";
+        } else if (c == '#') {
+            uri += "%23";
+        } else if (c == '%') {
+            uri += "%25";
+        } else {
+            uri += c;
+        }
+    }
+    return uri + '?' + parameters;
 }
 
 std::string NameOf(const std::string& path, const FileFormat& format) {
@@ -116,20 +136,23 @@ std::optional<std::int64_t> Statement::OptionalNumber(int column) const {
 
 // --- Database ---
 
-Database::Database(const std::string& path, const FileFormat& format)
+Database::Database(const std::string& file, int flags, const std::string& path, const FileFormat& format)
     : _name(std::make_unique<const std::string>(NameOf(path, format))) {
     sqlite3* connection = nullptr;
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_PRIVATECACHE |
-                      SQLITE_OPEN_EXRESCODE;
-    const int result = sqlite3_open_v2(path.c_str(), &connection, flags, nullptr);
+    const int always = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_PRIVATECACHE | SQLITE_OPEN_EXRESCODE;
+    const int result = sqlite3_open_v2(file.c_str(), &connection, flags | always, nullptr);
     _connection.reset(connection);
     if (result != SQLITE_OK) {
         Fail(connection, result, *_name);
     }
-    sqlite3_busy_timeout(connection, kBusyMilliseconds);
+    const bool reads = (flags & SQLITE_OPEN_READONLY) != 0;
+    sqlite3_busy_timeout(connection, reads ? kLookUpBusyMilliseconds : kBusyMilliseconds);
     sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     Execute(kConnectionSettings);
 }
+
+Database::Database(const std::string& path, const FileFormat& format)
+    : Database(path, SQLITE_OPEN_READWRITE, path, format) {}
 
 void Database::Execute(const char* sql) const {
     const int result = sqlite3_exec(_connection.get(), sql, nullptr, nullptr, nullptr);
@@ -151,14 +174,39 @@ void Database::CheckFormat(const FileFormat& format) const {
     }
 }
 
-std::optional<Database> Database::OpenExisting(const std::string& path, const FileFormat& format) {
+std::optional<Database> Database::OpenExisting(const std::string& path, const FileFormat& format, Access access) {
     const auto real = PrepareExistingFile(path, NameOf(path, format));
     if (!real) {
         return std::nullopt;
     }
-    Database database(*real, format);
+    return access == Access::LookUp ? OpenToLookUp(*real, format) : OpenToChange(*real, format);
+}
+
+Database Database::OpenToChange(const std::string& path, const FileFormat& format) {
+    Database database(path, format);
     database.CheckFormat(format);
     return database;
+}
+
+// A connection that opens the index of the log for reading only takes none of the locks with which SQLite sets up and
+// clears away a log: only shared ones, which no writer waits for. It needs log and index to be there, empty ones too. The
+// last one of those who change the file takes them away, at worst just now: once the first statement has run nobody does.
+Database Database::OpenToLookUp(const std::string& path, const FileFormat& format) {
+    for (int left = kLookUpTries;; --left) {
+        const bool hasLog = MakeLog(path);
+        try {
+            const char* parameters = hasLog ? "readonly_shm=1" : "immutable=1";
+            Database database(UriOf(path, parameters), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, path, format);
+            sqlite3_db_config(database._connection.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+            database.Execute("PRAGMA cache_size = 10");
+            database.CheckFormat(format);
+            return database;
+        } catch (const DirectoryError&) {
+            if (left == 1) {
+                throw;
+            }
+        }
+    }
 }
 
 Database Database::OpenOrCreate(const std::string& path, const FileFormat& format) {

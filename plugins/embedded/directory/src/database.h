@@ -25,6 +25,14 @@ struct FileFormat {
     const char* schema;
 };
 
+enum class Access {
+    Change,
+    // For programs that somebody else may stop at any moment, as a user can stop the su that he started: reads, never
+    // writes, and takes no lock that keeps anybody else out. Waits a fraction of a second at most. Works where nothing
+    // can be written. Pages hold password hashes: few are kept.
+    LookUp,
+};
+
 class Statement {
  public:
     // Parameters are bound in order, 1 first. Texts are copied by SQLite.
@@ -62,7 +70,8 @@ class Statement {
 class Database {
  public:
     // Unset if there is no such file.
-    static std::optional<Database> OpenExisting(const std::string& path, const FileFormat& format);
+    static std::optional<Database> OpenExisting(const std::string& path, const FileFormat& format,
+                                                Access access = Access::Change);
     // A new file is filled under a name of its own and then linked in: it appears complete or not at all, and of two
     // creators one wins and both go on with its file.
     static Database OpenOrCreate(const std::string& path, const FileFormat& format);
@@ -78,6 +87,9 @@ class Database {
         void operator()(sqlite3* connection) const { sqlite3_close_v2(connection); }
     };
     Database(const std::string& path, const FileFormat& format);
+    Database(const std::string& file, int flags, const std::string& path, const FileFormat& format);
+    static Database OpenToChange(const std::string& path, const FileFormat& format);
+    static Database OpenToLookUp(const std::string& path, const FileFormat& format);
     static void Create(const std::string& path, const FileFormat& format);
     static void Fill(const std::string& path, const FileFormat& format);
     void CheckFormat(const FileFormat& format) const;

@@ -62,6 +62,21 @@ void RequireFileName(const std::string& file, const std::string& name) {
     }
 }
 
+[[noreturn]] void Refuse(const std::string& name, const char* reason) {
+    throw DirectoryError(kStatusAccessDenied, "The " + name + " is refused: " + reason);
+}
+
+// Who writes in the folder can put another file in this one's place, or a log beside it: the sticky bit does not help.
+void RequireOwnFolder(const std::string& folder, const std::string& name) {
+    struct stat status = {};
+    if (stat(folder.c_str(), &status) != 0) {
+        FailWith(errno, name);
+    }
+    if (!MayOwnFiles(status.st_uid, geteuid()) || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        Refuse(name, "others may write in its folder");
+    }
+}
+
 void RemoveForeignRights(const kit::Descriptor& file, mode_t mode, const std::string& name) {
     if ((mode & (S_IRWXG | S_IRWXO)) == 0) {
         return;
@@ -101,6 +116,8 @@ void RemoveSecondName(const std::string& folder, const std::string& file) {
 
 }  // namespace
 
+bool MayOwnFiles(uid_t owner, uid_t user) { return owner == 0 || owner == user; }
+
 std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name) {
     const auto [folder, file] = SplitPath(path);
     RequireFileName(file, name);
@@ -121,13 +138,38 @@ std::optional<std::string> PrepareExistingFile(const std::string& path, const st
         FailWith(errno, name);
     }
     if (!S_ISREG(status.st_mode)) {
-        throw DirectoryError(kStatusAccessDenied, "The " + name + " is refused: it is a link or no regular file");
+        Refuse(name, "it is a link or no regular file");
     }
+    if (!MayOwnFiles(status.st_uid, geteuid())) {
+        Refuse(name, "it belongs to another user");
+    }
+    RequireOwnFolder(*realFolder, name);
     RemoveForeignRights(descriptor, status.st_mode, name);
     if (status.st_nlink > 1) {
         RemoveSecondName(*realFolder, file);
     }
     return real;
+}
+
+bool MakeLog(const std::string& path) {
+    for (const char* const companion : {"-wal", "-shm"}) {
+        const std::string file = path + companion;
+        // The umask may have taken rights.
+        if (mknod(file.c_str(), S_IFREG | kFileMode, 0) == 0 && chmod(file.c_str(), kFileMode) == 0) {
+            continue;
+        }
+        const int error = errno;
+        if (error == EEXIST) {
+            continue;
+        }
+        struct stat log = {};
+        const bool empty = lstat((path + "-wal").c_str(), &log) != 0 ? errno == ENOENT : log.st_size == 0;
+        if (!empty || (error != EROFS && error != ENOSPC && error != EDQUOT)) {
+            FailWith(error, "file '" + file + "'");
+        }
+        return false;
+    }
+    return true;
 }
 
 NewFile::NewFile(const std::string& path, std::string name)
@@ -139,6 +181,7 @@ NewFile::NewFile(const std::string& path, std::string name)
     if (!realFolder) {
         FailWith(ENOENT, _name);
     }
+    RequireOwnFolder(*realFolder, _name);
     _finalPath = Join(*realFolder, file);
     _folder = kit::Descriptor(open(realFolder->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!_folder) {

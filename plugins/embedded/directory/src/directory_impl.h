@@ -60,7 +60,6 @@ struct DomainRow {
 struct UserRow {
     RowId id = 0;
     RowId domainId = 0;
-    std::string passwordHash;
     UserInfo info;  // without the delegated units
 };
 

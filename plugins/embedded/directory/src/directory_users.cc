@@ -9,19 +9,24 @@ namespace {
 constexpr std::size_t kMaximumPassword = 256;
 
 constexpr char kColumns[] =
-    "SELECT users.id, domain_id, password_hash, dns_name, users.name, disabled, locked, expired, password_expired, "
+    "SELECT users.id, domain_id, dns_name, users.name, disabled, locked, expired, password_expired, "
     "must_change_password, may_join FROM users JOIN domains ON domains.id = domain_id ";
 
 UserRow ReadRow(const Statement& row) {
     UserRow user;
     user.id = row.Number(0);
     user.domainId = row.Number(1);
-    user.passwordHash = row.Text(2);
-    user.info.domain = row.Text(3);
-    user.info.name = row.Text(4);
+    user.info.domain = row.Text(2);
+    user.info.name = row.Text(3);
     user.info.number = user.id;
-    user.info.flags = {row.Flag(5), row.Flag(6), row.Flag(7), row.Flag(8), row.Flag(9), row.Flag(10)};
+    user.info.flags = {row.Flag(4), row.Flag(5), row.Flag(6), row.Flag(7), row.Flag(8), row.Flag(9)};
     return user;
+}
+
+kit::Secret ReadPasswordHash(const Database& db, RowId userId) {
+    auto rows = db.Prepare("SELECT password_hash FROM users WHERE id = ?");
+    rows.Bind(userId);
+    return rows.Step() ? kit::Secret(rows.TextInPlace(0)) : kit::Secret();
 }
 
 void BindFlags(Statement& statement, const UserFlags& flags) {
@@ -129,10 +134,15 @@ std::optional<UserRow> FindUserRow(const Database& db, RowId domainId, const std
 
 UserRow AuthenticateRow(DirectoryConnection& connection, const std::string& domain,
                         const UserCredentials& credentials) {
+    kit::Secret passwordHash;
     const auto user = [&] {
         const Turn turn = connection.Read();
         const DomainRow row = RequireReachableDomain(turn.Db(), domain);
-        return FindUserToLogOn(turn.Db(), row, SplitForLogon(credentials.userName));
+        auto found = FindUserToLogOn(turn.Db(), row, SplitForLogon(credentials.userName));
+        if (found) {
+            passwordHash = ReadPasswordHash(turn.Db(), found->id);
+        }
+        return found;
     }();
     if (user && user->info.flags.locked) {
         throw DirectoryError(kStatusAccountLocked, "The user's account is locked");
@@ -141,7 +151,7 @@ UserRow AuthenticateRow(DirectoryConnection& connection, const std::string& doma
         PretendToCheck(credentials.password.substr(0, kMaximumPassword));
         FailLogon();
     }
-    if (!SecretMatches(credentials.password, user->passwordHash)) {
+    if (!SecretMatches(credentials.password, passwordHash.View())) {
         FailLogon();
     }
     CheckFlags(user->info.flags);
@@ -244,6 +254,18 @@ std::optional<UserInfo> Directory::FindUser(const std::string& domain, const std
     }
     user->info.delegatedUnits = ReadDelegation(turn.Db(), user->id);
     return std::move(user->info);
+}
+
+std::optional<UserInfo> Directory::FindUserByNumber(const std::string& domain, std::int64_t number) const {
+    const Turn turn = _impl->Read();
+    auto rows = turn.Db().Prepare(std::string(kColumns) + "WHERE domain_id = ? AND users.id = ?");
+    rows.Bind(RequireDomain(turn.Db(), domain).id).Bind(number);
+    if (!rows.Step()) {
+        return std::nullopt;
+    }
+    UserRow user = ReadRow(rows);
+    user.info.delegatedUnits = ReadDelegation(turn.Db(), user.id);
+    return std::move(user.info);
 }
 
 std::vector<UserInfo> Directory::ListUsers(const std::string& domain) const {

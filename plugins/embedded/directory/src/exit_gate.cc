@@ -4,7 +4,9 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <thread>
 
 namespace nimbrel::embedded {
 namespace {
@@ -13,23 +15,29 @@ namespace {
 constexpr std::uint32_t kClosed = 0x8000'0000U;
 std::atomic<std::uint32_t> inside = 0;
 
+// This thread's share of them: a signal handler may exit or fork in the middle of a computation.
+thread_local std::uint32_t insideHere = 0;
+
+constexpr std::chrono::seconds kLongestWait{10};
+constexpr std::chrono::milliseconds kPause{1};
+
+// In this order, and entering in the other: a handler in between never waits for its own thread.
 void Leave() {
-    if ((inside.fetch_sub(1) & kClosed) != 0) {
-        inside.notify_all();
-    }
+    --inside;
+    --insideHere;
 }
 
-// Runs first in OpenSSL's own exit handler, before anything is freed.
+// Runs first in OpenSSL's own exit handler, before anything is freed. What this thread itself computes never goes on.
 void CloseAndWait() {
-    std::uint32_t now = inside.fetch_or(kClosed) | kClosed;
-    while (now != kClosed) {
-        inside.wait(now);
-        now = inside.load();
+    inside |= kClosed;
+    const auto end = std::chrono::steady_clock::now() + kLongestWait;
+    while ((inside & ~kClosed) > insideHere && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(kPause);
     }
 }
 
 // The other threads do not exist in the child and never leave.
-void ForgetOtherThreads() { inside.store(0); }
+void ForgetOtherThreads() { inside = insideHere; }
 
 bool Install() {
     return pthread_atfork(nullptr, nullptr, ForgetOtherThreads) == 0 && OPENSSL_atexit(CloseAndWait) == 1;
@@ -39,8 +47,9 @@ bool Install() {
 
 ExitGate::ExitGate() {
     static const bool installed = Install();
-    _open = installed && (inside.fetch_add(1) & kClosed) == 0;
-    if (installed && !_open) {
+    ++insideHere;
+    _open = (inside++ & kClosed) == 0 && installed;
+    if (!_open) {
         Leave();
     }
 }

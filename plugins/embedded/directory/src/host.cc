@@ -135,16 +135,16 @@ std::string HomeDomain(const Directory& directory, const DomainInfo& own, const 
 
 }  // namespace
 
-Host::Host(std::string directoryPath, std::string membershipPath)
-    : _directoryPath(std::move(directoryPath)), _membershipPath(std::move(membershipPath)) {}
+Host::Host(std::string directoryPath, std::string membershipPath, OpenMode mode)
+    : _directoryPath(std::move(directoryPath)), _membershipPath(std::move(membershipPath)), _mode(mode) {}
 
 void Host::Join(const std::string& domain, const std::string& hostName, const std::string& unit,
                 const UserCredentials& credentials) const {
     const ForkGate gate;
-    Membership membership = Membership::Open(_membershipPath);
+    Membership membership = Membership::Open(_membershipPath, _mode);
     RequireNotJoined(membership.Current());
     ComputerName(hostName);
-    Directory directory = Directory::Open(_directoryPath);
+    Directory directory = Directory::Open(_directoryPath, _mode);
     MembershipChange change = membership.BeginChange();
     RequireNotJoined(change.Current());
     RecordOrUndo(directory, change, directory.JoinComputer(domain, hostName, unit, credentials));
@@ -152,12 +152,12 @@ void Host::Join(const std::string& domain, const std::string& hostName, const st
 
 void Host::JoinWithMachineAccount(const MachineAccountJoin& join) const {
     const ForkGate gate;
-    Membership membership = Membership::Open(_membershipPath);
+    Membership membership = Membership::Open(_membershipPath, _mode);
     RequireNotJoined(membership.Current());
     if (!join.hostName.empty()) {
         ComputerName(join.hostName);
     }
-    Directory directory = Directory::Open(_directoryPath);
+    Directory directory = Directory::Open(_directoryPath, _mode);
     RequireSameDomain(directory, join);
     MembershipChange change = membership.BeginChange();
     RequireNotJoined(change.Current());
@@ -167,7 +167,7 @@ void Host::JoinWithMachineAccount(const MachineAccountJoin& join) const {
 
 void Host::Part(const std::optional<UserCredentials>& credentials) const {
     const ForkGate gate;
-    Membership membership = Membership::Open(_membershipPath);
+    Membership membership = Membership::Open(_membershipPath, _mode);
     RequireJoined(membership.Current(), kStatusNotJoined);
     if (!credentials) {
         MembershipChange change = membership.BeginChange();
@@ -175,7 +175,7 @@ void Host::Part(const std::optional<UserCredentials>& credentials) const {
         change.Commit();
         return;
     }
-    Directory directory = Directory::Open(_directoryPath);
+    Directory directory = Directory::Open(_directoryPath, _mode);
     MembershipChange change = membership.BeginChange();
     const MembershipInfo current = RequireJoined(change.Current(), kStatusNotJoined);
     const auto deleted = directory.DeleteComputer(current.domain.dnsName, current.accountName, *credentials);
@@ -195,46 +195,46 @@ void Host::Part(const std::optional<UserCredentials>& credentials) const {
 
 DomainInfo Host::ActiveDomain() const {
     const ForkGate gate;
-    const auto current = Membership::Open(_membershipPath).Current();
+    const auto current = Membership::Open(_membershipPath, _mode).Current();
     return current ? current->domain : DomainInfo{};
 }
 
 std::string Host::MachineAccountDN() const {
     const ForkGate gate;
-    const auto current = Membership::Open(_membershipPath).Current();
+    const auto current = Membership::Open(_membershipPath, _mode).Current();
     return current ? current->distinguishedName : "";
 }
 
 std::vector<std::string> Host::PreferredControllers() const {
     const ForkGate gate;
-    return Membership::Open(_membershipPath).PreferredControllers();
+    return Membership::Open(_membershipPath, _mode).PreferredControllers();
 }
 
 void Host::SetPreferredControllers(const std::vector<std::string>& controllers) const {
     const ForkGate gate;
-    Membership::Open(_membershipPath).SetPreferredControllers(controllers);
+    Membership::Open(_membershipPath, _mode).SetPreferredControllers(controllers);
 }
 
 std::vector<std::string> Host::SmartCardServices() const {
     const ForkGate gate;
-    return Membership::Open(_membershipPath).SmartCardServices();
+    return Membership::Open(_membershipPath, _mode).SmartCardServices();
 }
 
 void Host::SetSmartCardServices(const std::vector<std::string>& services) const {
     const ForkGate gate;
-    Membership::Open(_membershipPath).SetSmartCardServices(services);
+    Membership::Open(_membershipPath, _mode).SetSmartCardServices(services);
 }
 
 std::int32_t Host::TrustState() const {
     const ForkGate gate;
     try {
-        const Membership membership = Membership::Open(_membershipPath);
+        const Membership membership = Membership::Open(_membershipPath, _mode);
         const auto current = membership.Current();
         if (!current) {
             return kTrustStateNotMember;
         }
         const kit::Secret secret = membership.MachineSecret();
-        return Directory::Open(_directoryPath)
+        return Directory::Open(_directoryPath, _mode)
             .CheckComputer(current->domain.dnsName, current->accountName, secret.View());
     } catch (const DirectoryError& error) {
         // Translated: the query has no status, only values.
@@ -252,14 +252,14 @@ std::int32_t Host::TrustState() const {
 std::int32_t Host::TrustRelationship(const std::string& domain) const {
     const ForkGate gate;
     try {
-        const auto current = Membership::Open(_membershipPath).Current();
+        const auto current = Membership::Open(_membershipPath, _mode).Current();
         if (!current) {
             return kRelationshipNotMember;
         }
         if (IsDomain(current->domain, WithoutFinalDot(domain))) {
             return kRelationshipOwnDomain;
         }
-        const Directory directory = Directory::Open(_directoryPath);
+        const Directory directory = Directory::Open(_directoryPath, _mode);
         if (!HasReachableController(directory.ListControllers(current->domain.dnsName))) {
             return kRelationshipNoController;
         }
@@ -274,9 +274,9 @@ std::int32_t Host::TrustRelationship(const std::string& domain) const {
 
 std::vector<DomainInfo> Host::TrustedDomains() const {
     const ForkGate gate;
-    const Membership membership = Membership::Open(_membershipPath);
+    const Membership membership = Membership::Open(_membershipPath, _mode);
     const MembershipInfo current = RequireJoined(membership.Current(), kStatusFileNotFound);
-    const Directory directory = Directory::Open(_directoryPath);
+    const Directory directory = Directory::Open(_directoryPath, _mode);
     LogOn(directory, membership, current);
     std::vector<DomainInfo> domains;
     for (const auto& trust : directory.ListTrusts(current.domain.dnsName)) {
@@ -289,13 +289,13 @@ std::vector<DomainInfo> Host::TrustedDomains() const {
 
 std::string Host::AnyController(const std::string& firstChoice, const std::string& domain) const {
     const ForkGate gate;
-    const auto membership = Membership::Open(_membershipPath).Export();
+    const auto membership = Membership::Open(_membershipPath, _mode).Export();
     const std::string joined = membership.membership ? membership.membership->domain.dnsName : "";
     const std::string wanted = domain.empty() ? joined : domain;
     if (wanted.empty()) {
         FailNoController(wanted);
     }
-    const auto controllers = Directory::Open(_directoryPath).ListControllers(wanted);
+    const auto controllers = Directory::Open(_directoryPath, _mode).ListControllers(wanted);
     std::vector<std::string> preferred = {firstChoice};
     preferred.insert(preferred.end(), membership.preferredControllers.begin(), membership.preferredControllers.end());
     if (const ControllerInfo* controller = FirstReachable(controllers, preferred)) {
@@ -312,9 +312,9 @@ std::string Host::AnyController(const std::string& firstChoice, const std::strin
 std::string Host::CanonicalUserName(const std::string& name) const {
     const ForkGate gate;
     const QualifiedName qualified = SplitUserName(name);
-    const Membership membership = Membership::Open(_membershipPath);
+    const Membership membership = Membership::Open(_membershipPath, _mode);
     const MembershipInfo current = RequireJoined(membership.Current(), kStatusNotJoined);
-    const Directory directory = Directory::Open(_directoryPath);
+    const Directory directory = Directory::Open(_directoryPath, _mode);
     LogOn(directory, membership, current);
     const std::string home = HomeDomain(directory, current.domain, qualified.domain);
     if (!HasReachableController(directory.ListControllers(home))) {
@@ -329,14 +329,14 @@ std::string Host::CanonicalUserName(const std::string& name) const {
 
 std::string Host::HostPrincipal(const std::string& domain) const {
     const ForkGate gate;
-    const auto current = Membership::Open(_membershipPath).Current();
+    const auto current = Membership::Open(_membershipPath, _mode).Current();
     if (!current) {
         throw DirectoryError(kStatusNoSuchDomain, "This host is not joined to a domain");
     }
     if (IsDomain(current->domain, WithoutFinalDot(domain))) {
         return current->hostPrincipal;
     }
-    const auto trusts = Directory::Open(_directoryPath).ListTrusts(current->domain.dnsName);
+    const auto trusts = Directory::Open(_directoryPath, _mode).ListTrusts(current->domain.dnsName);
     if (!FindTrust(trusts, WithoutFinalDot(domain))) {
         throw DirectoryError(kStatusNoSuchDomain, "The domain '" + domain + "' is neither the host's own nor trusted");
     }
@@ -345,12 +345,12 @@ std::string Host::HostPrincipal(const std::string& domain) const {
 
 std::optional<Directory::TakenRehearsal> Host::TakeRehearsal(std::string_view operation) const {
     const ForkGate gate;
-    return Directory::Open(_directoryPath).TakeRehearsal(operation);
+    return Directory::Open(_directoryPath, _mode).TakeRehearsal(operation);
 }
 
 bool Host::StillRehearsed(std::int64_t ticket) const {
     const ForkGate gate;
-    return Directory::Open(_directoryPath).StillRehearsed(ticket);
+    return Directory::Open(_directoryPath, _mode).StillRehearsed(ticket);
 }
 
 }  // namespace nimbrel::embedded

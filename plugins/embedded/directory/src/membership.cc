@@ -80,6 +80,10 @@ std::optional<MembershipInfo> ReadMembership(const Database& db) {
         static_cast<std::uint32_t>(rows.Number(7))};
 }
 
+std::optional<Database> OpenToRead(const std::string& path, OpenMode mode) {
+    return Database::OpenExisting(path, kMembershipFormat, mode == OpenMode::LookUp ? Access::LookUp : Access::Change);
+}
+
 [[noreturn]] void FailNotJoined() { throw DirectoryError(kStatusNotJoined, "This host is not joined to a domain"); }
 
 void RequireListSize(const std::vector<std::string>& names) {
@@ -94,7 +98,7 @@ Membership::Membership(Membership&&) noexcept = default;
 Membership& Membership::operator=(Membership&&) noexcept = default;
 Membership::~Membership() = default;
 
-Membership Membership::Open(const std::string& path) { return Membership(path); }
+Membership Membership::Open(const std::string& path, OpenMode mode) { return {path, mode}; }
 
 std::optional<MembershipInfo> Membership::Current() const { return Export().membership; }
 
@@ -103,7 +107,7 @@ std::vector<std::string> Membership::PreferredControllers() const { return Expor
 std::vector<std::string> Membership::SmartCardServices() const { return Export().smartCardServices; }
 
 kit::Secret Membership::MachineSecret() const {
-    const auto db = Database::OpenExisting(_path, kMembershipFormat);
+    const auto db = OpenToRead(_path, _mode);
     if (!db) {
         FailNotJoined();
     }
@@ -134,7 +138,7 @@ void Membership::SetSmartCardServices(const std::vector<std::string>& services) 
 }
 
 MembershipSnapshot Membership::Export() const {
-    const auto db = Database::OpenExisting(_path, kMembershipFormat);
+    const auto db = OpenToRead(_path, _mode);
     if (!db) {
         return {};
     }

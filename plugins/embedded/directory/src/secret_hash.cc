@@ -154,7 +154,7 @@ std::string SaltOf(const std::string& hash) {
     return EncodeHex(parsed.salt.data(), parsed.salt.size());
 }
 
-bool SecretMatches(std::string_view secret, const std::string& hash) {
+bool SecretMatches(std::string_view secret, std::string_view hash) {
     const ParsedHash expected = Parse(hash);
     const Key key = DeriveKey(secret, expected.salt, expected.costs);
     return CRYPTO_memcmp(key.bytes.data(), expected.key.bytes.data(), key.bytes.size()) == 0;

@@ -26,7 +26,7 @@ std::string HashSecret(std::string_view secret, HashCost cost);
 std::string HashMarkedSecret(std::string_view secret, const std::string& salt);
 std::string SaltOf(const std::string& hash);
 // Compares in constant time. Throws `DirectoryError` 1359 for a text that is no such hash.
-bool SecretMatches(std::string_view secret, const std::string& hash);
+bool SecretMatches(std::string_view secret, std::string_view hash);
 // Takes as long as a look at a real password does: a caller must not learn from the time that there is no such user.
 void PretendToCheck(std::string_view secret);
 

@@ -41,8 +41,6 @@ namespace nimbrel::embedded {
 
 inline constexpr char kDefaultDirectoryPath[] = "/var/lib/nimbrel/directory.db";
 
-enum class OpenMode { MustExist, CreateIfMissing };
-
 // A user as typed by an administrator: "alice", "alice@corp.test" or "CORP\alice". The caller keeps and wipes the
 // texts.
 struct UserCredentials {
@@ -64,7 +62,8 @@ struct JoinedComputer {
 class Directory {
  public:
     // Opens the file; `CreateIfMissing` also creates the last folder of the path (mode 0755) and an empty directory.
-    // Throws 1355 if the file is missing, 5 if it is a link, no regular file or not ours to use.
+    // `LookUp` is for calls that change nothing, in programs that others can stop: see `OpenMode`. Throws 1355 if the file
+    // is missing, 5 if it is a link, no regular file or not ours to use.
     static Directory Open(const std::string& path = kDefaultDirectoryPath, OpenMode mode = OpenMode::MustExist);
 
     Directory(Directory&&) noexcept;
@@ -96,6 +95,7 @@ class Directory {
     // An empty `domain` means every domain, here and in the listings below.
     std::vector<UserInfo> ListUsers(const std::string& domain = "") const;
     std::optional<UserInfo> FindUser(const std::string& domain, const std::string& name) const;
+    std::optional<UserInfo> FindUserByNumber(const std::string& domain, std::int64_t number) const;
 
     // Logs a user on to `domain` or to the domain that the user name carries, and returns the user. Throws 1355 (no
     // controller reachable), 1326 (unknown user, wrong password), 1909 (locked, whatever the password), and after the

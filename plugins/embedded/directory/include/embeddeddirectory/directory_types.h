@@ -17,6 +17,14 @@
 
 namespace nimbrel::embedded {
 
+enum class OpenMode {
+    MustExist,
+    CreateIfMissing,
+    // For log-ins, whose programs their users can stop at any moment: takes no lock that another process waits for, waits
+    // a fraction of a second at most, and needs no room on the disk. Calls that change something throw 5.
+    LookUp,
+};
+
 struct DomainInfo {
     std::string dnsName;      // "corp.test", lower case
     std::string netbiosName;  // "CORP", upper case

@@ -28,8 +28,9 @@ using kit::MachineAccountJoin;
 
 class Host {
  public:
+    // `mode` is `MustExist`, or `LookUp` for a host that is only asked: see `OpenMode`.
     explicit Host(std::string directoryPath = kDefaultDirectoryPath,
-                  std::string membershipPath = kDefaultMembershipPath);
+                  std::string membershipPath = kDefaultMembershipPath, OpenMode mode = OpenMode::MustExist);
 
     // Joins as `hostName` (its part before the first "."). First the account in the domain, then the membership; a
     // failure of the second restores the account. Throws 2691 (already joined) and what `Directory::JoinComputer`
@@ -77,6 +78,7 @@ class Host {
  private:
     std::string _directoryPath;
     std::string _membershipPath;
+    OpenMode _mode;
 };
 
 }  // namespace nimbrel::embedded

@@ -50,8 +50,8 @@ class MembershipChange;
 
 class Membership {
  public:
-    // Touches nothing yet.
-    static Membership Open(const std::string& path = kDefaultMembershipPath);
+    // Touches nothing yet. `LookUp` is for calls that read, see `OpenMode`; a change is made as ever.
+    static Membership Open(const std::string& path = kDefaultMembershipPath, OpenMode mode = OpenMode::MustExist);
 
     Membership(Membership&&) noexcept;
     Membership& operator=(Membership&&) noexcept;
@@ -77,9 +77,10 @@ class Membership {
     MembershipSnapshot Export() const;
 
  private:
-    explicit Membership(std::string path) : _path(std::move(path)) {}
+    Membership(std::string path, OpenMode mode) : _path(std::move(path)), _mode(mode) {}
 
     std::string _path;
+    OpenMode _mode;
 };
 
 // One change of the membership, durable once `Commit` returns; destroyed before that it leaves the file as it was. Used
