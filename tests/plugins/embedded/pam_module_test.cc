@@ -1,17 +1,20 @@
 // The PAM module in a program whose conversation does what conversations may do: end their thread, or be cancelled.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <pwd.h>
 #include <security/pam_appl.h>
 #include <semaphore.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "embeddeddirectory/host.h"
@@ -54,11 +57,13 @@ void* LogIn(void* data) {
 
 class PamModule : public ::testing::Test {
  protected:
+    // Once for all suites: a password's hash is slow by design.
     static void SetUpTestSuite() {
         if (ReadFile("/proc/1/cmdline").find("private-root") == std::string::npos) {
             ADD_FAILURE() << "this program runs in a private root only";
             std::abort();
         }
+        if (std::filesystem::exists(kDefaultMembershipPath)) return;
         std::filesystem::copy_file(NIMAUTH_NAME_SERVICE_MODULE,
                                    "/usr/lib/" NIMAUTH_MULTIARCH "/libnss_nimembedded.so.2");
         WriteFile("/etc/nsswitch.conf", "passwd: files nimembedded\ngroup: files nimembedded\n");
@@ -109,6 +114,74 @@ TEST_F(PamModule, ConversationMayBeCancelled) {
         EXPECT_EQ(attempt.result, -1) << "nothing came back";
     }
 }
+
+// --- Disks that take nothing ---
+
+constexpr char kFolder[] = "/var/lib/nimbrel";
+
+// Another file system over the folder, for as long as it lives.
+class Mounted {
+ public:
+    Mounted() = default;
+    Mounted(const Mounted&) = delete;
+    Mounted& operator=(const Mounted&) = delete;
+    ~Mounted() { EXPECT_EQ(umount2(kFolder, MNT_DETACH), 0); }
+};
+
+class PamModuleOnADiskThatTakesNothing : public PamModule, public ::testing::WithParamInterface<const char*> {
+ protected:
+    // With the log and the index as the last one to close the files leaves them, or not.
+    static void Prepare() {
+        for (const char* path : {kDefaultDirectoryPath, kDefaultMembershipPath}) {
+            for (const char* companion : {"-wal", "-shm"}) {
+                const std::string file = std::string(path) + companion;
+                std::filesystem::remove(file);
+                if (std::strcmp(GetParam(), "WithLogs") == 0) WriteFile(file, "");
+            }
+        }
+    }
+
+    // Both modules, as root.
+    static void ExpectAlice() {
+        Attempt attempt{"alice", Does::Answer};
+        ASSERT_TRUE(Ends(Begin(attempt)));
+        EXPECT_EQ(attempt.result, PAM_SUCCESS);
+        const struct passwd* alice = getpwnam("alice");
+        ASSERT_NE(alice, nullptr);
+        EXPECT_EQ(alice->pw_uid, 1'900'000'001U);
+    }
+};
+
+TEST_P(PamModuleOnADiskThatTakesNothing, LogsInOnAReadOnlyOne) {
+    Prepare();
+    ASSERT_EQ(mount(kFolder, kFolder, nullptr, MS_BIND, nullptr), 0);
+    const Mounted mounted;
+    ASSERT_EQ(mount(nullptr, kFolder, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY | MS_NOSUID | MS_NODEV, nullptr), 0);
+    ASSERT_EQ(mkdir((std::string(kFolder) + "/new").c_str(), 0700), -1);
+    ExpectAlice();
+}
+
+// As many files as there are, and no room for a byte or a name more.
+TEST_P(PamModuleOnADiskThatTakesNothing, LogsInOnAFullOne) {
+    Prepare();
+    const std::filesystem::path copy = "/srv/copy";
+    std::filesystem::copy(kFolder, copy);
+    const long files = std::distance(std::filesystem::directory_iterator(copy), {});
+    const std::string options = "size=1m,mode=0755,nr_inodes=" + std::to_string(files + 2);
+    ASSERT_EQ(mount("tmpfs", kFolder, "tmpfs", 0, options.c_str()), 0);
+    const Mounted mounted;
+    for (const auto& entry : std::filesystem::directory_iterator(copy)) {
+        std::filesystem::copy_file(entry.path(), kFolder / entry.path().filename());
+    }
+    std::filesystem::remove_all(copy);
+    std::ofstream(std::string(kFolder) + "/filling") << std::string(2 << 20, 'x');
+    ASSERT_EQ(std::filesystem::space(kFolder).available, 0U);
+    ASSERT_EQ(mkdir((std::string(kFolder) + "/new").c_str(), 0700), -1);
+    ExpectAlice();
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, PamModuleOnADiskThatTakesNothing, ::testing::Values("WithLogs", "WithoutLogs"),
+                         [](const auto& row) { return std::string(row.param); });
 
 }  // namespace
 }  // namespace nimbrel::embedded::test

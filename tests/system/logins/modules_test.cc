@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <sstream>
 
 #include "logins_host.h"
@@ -83,6 +84,22 @@ TEST_F(LoginModulesTest, OrdinaryUsersKnowTheNamesAfterALogin) {
     EXPECT_EQ("administrator:1900000001\nalice:1900000002\n", ReadFile("/var/lib/nimbrel/embedded-accounts"));
 }
 
+// It runs in the hands of whoever started it: it keeps away from the directory's files, root's rights or not.
+TEST_F(LoginModulesTest, ProgramThatGivesRootsRightsAnswersFromWhatWasPublished) {
+    constexpr char kProgram[] = "/usr/bin/getent-with-roots-rights";
+    std::filesystem::copy_file("/usr/bin/getent", kProgram);
+    std::filesystem::permissions(kProgram, std::filesystem::perms(04755));
+    const auto answer = [&] {
+        return RunProgram(kProgram, {.arguments = {"passwd", "alice"}, .user = kNobody}).output;
+    };
+    EXPECT_EQ("", answer());
+    EXPECT_THAT(Says("alice", "open_session"), HasSubstr("successfully opened a session"));
+    EXPECT_THAT(answer(), HasSubstr("alice:*:1900000002:"));
+    WriteFile("/var/lib/nimbrel/embedded-accounts", "alice:1900000077\n");
+    EXPECT_THAT(answer(), HasSubstr("alice:*:1900000077:"));
+    std::filesystem::remove(kProgram);
+}
+
 TEST_F(LoginModulesTest, LocalAccountIsNeverEnteredWithTheDirectorysPassword) {
     AddUser("bob");
     AddUser("ROOT");
@@ -101,14 +118,16 @@ TEST_F(LoginModulesTest, LocalAccountIsNeverEnteredWithTheDirectorysPassword) {
 
 // Programs that compare names would take the user's own group for the local one.
 TEST_F(LoginModulesTest, LocalGroupsNameIsNoAccount) {
-    const std::string sudo = Getent({"group", "sudo"});
-    ASSERT_THAT(sudo, ::testing::StartsWith("sudo:x:27:"));
-    AddUser("sudo");
-    EXPECT_EQ(sudo, Getent({"group", "sudo"}));
+    AddUser("wheel");
+    EXPECT_THAT(Getent({"passwd", "wheel"}), HasSubstr("wheel:*:1900000003:"));
+    const std::string before = ReadFile("/etc/group");
+    WriteFile("/etc/group", before + "wheel:x:998:\n");
+    EXPECT_EQ("wheel:x:998:\n", Getent({"group", "wheel"}));
     EXPECT_EQ("", Getent({"group", "1900000003"}));
-    EXPECT_EQ("", Getent({"passwd", "sudo"}));
+    EXPECT_EQ("", Getent({"passwd", "wheel"}));
     EXPECT_EQ("", Getent({"passwd", "1900000003"}));
-    ExpectRefused({{"other", "sudo", kPassword}});
+    ExpectRefused({{"other", "wheel", kPassword}});
+    WriteFile("/etc/group", before);
 }
 
 TEST_F(LoginModulesTest, AccountsThatMayNotLogInAreRefused) {
