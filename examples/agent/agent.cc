@@ -10,6 +10,8 @@
 //     trust state: 1
 //     trusted domain: trust.test relationship 5
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -18,11 +20,11 @@
 #include <cstdlib>
 #include <deque>
 #include <exception>
-#include <fstream>
 #include <functional>
 #include <iostream>
 #include <mutex>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -82,10 +84,22 @@ int Unanswered(Pool& pool) {
     return pool.Open();
 }
 
+// The page changes as a whole or not at all. It is built under a name that nobody can have put a link at.
+bool ReplacePage(const std::string& path, const std::string& text) {
+    std::string built = path + ".XXXXXX";
+    const int file = mkostemp(built.data(), O_CLOEXEC);
+    if (file < 0) return false;
+    const bool written = write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    const bool complete = fchmod(file, 0644) == 0 && written;
+    if (close(file) == 0 && complete && std::rename(built.c_str(), path.c_str()) == 0) return true;
+    unlink(built.c_str());
+    return false;
+}
+
 // Everything comes from the cache: this never waits for the directory.
 void WritePage(const std::string& path, int unanswered) {
     const auth::ADCache& cache = auth::ActiveDirectoryStore::Cache();
-    std::ofstream page(path + ".new", std::ios::trunc);
+    std::ostringstream page;
     if (unanswered == 0) {
         page << "state: fresh\n";
     } else {
@@ -97,11 +111,7 @@ void WritePage(const std::string& path, int unanswered) {
         page << "trusted domain: " << domain.DNSName() << " relationship "
              << cache.GetDomainTrustRelationship(domain.DNSName()) << '\n';
     }
-    page.close();
-    // The page changes as a whole or not at all.
-    if (!page || std::rename((path + ".new").c_str(), path.c_str()) != 0) {
-        std::cerr << "unable to write '" << path << "'\n";
-    }
+    if (!ReplacePage(path, page.str())) std::cerr << "unable to write '" << path << "'\n";
 }
 
 int Run(int argc, char** argv) {
