@@ -28,7 +28,7 @@ namespace {
 
 constexpr std::int64_t kLastNumber = 100'000'000;
 constexpr std::size_t kLongestName = 64;
-constexpr std::chrono::milliseconds kLongestTurn{500};
+constexpr std::chrono::milliseconds kLongestTurn{2'000};
 
 bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
 bool IsFurther(char c) { return IsLetter(c) || (c >= '0' && c <= '9') || c == '.' || c == '-'; }
@@ -43,7 +43,10 @@ bool IsAccountName(const std::string& name) { return IsPortable(name) && name ==
 // Empty if it cannot be read.
 std::string ReadPublished() { return kit::ReadWholeFile(kPublishedAccounts).value_or(""); }
 
-Directory OpenDirectory() { return Directory::Open(kDefaultDirectoryPath, OpenMode::LookUp); }
+// Started by an ordinary user to get root's rights.
+bool IsInForeignHands() { return getauxval(AT_SECURE) != 0; }
+
+OpenMode ModeOfLookUps() { return IsInForeignHands() ? OpenMode::StoppableLookUp : OpenMode::LookUp; }
 
 // Asks the directory for one user of the joined domain.
 template <class Question>
@@ -51,7 +54,7 @@ std::optional<Account> AskDirectory(const Question& question) {
     const std::string domain = JoinedDomain();
     if (domain.empty()) return std::nullopt;
     const ForkGate gate;
-    const std::optional<UserInfo> user = question(OpenDirectory(), domain);
+    const std::optional<UserInfo> user = question(LookedUpDirectory(), domain);
     return user ? ToAccount(*user) : std::nullopt;
 }
 
@@ -68,7 +71,7 @@ std::vector<Account> ListDirectory() {
     std::vector<Account> accounts;
     if (domain.empty()) return accounts;
     const ForkGate gate;
-    for (const UserInfo& user : OpenDirectory().ListUsers(domain)) {
+    for (const UserInfo& user : LookedUpDirectory().ListUsers(domain)) {
         if (auto account = ToAccount(user)) accounts.push_back(std::move(*account));
     }
     return accounts;
@@ -104,9 +107,11 @@ std::optional<Account> ToAccount(const UserInfo& user) {
 
 std::string JoinedDomain() { return LookedUpHost().ActiveDomain().dnsName; }
 
-Host LookedUpHost() { return Host(kDefaultDirectoryPath, kDefaultMembershipPath, OpenMode::LookUp); }
+Host LookedUpHost() { return Host(kDefaultDirectoryPath, kDefaultMembershipPath, ModeOfLookUps()); }
 
-Source SourceOfNames() { return geteuid() == 0 && getauxval(AT_SECURE) == 0 ? Source::Directory : Source::Published; }
+Directory LookedUpDirectory() { return Directory::Open(kDefaultDirectoryPath, ModeOfLookUps()); }
+
+Source SourceOfNames() { return geteuid() == 0 && !IsInForeignHands() ? Source::Directory : Source::Published; }
 
 Source SourceOfFlags() { return geteuid() == 0 ? Source::Directory : Source::Published; }
 

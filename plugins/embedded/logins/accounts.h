@@ -72,8 +72,9 @@ bool IsTakenIn(const std::string& lines, const Account& account);
 
 // The joined domain's DNS name; empty when not joined.
 std::string JoinedDomain();
-// For questions only: the user of a log-in can stop its program at any moment, and nobody may wait for that one then.
+// For questions only, and so that nobody waits for a program that its user has stopped.
 Host LookedUpHost();
+Directory LookedUpDirectory();
 
 // Brings the published file up to date, on the disk; not in a program that an ordinary user started. A failure is not
 // told: the accounts stay as they were published.

@@ -142,7 +142,7 @@ int Authenticate(const Account& account, const char* password) {
     if (LookedUpHost().TrustState() != kTrustStateHealthy) return PAM_AUTHINFO_UNAVAIL;
     const std::string domain = JoinedDomain();
     const ForkGate gate;
-    Directory::Open(kDefaultDirectoryPath, OpenMode::LookUp).Authenticate(domain, {account.name, password});
+    LookedUpDirectory().Authenticate(domain, {account.name, password});
     return PAM_SUCCESS;
 }
 

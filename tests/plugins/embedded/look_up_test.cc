@@ -21,9 +21,14 @@
 namespace nimbrel::embedded::test {
 namespace {
 
-class LookUps : public Sandbox {
+class LookUps : public Sandbox, public ::testing::WithParamInterface<OpenMode> {
  protected:
-    Directory LookUp() const { return Directory::Open(directoryPath, OpenMode::LookUp); }
+    Directory LookUp() const { return Directory::Open(directoryPath, GetParam()); }
+};
+
+class StoppableLookUps : public Sandbox {
+ protected:
+    Directory LookUp() const { return Directory::Open(directoryPath, OpenMode::StoppableLookUp); }
 
     // The access of each descriptor that this process has of the database's files, by the file's end.
     std::map<std::string, int> Descriptors() const {
@@ -40,7 +45,7 @@ class LookUps : public Sandbox {
 };
 
 // The kernel gives no lock that keeps others out on a descriptor that is open for reading only.
-TEST_F(LookUps, NoLockCanBeTakenThatKeepsOthersOut) {
+TEST_F(StoppableLookUps, NoLockCanBeTakenThatKeepsOthersOut) {
     const Directory reader = LookUp();
     EXPECT_EQ(reader.ListUsers().size(), 3U);
     const auto modes = Descriptors();
@@ -49,7 +54,7 @@ TEST_F(LookUps, NoLockCanBeTakenThatKeepsOthersOut) {
     EXPECT_EQ(modes.at("-shm"), O_RDONLY);
 }
 
-TEST_F(LookUps, StoppedReaderHoldsUpNobody) {
+TEST_F(StoppableLookUps, StoppedReaderHoldsUpNobody) {
     const pid_t child = fork();
     if (child == 0) {
         const Directory reader = LookUp();
@@ -70,7 +75,7 @@ TEST_F(LookUps, StoppedReaderHoldsUpNobody) {
     EXPECT_EQ(result, 0) << "it goes on with what is committed now";
 }
 
-TEST_F(LookUps, SeeWhatIsCommittedAtOnce) {
+TEST_P(LookUps, SeeWhatIsCommittedAtOnce) {
     Directory writer = Open();
     const Directory reader = LookUp();
     writer.AddDomain("two.test");
@@ -78,7 +83,7 @@ TEST_F(LookUps, SeeWhatIsCommittedAtOnce) {
     EXPECT_EQ(LookUp().ListDomains().size(), 2U);
 }
 
-TEST_F(LookUps, SeeWhatAKilledWriterCommitted) {
+TEST_P(LookUps, SeeWhatAKilledWriterCommitted) {
     const pid_t child = fork();
     if (child == 0) {
         Directory writer = Open();
@@ -92,13 +97,13 @@ TEST_F(LookUps, SeeWhatAKilledWriterCommitted) {
     EXPECT_EQ(Open().ListDomains().size(), 2U);
 }
 
-TEST_F(LookUps, ChangeNothing) {
+TEST_P(LookUps, ChangeNothing) {
     EXPECT_EQ(StatusOf([&] { LookUp().AddDomain("two.test"); }), 5U);
     EXPECT_EQ(StatusOf([&] { LookUp().SetRehearsal({"join-domain", 0, 5U, std::nullopt, std::nullopt}); }), 5U);
     EXPECT_EQ(Open().ListDomains().size(), 1U);
 }
 
-TEST_F(LookUps, WaitAFractionOfASecondForALockedFile) {
+TEST_P(LookUps, WaitAFractionOfASecondForALockedFile) {
     const kit::Descriptor file(open(directoryPath.c_str(), O_RDWR | O_CLOEXEC));
     struct flock lock = {};
     lock.l_type = F_WRLCK;
@@ -108,21 +113,21 @@ TEST_F(LookUps, WaitAFractionOfASecondForALockedFile) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
 }
 
-TEST_F(LookUps, MissingAndRefusedFilesAreToldAsEver) {
-    EXPECT_EQ(StatusOf([&] { Directory::Open(folder / "no.db", OpenMode::LookUp); }), 1355U);
-    EXPECT_FALSE(Membership::Open(folder / "no.db", OpenMode::LookUp).Current());
+TEST_P(LookUps, MissingAndRefusedFilesAreToldAsEver) {
+    EXPECT_EQ(StatusOf([&] { Directory::Open(folder / "no.db", GetParam()); }), 1355U);
+    EXPECT_FALSE(Membership::Open(folder / "no.db", GetParam()).Current());
     EXPECT_FALSE(std::filesystem::exists(folder / "no.db"));
     WriteFile(directoryPath, std::string(8192, 'x'));
     EXPECT_EQ(StatusOf([&] { LookUp(); }), 1359U);
 }
 
-TEST_F(LookUps, PathsMayHoldWhatMeansSomethingInAUri) {
+TEST_P(LookUps, PathsMayHoldWhatMeansSomethingInAUri) {
     const std::string odd = folder / "a?b#c%41.db";
     std::filesystem::copy_file(directoryPath, odd);
-    EXPECT_EQ(Directory::Open(odd, OpenMode::LookUp).ListUsers().size(), 3U);
+    EXPECT_EQ(Directory::Open(odd, GetParam()).ListUsers().size(), 3U);
 }
 
-TEST_F(LookUps, FilesTheyMakeArePrivateUnderAnyUmask) {
+TEST_P(LookUps, FilesTheyMakeArePrivateUnderAnyUmask) {
     for (const mode_t mask : {0000, 0777}) {
         const Umask set(mask);
         std::filesystem::remove(directoryPath + "-wal");
@@ -133,14 +138,28 @@ TEST_F(LookUps, FilesTheyMakeArePrivateUnderAnyUmask) {
     }
 }
 
-TEST_F(LookUps, HostIsAskedThroughThem) {
+TEST_P(LookUps, HostIsAskedThroughThem) {
     const Host host(directoryPath, membershipPath);
     host.Join(kDomain, "node01", "", kAdmin);
-    const Host asked(directoryPath, membershipPath, OpenMode::LookUp);
+    const Host asked(directoryPath, membershipPath, GetParam());
     EXPECT_EQ(asked.ActiveDomain().dnsName, kDomain);
     EXPECT_EQ(asked.TrustState(), kTrustStateHealthy);
     EXPECT_EQ(LookUp().Authenticate(kDomain, kNobody).name, "user1");
 }
+
+// The index of a log is one for all connections of a process.
+TEST_P(LookUps, DoNotTakeAwayTheRightToChangeFromTheirProcess) {
+    if (GetParam() == OpenMode::StoppableLookUp) {
+        const Directory reader = LookUp();
+        EXPECT_EQ(StatusOf([&] { Open().AddDomain("two.test"); }), 5U) << "as its contract says";
+    }
+    const Directory reader = Directory::Open(directoryPath, OpenMode::LookUp);
+    EXPECT_EQ(StatusOf([&] { Open().AddDomain("two.test"); }), 0U);
+    EXPECT_EQ(reader.ListDomains().size(), 2U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, LookUps, ::testing::Values(OpenMode::LookUp, OpenMode::StoppableLookUp),
+                         [](const auto& row) { return row.param == OpenMode::LookUp ? "Plain" : "Stoppable"; });
 
 }  // namespace
 }  // namespace nimbrel::embedded::test

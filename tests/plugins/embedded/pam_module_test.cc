@@ -5,6 +5,7 @@
 #include <pwd.h>
 #include <security/pam_appl.h>
 #include <semaphore.h>
+#include <sqlite3.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,6 +17,8 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "embeddeddirectory/host.h"
 #include "support/files.h"
@@ -68,7 +71,8 @@ class PamModule : public ::testing::Test {
                                    "/usr/lib/" NIMAUTH_MULTIARCH "/libnss_nimembedded.so.2");
         WriteFile("/etc/nsswitch.conf", "passwd: files nimembedded\ngroup: files nimembedded\n");
         WriteFile(std::string("/etc/pam.d/") + kService,
-                  "auth required " NIMAUTH_PAM_MODULE "\naccount required " NIMAUTH_PAM_MODULE "\n");
+                  "auth required " NIMAUTH_PAM_MODULE "\naccount required " NIMAUTH_PAM_MODULE
+                  "\nsession required " NIMAUTH_PAM_MODULE "\n");
         Directory directory = Directory::Open(kDefaultDirectoryPath, OpenMode::CreateIfMissing);
         directory.AddDomain("corp.test");
         directory.AddUser("corp.test", "alice", "Secret-1", {.mayJoin = true});
@@ -113,6 +117,64 @@ TEST_F(PamModule, ConversationMayBeCancelled) {
         ASSERT_TRUE(Ends(thread));
         EXPECT_EQ(attempt.result, -1) << "nothing came back";
     }
+}
+
+// --- Publishing ---
+
+constexpr char kPublished[] = "/var/lib/nimbrel/embedded-accounts";
+
+void OpenSession() {
+    const struct pam_conv conversation = {Converse, nullptr};
+    pam_handle_t* handle = nullptr;
+    ASSERT_EQ(pam_start(kService, "alice", &conversation, &handle), PAM_SUCCESS);
+    EXPECT_EQ(pam_open_session(handle, 0), PAM_SUCCESS);
+    EXPECT_EQ(pam_end(handle, PAM_SUCCESS), PAM_SUCCESS);
+}
+
+// Without hashing passwords.
+void AddUsers(int count) {
+    const std::string many =
+        "WITH RECURSIVE n (i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i + 1 < " + std::to_string(count) +
+        ") INSERT INTO users (domain_id, name, password_hash, disabled, locked, expired, password_expired, "
+        "must_change_password, may_join) SELECT 1, 'user' || i, '', 0, 0, 0, 0, 0, 0 FROM n";
+    sqlite3* file = nullptr;
+    ASSERT_EQ(sqlite3_open(kDefaultDirectoryPath, &file), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(file, many.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(file);
+}
+
+TEST_F(PamModule, SessionPublishesWhatWasChangedBeforeIt) {
+    constexpr int kThreads = 8;
+    constexpr int kEach = 10;
+    AddUsers(kThreads * kEach);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([i] {
+            for (int user = i * kEach; user < (i + 1) * kEach; ++user) {
+                const std::string name = "user" + std::to_string(user);
+                Directory::Open().RemoveUser("corp.test", name);
+                OpenSession();
+                EXPECT_EQ(ReadFile(kPublished).find(name + ':'), std::string::npos) << name;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(ReadFile(kPublished), "alice:1900000001\n");
+    for (const auto& entry : std::filesystem::directory_iterator("/var/lib/nimbrel")) {
+        const std::string file = entry.path().filename();
+        EXPECT_TRUE(file == "embedded-accounts" || file.find("embedded-accounts") == std::string::npos) << file;
+    }
+}
+
+TEST_F(PamModule, WhatAKilledPublisherLeftIsTakenOver) {
+    std::filesystem::remove(kPublished);
+    std::filesystem::create_symlink("/var/lib/nimbrel/victim", std::string(kPublished) + ".new");
+    OpenSession();
+    EXPECT_EQ(ReadFile(kPublished).substr(0, 17), "alice:1900000001\n");
+    EXPECT_FALSE(std::filesystem::exists("/var/lib/nimbrel/victim"));
+    struct stat status = {};
+    ASSERT_EQ(stat(kPublished, &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0644U);
 }
 
 // --- Disks that take nothing ---

@@ -69,6 +69,17 @@ std::string NameOf(const std::string& path, const FileFormat& format) {
 
 }  // namespace
 
+Access AccessOf(OpenMode mode) {
+    switch (mode) {
+        case OpenMode::LookUp:
+            return Access::LookUp;
+        case OpenMode::StoppableLookUp:
+            return Access::StoppableLookUp;
+        default:
+            return Access::Change;
+    }
+}
+
 // --- Statement ---
 
 Statement::Statement(sqlite3* connection, const std::string& name, std::string_view sql)
@@ -179,7 +190,7 @@ std::optional<Database> Database::OpenExisting(const std::string& path, const Fi
     if (!real) {
         return std::nullopt;
     }
-    return access == Access::LookUp ? OpenToLookUp(*real, format) : OpenToChange(*real, format);
+    return access == Access::Change ? OpenToChange(*real, format) : OpenToLookUp(*real, format, access);
 }
 
 Database Database::OpenToChange(const std::string& path, const FileFormat& format) {
@@ -188,23 +199,31 @@ Database Database::OpenToChange(const std::string& path, const FileFormat& forma
     return database;
 }
 
+Database Database::OpenReadOnly(const std::string& path, const FileFormat& format, const char* parameters) {
+    Database database(UriOf(path, parameters), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, path, format);
+    sqlite3_db_config(database._connection.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    database.Execute("PRAGMA cache_size = 10");
+    database.CheckFormat(format);
+    return database;
+}
+
 // A connection that opens the index of the log for reading only takes none of the locks with which SQLite sets up and
-// clears away a log: only shared ones, which no writer waits for. It needs log and index to be there, empty ones too. The
-// last one of those who change the file takes them away, at worst just now: once the first statement has run nobody does.
-Database Database::OpenToLookUp(const std::string& path, const FileFormat& format) {
+// clears away a log: only shared ones, which no writer waits for. All connections of one process have the same index, so
+// this is for processes that do not write, and for disks that take nothing.
+//
+// It needs log and index to be there, empty ones too. The last one of those who change the file takes them away, at worst
+// just now: once the first statement has run nobody does.
+Database Database::OpenToLookUp(const std::string& path, const FileFormat& format, Access access) {
+    bool sharedIndex = access == Access::LookUp;
     for (int left = kLookUpTries;; --left) {
         const bool hasLog = MakeLog(path);
         try {
-            const char* parameters = hasLog ? "readonly_shm=1" : "immutable=1";
-            Database database(UriOf(path, parameters), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, path, format);
-            sqlite3_db_config(database._connection.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-            database.Execute("PRAGMA cache_size = 10");
-            database.CheckFormat(format);
-            return database;
-        } catch (const DirectoryError&) {
+            return OpenReadOnly(path, format, !hasLog ? "immutable=1" : sharedIndex ? "" : "readonly_shm=1");
+        } catch (const DirectoryError& error) {
             if (left == 1) {
                 throw;
             }
+            sharedIndex = sharedIndex && error.Status() != kStatusDiskFull;
         }
     }
 }

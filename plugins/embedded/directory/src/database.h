@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+#include "embeddeddirectory/directory_types.h"
+
 namespace nimbrel::embedded {
 
 // What a file of one kind must be. A file with another application id or version is refused, never converted.
@@ -25,13 +27,10 @@ struct FileFormat {
     const char* schema;
 };
 
-enum class Access {
-    Change,
-    // For programs that somebody else may stop at any moment, as a user can stop the su that he started: reads, never
-    // writes, and takes no lock that keeps anybody else out. Waits a fraction of a second at most. Works where nothing
-    // can be written. Pages hold password hashes: few are kept.
-    LookUp,
-};
+// Look-ups read, never write, and wait a fraction of a second at most. Pages hold password hashes: few are kept.
+enum class Access { Change, LookUp, StoppableLookUp };
+
+Access AccessOf(OpenMode mode);
 
 class Statement {
  public:
@@ -89,7 +88,8 @@ class Database {
     Database(const std::string& path, const FileFormat& format);
     Database(const std::string& file, int flags, const std::string& path, const FileFormat& format);
     static Database OpenToChange(const std::string& path, const FileFormat& format);
-    static Database OpenToLookUp(const std::string& path, const FileFormat& format);
+    static Database OpenToLookUp(const std::string& path, const FileFormat& format, Access access);
+    static Database OpenReadOnly(const std::string& path, const FileFormat& format, const char* parameters);
     static void Create(const std::string& path, const FileFormat& format);
     static void Fill(const std::string& path, const FileFormat& format);
     void CheckFormat(const FileFormat& format) const;

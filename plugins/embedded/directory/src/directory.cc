@@ -16,8 +16,7 @@ Directory Directory::Open(const std::string& path, OpenMode mode) {
     if (mode == OpenMode::CreateIfMissing) {
         return Directory(std::make_unique<Impl>(Database::OpenOrCreate(path, kDirectoryFormat)));
     }
-    const Access access = mode == OpenMode::LookUp ? Access::LookUp : Access::Change;
-    auto database = Database::OpenExisting(path, kDirectoryFormat, access);
+    auto database = Database::OpenExisting(path, kDirectoryFormat, AccessOf(mode));
     if (!database) {
         throw DirectoryError(kStatusNoSuchDomain, "There is no embedded directory '" + path + "'");
     }

@@ -81,7 +81,7 @@ std::optional<MembershipInfo> ReadMembership(const Database& db) {
 }
 
 std::optional<Database> OpenToRead(const std::string& path, OpenMode mode) {
-    return Database::OpenExisting(path, kMembershipFormat, mode == OpenMode::LookUp ? Access::LookUp : Access::Change);
+    return Database::OpenExisting(path, kMembershipFormat, AccessOf(mode));
 }
 
 [[noreturn]] void FailNotJoined() { throw DirectoryError(kStatusNotJoined, "This host is not joined to a domain"); }

@@ -20,9 +20,11 @@ namespace nimbrel::embedded {
 enum class OpenMode {
     MustExist,
     CreateIfMissing,
-    // For log-ins, whose programs their users can stop at any moment: takes no lock that another process waits for, waits
-    // a fraction of a second at most, and needs no room on the disk. Calls that change something throw 5.
+    // Waits a fraction of a second at most, and needs no room on the disk. Calls that change something throw 5.
     LookUp,
+    // The same for a program whose user can stop it at any moment, as he can stop the su that he started: takes no lock
+    // that another process waits for. Not in a process that also changes the file, whose changes would fail meanwhile.
+    StoppableLookUp,
 };
 
 struct DomainInfo {

@@ -28,7 +28,7 @@ using kit::MachineAccountJoin;
 
 class Host {
  public:
-    // `mode` is `MustExist`, or `LookUp` for a host that is only asked: see `OpenMode`.
+    // `mode` is `MustExist`, or one of the look-ups for a host that is only asked: see `OpenMode`.
     explicit Host(std::string directoryPath = kDefaultDirectoryPath,
                   std::string membershipPath = kDefaultMembershipPath, OpenMode mode = OpenMode::MustExist);
 

@@ -50,7 +50,7 @@ class MembershipChange;
 
 class Membership {
  public:
-    // Touches nothing yet. `LookUp` is for calls that read, see `OpenMode`; a change is made as ever.
+    // Touches nothing yet. The two look-ups are for calls that read, see `OpenMode`; a change is made as ever.
     static Membership Open(const std::string& path = kDefaultMembershipPath, OpenMode mode = OpenMode::MustExist);
 
     Membership(Membership&&) noexcept;
