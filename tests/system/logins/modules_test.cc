@@ -100,6 +100,19 @@ TEST_F(LoginModulesTest, ProgramThatGivesRootsRightsAnswersFromWhatWasPublished)
     std::filesystem::remove(kProgram);
 }
 
+TEST_F(LoginModulesTest, OrdinaryUsersSuChecksThePassword) {
+    EXPECT_THAT(Says("alice", "open_session"), HasSubstr("successfully opened a session"));
+    const auto su = [](const std::string& password) {
+        return RunProgram(
+            "/bin/su",
+            {.arguments = {"-s", "/bin/sh", "-c", "id -u", "alice"}, .input = password + '\n', .user = kNobody});
+    };
+    EXPECT_EQ("1900000002\n", su(kPassword).output);
+    EXPECT_EQ("", su("wrong").output);
+    Set("alice", "disabled", "yes");
+    EXPECT_EQ("", su(kPassword).output);
+}
+
 TEST_F(LoginModulesTest, LocalAccountIsNeverEnteredWithTheDirectorysPassword) {
     AddUser("bob");
     AddUser("ROOT");
