@@ -364,7 +364,9 @@ TEST_F(Provider, SixteenThreadsUseEveryOperation) {
 // /var/lib/nimbrel with room for these bytes, for as long as it lives.
 class SmallDisk {
  public:
-    explicit SmallDisk(const char* options) { EXPECT_EQ(mount("tmpfs", "/var/lib/nimbrel", "tmpfs", 0, options), 0); }
+    explicit SmallDisk(const std::string& options) {
+        EXPECT_EQ(mount("tmpfs", "/var/lib/nimbrel", "tmpfs", 0, ("mode=0755," + options).c_str()), 0);
+    }
     SmallDisk(const SmallDisk&) = delete;
     SmallDisk& operator=(const SmallDisk&) = delete;
     ~SmallDisk() { umount2("/var/lib/nimbrel", MNT_DETACH); }
