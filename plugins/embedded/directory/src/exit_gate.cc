@@ -15,8 +15,9 @@ namespace {
 constexpr std::uint32_t kClosed = 0x8000'0000U;
 std::atomic<std::uint32_t> inside = 0;
 
-// This thread's share of them: a signal handler may exit or fork in the middle of a computation.
-thread_local std::uint32_t insideHere = 0;
+// This thread's share of them: a signal handler may exit or fork in the middle of a computation. Of the model that needs
+// no memory at the first use.
+thread_local std::uint32_t insideHere __attribute__((tls_model("initial-exec"))) = 0;
 
 constexpr std::chrono::seconds kLongestWait{10};
 constexpr std::chrono::milliseconds kPause{1};

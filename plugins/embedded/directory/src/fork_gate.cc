@@ -16,10 +16,11 @@ pthread_rwlock_t gate = kFresh;
 
 constexpr time_t kLongestWaitSeconds = 60;
 
-// This thread is inside: a signal handler forks in the middle of an operation.
-thread_local bool insideHere = false;
+// This thread is inside: a signal handler forks in the middle of an operation. Of the model that needs no memory at the
+// first use.
+thread_local bool insideHere __attribute__((tls_model("initial-exec"))) = false;
 // This thread's fork holds the gate.
-thread_local bool forks = false;
+thread_local bool forks __attribute__((tls_model("initial-exec"))) = false;
 // In a child that was forked past the gate.
 std::atomic<bool> spoiled = false;
 
