@@ -2,8 +2,10 @@
 
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -302,6 +304,30 @@ TEST(Deadlines, FailedControllerIsAskedLastForAWhile) {
     };
     TimeToFail(ask);
     EXPECT_LT(TimeToFail(ask), kFarTooLong) << "still asked, as there is nobody else";
+}
+
+// What a question to a controller that keeps quiet fails with.
+std::string AskInVain() {
+    const SilentPeer controller(SOCK_STREAM);
+    try {
+        LdapConnection(*Endpoint::FromText("127.0.0.1", controller.Port()), "", Deadline::After(milliseconds(1)))
+            .Search({});
+        return "";
+    } catch (const LdapError& error) {
+        return error.what();
+    }
+}
+
+[[noreturn]] void ExitWithAQuestion() {
+    std::atexit([] { _exit(AskInVain() == "Unable to read the controller's answer: Timed out" ? 0 : 1); });
+    AskInVain();  // what it makes for the life of the process goes before that handler runs
+    std::exit(2);
+}
+
+// A question on a detached thread may end at any moment of the process's own end.
+TEST(DeadlinesDeathTest, QuestionFailsWithTheSameWordsWhileTheProcessExits) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // begins anew, without what other tests have made
+    EXPECT_EXIT(ExitWithAQuestion(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -19,11 +19,14 @@ namespace nimbrel::ad {
 namespace {
 
 constexpr char kMechanism[] = "GSSAPI";
+constexpr char kLogIn[] = "log in to the controller";
 constexpr unsigned char kSealingLayer = 0x04;
 constexpr std::size_t kOurMaximumMessage = 0xffff;
 constexpr char kTreeDeleteControl[] = "1.2.840.113556.1.4.805";
 // An answer to any of our questions is far smaller.
 constexpr ber_len_t kMaximumIncoming = 16U << 20;
+// A controller's own words are as long as it likes.
+constexpr std::size_t kMaximumReason = 256;
 // All messages of one answer together: libldap keeps them until the last one is there.
 constexpr std::size_t kMaximumAnswer = 64U << 20;
 
@@ -170,8 +173,9 @@ std::uint32_t StatusOfLdapCode(int code, std::string_view diagnostic) {
 }
 
 LdapError::LdapError(int code, const std::string& action, const std::string& diagnostic)
-    : AdError(StatusOfLdapCode(code, diagnostic), "Unable to " + action + ": " + ldap_err2string(code) +
-                                                      (diagnostic.empty() ? "" : " (" + diagnostic + ")")),
+    : AdError(StatusOfLdapCode(code, diagnostic),
+              "Unable to " + action + ": " + ldap_err2string(code) +
+                  (diagnostic.empty() ? "" : " (" + diagnostic.substr(0, kMaximumReason) + ")")),
       _code(code),
       _diagnostic(diagnostic) {}
 
@@ -262,16 +266,15 @@ class LdapConnection::Impl {
 
     // One step of the log-in: our token, then the controller's.
     std::string ExchangeToken(std::string_view token, int expected) {
-        static const std::string kAction = "log in to the controller";
         berval ours = Value(token);
         int request = 0;
-        Check(ldap_sasl_bind(Handle(), nullptr, kMechanism, &ours, nullptr, nullptr, &request), kAction);
-        const Message answer = Wait(request, kAction);
+        Check(ldap_sasl_bind(Handle(), nullptr, kMechanism, &ours, nullptr, nullptr, &request), kLogIn);
+        const Message answer = Wait(request, kLogIn);
         berval* theirs = nullptr;
         ldap_parse_sasl_bind_result(Handle(), answer.get(), &theirs, 0);
         std::string reply = theirs ? std::string(theirs->bv_val, theirs->bv_len) : "";
         ber_bvfree(theirs);
-        CheckAnswer(answer.get(), kAction, expected);
+        CheckAnswer(answer.get(), kLogIn, expected);
         return reply;
     }
 
@@ -351,15 +354,14 @@ void LdapConnection::StartTls(const std::string& authorityFile) {
 }
 
 void LdapConnection::BindSimple(const std::string& name, const char* password) {
-    static const std::string kAction = "log in to the controller";
     berval secret = Value(password);
     int request = 0;
     _impl->Transport().SetWiping(true);
     const int code =
         ldap_sasl_bind(_impl->Handle(), name.c_str(), LDAP_SASL_SIMPLE, &secret, nullptr, nullptr, &request);
     _impl->Transport().SetWiping(false);
-    _impl->Check(code, kAction);
-    _impl->CheckAnswer(_impl->Wait(request, kAction).get(), kAction);
+    _impl->Check(code, kLogIn);
+    _impl->CheckAnswer(_impl->Wait(request, kLogIn).get(), kLogIn);
 }
 
 std::vector<LdapEntry> LdapConnection::Search(const LdapSearch& search) { return Finish(Start(search)); }
@@ -378,7 +380,7 @@ int LdapConnection::Start(const LdapSearch& search) {
 }
 
 std::vector<LdapEntry> LdapConnection::Finish(int question) {
-    static const std::string kAction = "read the controller's answer";
+    static constexpr char kAction[] = "read the controller's answer";
     LDAP* handle = _impl->Handle();
     const Message answer = _impl->Wait(question, kAction);
     std::vector<LdapEntry> entries;
