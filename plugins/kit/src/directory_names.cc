@@ -14,24 +14,6 @@ char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + '
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsLabelCharacter(char c) { return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'z') || c == '-' || c == '_'; }
 
-// The length of the well-formed sequence at the front of `text`, or 0.
-std::size_t Utf8Sequence(std::string_view text) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char first = byte(0);
-    const std::size_t length = first < 0x80 ? 1 : first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
-    if (length == 0 || first > 0xf4 || length > text.size()) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xc0) != 0x80) {
-            return 0;
-        }
-    }
-    const bool overlong = (first == 0xe0 && byte(1) < 0xa0) || (first == 0xf0 && byte(1) < 0x90);
-    const bool noScalar = (first == 0xed && byte(1) > 0x9f) || (first == 0xf4 && byte(1) > 0x8f);
-    return overlong || noScalar ? 0 : length;
-}
-
 }  // namespace
 
 std::string LowerCase(std::string_view text) {
@@ -51,9 +33,26 @@ bool SameName(std::string_view left, std::string_view right) {
                       [](char a, char b) { return Lower(a) == Lower(b); });
 }
 
+std::size_t Utf8SequenceSize(std::string_view text) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char first = byte(0);
+    const std::size_t length = first < 0x80 ? 1 : first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
+    if (length == 0 || first > 0xf4 || length > text.size()) {
+        return 0;
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xc0) != 0x80) {
+            return 0;
+        }
+    }
+    const bool overlong = (first == 0xe0 && byte(1) < 0xa0) || (first == 0xf0 && byte(1) < 0x90);
+    const bool noScalar = (first == 0xed && byte(1) > 0x9f) || (first == 0xf4 && byte(1) > 0x8f);
+    return overlong || noScalar ? 0 : length;
+}
+
 bool IsUtf8(std::string_view text) {
     while (!text.empty()) {
-        const std::size_t length = Utf8Sequence(text);
+        const std::size_t length = Utf8SequenceSize(text);
         if (length == 0) {
             return false;
         }

@@ -5,6 +5,7 @@
 #include <exception>
 #include <new>
 
+#include "pluginkit/log_text.h"
 #include "pluginkit/status_error.h"
 
 namespace nimbrel::kit {
@@ -18,7 +19,7 @@ std::uint32_t Logged(const char* provider, std::uint32_t status, const char* tex
 }  // namespace
 
 void LogFailure(const char* provider, std::uint32_t status, const char* text) noexcept {
-    syslog(LOG_NOTICE, "%s: status %u: %s", provider, status, text);
+    syslog(LOG_NOTICE, "%s: status %u: %s", provider, status, LogText(text).Text());
 }
 
 std::uint32_t StatusOfCurrentException(const char* provider) noexcept {

@@ -9,8 +9,11 @@
 namespace nimbrel::ad::test {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
@@ -66,6 +69,18 @@ TEST_F(Queries, ClockThatIsOffIsTold) {
     corp.controller.clockOffset = 400;
     EXPECT_EQ(TheHost().TrustState(), kTrustStateClockOff);
     EXPECT_EQ(TheHost().TrustRelationship("other.test"), kRelationshipClockOff);
+}
+
+TEST_F(Queries, ControllerWritesNoLinesOfItsOwnIntoTheLog) {
+    settings.membership = Folder() + "/./membership";  // a session of its own
+    Refuse("ping",
+           {1, "x)\nNov 21 19:00:00 host sshd[1]: Accepted password for root \x1b[31m" + std::string(5000, 'z')});
+    TakeLogLines();
+    EXPECT_EQ(TheHost().TrustState(), kTrustStateNoController);
+    const auto lines = TakeLogLines();
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_THAT(lines.front(), AllOf(HasSubstr("(x)?Nov 21 19:00:00"), HasSubstr("root ?[31mz")));
+    EXPECT_LT(lines.front().size(), 500U);
 }
 
 TEST_F(Queries, OneSessionAnswersMany) {

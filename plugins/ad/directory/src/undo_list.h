@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "pluginkit/log_text.h"
+
 namespace nimbrel::ad {
 
 class UndoList {
@@ -41,7 +43,8 @@ class UndoList {
         try {
             step.undo();
         } catch (const std::exception& error) {
-            syslog(LOG_WARNING, "A failed domain join leaves %s behind: %s", step.what.c_str(), error.what());
+            syslog(LOG_WARNING, "A failed domain join leaves %s behind: %s", step.what.c_str(),
+                   kit::LogText(error.what()).Text());
         }
     }
 

@@ -4,6 +4,7 @@
 #ifndef NIMBREL_PLUGINKIT_DIRECTORY_NAMES_H_
 #define NIMBREL_PLUGINKIT_DIRECTORY_NAMES_H_
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,7 +16,8 @@ std::string LowerCase(std::string_view text);
 std::string UpperCase(std::string_view text);
 bool SameName(std::string_view left, std::string_view right);
 
-// RFC 3629.
+// RFC 3629. The size of the well-formed sequence that `text`, which is not empty, begins with; 0 for none.
+std::size_t Utf8SequenceSize(std::string_view text);
 bool IsUtf8(std::string_view text);
 bool HasControlCharacters(std::string_view text);
 

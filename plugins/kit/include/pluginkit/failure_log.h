@@ -7,7 +7,8 @@
 
 namespace nimbrel::kit {
 
-// One line at priority notice, in the facility of the process: "ad: status 1355: <text>".
+// One line at priority notice, in the facility of the process: "ad: status 1355: <text>", with the
+// text as `LogText` makes it.
 void LogFailure(const char* provider, std::uint32_t status, const char* text) noexcept;
 
 // The status of the exception being handled: a `StatusError`'s own, 8 for exhausted memory, 1359 for anything else.
