@@ -277,9 +277,9 @@ TEST_F(Joins, TakingBackEndsWithItsBudget) {
 }
 
 TEST_F(Joins, TicketThatTheDomainDoesNotGiveIsTold) {
-    corp.keys.Refuse("ldap/dc1.corp.test", KRB5KDC_ERR_POLICY);
+    corp.keys.Refuse("ldap/dc1.corp.test/corp.test", KRB5KDC_ERR_POLICY);
     EXPECT_EQ(Join(), kStatusAccountDisabled);
-    corp.keys.Refuse("ldap/dc1.corp.test", KRB5KDC_ERR_S_PRINCIPAL_UNKNOWN);
+    corp.keys.Refuse("ldap/dc1.corp.test/corp.test", KRB5KDC_ERR_S_PRINCIPAL_UNKNOWN);
     EXPECT_EQ(Join(), kStatusNoSuchDomain);
 }
 

@@ -81,23 +81,7 @@ std::chrono::seconds ClockOffset(const std::string& currentTime) {
 
 LocatedController Ping(const Endpoint& endpoint, const std::string& domain, const Deadline& deadline) {
     auto connection = std::make_unique<LdapConnection>(endpoint, "", deadline);
-    const int ping = connection->Start({"", LdapScope::Base, PingFilter(domain), {"netlogon"}});
-    const int root = connection->Start({"",
-                                        LdapScope::Base,
-                                        "(objectClass=*)",
-                                        {"defaultNamingContext", "configurationNamingContext", "currentTime"}});
-    const auto pong = connection->Finish(ping);
-    const auto facts = pong.empty() ? std::nullopt : ParseNetlogonReply(pong.front().Text("netlogon"));
-    const auto rootEntries = connection->Finish(root);
-    if (!facts || !SameName(facts->domain, domain) || rootEntries.empty()) {
-        throw AdError(kStatusNoSuchDomain, "'" + endpoint.Text() + "' is no controller of '" + domain + "'");
-    }
-    Controller controller = {facts->controller,
-                             endpoint.WithPort(0),
-                             *facts,
-                             rootEntries.front().Text("defaultnamingcontext"),
-                             rootEntries.front().Text("configurationnamingcontext"),
-                             ClockOffset(rootEntries.front().Text("currenttime"))};
+    Controller controller = AskController(*connection, endpoint.WithPort(0), domain);
     return {std::move(controller), std::move(connection)};
 }
 
@@ -247,6 +231,26 @@ class Search {
 };
 
 }  // namespace
+
+Controller AskController(LdapConnection& connection, const Endpoint& endpoint, const std::string& domain) {
+    const int ping = connection.Start({"", LdapScope::Base, PingFilter(domain), {"netlogon"}});
+    const int root = connection.Start({"",
+                                       LdapScope::Base,
+                                       "(objectClass=*)",
+                                       {"defaultNamingContext", "configurationNamingContext", "currentTime"}});
+    const auto pong = connection.Finish(ping);
+    const auto facts = pong.empty() ? std::nullopt : ParseNetlogonReply(pong.front().Text("netlogon"));
+    const auto rootEntries = connection.Finish(root);
+    if (!facts || !SameName(facts->domain, domain) || rootEntries.empty()) {
+        throw AdError(kStatusNoSuchDomain, "'" + endpoint.Text() + "' is no controller of '" + domain + "'");
+    }
+    return {facts->controller,
+            endpoint,
+            *facts,
+            rootEntries.front().Text("defaultnamingcontext"),
+            rootEntries.front().Text("configurationnamingcontext"),
+            ClockOffset(rootEntries.front().Text("currenttime"))};
+}
 
 LocatedController LocateController(const Settings& settings, const std::string& domain,
                                    const std::vector<std::string>& preferred, const Deadline& deadline,

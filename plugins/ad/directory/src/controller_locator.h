@@ -24,6 +24,7 @@
 
 namespace nimbrel::ad {
 
+// What a controller tells about itself. Who asks without having logged in may be lied to.
 struct Controller {
     std::string name;  // "dc1.corp.test"
     Endpoint endpoint;
@@ -49,6 +50,9 @@ enum class Patience {
 LocatedController LocateController(const Settings& settings, const std::string& domain,
                                    const std::vector<std::string>& preferred, const Deadline& deadline,
                                    Patience patience = Patience::Query);
+
+// Asks the controller at the other end of the connection. Throws 1355 if it serves another domain or none.
+Controller AskController(LdapConnection& connection, const Endpoint& endpoint, const std::string& domain);
 
 // The controller answered the ping but not what came after: it is asked last for a while.
 void AvoidController(const Settings& settings, const std::string& name);

@@ -155,12 +155,12 @@ bool RealmKnowsUser(const Settings& settings, const Controller& controller, cons
 std::optional<std::string> FindTrustedUser(const Settings& settings, Session& session, const Trust& trust,
                                            const UserName& user, const Deadline& deadline) {
     LocatedController located = LocateController(settings, trust.dnsName, {}, deadline);
-    const Controller controller = located.controller;
     if (trust.LetsUsersOut()) {
-        const auto connection = session.ConnectTo(std::move(located));
-        return FindUser(*connection, controller, user);
+        const LocatedController there = session.ConnectTo(std::move(located));
+        return FindUser(*there.connection, there.controller, user);
     }
-    return RealmKnowsUser(settings, controller, user, deadline) ? std::optional(LowerCase(user.name)) : std::nullopt;
+    return RealmKnowsUser(settings, located.controller, user, deadline) ? std::optional(LowerCase(user.name))
+                                                                        : std::nullopt;
 }
 
 // "user@domain" of a user of the own domain or a trusted one.

@@ -103,24 +103,31 @@ void Session::Open(const Settings& settings, LocatedController located, const Lo
     RequireClock(located.controller);
     _connection.reset();
     _tickets.reset();
-    _controller = std::move(located.controller);
-    _carrier = std::make_unique<KdcCarrier>(settings, _realm, _controller.endpoint, deadline);
+    _carrier = std::make_unique<KdcCarrier>(settings, _realm, located.controller.endpoint, deadline);
     _tickets = std::make_unique<Tickets>(
         _realm, [carrier = _carrier.get()](const std::string& realm, std::string_view request) {
             return carrier->Exchange(realm, request);
         });
-    logOn(*_tickets, _controller);
-    krb5_creds* ticket = _tickets->TicketFor("ldap/" + _controller.name + "@" + _realm);
+    logOn(*_tickets, located.controller);
     located.connection->SetStepLimit(StepLimit(settings));
-    located.connection->BindSealed(_tickets->Context(), ticket);
+    located = LogIn(std::move(located));
+    _controller = std::move(located.controller);
     _connection = std::move(located.connection);
 }
 
-std::unique_ptr<LdapConnection> Session::ConnectTo(LocatedController other) {
-    const std::string service = "ldap/" + other.controller.name + "@" + UpperCase(other.controller.facts.domain);
-    other.connection->BindSealed(_tickets->Context(), _tickets->TicketFor(service));
-    return std::move(other.connection);
+LocatedController Session::LogIn(LocatedController located) {
+    const Controller& said = located.controller;
+    const std::string& domain = said.facts.domain;
+    const std::string service = "ldap/" + said.name + "/" + domain + "@" + UpperCase(domain);
+    located.connection->BindSealed(_tickets->Context(), _tickets->TicketFor(service));
+    Controller proved = AskController(*located.connection, said.endpoint, domain);
+    if (proved.name != said.name) {
+        throw AdError(kStatusNoSuchDomain, "'" + said.name + "' calls itself '" + proved.name + "' after the log-in");
+    }
+    return {std::move(proved), std::move(located.connection)};
 }
+
+LocatedController Session::ConnectTo(LocatedController other) { return LogIn(std::move(other)); }
 
 void Session::SetDeadline(const Deadline& deadline) {
     _carrier->SetDeadline(deadline);

@@ -1,5 +1,9 @@
 // A log-in at a controller: the tickets of one account and a sealed connection that it is logged in on.
 //
+// The ticket is for "ldap/dc1.corp.test/corp.test": a service of three parts is a controller's, while any member of the
+// domain has "ldap/node01.corp.test" for itself. A controller whose account lacks that name is not used. What it told
+// about itself before the connection was sealed is asked for once more.
+//
 // Opening one tries again, another controller first, when one that answered the ping fails after it; nothing has been
 // changed in the domain until then. When none answers the ping it fails at once.
 //
@@ -47,7 +51,7 @@ class Session {
     Session(const Settings& settings, const std::string& domain, const std::vector<std::string>& preferred,
             const LogOn& logOn, const Deadline& deadline, Patience patience = Patience::Query);
     // The same account at a controller of another domain, with a ticket across the trust.
-    std::unique_ptr<LdapConnection> ConnectTo(LocatedController other);
+    LocatedController ConnectTo(LocatedController other);
 
     const Controller& At() const { return _controller; }
     LdapConnection& Ldap() { return *_connection; }
@@ -55,6 +59,7 @@ class Session {
 
  private:
     void Open(const Settings& settings, LocatedController located, const LogOn& logOn, const Deadline& deadline);
+    LocatedController LogIn(LocatedController located);
 
     std::string _realm;
     Controller _controller;

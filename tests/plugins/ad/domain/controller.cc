@@ -260,6 +260,7 @@ class Conversation {
 TestController::TestController(Entries& entries, KeyCentre& keys, ControllerFacts facts, const ControllerAddress& at)
     : _entries(entries), _keys(keys), _facts(std::move(facts)) {
     _keys.AddService("ldap/" + _facts.host);
+    if (!_facts.isMember) _keys.AddService("ldap/" + _facts.host + "/" + _facts.domain);
     _kerberos =
         std::make_unique<StreamService>(at.address, at.kerberosPort, [this](int socket) { ConverseKerberos(socket); });
     _ldap = std::make_unique<StreamService>(at.address, at.ldapPort,

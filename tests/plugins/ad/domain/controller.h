@@ -35,6 +35,7 @@ struct ControllerFacts {
     std::string serverSite = "Default-First-Site-Name";
     std::string clientSite = "Default-First-Site-Name";
     std::uint32_t flags = 0x80;  // closest
+    bool isMember = false;       // a member of the domain that poses as a controller
 };
 
 enum class Behaviour {
