@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "addirectory/ad_error.h"
+#include "sockets.h"
 
 namespace nimbrel::ad {
 namespace {
@@ -44,6 +45,9 @@ std::string ComputerName(std::string_view name) {
 }
 
 std::string ControllerName(std::string_view name) {
+    if (Endpoint::FromText(std::string(name), 0)) {
+        return LowerCase(name);
+    }
     name = kit::WithoutFinalDot(name);
     if (!kit::IsDnsName(name)) {
         throw AdError(kStatusInvalidComputerName, "The domain controller's name is malformed");

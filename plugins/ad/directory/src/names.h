@@ -26,7 +26,7 @@ using kit::UpperCase;
 std::string DnsName(std::string_view name);
 // "node01.corp.test" and "NODE01$" -> "NODE01"; at most 15 letters, digits and hyphens, not digits alone. 1210.
 std::string ComputerName(std::string_view name);
-// "DC1.corp.test." -> "dc1.corp.test". 1210.
+// "DC1.corp.test." -> "dc1.corp.test"; an address stays what it is. 1210.
 std::string ControllerName(std::string_view name);
 // "NODE01", "corp.test" -> "node01.corp.test".
 std::string HostName(const std::string& computer, const std::string& domain);

@@ -1,5 +1,7 @@
 #include "names.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -26,6 +28,12 @@ bool HasOnly(std::string_view text, std::string_view besides) {
 
 bool IsLabel(std::string_view label) {
     return !label.empty() && label.size() <= kMaximumLabel && IsLetterOrDigit(label.front()) && HasOnly(label, "-_");
+}
+
+// Those of version 4 are spelled as DNS names are.
+bool IsLongAddress(const std::string& text) {
+    in6_addr binary = {};
+    return inet_pton(AF_INET6, text.c_str(), &binary) == 1;
 }
 
 // The offender is shown without what makes it dangerous to show.
@@ -99,7 +107,9 @@ void CheckOptions(const LogInOptions& options) {
 
 void CheckControllers(const std::vector<std::string>& controllers) {
     RequireCount(controllers.size());
-    for (const auto& controller : controllers) Require(IsDnsName(controller), "domain controller's name", controller);
+    for (const auto& controller : controllers) {
+        Require(IsDnsName(controller) || IsLongAddress(controller), "domain controller's name", controller);
+    }
 }
 
 void CheckServices(const std::vector<std::string>& services) {
