@@ -125,7 +125,7 @@ make_certificates() {  # make_certificates FQDN
     openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 3650 -subj "/CN=Lab authority of $1"
     openssl req -newkey rsa:2048 -nodes -keyout key.pem -out request.pem -subj "/CN=$1"
     openssl x509 -req -in request.pem -CA ca.pem -CAkey ca.key -CAcreateserial -out cert.pem -days 3650 \
-        -extfile <(printf 'subjectAltName=DNS:%s\n' "$1")
+        -extfile <(printf 'subjectAltName=DNS:%s,DNS:%s\n' "$1" "${1#*.}")
     chmod 600 key.pem
     rm ca.key request.pem
 }

@@ -45,6 +45,9 @@ TEST(NetlogonReply, TellsWhoAnswers) {
     EXPECT_EQ(reply->clientSite, "Default-First-Site-Name");
     EXPECT_EQ(reply->flags, 0x13fdU);
     EXPECT_TRUE(reply->IsClosest());
+    EXPECT_TRUE(reply->ServesLdapAndKerberos());
+    EXPECT_TRUE(reply->IsWritable());
+    EXPECT_FALSE(reply->isPaused);
 }
 
 std::string Labels(const std::vector<std::string>& labels) {
@@ -91,8 +94,9 @@ TEST(NetlogonReply, FlagsAreFourBytesAndTheOperationTwo) {
     bytes.replace(4, 4, "\x12\x34\x56\xf8");
     ASSERT_TRUE(ParseNetlogonReply(bytes));
     EXPECT_EQ(ParseNetlogonReply(bytes)->flags, 0xf8563412U);
-    bytes[0] = 24;  // paused
-    EXPECT_TRUE(ParseNetlogonReply(bytes));
+    bytes[0] = 24;
+    ASSERT_TRUE(ParseNetlogonReply(bytes));
+    EXPECT_TRUE(ParseNetlogonReply(bytes)->isPaused);
     bytes[1] = 1;
     EXPECT_FALSE(ParseNetlogonReply(bytes));
 }
@@ -102,6 +106,17 @@ TEST(NetlogonReply, DomainControllerAndShortNameMustBeTold) {
         auto names = SomeNames();
         names[at] = Labels({});
         EXPECT_EQ(ParseNetlogonReply(ReplyWith(names)).has_value(), at == 0 || at > 3) << at;
+    }
+}
+
+// A Kerberos name is made of them: "ldap/dc1.corp.test/corp.test@CORP.TEST".
+TEST(NetlogonReply, DomainAndControllerAreDnsNames) {
+    for (const char* label : {"d@1", "dc1/x", "dc\\1", "dc 1", "-dc1", "d\xc3\xbc"}) {
+        for (const std::size_t at : {1U, 2U}) {
+            auto names = SomeNames();
+            names[at] = Labels({label, "corp", "test"});
+            EXPECT_FALSE(ParseNetlogonReply(ReplyWith(names))) << label;
+        }
     }
 }
 

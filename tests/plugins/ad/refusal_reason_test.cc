@@ -15,7 +15,7 @@ class Reasons : public JoiningHost {
 
     // The join's status where the door answers so.
     std::uint32_t JoinWith(const Result& answer, const char* user = "admin1") {
-        TlsDoor door(testing::MakeCertificate("dc1.corp.test", &_authority), answer);
+        TlsDoor door(testing::MakeCertificate(_certified, &_authority), answer);
         settings.ldapsPort = door.Port();
         const std::uint32_t status = Join("", "Secret-1", user);
         _asked = door.LastName();
@@ -27,6 +27,7 @@ class Reasons : public JoiningHost {
     }
 
     const testing::Certificate _authority = testing::MakeCertificate("Corp CA");
+    std::string _certified = "corp.test";
     std::string _asked;
 };
 
@@ -76,6 +77,25 @@ TEST_F(Reasons, ControllerThatDoesNotProveItselfGetsNoPassword) {
     TrustAuthority("not a certificate");
     EXPECT_EQ(JoinWith({49, "80090308: LdapErr: data 775, v4563"}), kStatusAccountDisabled);
     EXPECT_EQ(_asked, "");
+}
+
+// The firm's authority signs for many hosts, and an answer that nobody has proved chooses among them.
+TEST_F(Reasons, HostThatTheAnswerNamesGetsNoPassword) {
+    TrustAuthority(_authority.pem);
+    for (const char* name : {"dc1.corp.test", "www.corp.test", "corp.test.example", "127.0.0.1"}) {
+        _certified = name;
+        EXPECT_EQ(JoinWith({49, "80090308: LdapErr: data 775, v4563"}), kStatusAccountDisabled) << name;
+        EXPECT_EQ(_asked, "") << name;
+    }
+}
+
+TEST_F(Reasons, HostThatTheAdministratorNamesGetsIt) {
+    TrustAuthority(_authority.pem);
+    _certified = "dc1.corp.test";
+    TheHost().SetPreferredControllers({"dc1.corp.test"});
+    EXPECT_EQ(JoinWith({49, "80090308: LdapErr: data 775, v4563"}), kStatusAccountLocked);
+    TheHost().SetPreferredControllers({"127.0.0.1"});
+    EXPECT_EQ(JoinWith({49, "80090308: LdapErr: data 775, v4563"}), kStatusAccountDisabled) << "that is no name";
 }
 
 TEST_F(Reasons, RefusalStandsWhereNobodyListens) {

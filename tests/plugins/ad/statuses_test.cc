@@ -18,7 +18,7 @@ TEST(Statuses, OfKerberos) {
         std::uint32_t status;
     } rows[] = {{-1765328378, 1326}, {-1765328360, 1326}, {-1765328353, 1326}, {-1765328366, 1331}, {-1765328383, 1793},
                 {-1765328361, 1907}, {-1765328347, 1398}, {-1765328228, 1355}, {-1765328377, 1355}, {12, 8},
-                {12345, 1359}};
+                {-1765328370, 1327}, {12345, 1359}};
     for (const auto& row : rows) {
         EXPECT_EQ(StatusOfKerberosCode(row.code), row.status) << row.code;
     }
@@ -37,6 +37,7 @@ TEST(Statuses, OfLdap) {
                 {LDAP_UNWILLING_TO_PERFORM, "0000216D", 8557},
                 {LDAP_UNWILLING_TO_PERFORM, "216D", 1359},
                 {LDAP_SERVER_DOWN, "", 1355},
+                {LDAP_REFERRAL, "0000202B: RefErr: DSID-0310082F", 1355},
                 {LDAP_TIMEOUT, "", 1355},
                 {LDAP_NO_MEMORY, "", 8},
                 {LDAP_INVALID_CREDENTIALS, "", 1326},

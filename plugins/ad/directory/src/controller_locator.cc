@@ -47,11 +47,12 @@ std::optional<InUse> RecallInUse(const std::string& domain) {
     return found == memory.inUse.end() ? std::nullopt : std::optional(found->second);
 }
 
-void RememberInUse(const std::string& domain, const InUse& inUse) {
+void RememberInUse(const std::string& domain, const InUse& inUse, const std::string& askedAs) {
     Memory& memory = Remembered();
     const std::lock_guard guard(memory.lock);
     memory.inUse[domain] = inUse;
     memory.avoidUntil.erase(inUse.name);
+    memory.avoidUntil.erase(askedAs);
 }
 
 bool IsAvoided(const std::string& name) {
@@ -79,18 +80,28 @@ std::chrono::seconds ClockOffset(const std::string& currentTime) {
     return std::chrono::seconds(end ? timegm(&time) - std::time(nullptr) : 0);
 }
 
-LocatedController Ping(const Endpoint& endpoint, const std::string& domain, const Deadline& deadline) {
+LocatedController Ping(const std::string& name, const Endpoint& endpoint, const std::string& domain,
+                       const Deadline& deadline) {
     auto connection = std::make_unique<LdapConnection>(endpoint, "", deadline);
     Controller controller = AskController(*connection, endpoint.WithPort(0), domain);
-    return {std::move(controller), std::move(connection)};
+    return {std::move(controller), std::move(connection), name};
+}
+
+// A name that an administrator gave for the very host: not an address, and not short.
+bool IsFullHostName(const std::string& name) {
+    return name.find('.') != std::string::npos && !Endpoint::FromText(name, 0);
 }
 
 // --- One search for a controller ---
 
 class Search {
  public:
-    Search(const Settings& settings, const std::string& domain, const Deadline& deadline)
-        : _settings(settings), _domain(domain), _deadline(deadline), _resolver(settings) {}
+    Search(const Settings& settings, const std::string& domain, const Deadline& deadline, Patience patience)
+        : _settings(settings),
+          _domain(domain),
+          _deadline(deadline),
+          _mustBeWritable(patience == Patience::Change),
+          _resolver(settings) {}
 
     // Tries what is preferred, then what the process and the DNS know; then the same again for those passed over.
     std::optional<LocatedController> Run(const std::vector<std::string>& preferred) {
@@ -146,7 +157,7 @@ class Search {
             if (isNew && IsAvoided(name)) {
                 _passedOver.push_back(name);
             } else if (isNew) {
-                if (auto found = Try(name)) {
+                if (auto found = Try(name, false)) {
                     return found;
                 }
             }
@@ -156,7 +167,7 @@ class Search {
 
     std::optional<LocatedController> TryPassedOver() {
         for (const auto& name : _passedOver) {
-            if (auto found = Try(name)) {
+            if (auto found = Try(name, true)) {
                 return found;
             }
         }
@@ -173,11 +184,11 @@ class Search {
         return closer ? std::move(*closer) : std::move(found);
     }
 
-    std::optional<LocatedController> Try(const std::string& name) {
+    std::optional<LocatedController> Try(const std::string& name, bool isLastRound) {
         try {
             for (const auto& endpoint : AddressesOf(name)) {
                 if (auto found = TryAddress(name, endpoint)) {
-                    return found;
+                    return Judged(std::move(*found), isLastRound);
                 }
             }
         } catch (const AdError& error) {
@@ -189,10 +200,29 @@ class Search {
         return std::nullopt;
     }
 
+    // Unset for one that cannot do what is to be done, and for one that had better be asked last.
+    std::optional<LocatedController> Judged(LocatedController found, bool isLastRound) {
+        const Controller& controller = found.controller;
+        if (!controller.facts.ServesLdapAndKerberos()) {
+            _fault = "'" + controller.name + "' does not serve both LDAP and Kerberos";
+            return std::nullopt;
+        }
+        if (_mustBeWritable && !controller.facts.IsWritable()) {
+            _fault = "'" + controller.name + "' is a read-only controller, and takes no changes";
+            return std::nullopt;
+        }
+        // It may have been avoided under another name than this one.
+        if (!isLastRound && (controller.facts.isPaused || IsAvoided(controller.name))) {
+            _passedOver.push_back(found.askedAs);
+            return std::nullopt;
+        }
+        return found;
+    }
+
     std::optional<LocatedController> TryAddress(const std::string& name, const Endpoint& endpoint) {
         try {
             const Deadline deadline = _deadline.OrAfter(_settings.controllerBudget);
-            return Ping(endpoint.WithPort(_settings.ldapPort), _domain, deadline);
+            return Ping(name, endpoint.WithPort(_settings.ldapPort), _domain, deadline);
         } catch (const AdError& error) {
             _fault = "'" + name + "': " + error.what();  // reported if nothing else is found
             _unanswered = _unanswered || IsNoAnswer(error);
@@ -221,6 +251,7 @@ class Search {
     const Settings& _settings;
     const std::string& _domain;
     const Deadline& _deadline;
+    const bool _mustBeWritable;
     Resolver _resolver;
     std::multimap<std::string, Endpoint> _addresses;
     std::set<std::string> _sitesAsked;
@@ -259,7 +290,7 @@ LocatedController LocateController(const Settings& settings, const std::string& 
     const Deadline lastTry = deadline.OrAfter((patience == Patience::Change ? 3 : 1) * settings.controllerBudget);
     std::optional<LocatedController> found;
     for (int attempt = 1; !found; ++attempt) {
-        Search search(settings, domain, deadline);
+        Search search(settings, domain, deadline, patience);
         found = search.Run(preferred);
         if (!found && (!search.MaySucceedLater() || lastTry.HasPassed())) {
             throw AdError(kStatusNoSuchDomain, "No controller of the domain '" + domain + "' is reachable" +
@@ -269,8 +300,10 @@ LocatedController LocateController(const Settings& settings, const std::string& 
             PauseBeforeRetry(attempt, lastTry);
         }
     }
-    const Controller& controller = found->controller;
-    RememberInUse(domain, {controller.name, controller.endpoint, controller.facts.clientSite});
+    Controller& controller = found->controller;
+    const bool isNamed = std::find(preferred.begin(), preferred.end(), found->askedAs) != preferred.end();
+    controller.certifiedName = isNamed && IsFullHostName(found->askedAs) ? found->askedAs : domain;
+    RememberInUse(domain, {controller.name, controller.endpoint, controller.facts.clientSite}, found->askedAs);
     found->connection->SetDeadline(deadline);
     return std::move(*found);
 }
@@ -278,7 +311,9 @@ LocatedController LocateController(const Settings& settings, const std::string& 
 void AvoidController(const Settings& settings, const std::string& name) {
     Memory& memory = Remembered();
     const std::lock_guard guard(memory.lock);
-    memory.avoidUntil[name] = Deadline::Clock::now() + settings.avoidance;
+    const auto now = Deadline::Clock::now();
+    memory.avoidUntil[name] = now + settings.avoidance;
+    std::erase_if(memory.avoidUntil, [&](const auto& one) { return one.second <= now; });
 }
 
 }  // namespace nimbrel::ad

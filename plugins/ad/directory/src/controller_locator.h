@@ -2,7 +2,8 @@
 //
 // Asked in this order, the ones that failed lately last: the controllers that the caller prefers; the one in use; those
 // that the DNS names for the host's site; those that it names for the whole domain, by priority and weight. The first
-// that answers the NetLogon ping over LDAP, without credentials, and serves the domain is taken, its connection with it.
+// that answers the NetLogon ping over LDAP, without credentials, and serves the domain with LDAP and Kerberos is taken,
+// its connection with it. One that says that it is paused comes last, and for a change read-only ones do not count.
 //
 // What was learnt (the controller in use, the host's site, who failed) is kept for the life of the process.
 //
@@ -32,18 +33,22 @@ struct Controller {
     std::string domainDN;                 // "DC=corp,DC=test"
     std::string configurationDN;          // "CN=Configuration,DC=corp,DC=test"
     std::chrono::seconds clockOffset{0};  // the controller's clock minus this host's
+    // The one name that a certificate must have to be the controller's, and that nobody on the network has named: the
+    // preferred name under which it was found, where that is a full host name, else the domain's.
+    std::string certifiedName = {};
 };
 
 struct LocatedController {
     Controller controller;
     std::unique_ptr<LdapConnection> connection;  // nobody is logged in on it
+    std::string askedAs = {};                    // the name or address under which it was found
 };
 
 // For how long controllers that do not answer are asked again when no other does: they may be busy, as when hundreds of
 // hosts start at once. One that refuses the connection is not.
 enum class Patience {
     Query,  // the time of one answer: another query comes soon
-    Change  // three times that: whoever joins or leaves would have to begin anew
+    Change  // three times that, as whoever joins or leaves would have to begin anew; at one that takes changes
 };
 
 // `domain` is a DNS name in lower case. `preferred` are host names or addresses.
@@ -54,7 +59,7 @@ LocatedController LocateController(const Settings& settings, const std::string& 
 // Asks the controller at the other end of the connection. Throws 1355 if it serves another domain or none.
 Controller AskController(LdapConnection& connection, const Endpoint& endpoint, const std::string& domain);
 
-// The controller answered the ping but not what came after: it is asked last for a while.
+// The controller answered the ping but failed at what came after: it is asked last for a while, under either name.
 void AvoidController(const Settings& settings, const std::string& name);
 
 }  // namespace nimbrel::ad

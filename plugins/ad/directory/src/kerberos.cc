@@ -149,6 +149,8 @@ std::uint32_t StatusOfKerberosCode(krb5_error_code code) {
         case KRB5KDC_ERR_CLIENT_REVOKED:
         case KRB5KDC_ERR_POLICY:
             return kStatusAccountDisabled;
+        case KRB5KDC_ERR_ETYPE_NOSUPP:
+            return kStatusAccountRestriction;
         case KRB5KDC_ERR_NAME_EXP:
             return kStatusAccountExpired;
         case KRB5KDC_ERR_KEY_EXP:
@@ -173,7 +175,10 @@ void CheckKerberos(krb5_context context, krb5_error_code code, const std::string
         return;
     }
     const char* text = krb5_get_error_message(context, code);
-    const std::string message = "Unable to " + action + ": " + text;
+    std::string message = "Unable to " + action + ": " + text;
+    if (code == KRB5KDC_ERR_ETYPE_NOSUPP) {
+        message += " (an account without AES keys gets them with its next password, if it is allowed to use AES)";
+    }
     krb5_free_error_message(context, text);
     throw KerberosError(code, message);
 }

@@ -32,7 +32,7 @@ class KerberosError : public AdError {
     krb5_error_code _code;
 };
 
-// 1326 for an unknown client or wrong key, 1331 revoked, 1907 key expired, 1398 clock skew, ... 1359 for what has no
+// 1326 for an unknown client or wrong key, 1327 no AES key, 1331 revoked, 1907 key expired, 1398 clock skew, ... 1359 for what has no
 // code of its own.
 std::uint32_t StatusOfKerberosCode(krb5_error_code code);
 

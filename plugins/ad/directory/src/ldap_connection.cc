@@ -166,6 +166,7 @@ std::uint32_t StatusOfLdapCode(int code, std::string_view diagnostic) {
         case LDAP_DECODING_ERROR:
         case LDAP_BUSY:
         case LDAP_UNAVAILABLE:
+        case LDAP_REFERRAL:  // a read-only controller's answer to a change: another one takes it
             return kStatusNoSuchDomain;
         default:
             return kStatusInternalError;

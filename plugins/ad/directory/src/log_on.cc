@@ -23,15 +23,17 @@ std::string SimpleName(const Principal& principal) {
     return principal.isEnterprise ? principal.name : LowerCase(principal.name);
 }
 
-// Kerberos has one refusal for disabled, expired and locked accounts. A simple bind over TLS, to a controller that has
-// proved who it is, tells which. 0 if it does not.
+// Kerberos has one refusal for disabled, expired and locked accounts. A simple bind over TLS tells which, to a holder of
+// a certificate for the domain itself or for a name that the administrator gave: Kerberos' refusal, the DNS and the
+// controller's own words may all be forged, and every web server of the firm has a certificate for some name in the
+// domain. 0 if it does not.
 std::uint32_t AskForReason(const Settings& settings, const Controller& controller, const Principal& principal,
                            const char* password, const Deadline& deadline) {
     if (settings.certificateAuthority.empty()) {
         return 0;
     }
     try {
-        LdapConnection connection(controller.endpoint.WithPort(settings.ldapsPort), controller.name,
+        LdapConnection connection(controller.endpoint.WithPort(settings.ldapsPort), controller.certifiedName,
                                   deadline.OrAfter(settings.controllerBudget));
         connection.StartTls(settings.certificateAuthority);
         connection.BindSimple(SimpleName(principal), password);
@@ -99,7 +101,10 @@ Session::LogOn MachineLogOn(const std::string& computer, const std::string& keyt
             tickets.LogOnWithKeytab({computer + "$@" + UpperCase(controller.facts.domain), false}, keytab);
         } catch (const KerberosError& error) {
             if (error.Code() == KRB5KDC_ERR_C_PRINCIPAL_UNKNOWN) {
-                throw AdError(kStatusNoTrustAccount, "The domain has no account for this host");
+                throw StaleRefusalError(kStatusNoTrustAccount, "The domain has no account for this host");
+            }
+            if (error.Status() == kStatusLogonFailure) {
+                throw StaleRefusalError(error.Status(), error.what());
             }
             throw;
         }

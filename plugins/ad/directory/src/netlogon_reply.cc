@@ -91,6 +91,7 @@ std::optional<NetlogonReply> ParseNetlogonReply(std::string_view bytes) {
     }
     NetlogonReply reply;
     reply.flags = LittleEndian(bytes, 4, 4);
+    reply.isPaused = operation == kAnswerPausedExtended;
     std::string netbiosHost;
     std::string user;
     NameReader names(bytes);
@@ -102,7 +103,8 @@ std::optional<NetlogonReply> ParseNetlogonReply(std::string_view bytes) {
     }
     reply.domain = LowerCase(reply.domain);
     reply.controller = LowerCase(reply.controller);
-    const bool named = !reply.domain.empty() && !reply.controller.empty() && !reply.netbiosDomain.empty();
+    // They become parts of a Kerberos name, in which "@" and "/" have a meaning.
+    const bool named = kit::IsDnsName(reply.domain) && kit::IsDnsName(reply.controller) && !reply.netbiosDomain.empty();
     return named ? std::optional(reply) : std::nullopt;
 }
 

@@ -3,7 +3,7 @@
 // The answer is that of NtVer 6 (NETLOGON_SAM_LOGON_RESPONSE_EX): an operation code, flags, the domain's GUID, and eight
 // names in DNS message form, which may be compressed against the start of the answer:
 //
-//     1  17 00            operation: answer to a log-on request, extended
+//     1  17 00            operation: answer to a log-on request, extended; 18 00 from one that is paused
 //     2  00 00
 //     3  fd 33 00 00      flags: primary, global catalogue, LDAP, directory, key distribution centre, ...
 //     4  16 bytes         the domain's GUID
@@ -27,11 +27,15 @@ struct NetlogonReply {
     std::string netbiosDomain;  // "CORP"
     std::string serverSite;     // "Default-First-Site-Name"
     std::string clientSite;     // empty if the controller knows no site for this host
+    bool isPaused = false;      // its log-on service is, as while it starts
 
     bool IsClosest() const { return (flags & 0x80U) != 0; }
+    bool ServesLdapAndKerberos() const { return (flags & 0x28U) == 0x28U; }
+    // False for a read-only controller.
+    bool IsWritable() const { return (flags & 0x100U) != 0; }
 };
 
-// Unset for an answer that is malformed, cut short, of another kind, or names nobody.
+// Unset for an answer that is malformed, cut short, of another kind, or names nobody; domain and controller are DNS names.
 std::optional<NetlogonReply> ParseNetlogonReply(std::string_view bytes);
 
 }  // namespace nimbrel::ad

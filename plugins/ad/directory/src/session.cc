@@ -1,6 +1,8 @@
 #include "session.h"
 
 #include <cstdlib>
+#include <exception>
+#include <set>
 #include <utility>
 
 #include "addirectory/ad_error.h"
@@ -21,6 +23,50 @@ void RequireClock(const Controller& controller) {
                                            std::to_string(controller.clockOffset.count()) + " seconds apart");
     }
 }
+
+// Who has been asked for a session, and what is to be reported if nobody gives one.
+class OtherControllers {
+ public:
+    // A refusal stands if nobody else is found.
+    template <class Find>
+    LocatedController Locate(const Find& find) {
+        if (!_refusal) {
+            return find();
+        }
+        try {
+            LocatedController located = find();
+            if (_asked.count(located.controller.name) == 0) {
+                return located;
+            }
+        } catch (const AdError&) {  // the refusal says more
+        }
+        std::rethrow_exception(_refusal);
+    }
+
+    // Called while the error is handled. Throws what is to be reported if it is the last one, or no other controller
+    // could do better.
+    void RequireAnotherTry(const std::string& name, const AdError& error, bool isLast) {
+        const bool isStale = dynamic_cast<const StaleRefusalError*>(&error);
+        const bool isRefusal = isStale || error.Status() == kStatusTimeSkew;
+        const bool isFinal = (!isRefusal && error.Status() != kStatusNoSuchDomain) || (isStale && _isStale);
+        _asked.insert(name);
+        _isStale = _isStale || isStale;
+        if (isFinal) {
+            throw;
+        }
+        if (isRefusal && !_refusal) {
+            _refusal = std::current_exception();
+        }
+        if (isLast) {
+            std::rethrow_exception(_refusal ? _refusal : std::current_exception());
+        }
+    }
+
+ private:
+    std::set<std::string> _asked;
+    std::exception_ptr _refusal;
+    bool _isStale = false;
+};
 
 }  // namespace
 
@@ -80,20 +126,19 @@ std::string KdcCarrier::ExchangeElsewhere(const std::string& realm, std::string_
 Session::Session(const Settings& settings, const std::string& domain, const std::vector<std::string>& preferred,
                  const LogOn& logOn, const Deadline& deadline, Patience patience)
     : _realm(UpperCase(domain)) {
-    LocatedController located = LocateController(settings, domain, preferred, deadline, patience);
-    std::string name;
+    OtherControllers others;
     for (int attempt = 1;; ++attempt) {
+        LocatedController located = others.Locate([&] {  //
+            return LocateController(settings, domain, preferred, deadline, patience);
+        });
+        const std::string names[] = {located.controller.name, located.askedAs};
         try {
-            if (!located.connection) {
-                located = LocateController(settings, domain, preferred, deadline, patience);
-            }
-            name = located.controller.name;
-            Open(settings, std::exchange(located, {}), logOn, deadline);
+            Open(settings, std::move(located), logOn, deadline);
             return;
         } catch (const AdError& error) {
-            if (error.Status() != kStatusNoSuchDomain || attempt == kAttempts || deadline.HasPassed()) {
-                throw;
-            }
+            others.RequireAnotherTry(names[0], error, attempt == kAttempts || deadline.HasPassed());
+        }
+        for (const auto& name : names) {
             AvoidController(settings, name);
         }
     }

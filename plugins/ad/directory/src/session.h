@@ -4,11 +4,12 @@
 // domain has "ldap/node01.corp.test" for itself. A controller whose account lacks that name is not used. What it told
 // about itself before the connection was sealed is asked for once more.
 //
-// Opening one tries again, another controller first, when one that answered the ping fails after it; nothing has been
-// changed in the domain until then. When none answers the ping it fails at once.
+// Opening one tries again, another controller first, when one that answered the ping fails after it, has another time
+// than this host, or does not know the account as this host does; nothing has been changed in the domain until then.
+// When none answers the ping it fails at once.
 //
-// One object belongs to one thread. Errors: `AdError` with the status of the refusal, 1398 when the clocks are more than
-// five minutes apart, 1355 when no controller answers.
+// One object belongs to one thread. Errors: `AdError` with the status of the refusal; 1398 when this host's clock and
+// those of all controllers that answer are more than five minutes apart; 1355 when no controller answers.
 
 #ifndef NIMBREL_AD_SESSION_H_
 #define NIMBREL_AD_SESSION_H_
@@ -41,6 +42,13 @@ class KdcCarrier {
     const Settings _settings;
     std::map<std::string, Endpoint> _centres;  // by realm in upper case
     Deadline _deadline;
+};
+
+// A log-on is refused, but another controller may know better: it takes time until each has heard of an account or of a
+// new secret. One other is asked.
+class StaleRefusalError : public AdError {
+ public:
+    using AdError::AdError;
 };
 
 class Session {

@@ -33,6 +33,7 @@ inline constexpr std::uint32_t kStatusAccountExists = 1316;        // an account
 inline constexpr std::uint32_t kStatusNoSuchAccount = 1317;        // user or computer
 inline constexpr std::uint32_t kStatusPasswordRestriction = 1325;  // the domain's policy refuses the machine's secret
 inline constexpr std::uint32_t kStatusLogonFailure = 1326;         // unknown user or wrong password
+inline constexpr std::uint32_t kStatusAccountRestriction = 1327;   // the user has no key that this host may use
 inline constexpr std::uint32_t kStatusPasswordExpired = 1330;      //
 inline constexpr std::uint32_t kStatusAccountDisabled = 1331;      //
 inline constexpr std::uint32_t kStatusNoSuchDomain = 1355;         // unknown, or no controller can be reached in time

@@ -14,6 +14,7 @@
 namespace nimbrel::ad::test {
 namespace {
 
+constexpr std::uint32_t kServes = 0x128;  // LDAP, Kerberos, changes
 constexpr int kBindInProgress = 14;
 constexpr int kInvalidCredentials = 49;
 constexpr char kTreeDelete[] = "1.2.840.113556.1.4.805";
@@ -299,7 +300,7 @@ Behaviour TestController::BehaviourAt(const std::string& operation, const std::s
 }
 
 std::string TestController::Ping() {
-    const std::string reply = LittleEndian(23, 2) + LittleEndian(0, 2) + LittleEndian(_facts.flags | 0x100U, 4) +
+    const std::string reply = LittleEndian(23, 2) + LittleEndian(0, 2) + LittleEndian(_facts.flags | kServes, 4) +
                               std::string(16, '\x01') + Labels(_facts.domain) + Labels(_facts.domain) +
                               Labels(_facts.host) + Labels(_facts.netbiosName) + Labels("DC1") + Labels("") +
                               Labels(_facts.serverSite) + Labels(_facts.clientSite) + LittleEndian(5, 4) +
