@@ -21,14 +21,16 @@ namespace {
 constexpr char kMechanism[] = "GSSAPI";
 constexpr char kLogIn[] = "log in to the controller";
 constexpr unsigned char kSealingLayer = 0x04;
-constexpr std::size_t kOurMaximumMessage = 0xffff;
+constexpr std::size_t kOurMaximumMessage = SealedChannel::kMaximumMessage;
 constexpr char kTreeDeleteControl[] = "1.2.840.113556.1.4.805";
-// An answer to any of our questions is far smaller.
-constexpr ber_len_t kMaximumIncoming = 16U << 20;
 // A controller's own words are as long as it likes.
 constexpr std::size_t kMaximumReason = 256;
-// All messages of one answer together: libldap keeps them until the last one is there.
-constexpr std::size_t kMaximumAnswer = 64U << 20;
+// All messages of one answer together, as libldap keeps them until the last one is there: of a stranger, who tells who he
+// is in some hundred bytes, and of a controller that has proved itself. A message takes some hundred bytes of memory
+// however small it is.
+constexpr ber_len_t kMaximumOfStrangers = 64U << 10;
+constexpr ber_len_t kMaximumAnswer = 4U << 20;
+constexpr std::size_t kMaximumMessages = 10'000;
 
 struct FreeMessage {
     void operator()(LDAPMessage* message) const { ldap_msgfree(message); }
@@ -212,6 +214,7 @@ class LdapConnection::Impl {
         }
         _handle.reset(handle);
         SetOptions();
+        SetMaximumAnswer(kMaximumOfStrangers);
         _transport.Attach(Buffer());
     }
     Impl(const Impl&) = delete;
@@ -219,6 +222,10 @@ class LdapConnection::Impl {
 
     LDAP* Handle() const { return _handle.get(); }
     void SetStepLimit(std::chrono::milliseconds limit) { _stepLimit = limit; }
+    void SetMaximumAnswer(ber_len_t bytes) {
+        _maximumAnswer = bytes;
+        ber_sockbuf_ctrl(Buffer(), LBER_SB_OPT_SET_MAX_INCOMING, &bytes);
+    }
     LdapTransport& Transport() { return _transport; }
 
     // Throws for a code that tells of a failure.
@@ -232,6 +239,7 @@ class LdapConnection::Impl {
     Message Wait(int request, const std::string& action) {
         const Deadline deadline = _transport.CurrentDeadline().OrAfter(_stepLimit);
         const std::size_t before = _transport.Received();
+        const std::size_t messagesBefore = _transport.ReceivedMessages();
         while (true) {
             timeval now = {};
             LDAPMessage* message = nullptr;
@@ -246,7 +254,8 @@ class LdapConnection::Impl {
             if (deadline.HasPassed()) {
                 Check(LDAP_TIMEOUT, action);
             }
-            if (_transport.Received() - before > kMaximumAnswer) {
+            if (_transport.Received() - before > _maximumAnswer ||
+                _transport.ReceivedMessages() - messagesBefore > kMaximumMessages) {
                 Check(LDAP_DECODING_ERROR, action, "the answer is too long");
             }
             if (!_transport.HasPlain() && !WaitFor(_transport.Socket(), POLLIN, deadline)) {
@@ -291,13 +300,11 @@ class LdapConnection::Impl {
         const int version = LDAP_VERSION3;
         const int never = LDAP_DEREF_NEVER;
         const int none = 0;
-        ber_len_t maximum = kMaximumIncoming;
         ldap_set_option(Handle(), LDAP_OPT_PROTOCOL_VERSION, &version);
         ldap_set_option(Handle(), LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
         ldap_set_option(Handle(), LDAP_OPT_DEREF, &never);
         ldap_set_option(Handle(), LDAP_OPT_SIZELIMIT, &none);
         ldap_set_option(Handle(), LDAP_OPT_TIMELIMIT, &none);
-        ber_sockbuf_ctrl(Buffer(), LBER_SB_OPT_SET_MAX_INCOMING, &maximum);
     }
 
     // The peer notices by the end of the connection; a farewell might have to wait.
@@ -308,6 +315,7 @@ class LdapConnection::Impl {
     LdapTransport _transport;  // outlives the handle, which reads and writes through it
     std::unique_ptr<LDAP, Destroy> _handle;
     std::chrono::milliseconds _stepLimit = std::chrono::hours(1);
+    std::size_t _maximumAnswer = 0;
 };
 
 LdapConnection::LdapConnection(const Endpoint& endpoint, const std::string& host, const Deadline& deadline)
@@ -336,6 +344,7 @@ void LdapConnection::BindSealed(krb5_context context, krb5_creds* ticket) {
                                 static_cast<char>(kOurMaximumMessage & 0xff)};
     _impl->ExchangeToken(channel->Sign(choice), LDAP_SUCCESS);
     _impl->Transport().Seal(std::move(channel), maximum);
+    _impl->SetMaximumAnswer(kMaximumAnswer);
 }
 
 void LdapConnection::StartTls(const std::string& authorityFile) {

@@ -4,7 +4,8 @@
 // controller answers to anybody) and, after `BindSealed`, encrypted with the Kerberos key of the log-in.
 //
 // One object belongs to one thread at a time. Errors: `LdapError`, whose status is 1355 when the controller does not
-// answer in time, closes the connection, or answers with more than 64 megabytes.
+// answer in time, closes the connection, or answers with more than 64 kilobytes before and 4 megabytes after
+// `BindSealed`, or with more than 10,000 messages.
 
 #ifndef NIMBREL_AD_LDAP_CONNECTION_H_
 #define NIMBREL_AD_LDAP_CONNECTION_H_

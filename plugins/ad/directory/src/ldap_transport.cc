@@ -1,6 +1,7 @@
 #include "ldap_transport.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -10,8 +11,9 @@ namespace nimbrel::ad {
 namespace {
 
 constexpr std::size_t kLengthBytes = 4;
-constexpr std::size_t kMaximumToken = 0xffffff;
 constexpr std::size_t kSealOverhead = 128;
+// What we take at most, and as much for what sealing adds as nobody needs.
+constexpr std::size_t kMaximumToken = SealedChannel::kMaximumMessage + 1024;
 
 LdapTransport& Self(Sockbuf_IO_Desc* descriptor) { return *static_cast<LdapTransport*>(descriptor->sbiod_pvt); }
 
@@ -38,6 +40,22 @@ static ber_slen_t WriteBytes(Sockbuf_IO_Desc* descriptor, void* bytes, ber_len_t
 
 static int Close(Sockbuf_IO_Desc*) { return 0; }  // the transport closes its socket itself
 
+static int ControlBelow(Sockbuf_IO_Desc* descriptor, int option, void* argument) {
+    return LBER_SBIOD_CTRL_NEXT(descriptor, option, argument);
+}
+
+static ber_slen_t ReadBelow(Sockbuf_IO_Desc* descriptor, void* bytes, ber_len_t size) {
+    return LBER_SBIOD_READ_NEXT(descriptor, bytes, size);
+}
+
+static ber_slen_t WriteAndWipe(Sockbuf_IO_Desc* descriptor, void* bytes, ber_len_t size) {
+    const ber_slen_t written = LBER_SBIOD_WRITE_NEXT(descriptor, bytes, size);
+    if (written > 0 && Self(descriptor).IsWiping()) {
+        kit::Wipe(bytes, static_cast<std::size_t>(written));
+    }
+    return written;
+}
+
 }  // extern "C"
 
 std::size_t TokenSize(std::string_view length) {
@@ -58,9 +76,34 @@ std::string Length(std::size_t size) {
 
 }  // namespace
 
+void MessageCounter::Take(std::string_view bytes) {
+    while (true) {
+        const std::size_t skipped = std::min(_rest, bytes.size());
+        _rest -= skipped;
+        bytes.remove_prefix(skipped);
+        if (bytes.empty()) {
+            return;
+        }
+        _header += bytes.front();
+        bytes.remove_prefix(1);
+        const auto first = _header.size() > 1 ? static_cast<unsigned char>(_header[1]) : 0U;
+        const std::size_t lengthBytes = first < 0x80 ? 0 : first & 0x7fU;
+        if (_header.size() > 1 && _header.size() == 2 + lengthBytes) {
+            _rest = lengthBytes == 0 ? first : 0;
+            for (const char byte : std::string_view(_header).substr(2)) {
+                _rest = _rest << 8 | static_cast<unsigned char>(byte);
+            }
+            _header.clear();
+            ++_count;
+        }
+    }
+}
+
 void LdapTransport::Attach(Sockbuf* buffer) {
     static Sockbuf_IO operations = {SetUp, TakeDown, Control, ReadBytes, WriteBytes, Close};
-    if (ber_sockbuf_add_io(buffer, &operations, LBER_SBIOD_LEVEL_PROVIDER, this) != 0) {
+    static Sockbuf_IO wiping = {SetUp, TakeDown, ControlBelow, ReadBelow, WriteAndWipe, Close};
+    if (ber_sockbuf_add_io(buffer, &operations, LBER_SBIOD_LEVEL_PROVIDER, this) != 0 ||
+        ber_sockbuf_add_io(buffer, &wiping, LBER_SBIOD_LEVEL_APPLICATION, this) != 0) {
         throw AdError(kStatusNotEnoughMemory, "The LDAP library takes no transport");
     }
 }
@@ -74,7 +117,9 @@ ber_slen_t LdapTransport::Read(void* bytes, std::size_t size) noexcept {
     try {
         const ber_slen_t got =
             _channel ? ReadSealed(static_cast<char*>(bytes), size) : recv(_socket.Number(), bytes, size, 0);
-        _received += got > 0 ? static_cast<std::size_t>(got) : 0;
+        const std::string_view taken(static_cast<const char*>(bytes), got > 0 ? static_cast<std::size_t>(got) : 0);
+        _received += taken.size();
+        _messages.Take(taken);
         return got;
     } catch (const std::exception& error) {
         _fault = error.what();  // translated: libldap knows error numbers only
@@ -92,14 +137,13 @@ ber_slen_t LdapTransport::Write(void* bytes, std::size_t size) noexcept {
         errno = EIO;
         return -1;
     }
-    if (_wiping) {
-        kit::Wipe(bytes, size);
-    }
     return static_cast<ber_slen_t>(size);
 }
 
+// At most one message is opened, so that a controller with an endless supply of empty ones cannot keep the caller from
+// looking at the time.
 ber_slen_t LdapTransport::ReadSealed(char* bytes, std::size_t size) {
-    while (!HasPlain()) {
+    if (!HasPlain()) {
         switch (ReadToken()) {
             case Progress::Waiting:
                 errno = EAGAIN;
@@ -112,6 +156,10 @@ ber_slen_t LdapTransport::ReadSealed(char* bytes, std::size_t size) {
         _plain = _channel->Open(std::string_view(_token).substr(kLengthBytes), true);
         _plainAt = 0;
         _token.clear();
+    }
+    if (!HasPlain()) {
+        errno = EAGAIN;
+        return -1;
     }
     const std::string_view rest = _plain.View().substr(_plainAt);
     const std::size_t count = std::min(size, rest.size());
@@ -130,17 +178,17 @@ LdapTransport::Progress LdapTransport::ReadToken() {
         if (hasLength && (size == 0 || size > kMaximumToken)) {
             throw AdError(kStatusNoSuchDomain, "The controller's message has no sensible length");
         }
-        const std::size_t have = _token.size();
-        if (hasLength && have == kLengthBytes + size) {
+        const std::size_t missing = kLengthBytes + size - _token.size();
+        if (hasLength && missing == 0) {
             return Progress::Complete;
         }
-        _token.resize(kLengthBytes + size);
-        const ssize_t got = recv(_socket.Number(), _token.data() + have, _token.size() - have, 0);
+        std::array<char, 8192> piece;  // what is announced need not come
+        const ssize_t got = recv(_socket.Number(), piece.data(), std::min(missing, piece.size()), 0);
         const int error = errno;
-        _token.resize(have + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
         if (got <= 0) {
             return got < 0 && (error == EAGAIN || error == EINTR) ? Progress::Waiting : Progress::Closed;
         }
+        _token.append(piece.data(), static_cast<std::size_t>(got));
     }
 }
 

@@ -8,12 +8,26 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "deadline.h"
 #include "sealed_channel.h"
 #include "sockets.h"
 
 namespace nimbrel::ad {
+
+// Counts the messages in a stream of BER, in whatever pieces it comes. Bytes that are no BER give some number.
+class MessageCounter {
+ public:
+    void Take(std::string_view bytes);
+    // Those that have begun, once their length is known.
+    std::size_t Count() const { return _count; }
+
+ private:
+    std::string _header;    // as far as it has come
+    std::size_t _rest = 0;  // of the message under way
+    std::size_t _count = 0;
+};
 
 class LdapTransport {
  public:
@@ -22,7 +36,7 @@ class LdapTransport {
     LdapTransport& operator=(const LdapTransport&) = delete;
     ~LdapTransport() { ForgetPlain(); }
 
-    // Puts itself below `buffer`, which must not outlive it.
+    // Puts itself below `buffer`, which must not outlive it, and above everything else what wipes.
     void Attach(Sockbuf* buffer);
     // From the next byte on everything is sealed; the peer takes messages of `maximumMessage` bytes at most.
     void Seal(std::unique_ptr<SealedChannel> channel, std::size_t maximumMessage);
@@ -30,12 +44,14 @@ class LdapTransport {
     int Socket() const { return _socket.Number(); }
     void SetDeadline(const Deadline& deadline) { _deadline = deadline; }
     const Deadline& CurrentDeadline() const { return _deadline; }
-    // What is written from now on is wiped in the writer's own buffer too.
+    // What is written from now on is wiped in the writer's own buffer, also where TLS lies between.
     void SetWiping(bool wiping) { _wiping = wiping; }
+    bool IsWiping() const { return _wiping; }
     // True if `Read` would return bytes without the socket.
     bool HasPlain() const { return _plainAt < _plain.View().size(); }
-    // How many bytes libldap has been given so far.
+    // How many bytes and messages libldap has been given so far.
     std::size_t Received() const { return _received; }
+    std::size_t ReceivedMessages() const { return _messages.Count(); }
     // Why the last read or write failed, where it was more than the end of the connection.
     const std::string& Fault() const { return _fault; }
 
@@ -61,6 +77,7 @@ class LdapTransport {
     bool _wiping = false;
     std::string _fault;
     std::size_t _received = 0;
+    MessageCounter _messages;
 };
 
 }  // namespace nimbrel::ad

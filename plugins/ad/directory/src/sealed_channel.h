@@ -12,6 +12,7 @@
 
 #include <krb5/krb5.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -22,6 +23,9 @@ namespace nimbrel::ad {
 
 class SealedChannel {
  public:
+    // How large a sealed message of the controller's we say that we take.
+    static constexpr std::size_t kMaximumMessage = 0xffff;
+
     // `ticket` is a service ticket with an AES session key, used until `Request` has returned. The context must outlive the
     // object.
     SealedChannel(krb5_context context, krb5_creds* ticket);
