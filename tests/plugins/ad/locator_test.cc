@@ -61,6 +61,36 @@ TEST_F(Locator, LongAnswersAreFetchedByConnection) {
     EXPECT_EQ(ServicesStatus(kServices), kStatusNoSuchDomain) << "an answer to another question";
 }
 
+TEST_F(Locator, CutAnswerIsGoodWhereTheWholeOneDoesNotCome) {
+    corp.names->AddService(kServices, "dc2.corp.test");
+    corp.names->truncates = true;
+    corp.names->keepsOfCut = 1;
+    EXPECT_THAT(Services(kServices).services, SizeIs(2));
+    corp.names->confusesConnections = true;
+    EXPECT_THAT(Services(kServices).services, SizeIs(1));
+    corp.names->keepsConnectionsWaiting = true;
+    settings.nameBudget = std::chrono::seconds(60);
+    const auto start = Deadline::Clock::now();
+    EXPECT_THAT(Services(kServices).services, SizeIs(1));
+    EXPECT_LT(Deadline::Clock::now() - start, std::chrono::seconds(4));
+}
+
+// The first one is reached by datagrams alone, and cuts its answers.
+TEST_F(Locator, NextNameServerIsAskedWhereTheFirstOnesAnswerDoesNotCome) {
+    const DatagramService cutting("127.0.0.78", corp.names->Port(), [](std::string_view question) {
+        std::string reply(question);
+        reply[2] = static_cast<char>(reply[2] | 0x82);  // an answer, cut
+        return reply;
+    });
+    const StreamService silent("127.0.0.78", corp.names->Port(), [](int socket) {
+        char byte = 0;
+        while (ReadExactly(socket, &byte, 1)) continue;
+    });
+    settings.nameServers = {"127.0.0.78", "127.0.0.1"};
+    settings.nameBudget = std::chrono::seconds(4);
+    EXPECT_THAT(Services(kServices).services, SizeIs(1));
+}
+
 TEST_F(Locator, FailingNameServerIsNoAnswer) {
     corp.names->refusal = 2;
     EXPECT_EQ(ServicesStatus(kServices), kStatusNoSuchDomain);

@@ -109,6 +109,7 @@ bool IsReplyTo(std::string_view reply, std::string_view question) {
 }
 
 bool IsTruncated(std::string_view reply) { return (static_cast<unsigned char>(reply[2]) & 0x02) != 0; }
+bool HasAnswers(std::string_view reply) { return reply[6] != 0 || reply[7] != 0; }
 int ResponseCode(std::string_view reply) { return static_cast<unsigned char>(reply[3]) & 0x0f; }
 
 std::optional<std::string> AskByDatagram(const Endpoint& server, const std::string& question, const Deadline& wait) {
@@ -116,7 +117,8 @@ std::optional<std::string> AskByDatagram(const Endpoint& server, const std::stri
     SendAll(socket.Number(), question, wait);
     std::string reply;
     reply.resize(kMaximumReply);
-    while (WaitFor(socket.Number(), POLLIN, wait)) {
+    // Looked at first: a peer that never stops talking is always ready to be read.
+    while (!wait.HasPassed() && WaitFor(socket.Number(), POLLIN, wait)) {
         const ssize_t got = read(socket.Number(), reply.data(), reply.size());
         if (got < 0) {
             if (errno != EAGAIN && errno != EINTR) {
@@ -130,16 +132,26 @@ std::optional<std::string> AskByDatagram(const Endpoint& server, const std::stri
     return std::nullopt;
 }
 
-// Unset if this server gives no answer that can be used.
-std::optional<std::string> AskServer(const Endpoint& server, const std::string& question, const Deadline& wait,
-                                     const Deadline& deadline) {
+// The whole answer to a question, whose datagram was too short for it. Where it does not come, the records that did.
+std::optional<std::string> FetchWhole(const Endpoint& server, const std::string& question, std::string cut,
+                                      const Deadline& wait) {
     try {
-        auto reply = AskByDatagram(server, question, wait);
+        std::string whole = ExchangeFrames(server, question, 2, kMaximumReply, wait);
+        if (IsReplyTo(whole, question)) {
+            return whole;
+        }
+    } catch (const AdError&) {  // a firewall that lets no connections through, above all
+    }
+    return HasAnswers(cut) ? std::optional(std::move(cut)) : std::nullopt;
+}
+
+// Unset if this server gives no answer that can be used. Takes twice the wait at most.
+std::optional<std::string> AskServer(const Endpoint& server, const std::string& question,
+                                     std::chrono::milliseconds wait, const Deadline& deadline) {
+    try {
+        auto reply = AskByDatagram(server, question, deadline.OrAfter(wait));
         if (reply && IsTruncated(*reply)) {
-            reply = ExchangeFrames(server, question, 2, kMaximumReply, deadline);
-            if (!IsReplyTo(*reply, question)) {
-                return std::nullopt;
-            }
+            reply = FetchWhole(server, question, std::move(*reply), deadline.OrAfter(wait));
         }
         const bool answered = reply && (ResponseCode(*reply) == ns_r_noerror || ResponseCode(*reply) == ns_r_nxdomain);
         return answered ? reply : std::nullopt;
@@ -218,7 +230,7 @@ DnsAnswer Resolver::Ask(const std::string& name, int type, const Deadline& deadl
     for (auto wait = kFirstWait; !_servers.empty() && !end.HasPassed(); wait *= 2) {
         const auto start = Deadline::Clock::now();
         for (const auto& server : _servers) {
-            if (const auto reply = AskServer(server, question, end.OrAfter(wait), end)) {
+            if (const auto reply = AskServer(server, question, wait, end)) {
                 return ParseDnsReply(*reply);
             }
         }

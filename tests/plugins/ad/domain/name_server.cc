@@ -88,9 +88,10 @@ std::string NameServer::Answer(std::string_view question, bool byDatagram) {
     std::vector<std::string> additional;
     const std::lock_guard guard(_lock);
     const auto& known = type == kService ? _services : type == kLongAddress ? _longAddresses : _addresses;
-    if (const auto found = known.find(name); found != known.end() && !cut && refusal == 0) {
+    if (const auto found = known.find(name); found != known.end() && refusal == 0) {
         for (const auto& data : found->second) answers.push_back(Record(name, type, data));
     }
+    if (cut && answers.size() > keepsOfCut) answers.resize(keepsOfCut);
     if (type == kService && !answers.empty() && !omitsAddresses) {
         for (const auto& host : _targets[name]) {
             for (const auto& data : _addresses[host]) additional.push_back(Record(host, kAddress, data));
@@ -114,6 +115,7 @@ void NameServer::Converse(int socket) {
         std::string question(length[0] * 256U + length[1], '\0');
         if (!ReadExactly(socket, question.data(), question.size())) return;
         ++connections;
+        if (keepsConnectionsWaiting) continue;
         std::string reply = Answer(question, false);
         if (confusesConnections) reply[0] = static_cast<char>(~reply[0]);
         WriteAll(socket, Number16(static_cast<unsigned>(reply.size())) + reply);

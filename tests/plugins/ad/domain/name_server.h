@@ -37,6 +37,10 @@ class NameServer {
 
     // Datagrams say that the answer is too long for them.
     std::atomic<bool> truncates = false;
+    // They bring this many of the answers all the same.
+    std::atomic<unsigned> keepsOfCut = 0;
+    // Connections get no answer.
+    std::atomic<bool> keepsConnectionsWaiting = false;
     // What answers by connection is an answer to another question.
     std::atomic<bool> confusesConnections = false;
     // Instead of an answer: a response code such as 2, "server failure".
