@@ -3,7 +3,6 @@
 #include <ldap.h>
 #include <pthread.h>
 #include <signal.h>
-#include <unistd.h>
 
 #include <condition_variable>
 #include <mutex>
@@ -14,12 +13,14 @@
 namespace nimbrel::ad {
 namespace {
 
+constexpr std::chrono::seconds kLongestForkWait{2};
+
 struct Start {
     std::mutex lock;  // guards what follows
     std::condition_variable ended;
     bool isRunning = false;
-    pid_t process = -1;  // that runs it: no thread outlives a fork
     bool isReady = false;
+    bool isLost = false;  // in a child that was made while it ran
 };
 
 // Never destroyed: the thread may outlive everything else.
@@ -42,6 +43,22 @@ void* RunStart(void*) {
     return nullptr;
 }
 
+// Whoever waits for the start has stepped outside the gate, which a fork closes as well: neither waits for the other.
+void AwaitBeforeFork() {
+    Start& start = TheStart();
+    std::unique_lock guard(start.lock);
+    start.ended.wait_for(guard, kLongestForkWait, [&] { return !start.isRunning; });
+    static_cast<void>(guard.release());  // unlocked on both sides
+}
+
+void GoOnInParent() { TheStart().lock.unlock(); }
+
+void GoOnInChild() {
+    Start& start = TheStart();
+    start.isLost = start.isRunning;
+    start.lock.unlock();
+}
+
 // Signals stay with the process's own threads.
 bool StartThread() {
     sigset_t all;
@@ -60,14 +77,18 @@ bool StartThread() {
 }  // namespace
 
 void AwaitLdapLibrary(const Deadline& deadline) {
+    static const bool watchesForks = pthread_atfork(AwaitBeforeFork, GoOnInParent, GoOnInChild) == 0;
     Start& start = TheStart();
     const OutsideGate waiting;
     std::unique_lock guard(start.lock);
     if (start.isReady) {
         return;
     }
-    start.isRunning = (start.isRunning && start.process == getpid()) || StartThread();
-    start.process = getpid();
+    if (start.isLost) {
+        throw AdError(kStatusInternalError,
+                      "This process was forked while the LDAP library started; it has to exec first");
+    }
+    start.isRunning = start.isRunning || (watchesForks && StartThread());
     if (!start.isRunning) {
         throw AdError(kStatusNotEnoughMemory, "The LDAP library cannot be started: there is no thread for it");
     }

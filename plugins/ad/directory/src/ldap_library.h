@@ -2,7 +2,9 @@
 //
 // When it is first used in a process, libldap looks up the host's own full name with the C library, which on a host
 // whose name is not in /etc/hosts asks the name servers and may wait for them for half a minute. It does so on a thread
-// of its own here; whoever needs the library waits for it until a deadline.
+// of its own here; whoever needs the library waits for it until a deadline. A fork waits for it, too, two seconds at the
+// longest: in a child that is made in the middle of it the library's own locks are held for ever, by a thread that the
+// child has not got. Such a child has to exec before it can use the provider.
 //
 // Threads: any.
 
@@ -13,7 +15,8 @@
 
 namespace nimbrel::ad {
 
-// Returns when the library can be used; throws `AdError` (1355) if the deadline passes before.
+// Returns when the library can be used; throws `AdError`: 1355 if the deadline passes before, 1359 in a child that has to
+// exec.
 void AwaitLdapLibrary(const Deadline& deadline);
 
 }  // namespace nimbrel::ad
