@@ -107,3 +107,34 @@ alone_second_controller_takes_over() {
     name_server_stop 10.99.0.12
     box_end dc2
 }
+
+# What tells a controller from a member that poses as one: the service name with the domain in it.
+alone_controller_without_its_service_name_is_passed_over() {
+    second_controller_up
+    name_server_start 10.99.0.14 corp.test:dc2:10.99.0.4:0 corp.test:dc1:10.99.0.2:10
+    name_server_start 10.99.0.15 corp.test:dc2:10.99.0.4
+    member
+    use_name_server "$node" 10.99.0.15
+    service_name_of_dc2 delete
+    join_gives 1355 corp.test joiner Hosts
+    is_not_joined
+    use_name_server "$node" 10.99.0.14
+    join_gives 0 corp.test joiner Hosts
+    is_joined OU=Hosts
+    leave_gives 0 joiner
+    service_name_of_dc2 add
+    use_name_server "$node" 10.99.0.15
+    join_gives 0 corp.test joiner Hosts
+    name_server_stop 10.99.0.14
+    name_server_stop 10.99.0.15
+    box_end dc2
+}
+
+service_name_of_dc2() {  # service_name_of_dc2 add|delete: where it is looked up, at its own key distribution centre
+    in_box dc2 ldbmodify -H /var/lib/samba/private/sam.ldb <<END >/dev/null
+dn: CN=DC2,OU=Domain Controllers,DC=corp,DC=test
+changetype: modify
+$1: servicePrincipalName
+servicePrincipalName: ldap/dc2.corp.test/corp.test
+END
+}
