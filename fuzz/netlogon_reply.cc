@@ -3,6 +3,7 @@
 
 #include <array>
 #include <optional>
+#include <regex>
 #include <vector>
 
 #include "fuzz.h"
@@ -55,6 +56,14 @@ std::optional<Labels> LiteralNames(const std::string& bytes) {
     return names;
 }
 
+// Letters, digits, "-" and "_" with dots between them; a "-" stands between two others of a part.
+bool IsHostName(const std::string& name) {
+    static const std::regex kName(
+        "[A-Za-z0-9_]([A-Za-z0-9_-]{0,61}[A-Za-z0-9_])?"
+        "(\\.[A-Za-z0-9_]([A-Za-z0-9_-]{0,61}[A-Za-z0-9_])?)*");
+    return name.size() <= 253 && std::regex_match(name, kName);
+}
+
 // Empty for a name that has no form of its own: one with empty parts.
 std::string WrittenName(const std::string& name) {
     std::string bytes;
@@ -68,8 +77,9 @@ std::string WrittenName(const std::string& name) {
 }
 
 bool Same(const NetlogonReply& a, const NetlogonReply& b) {
-    return a.flags == b.flags && a.forest == b.forest && a.domain == b.domain && a.controller == b.controller &&
-           a.netbiosDomain == b.netbiosDomain && a.serverSite == b.serverSite && a.clientSite == b.clientSite;
+    return a.flags == b.flags && a.isPaused == b.isPaused && a.forest == b.forest && a.domain == b.domain &&
+           a.controller == b.controller && a.netbiosDomain == b.netbiosDomain && a.serverSite == b.serverSite &&
+           a.clientSite == b.clientSite;
 }
 
 void CheckWrittenAgain(const NetlogonReply& reply, const std::string& header) {
@@ -91,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto reply = nimbrel::ad::ParseNetlogonReply(bytes);
     const bool kind = bytes.size() > 24 && (bytes[0] == 23 || bytes[0] == 24) && bytes[1] == 0;
     const auto names = kind ? LiteralNames(bytes) : std::nullopt;
-    const bool named = names && !(*names)[1].empty() && !(*names)[2].empty() && !(*names)[3].empty();
+    const bool named = names && IsHostName((*names)[1]) && IsHostName((*names)[2]) && !(*names)[3].empty();
     Require(reply.has_value() == named, "the same answers are taken");
     if (!reply) return 0;
     Require(reply->forest == (*names)[0] && reply->domain == nimbrel::ad::LowerCase((*names)[1]) &&
