@@ -26,6 +26,7 @@ TEST(Names, DomainNames) {
     EXPECT_EQ(ControllerName("DC1.Corp.Test."), "dc1.corp.test");
     EXPECT_EQ(ControllerName("10.99.0.2"), "10.99.0.2");
     EXPECT_EQ(ControllerName("FD00::2"), "fd00::2");
+    EXPECT_EQ(StatusOf([] { ControllerName(std::string_view("fd00::2\0x", 9)); }), kStatusInvalidComputerName);
     for (const char* name : {"dc 1", "[fd00::2]", "fd00::2%eth0", "fd00:::2", "dc1:389"}) {
         EXPECT_EQ(StatusOf([&] { ControllerName(name); }), kStatusInvalidComputerName) << name;
     }

@@ -21,6 +21,24 @@ const std::vector<std::string> kHostile = {
     "a<b",   "a@b",   "a`b",      "_srv_,a",  "a\n[sssd]x", "a{b}", "a~b",
 };
 
+TEST(NamesTest, ControllersAreNamesOrAddresses) {
+    const auto isGood = [](const std::string& controller) {
+        try {
+            CheckControllers({controller});
+            return true;
+        } catch (const kit::StatusError&) {
+            return false;
+        }
+    };
+    for (const char* good : {"dc1", "dc1.corp.test", "10.99.0.2", "fd00::2", "::ffff:10.99.0.2"}) {
+        EXPECT_TRUE(isGood(good)) << good;
+    }
+    for (const auto& bad : {std::string("[fd00::2]"), std::string("fd00::2%eth0"), std::string("fd00:::2"),
+                            std::string("fd00::2,a"), std::string("fd00::2\0\n", 9)}) {
+        EXPECT_FALSE(isGood(bad)) << bad;
+    }
+}
+
 TEST(NamesTest, HostileTextIsNoName) {
     for (const auto& text : kHostile) {
         EXPECT_FALSE(IsDnsName(text)) << text;

@@ -45,7 +45,7 @@ std::string ComputerName(std::string_view name) {
 }
 
 std::string ControllerName(std::string_view name) {
-    if (Endpoint::FromText(std::string(name), 0)) {
+    if (!HasControlCharacters(name) && Endpoint::FromText(std::string(name), 0)) {
         return LowerCase(name);
     }
     name = kit::WithoutFinalDot(name);

@@ -33,7 +33,7 @@ bool IsLabel(std::string_view label) {
 // Those of version 4 are spelled as DNS names are.
 bool IsLongAddress(const std::string& text) {
     in6_addr binary = {};
-    return inet_pton(AF_INET6, text.c_str(), &binary) == 1;
+    return HasOnly(text, ":.") && inet_pton(AF_INET6, text.c_str(), &binary) == 1;
 }
 
 // The offender is shown without what makes it dangerous to show.
