@@ -198,6 +198,24 @@ TEST_F(Joins, AccountMadeWithoutAnAnswerIsTakenBack) {
     EXPECT_EQ(std::count(requests.begin(), requests.end(), std::string("delete ") + kAccount), 1);
 }
 
+// The container may hold another object of that name, which no search by account name finds.
+TEST_F(Joins, ObjectOfAnotherStaysWhateverBecomesOfTheCreation) {
+    const std::map<std::string, Values> legacy = {
+        {"objectClass", {"top", "user"}}, {"sAMAccountName", {"legacy"}}, {"userAccountControl", {"512"}}};
+    corp.entries.Put(kAccount, legacy);
+    EXPECT_EQ(Join(), kStatusAccountExists);
+    Behave("add", Behaviour::HangsUp, 1);
+    EXPECT_EQ(Join(), kStatusNoSuchDomain);
+    Behave("add", Behaviour::Answers);
+    for (const int busy : {51, 52}) {
+        Refuse("add", {busy}, 1);
+        EXPECT_EQ(Join(), kStatusNoSuchDomain) << busy;
+    }
+    EXPECT_TRUE(corp.entries.Account("legacy"));
+    const auto requests = corp.controller.Requests();
+    EXPECT_EQ(std::count(requests.begin(), requests.end(), std::string("delete ") + kAccount), 0);
+}
+
 TEST_F(Joins, ControllerThatFallsSilentIsGivenUp) {
     settings.joinBudget = std::chrono::milliseconds(600);
     settings.controllerBudget = std::chrono::milliseconds(100);
@@ -264,6 +282,28 @@ TEST_F(Joins, TakingBackThatIsRefusedIsTold) {
                                                        "to delete 'CN=NODE01")));
     EXPECT_TRUE(Account());
     EXPECT_FALSE(HasTraces());
+}
+
+// Another controller may not have heard of the account yet, and "no such object" says nothing there.
+TEST_F(Joins, TakingBackIsDoneWhereTheJoinWasOrTold) {
+    Entries lagging;
+    for (const auto& name : corp.entries.Names()) lagging.Put(name, corp.entries.Find(name)->attributes);
+    corp.names->AddAddress("dc2.corp.test", "127.0.0.2");
+    TestController dc2(lagging, corp.keys, ControllerFacts{"dc2.corp.test", "corp.test", "CORP"},
+                       ControllerAddress{"127.0.0.2", corp.controller.LdapPort(), corp.controller.KerberosPort()});
+    corp.names->AddService("_ldap._tcp.dc._msdcs.corp.test", "dc2.corp.test", {.priority = 10});
+    settings.controllerBudget = std::chrono::milliseconds(300);
+    settings.rollBackBudget = std::chrono::milliseconds(600);
+    corp.controller.SetBehave([isGone = false](const std::string& operation, const std::string&) mutable {
+        if (isGone) return Behaviour::Vanishes;
+        isGone = operation == "add";
+        return isGone ? Behaviour::HangsUp : Behaviour::Answers;
+    });
+    TakeLogLines();
+    EXPECT_EQ(Join(), kStatusNoSuchDomain);
+    EXPECT_TRUE(Account());
+    EXPECT_THAT(TakeLogLines(), ElementsAre(HasSubstr("leaves the machine account behind: ")));
+    EXPECT_THAT(dc2.Requests(), ::testing::IsEmpty());
 }
 
 TEST_F(Joins, TakingBackEndsWithItsBudget) {
@@ -426,6 +466,34 @@ TEST_F(MachineJoins, AnotherFaultOfCompletingEndsTheJoin) {
     EXPECT_EQ(JoinAsMachine(), 0U) << "the one-time secret is good again";
 }
 
+TEST_F(MachineJoins, RefusedChangeOfTheSecretLeavesNothingBehind) {
+    Refuse("modify", {53, "0000052D: SvcErr: DSID-031A124C, problem 5003"}, 1);
+    TakeLogLines();
+    EXPECT_EQ(JoinAsMachine(), kStatusPasswordRestriction);
+    EXPECT_THAT(TakeLogLines(), ::testing::IsEmpty());
+    EXPECT_EQ(JoinAsMachine(), 0U);
+}
+
+TEST_F(MachineJoins, ChangeWithoutAnAnswerIsTakenBackWhereItWasMade) {
+    for (const auto silence : {Behaviour::HangsUp, Behaviour::KeepsQuiet}) {
+        settings.controllerBudget = std::chrono::milliseconds(100);
+        Behave("modify", silence, 1);
+        TakeLogLines();
+        EXPECT_EQ(JoinAsMachine(), kStatusNoSuchDomain);
+        EXPECT_THAT(TakeLogLines(), ::testing::IsEmpty());
+    }
+    settings.controllerBudget = std::chrono::seconds(10);
+    EXPECT_EQ(JoinAsMachine(), 0U) << "the one-time secret is good again";
+}
+
+TEST_F(MachineJoins, ChangeThatWasNeverMadeIsNotTakenBack) {
+    Behave("modify", Behaviour::Vanishes, 1);
+    TakeLogLines();
+    EXPECT_EQ(JoinAsMachine(), kStatusNoSuchDomain);
+    EXPECT_THAT(TakeLogLines(), ::testing::IsEmpty());
+    EXPECT_EQ(JoinAsMachine(), 0U);
+}
+
 TEST_F(MachineJoins, FailedJoinMakesTheSecretGoodAgain) {
     logIns.refuses = true;
     EXPECT_EQ(JoinAsMachine(), kStatusAccessDenied);
@@ -454,6 +522,16 @@ TEST_F(Leaves, DeleteWhatHangsBelowTheAccount) {
 
 TEST_F(Leaves, DisableTheAccountWhereDeletionIsRefused) {
     Refuse("delete", {kInsufficientAccess});
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_EQ(Account()->Text("useraccountcontrol"), "4098");
+    EXPECT_FALSE(HasTraces());
+}
+
+TEST_F(Leaves, DisableTheAccountWhereWhatHangsBelowMayNotBeDeleted) {
+    corp.entries.Put(std::string("CN=RRAS,") + kAccount, {{"objectClass", {"serviceConnectionPoint"}}});
+    corp.controller.SetRefuse([deletions = 0](const std::string& operation, const std::string&) mutable {
+        return operation == "delete" && ++deletions == 2 ? std::optional(Result{kInsufficientAccess}) : std::nullopt;
+    });
     EXPECT_EQ(Leave(), 0U);
     EXPECT_EQ(Account()->Text("useraccountcontrol"), "4098");
     EXPECT_FALSE(HasTraces());

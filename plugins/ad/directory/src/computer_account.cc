@@ -31,6 +31,7 @@ const std::vector<std::string>& AccountAttributes() {
         "operatingSystem",
         "operatingSystemVersion",
         "msDS-KeyVersionNumber",
+        "objectSid",
     };
     return *names;
 }
@@ -105,6 +106,11 @@ void RequireOrdinaryComputer(const LdapEntry& account) {
 
 bool IsDisabled(const LdapEntry& account) { return (account.Number("useraccountcontrol") & kAccountDisabled) != 0; }
 
+std::string AccountSid(const LdapEntry& account) { return SidText(account.Text("objectsid")); }
+
+// A controller's codes are positive, those of the library negative.
+bool IsAnswered(const LdapError& error) { return error.Code() > 0; }
+
 kit::Secret PasswordValue(std::string_view password) {
     std::vector<char> bytes;
     bytes.reserve(4 * password.size() + 5);
@@ -175,7 +181,7 @@ void ComputerAccounts::Prepare(const Survey& survey, const std::string& computer
     } else {
         Create(survey, computer, secret, account);
     }
-    account.keyVersion = KeyVersion(account.distinguishedName);
+    Complete(account);
 }
 
 void ComputerAccounts::Create(const Survey& survey, const std::string& computer, const kit::Secret& secret,
@@ -201,15 +207,17 @@ void ComputerAccounts::Create(const Survey& survey, const std::string& computer,
     // Last: libldap moves what it has encoded when it needs more room, and leaves the old place as it is.
     attributes.push_back({"unicodePwd", {password.View()}});
     account.distinguishedName = name;
+    account.mayBeOthers = true;
     try {
         _connection.Add(name, attributes);
     } catch (const LdapError& error) {
-        // A refusal has made nothing; without an answer the account may be there and has to be taken back.
-        if (error.Status() != kStatusNoSuchDomain) {
+        // A refusal has made nothing, a busy controller's neither; without an answer the account may be there.
+        if (IsAnswered(error)) {
             account.distinguishedName.clear();
         }
         throw;
     }
+    account.mayBeOthers = false;
 }
 
 void ComputerAccounts::Reset(const LdapEntry& existing, const std::string& computer, const kit::Secret& secret,
@@ -277,9 +285,18 @@ void ComputerAccounts::CompleteOwn(const std::string& computer, const LdapEntry&
 }
 
 std::uint32_t ComputerAccounts::KeyVersion(const std::string& distinguishedName) {
-    const auto found =
-        _connection.Search({distinguishedName, LdapScope::Base, "(objectClass=*)", {"msDS-KeyVersionNumber"}});
-    return found.empty() ? 0 : static_cast<std::uint32_t>(found.front().Number("msds-keyversionnumber"));
+    ComputerAccount account;
+    account.distinguishedName = distinguishedName;
+    Complete(account);
+    return account.keyVersion;
+}
+
+void ComputerAccounts::Complete(ComputerAccount& account) {
+    const auto found = _connection.Search(
+        {account.distinguishedName, LdapScope::Base, "(objectClass=*)", {"msDS-KeyVersionNumber", "objectSid"}});
+    const LdapEntry entry = found.empty() ? LdapEntry() : found.front();
+    account.keyVersion = static_cast<std::uint32_t>(entry.Number("msds-keyversionnumber"));
+    account.sid = AccountSid(entry);
 }
 
 void ComputerAccounts::Undo(const ComputerAccount& account) {
@@ -319,13 +336,22 @@ std::optional<LdapEntry> ComputerAccounts::Find(const std::string& computer) {
     return found.empty() ? std::nullopt : std::optional(found.front());
 }
 
+void ComputerAccounts::DeleteWithChildren(const std::string& distinguishedName) {
+    try {
+        _connection.Delete(distinguishedName, false);
+    } catch (const LdapError& error) {
+        if (error.Code() != LDAP_NOT_ALLOWED_ON_NONLEAF) {
+            throw;
+        }
+        _connection.Delete(distinguishedName, true);
+    }
+}
+
 void ComputerAccounts::DeleteOrDisable(const LdapEntry& account) {
     try {
-        _connection.Delete(account.distinguishedName, false);
+        DeleteWithChildren(account.distinguishedName);
     } catch (const LdapError& error) {
-        if (error.Code() == LDAP_NOT_ALLOWED_ON_NONLEAF) {
-            _connection.Delete(account.distinguishedName, true);
-        } else if (IsRefusal(error)) {
+        if (IsRefusal(error)) {
             const std::string control = std::to_string(account.Number("useraccountcontrol") | kAccountDisabled);
             _connection.Modify(account.distinguishedName,
                                {{LdapChangeKind::Replace, {"userAccountControl", {control}}}});

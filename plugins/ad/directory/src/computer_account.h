@@ -19,7 +19,9 @@ namespace nimbrel::ad {
 struct ComputerAccount {
     std::string distinguishedName;
     std::uint32_t keyVersion = 1;
+    std::string sid;                  // "S-1-5-21-...-1105"; empty where the domain does not tell it
     std::optional<LdapEntry> before;  // the account as it was; unset if the join made it
+    bool mayBeOthers = false;         // its creation got no answer: another object may bear the name
     std::string note;                 // goes into a new account's adminDescription, if there is one
 };
 
@@ -54,18 +56,22 @@ class ComputerAccounts {
     // As the account's own owner: the host's names, where the domain lets it write them.
     void CompleteOwn(const std::string& computer, const LdapEntry& account);
     std::uint32_t KeyVersion(const std::string& distinguishedName);
-    // Deletes what the join made; gives a reset account its attributes back. Its former secret is lost.
+    // What the domain has given the account: its key version and its SID.
+    void Complete(ComputerAccount& account);
+    // Deletes what the join made; gives a reset account its attributes back. Its former secret is lost. Only with proof
+    // where the account may be another's.
     void Undo(const ComputerAccount& account);
 
     // The machine account of that name, if there is one.
     std::optional<LdapEntry> Find(const std::string& computer);
-    // Deletes the account, or disables it where it may not be deleted.
+    // Deletes the account with what hangs below it, or disables it where any of that may not be deleted.
     void DeleteOrDisable(const LdapEntry& account);
 
  private:
     void Create(const Survey& survey, const std::string& computer, const kit::Secret& secret, ComputerAccount& account);
     void Reset(const LdapEntry& existing, const std::string& computer, const kit::Secret& secret,
                ComputerAccount& account);
+    void DeleteWithChildren(const std::string& distinguishedName);
 
     LdapConnection& _connection;
     const Controller& _controller;
@@ -75,6 +81,11 @@ class ComputerAccounts {
 // service.
 void RequireOrdinaryComputer(const LdapEntry& account);
 bool IsDisabled(const LdapEntry& account);
+// "S-1-5-21-...-1105" of an account that was found with `Look` or `Find`; empty where the domain does not tell it.
+std::string AccountSid(const LdapEntry& account);
+
+// Whether the controller has refused. Else it is not known what became of the request.
+bool IsAnswered(const LdapError& error);
 
 // The quoted UTF-16 form in which a domain takes a password. Throws 1326 for a text that is not UTF-8.
 kit::Secret PasswordValue(std::string_view password);

@@ -29,6 +29,9 @@ void RequireNotJoined(const HostState& state) {
     }
 }
 
+// Which of an account's secrets is in force, as far as the controller has told.
+enum class SecretState { OneTime, Unknown, Fresh };
+
 // One join under way.
 class JoinTransaction {
  public:
@@ -48,7 +51,7 @@ class JoinTransaction {
         _logOn = UserLogOn(_settings, credentials, _deadline);
         ComputerAccounts accounts = LogOn();
         _survey = accounts.Look(_computer, unit);
-        _undo.Add("the machine account", [this] { TakeBack([this](auto& domain) { domain.Undo(_account); }); });
+        _undo.Add("the machine account", [this] { TakeBackAccount(); });
         accounts.Prepare(_survey, _computer, _fresh, _account);
         Finish();
     }
@@ -63,14 +66,9 @@ class JoinTransaction {
         }
         RequireSameDomain(_survey.domain, join);
         _account.distinguishedName = _survey.existing->distinguishedName;
-        // The one-time secret is good again, so that the join can be repeated with it.
-        _undo.Add("the changed secret of the machine account", [this] {
-            _logOn = SecretLogOn(_fresh);
-            TakeBack([this](auto& domain) { domain.ChangeSecret(*_survey.existing, _fresh, _oneTime); });
-        });
-        accounts.ChangeSecret(*_survey.existing, _oneTime, _fresh);
+        ChangeSecret(accounts);
         accounts.CompleteOwn(_computer, *_survey.existing);
-        _account.keyVersion = accounts.KeyVersion(_account.distinguishedName);
+        accounts.Complete(_account);
         Finish();
     }
 
@@ -102,7 +100,7 @@ class JoinTransaction {
     void Finish() {
         const auto trusts = ReadTrusts(_session->Ldap(), _session->At());
         _keytab->SetKeys({_computer, _domain, _account.keyVersion}, _fresh);
-        TryKeytab(_session->At());
+        TryLogOn(MachineLogOn(_computer, _keytab->TrialName()), _deadline);
         // First the way back: a file may be replaced and the call fail all the same, when its folder cannot be synced.
         _undo.Add("keys in the keytab", [this] { _keytab->Revert(); });
         _keytab->Commit();
@@ -117,13 +115,13 @@ class JoinTransaction {
         _undo.Keep();
     }
 
-    // A ticket by the new keys, from the controller that has just made the account.
-    void TryKeytab(const Controller& controller) const {
-        KdcCarrier carrier(_settings, UpperCase(_domain), controller.endpoint, _deadline);
+    // A ticket from the controller that has just made the account.
+    void TryLogOn(const Session::LogOn& logOn, const Deadline& deadline) const {
+        KdcCarrier carrier(_settings, UpperCase(_domain), _session->At().endpoint, deadline);
         Tickets tickets(UpperCase(_domain), [&](const std::string& realm, std::string_view request) {
             return carrier.Exchange(realm, request);
         });
-        MachineLogOn(_computer, _keytab->TrialName())(tickets, controller);
+        logOn(tickets, _session->At());
     }
 
     void EnableLogIns(const DomainFacts& domain, const std::vector<Trust>& trusts) {
@@ -149,16 +147,72 @@ class JoinTransaction {
         _logInsEnabled = true;
     }
 
+    // With a way back once the change may have been made: the one-time secret is good again then, so that the join can
+    // be repeated with it.
+    void ChangeSecret(ComputerAccounts& accounts) {
+        _undo.Add("the changed secret of the machine account", [this] { TakeBackSecret(); });
+        _secretState = SecretState::Unknown;
+        try {
+            accounts.ChangeSecret(*_survey.existing, _oneTime, _fresh);
+        } catch (const LdapError& error) {
+            if (IsAnswered(error)) {
+                _secretState = SecretState::OneTime;
+            }
+            throw;
+        }
+        _secretState = SecretState::Fresh;
+    }
+
+    void TakeBackSecret() {
+        if (_secretState == SecretState::OneTime) {
+            return;
+        }
+        _logOn = SecretLogOn(_fresh);
+        try {
+            TakeBack([this](ComputerAccounts& domain) {
+                if (_secretState == SecretState::Fresh || IsGoodSecret()) {
+                    domain.ChangeSecret(*_survey.existing, _fresh, _oneTime);
+                }
+            });
+        } catch (const KerberosError& error) {
+            const bool wasNeverChanged = _secretState == SecretState::Unknown && error.Status() == kStatusLogonFailure;
+            if (!wasNeverChanged) {
+                throw;
+            }
+        }
+    }
+
+    // Whose creation got no answer is this join's if its secret is: nobody else knows that.
+    void TakeBackAccount() {
+        TakeBack([this](ComputerAccounts& domain) {
+            if (!_account.mayBeOthers || IsGoodSecret()) {
+                domain.Undo(_account);
+            }
+        });
+    }
+
+    bool IsGoodSecret() const {
+        try {
+            TryLogOn(SecretLogOn(_fresh), Deadline::After(_settings.controllerBudget));
+            return true;
+        } catch (const KerberosError& error) {
+            if (error.Status() != kStatusLogonFailure) {
+                throw;
+            }
+            return false;
+        }
+    }
+
     // On the same connection while it answers, else on new ones to the same controller, which alone is sure to know of
     // the change, for as long as it may take.
     void TakeBack(const std::function<void(ComputerAccounts& domain)>& work) {
+        const Controller controller = _session->At();
         const Deadline deadline = Deadline::After(_settings.rollBackBudget);
         _session->SetDeadline(deadline.OrAfter(_settings.controllerBudget));
         while (!TakeBackOn(*_session, work, deadline)) {
             Pause();
             try {
-                _session =
-                    std::make_unique<Session>(_settings, _domain, std::vector{_session->At().name}, _logOn, deadline);
+                _session = std::make_unique<Session>(_settings, controller, _domain, _logOn, deadline);
             } catch (const AdError& error) {
                 RequireAnotherTry(error, deadline);
             }
@@ -203,6 +257,7 @@ class JoinTransaction {
     std::unique_ptr<Session> _session;
     ComputerAccounts::Survey _survey;
     ComputerAccount _account;
+    SecretState _secretState = SecretState::OneTime;
     bool _logInsEnabled = false;
     UndoList _undo;  // last, so that it runs while everything else is there
 };

@@ -144,6 +144,15 @@ Session::Session(const Settings& settings, const std::string& domain, const std:
     }
 }
 
+Session::Session(const Settings& settings, const Controller& controller, const std::string& domain, const LogOn& logOn,
+                 const Deadline& deadline)
+    : _realm(UpperCase(domain)) {
+    auto connection = std::make_unique<LdapConnection>(controller.endpoint.WithPort(settings.ldapPort), controller.name,
+                                                       deadline.OrAfter(settings.controllerBudget));
+    connection->SetDeadline(deadline);
+    Open(settings, {controller, std::move(connection)}, logOn, deadline);
+}
+
 void Session::Open(const Settings& settings, LocatedController located, const LogOn& logOn, const Deadline& deadline) {
     RequireClock(located.controller);
     _connection.reset();

@@ -58,6 +58,9 @@ class Session {
 
     Session(const Settings& settings, const std::string& domain, const std::vector<std::string>& preferred,
             const LogOn& logOn, const Deadline& deadline, Patience patience = Patience::Query);
+    // At that controller alone, in one attempt.
+    Session(const Settings& settings, const Controller& controller, const std::string& domain, const LogOn& logOn,
+            const Deadline& deadline);
     // The same account at a controller of another domain, with a ticket across the trust.
     LocatedController ConnectTo(LocatedController other);
 

@@ -161,6 +161,7 @@ class Conversation {
             Carry(*kind, name, content, rest, isPing);
             return true;
         }
+        if (behaviour == Behaviour::Vanishes) return false;
         if (request.tag == 0x66 || request.tag == 0x68 || request.tag == 0x4a) Apply(*kind, name, content, rest);
         return behaviour == Behaviour::KeepsQuiet;
     }

@@ -42,6 +42,7 @@ enum class Behaviour {
     Answers,
     HangsUp,     // instead of the answer
     KeepsQuiet,  // instead of the answer
+    Vanishes,    // hangs up and does nothing
 };
 
 class Conversation;
@@ -60,7 +61,8 @@ class TestController {
     // is answered instead of doing anything.
     using Refuse = std::function<std::optional<Result>(const std::string& operation, const std::string& name)>;
     void SetRefuse(Refuse refuse);
-    // As above, for what it does instead of answering. A request that is not answered is carried out.
+    // As above, for what it does instead of answering. A request that is not answered is carried out,
+    // but by one that vanishes.
     using Behave = std::function<Behaviour(const std::string& operation, const std::string& name)>;
     void SetBehave(Behave behave);
 
