@@ -29,6 +29,17 @@ TEST_F(HostStateFile, IsReadAsWritten) {
     EXPECT_EQ(again.Format(), state.Format());
 }
 
+TEST_F(HostStateFile, FileWithoutTheAccountsSidIsGood) {
+    HostState state;
+    state.membership = kMembership;
+    EXPECT_EQ(HostState::Parse(state.Format()).membership->accountSid, "");
+    state.membership->accountSid = "S-1-5-21-1-2-3-1105";
+    const std::string text = state.Format();
+    EXPECT_EQ(HostState::Parse(text).membership->accountSid, "S-1-5-21-1-2-3-1105");
+    const std::string alone = "format = \"1\"\naccount_sid = \"S-1-5-21-1-2-3-1105\"\n";
+    EXPECT_EQ(StatusOf([&] { HostState::Parse(alone); }), kStatusInternalError) << "no membership";
+}
+
 TEST_F(HostStateFile, NothingToKeepLeavesNoFile) {
     EXPECT_FALSE(HostState::Load(Path("membership")).membership);
     HostState state;

@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <utility>
+
+#include "host_state.h"
 #include "joining_host.h"
 #include "log_lines.h"
 
@@ -12,6 +15,12 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
+
+std::string Utf16(const std::string& text) {
+    std::string value;
+    for (const char letter : text) value += std::string{letter, '\0'};
+    return value;
+}
 
 class Joins : public JoiningHost {};
 
@@ -402,12 +411,6 @@ class MachineJoins : public JoiningHost {
         corp.entries.Modify(kAccount, {{2, "unicodePwd", {Utf16("\"OneTime-1\"")}}});
     }
 
-    static std::string Utf16(const std::string& text) {
-        std::string value;
-        for (const char letter : text) value += std::string{letter, '\0'};
-        return value;
-    }
-
     std::uint32_t JoinAsMachine(const std::string& sid = "", const std::string& netbiosName = "",
                                 std::string_view secret = "OneTime-1", const std::string& account = "NODE01$") {
         return StatusOf([&] {
@@ -553,6 +556,51 @@ TEST_F(Leaves, AccountThatIsGoneIsNoFailure) {
     EXPECT_EQ(Join(), 0U);
     corp.entries.Delete(kAccount, true);
     EXPECT_EQ(Leave(), 0U) << "gone before";
+}
+
+TEST_F(Leaves, AccountOfAnotherHostStays) {
+    const auto before = Account()->attributes;
+    corp.entries.Delete(kAccount, false);
+    corp.entries.Add(kAccount, {{"objectclass", {"top", "computer"}}, {"samaccountname", {"NODE01$"}}});
+    TakeLogLines();
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_THAT(TakeLogLines(),
+                ElementsAre("This host leaves 'corp.test' and its machine account 'NODE01' stays there: "
+                            "it is not the one with which this host has joined"));
+    EXPECT_TRUE(Account());
+    EXPECT_NE(Account()->attributes.at("objectsid"), before.at("objectsid"));
+    EXPECT_FALSE(HasTraces());
+}
+
+TEST_F(Leaves, AccountThatAnotherHostHasTakenOverStays) {
+    corp.entries.Modify(kAccount, {{2, "unicodePwd", {Utf16("\"Another-1\"")}}});
+    TakeLogLines();
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_THAT(TakeLogLines(), ElementsAre(HasSubstr("it does not take the key of this host's keytab")));
+    EXPECT_TRUE(Account());
+    EXPECT_FALSE(HasTraces());
+}
+
+TEST_F(Leaves, WithoutAKeyTheAccountStays) {
+    std::filesystem::remove(settings.keytab);
+    TakeLogLines();
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_THAT(TakeLogLines(), ElementsAre(HasSubstr("it does not take the key of this host's keytab")));
+    EXPECT_TRUE(Account());
+}
+
+TEST_F(Leaves, DisabledAccountIsThisHostsAllTheSame) {
+    corp.keys.Refuse("NODE01$", KRB5KDC_ERR_CLIENT_REVOKED);
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_FALSE(Account());
+}
+
+TEST_F(Leaves, AccountIsKnownByItsKeyWhereItsSidWasNotRecorded) {
+    HostState state = HostState::Load(settings.membership);
+    EXPECT_EQ(std::exchange(state.membership->accountSid, ""), "S-1-5-21-1-2-3-1");
+    state.Save(settings.membership);
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_FALSE(Account());
 }
 
 TEST_F(Leaves, OtherFaultsKeepTheHostJoined) {

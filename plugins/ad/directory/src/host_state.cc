@@ -11,6 +11,7 @@ namespace nimbrel::ad {
 namespace {
 
 constexpr char kFormat[] = "1";
+constexpr char kAccountSid[] = "account_sid";
 constexpr char kPreferred[] = "preferred_controller";
 
 [[noreturn]] void FailDamaged() { throw AdError(kStatusInternalError, "This host's membership file is damaged"); }
@@ -71,6 +72,11 @@ std::optional<Membership> TakeMembership(std::map<std::string, std::string, std:
     if (found != 0 && found != std::size(kFields)) {
         FailDamaged();
     }
+    const auto sid = values.find(kAccountSid);
+    if (found != 0 && sid != values.end()) {
+        membership.accountSid = sid->second;
+        values.erase(sid);
+    }
     return found == 0 ? std::nullopt : std::optional(membership);
 }
 
@@ -116,6 +122,9 @@ std::string HostState::Format() const {
         if (membership) {
             PutLine(text, field.key, (*membership).*field.value);
         }
+    }
+    if (membership && !membership->accountSid.empty()) {
+        PutLine(text, kAccountSid, membership->accountSid);
     }
     for (const auto& controller : preferredControllers) {
         PutLine(text, kPreferred, controller);

@@ -6,10 +6,11 @@
 //     4  sid = "S-1-5-21-1004336348-1177238915-682003330"
 //     5  computer = "NODE01"
 //     6  distinguished_name = "CN=NODE01,OU=Hosts,DC=corp,DC=test"
-//     7  preferred_controller = "dc1.corp.test"
+//     7  account_sid = "S-1-5-21-1004336348-1177238915-682003330-1105"
+//     8  preferred_controller = "dc1.corp.test"
 //
-// Lines 2 to 6 are there on a joined host only; line 7 may be repeated or missing. No secret: that is in the keytab. A
-// missing file reads as "not joined".
+// Lines 2 to 7 are there on a joined host only, line 7 not after a join by an earlier version; line 8 may be repeated or
+// missing. No secret: that is in the keytab. A missing file reads as "not joined".
 //
 // Threads and processes: reading needs no lock, as the file is replaced as a whole; changes are made under `FileLock`.
 // Errors: `AdError` with 1359 for a damaged file, 5 for one that may not be used.
@@ -30,6 +31,7 @@ struct Membership {
     std::string sid;                // the domain's
     std::string computer;           // "NODE01"
     std::string distinguishedName;  // as it was at the join
+    std::string accountSid = {};    // the account's, by which a leave knows it; empty where that is not known
 };
 
 struct HostState {

@@ -100,7 +100,8 @@ class JoinTransaction {
     void Finish() {
         const auto trusts = ReadTrusts(_session->Ldap(), _session->At());
         _keytab->SetKeys({_computer, _domain, _account.keyVersion}, _fresh);
-        TryLogOn(MachineLogOn(_computer, _keytab->TrialName()), _deadline);
+        // From the controller that has just made the account.
+        TryLogOn(_settings, _session->At(), MachineLogOn(_computer, _keytab->TrialName()), _deadline);
         // First the way back: a file may be replaced and the call fail all the same, when its folder cannot be synced.
         _undo.Add("keys in the keytab", [this] { _keytab->Revert(); });
         _keytab->Commit();
@@ -109,19 +110,10 @@ class JoinTransaction {
             _state.membership.reset();
             _state.Save(_settings.membership);
         });
-        _state.membership =
-            Membership{_domain, _survey.domain.netbiosName, _survey.domain.sid, _computer, _account.distinguishedName};
+        _state.membership = Membership{_domain,   _survey.domain.netbiosName, _survey.domain.sid,
+                                       _computer, _account.distinguishedName, _account.sid};
         _state.Save(_settings.membership);
         _undo.Keep();
-    }
-
-    // A ticket from the controller that has just made the account.
-    void TryLogOn(const Session::LogOn& logOn, const Deadline& deadline) const {
-        KdcCarrier carrier(_settings, UpperCase(_domain), _session->At().endpoint, deadline);
-        Tickets tickets(UpperCase(_domain), [&](const std::string& realm, std::string_view request) {
-            return carrier.Exchange(realm, request);
-        });
-        logOn(tickets, _session->At());
     }
 
     void EnableLogIns(const DomainFacts& domain, const std::vector<Trust>& trusts) {
@@ -193,7 +185,7 @@ class JoinTransaction {
 
     bool IsGoodSecret() const {
         try {
-            TryLogOn(SecretLogOn(_fresh), Deadline::After(_settings.controllerBudget));
+            TryLogOn(_settings, _session->At(), SecretLogOn(_fresh), Deadline::After(_settings.controllerBudget));
             return true;
         } catch (const KerberosError& error) {
             if (error.Status() != kStatusLogonFailure) {

@@ -1,5 +1,7 @@
 // Leaving: the account in the domain first, if a user says so, then this host's own traces.
 
+#include <syslog.h>
+
 #include <exception>
 #include <functional>
 
@@ -21,13 +23,33 @@ void RequireJoined(const HostState& state) {
     }
 }
 
+// Why the account that bears this host's name is not this host's; empty if it is. Another host of the name has made an
+// account of its own, or has taken this one over and set another secret.
+std::string WhyOfAnother(const Settings& settings, const Membership& membership, const Controller& controller,
+                         const LdapEntry& account, const Deadline& deadline) {
+    if (!membership.accountSid.empty() && AccountSid(account) != membership.accountSid) {
+        return "it is not the one with which this host has joined";
+    }
+    return IsAccountOfKeytab(settings, controller, membership.computer, deadline)
+               ? ""
+               : "it does not take the key of this host's keytab";
+}
+
 void RemoveAccount(const Settings& settings, const HostState& state, const UserCredentials& credentials,
                    const Deadline& deadline) {
     Session session(settings, state.membership->domain, state.preferredControllers,
                     UserLogOn(settings, credentials, deadline), deadline, Patience::Change);
     ComputerAccounts accounts(session.Ldap(), session.At());
-    if (const auto account = accounts.Find(state.membership->computer)) {
+    const auto account = accounts.Find(state.membership->computer);
+    if (!account) {
+        return;
+    }
+    const std::string reason = WhyOfAnother(settings, *state.membership, session.At(), *account, deadline);
+    if (reason.empty()) {
         accounts.DeleteOrDisable(*account);
+    } else {
+        syslog(LOG_WARNING, "This host leaves '%s' and its machine account '%s' stays there: %s",
+               state.membership->domain.c_str(), state.membership->computer.c_str(), reason.c_str());
     }
 }
 

@@ -1,6 +1,7 @@
 #include "log_on.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 
 #include "addirectory/ad_error.h"
@@ -109,6 +110,26 @@ Session::LogOn MachineLogOn(const std::string& computer, const std::string& keyt
             throw;
         }
     };
+}
+
+void TryLogOn(const Settings& settings, const Controller& controller, const Session::LogOn& logOn,
+              const Deadline& deadline) {
+    const std::string realm = UpperCase(controller.facts.domain);
+    KdcCarrier carrier(settings, realm, controller.endpoint, deadline);
+    Tickets tickets(realm,
+                    [&](const std::string& to, std::string_view request) { return carrier.Exchange(to, request); });
+    logOn(tickets, controller);
+}
+
+bool IsAccountOfKeytab(const Settings& settings, const Controller& controller, const std::string& computer,
+                       const Deadline& deadline) {
+    try {
+        TryLogOn(settings, controller, MachineLogOn(computer, "FILE:" + settings.keytab), deadline);
+        return true;
+    } catch (const KerberosError& error) {
+        const bool hasNoKey = error.Code() == ENOENT || error.Code() == KRB5_KT_NOTFOUND;
+        return error.Status() != kStatusLogonFailure && !hasNoKey;
+    }
 }
 
 }  // namespace nimbrel::ad

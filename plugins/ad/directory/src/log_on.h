@@ -23,6 +23,14 @@ Session::LogOn UserLogOn(const Settings& settings, const UserCredentials& creden
 // `StaleRefusalError`.
 Session::LogOn MachineLogOn(const std::string& computer, const std::string& keytab);
 
+// Logs on at that controller, and forgets the ticket.
+void TryLogOn(const Settings& settings, const Controller& controller, const Session::LogOn& logOn,
+              const Deadline& deadline);
+// Whether the machine account takes this host's key. Also true if the controller does not tell because the account is
+// disabled or the like; false where there is no key.
+bool IsAccountOfKeytab(const Settings& settings, const Controller& controller, const std::string& computer,
+                       const Deadline& deadline);
+
 // The Windows status in a controller's diagnostic text ("80090308: LdapErr: ..., data 533, v1db1"), or 0.
 std::uint32_t StatusOfDiagnostic(std::string_view diagnostic);
 

@@ -93,6 +93,12 @@ std::string PasswordOf(const std::string& value) {
     return text;
 }
 
+// The binary form of "S-1-5-21-1-2-3-N".
+std::string AccountSid(unsigned char number) {
+    std::string sid("\x01\x05\0\0\0\0\0\x05\x15\0\0\0\x01\0\0\0\x02\0\0\0\x03\0\0\0", 24);
+    return sid + static_cast<char>(number) + std::string(3, '\0');
+}
+
 // The secret's version and time, which nobody but the domain itself writes.
 void CountKeyVersion(Entry& entry) {
     constexpr std::int64_t kFrom1601To1970 = 11'644'473'600;
@@ -155,6 +161,10 @@ Result Entries::Add(const std::string& name, const std::map<std::string, Values>
     auto plain = attributes;
     plain.erase("unicodepwd");
     plain["whenCreated"] = {TimeText(std::time(nullptr))};
+    {
+        const std::lock_guard guard(_lock);
+        plain.emplace("objectsid", Values{AccountSid(++_added)});
+    }
     Put(name, plain);
     const auto secret = attributes.find("unicodepwd");
     return secret == attributes.end() ? Result() : Modify(name, {{2, "unicodepwd", secret->second}});

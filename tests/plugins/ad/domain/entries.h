@@ -59,6 +59,7 @@ class Entries {
     std::mutex _lock;                       // guards what follows
     std::map<std::string, Entry> _entries;  // by name in lower case
     std::map<std::string, std::string> _secrets;
+    unsigned char _added = 0;
 };
 
 std::string LowerText(std::string text);
