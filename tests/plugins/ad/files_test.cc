@@ -45,6 +45,16 @@ TEST_F(Files, RestoreBringsBackContentsAndAbsence) {
     EXPECT_EQ(FileCount(Folder()), 1U);
 }
 
+TEST_F(Files, RestoreBringsBackTheMode) {
+    WriteFile(Path("file"), "a");
+    std::filesystem::permissions(Path("file"), std::filesystem::perms(0640));
+    const auto before = ReadWholeFile(Path("file"));
+    { FileReplacement(Path("file")).Commit(); }
+    EXPECT_EQ(ModeOf(Path("file")), 0600U);
+    RestoreFile(Path("file"), before);
+    EXPECT_EQ(ModeOf(Path("file")), 0640U);
+}
+
 TEST_F(Files, FoldersInTheWayAreReported) {
     std::filesystem::create_directory(Path("file"));
     EXPECT_EQ(StatusOf([&] { ReadWholeFile(Path("file")); }), kStatusAccessDenied);

@@ -6,6 +6,7 @@
 
 #include "host_state.h"
 #include "joining_host.h"
+#include "keytab.h"
 #include "log_lines.h"
 
 namespace nimbrel::ad::test {
@@ -238,6 +239,20 @@ TEST_F(Joins, LogInsThatRefuseEndTheJoin) {
     EXPECT_EQ(Join(), kStatusAccessDenied);
     EXPECT_FALSE(Account());
     EXPECT_FALSE(HasTraces());
+}
+
+TEST_F(Joins, FailedJoinRestoresTheKeytabWithItsMode) {
+    {
+        KeytabChange web(settings.keytab);
+        web.SetKeys({"WEB", "other.test", 1}, kit::Secret("secret"));
+        web.Commit();
+    }
+    std::filesystem::permissions(settings.keytab, std::filesystem::perms(0640));
+    const std::string before = ReadFile(settings.keytab);
+    logIns.refuses = true;
+    EXPECT_EQ(Join(), kStatusAccessDenied);
+    EXPECT_EQ(ReadFile(settings.keytab), before);
+    EXPECT_EQ(ModeOf(settings.keytab), 0640U);
 }
 
 TEST_F(Joins, FailedJoinRestoresTheAccountThatWasThere) {

@@ -119,6 +119,54 @@ TEST_F(Keytab, RevertBringsTheOldFileBack) {
     EXPECT_EQ(ReadFile(File()), before);
 }
 
+TEST_F(Keytab, RevertBringsTheModeBack) {
+    Write({"NODE01", "other.test", 1});
+    std::filesystem::permissions(File(), std::filesystem::perms(0640));
+    KeytabChange change(File());
+    change.SetKeys({"NODE01", "corp.test", 1}, kit::Secret("secret"));
+    change.Commit();
+    EXPECT_EQ(ModeOf(File()), 0600U);
+    change.Revert();
+    EXPECT_EQ(ModeOf(File()), 0640U);
+}
+
+TEST_F(Keytab, RevertLeavesAFileAloneThatWasNeverReplaced) {
+    Write({"NODE01", "other.test", 1});
+    const auto written = std::filesystem::last_write_time(File());
+    KeytabChange change(File());
+    change.SetKeys({"NODE01", "corp.test", 1}, kit::Secret("secret"));
+    std::filesystem::last_write_time(File(), written - std::chrono::hours(1));
+    change.Revert();
+    EXPECT_EQ(std::filesystem::last_write_time(File()), written - std::chrono::hours(1));
+}
+
+// A join takes as long as the network does.
+TEST_F(Keytab, KeysThatOthersAddMeanwhileStay) {
+    Write({"NODE01", "corp.test", 1});
+    KeytabChange change(File());
+    change.SetKeys({"NODE01", "corp.test", 2}, kit::Secret("secret"));
+    Write({"WEB", "other.test", 1});
+    change.Commit();
+    EXPECT_THAT(Entries(), SizeIs(20));
+    EXPECT_THAT(Entries(), ::testing::Contains("1 WEB$@OTHER.TEST (aes256-cts-hmac-sha1-96)"));
+    Write({"SQL", "other.test", 1});
+    change.Revert();
+    EXPECT_THAT(Entries(), SizeIs(30));
+    EXPECT_THAT(Entries(), ::testing::Contains("1 NODE01$@CORP.TEST (aes256-cts-hmac-sha1-96)"));
+    EXPECT_THAT(Entries(), Not(::testing::Contains("2 NODE01$@CORP.TEST (aes256-cts-hmac-sha1-96)")));
+    EXPECT_THAT(Entries(), ::testing::Contains("1 SQL$@OTHER.TEST (aes256-cts-hmac-sha1-96)"));
+}
+
+TEST_F(Keytab, FirstKeysOfOthersStayWhenOursGo) {
+    KeytabChange change(File());
+    change.SetKeys({"NODE01", "corp.test", 1}, kit::Secret("secret"));
+    change.Commit();
+    Write({"WEB", "other.test", 1});
+    change.Revert();
+    EXPECT_THAT(Entries(), SizeIs(10));
+    EXPECT_THAT(Entries(), ::testing::Contains("1 WEB$@OTHER.TEST (aes256-cts-hmac-sha1-96)"));
+}
+
 TEST_F(Keytab, RevertOfTheFirstKeysRemovesTheFile) {
     KeytabChange change(File());
     change.SetKeys({"NODE01", "corp.test", 1}, kit::Secret("secret"));

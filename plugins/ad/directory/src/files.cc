@@ -18,6 +18,8 @@
 namespace nimbrel::ad {
 namespace {
 
+constexpr mode_t kPermissions = 07777;
+
 kit::Descriptor OpenExisting(const std::string& path) {
     kit::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (file.Number() < 0 && errno != ENOENT) {
@@ -61,12 +63,14 @@ kit::Secret ReadAll(const kit::Descriptor& file, const std::string& path, std::s
 
 }  // namespace
 
-std::optional<kit::Secret> ReadWholeFile(const std::string& path) {
+std::optional<WholeFile> ReadWholeFile(const std::string& path) {
     const kit::Descriptor file = OpenExisting(path);
     if (file.Number() < 0) {
         return std::nullopt;
     }
-    return ReadAll(file, path, static_cast<std::size_t>(Examine(file, path).st_size));
+    const struct stat info = Examine(file, path);
+    return WholeFile{ReadAll(file, path, static_cast<std::size_t>(info.st_size)), info.st_uid, info.st_gid,
+                     info.st_mode & kPermissions};
 }
 
 std::optional<kit::Secret> ReadTrustedFile(const std::string& path) {
@@ -110,8 +114,17 @@ void FileReplacement::Write(std::string_view contents) {
     }
 }
 
+// The owner first: a change of it may take bits of the mode away.
+void FileReplacement::SetAttributesOf(const WholeFile& file) {
+    if (fchown(_file.Number(), file.owner, file.group) != 0) {
+        const int error = errno;
+        kit::ThrowFileError("give away", _temporary, error);
+    }
+    _mode = file.mode;
+}
+
 void FileReplacement::Commit() {
-    if (fchmod(_file.Number(), S_IRUSR | S_IWUSR) != 0 || fsync(_file.Number()) != 0 ||
+    if (fchmod(_file.Number(), _mode) != 0 || fsync(_file.Number()) != 0 ||
         rename(_temporary.c_str(), _path.c_str()) != 0) {
         const int error = errno;
         kit::ThrowFileError("replace", _path, error);
@@ -120,13 +133,14 @@ void FileReplacement::Commit() {
     kit::SyncFolder(kit::FolderOf(_path));
 }
 
-void RestoreFile(const std::string& path, const std::optional<kit::Secret>& contents) {
-    if (!contents) {
+void RestoreFile(const std::string& path, const std::optional<WholeFile>& file) {
+    if (!file) {
         RemoveFile(path);
         return;
     }
     FileReplacement replacement(path);
-    replacement.Write(contents->View());
+    replacement.Write(file->contents.View());
+    replacement.SetAttributesOf(*file);
     replacement.Commit();
 }
 

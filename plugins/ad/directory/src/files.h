@@ -6,6 +6,7 @@
 #ifndef NIMBREL_AD_FILES_H_
 #define NIMBREL_AD_FILES_H_
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <optional>
@@ -19,9 +20,16 @@
 
 namespace nimbrel::ad {
 
-// The file's contents; unset if it does not exist. Wiped by whoever holds them, as they may be keys.
-std::optional<kit::Secret> ReadWholeFile(const std::string& path);
-// The same for a file that must be its owner's alone to write, the owner being this user or root.
+struct WholeFile {
+    kit::Secret contents;  // may be keys
+    uid_t owner = 0;
+    gid_t group = 0;
+    mode_t mode = 0;  // permissions alone
+};
+
+// Unset if it does not exist.
+std::optional<WholeFile> ReadWholeFile(const std::string& path);
+// The contents of a file that must be its owner's alone to write, the owner being this user or root.
 std::optional<kit::Secret> ReadTrustedFile(const std::string& path);
 
 // Of folders that this provider makes.
@@ -39,17 +47,20 @@ class FileReplacement {
 
     const std::string& TemporaryPath() const { return _temporary; }
     void Write(std::string_view contents);
+    // Owner, group and mode; else those of this process's user and 0600.
+    void SetAttributesOf(const WholeFile& file);
     // Durable when it returns.
     void Commit();
 
  private:
     std::string _path;
     std::string _temporary;
+    mode_t _mode = S_IRUSR | S_IWUSR;
     kit::Descriptor _file;
 };
 
-// Puts back what `ReadWholeFile` returned: the contents, or no file.
-void RestoreFile(const std::string& path, const std::optional<kit::Secret>& contents);
+// Puts back what `ReadWholeFile` returned: the contents with their owner, group and mode, or no file.
+void RestoreFile(const std::string& path, const std::optional<WholeFile>& file);
 // Durable; a missing file is as good.
 void RemoveFile(const std::string& path);
 

@@ -135,6 +135,23 @@ krb5_data DataOf(std::string_view text) {
     return data;
 }
 
+bool IsOneOf(const std::vector<std::string>& principals, const EntryPrincipal& principal) {
+    return std::any_of(principals.begin(), principals.end(),
+                       [&](const std::string& one) { return IsPrincipal(principal, one); });
+}
+
+void WriteEntries(FileReplacement& to, std::string_view keytab,
+                  const std::function<bool(const EntryPrincipal& principal)>& isChosen) {
+    ForEachEntry(keytab, [&](std::string_view entry, const EntryPrincipal& principal) {
+        if (isChosen(principal)) {
+            to.Write(entry);
+        }
+    });
+}
+
+// An empty file has no entries either.
+std::string_view Contents(const std::optional<WholeFile>& file) { return file ? file->contents.View() : ""; }
+
 void AddKey(krb5_context context, const OpenKeytab& keytab, const std::string& principal, std::uint32_t version,
             const krb5_keyblock& key) {
     krb5_keytab_entry entry = {};
@@ -144,6 +161,26 @@ void AddKey(krb5_context context, const OpenKeytab& keytab, const std::string& p
     entry.vno = version;
     entry.key = key;
     keytab.Add(entry);
+}
+
+// A key in the form that libkrb5 takes. It reads it only.
+krb5_keyblock BlockOf(const MachineKey& key) {
+    krb5_keyblock block = {};
+    block.enctype = key.encryption;
+    block.length = static_cast<unsigned>(key.bytes.View().size());
+    block.contents = reinterpret_cast<krb5_octet*>(const_cast<char*>(key.bytes.View().data()));
+    return block;
+}
+
+// `name` is one of libkrb5's: "FILE:/etc/krb5.keytab.new".
+void AddKeys(const std::string& name, const KeytabAccount& account, const MachineKeys& keys) {
+    const KerberosContext context = MakeKerberosContext(UpperCase(account.domain));
+    const OpenKeytab keytab(context.get(), "WR" + name);
+    for (const auto& key : keys) {
+        for (const auto& principal : KeytabPrincipals(account.computer, account.domain)) {
+            AddKey(context.get(), keytab, principal, account.keyVersion, BlockOf(key));
+        }
+    }
 }
 
 }  // namespace
@@ -159,40 +196,84 @@ std::string MachineSalt(const std::string& computer, const std::string& domain) 
     return UpperCase(domain) + "host" + HostName(computer, domain);
 }
 
-KeytabChange::KeytabChange(const std::string& path) : _path(path), _before(ReadWholeFile(path)), _replacement(path) {
-    _replacement.Write(kEmptyKeytab);
-}
-
-KeytabChange::~KeytabChange() = default;
-
-void KeytabChange::SetKeys(const KeytabAccount& account, const kit::Secret& machineSecret) {
-    const KerberosContext context = MakeKerberosContext(UpperCase(account.domain));
-    const auto principals = KeytabPrincipals(account.computer, account.domain);
-    ForEachEntry(_before ? _before->View() : "", [&](std::string_view entry, const EntryPrincipal& principal) {
-        const auto isThis = [&](const std::string& ours) { return IsPrincipal(principal, ours); };
-        if (std::none_of(principals.begin(), principals.end(), isThis)) {
-            _replacement.Write(entry);
-        }
-    });
-    const OpenKeytab keytab(context.get(), "WR" + TrialName());
-    const std::string salt = MachineSalt(account.computer, account.domain);
+MachineKeys KeysOfSecret(const std::string& computer, const std::string& domain, const kit::Secret& machineSecret) {
+    const KerberosContext context = MakeKerberosContext(UpperCase(domain));
+    const std::string salt = MachineSalt(computer, domain);
     const krb5_data saltData = DataOf(salt);
     const krb5_data secretData = DataOf(machineSecret.View());
+    MachineKeys keys;
     for (const krb5_enctype encryption : kEncryptions) {
         krb5_keyblock key = {};
         CheckKerberos(context.get(), krb5_c_string_to_key(context.get(), encryption, &secretData, &saltData, &key),
                       "make a key");
         const std::unique_ptr<krb5_keyblock, std::function<void(krb5_keyblock*)>> guard(
             &key, [&](krb5_keyblock* one) { krb5_free_keyblock_contents(context.get(), one); });
-        for (const auto& principal : principals) {
-            AddKey(context.get(), keytab, principal, account.keyVersion, key);
-        }
+        keys.push_back({encryption, kit::Secret({reinterpret_cast<const char*>(key.contents), key.length})});
+    }
+    return keys;
+}
+
+KeytabChange::KeytabChange(const std::string& path)
+    : _path(path), _before(ReadWholeFile(path)), _replacement(std::make_unique<FileReplacement>(path)) {
+    _replacement->Write(kEmptyKeytab);
+}
+
+KeytabChange::~KeytabChange() = default;
+
+void KeytabChange::SetKeys(const KeytabAccount& account, const kit::Secret& machineSecret) {
+    SetKeys(account, KeysOfSecret(account.computer, account.domain, machineSecret));
+}
+
+void KeytabChange::SetKeys(const KeytabAccount& account, MachineKeys keys) {
+    _account = account;
+    _keys = std::move(keys);
+    Write();
+}
+
+void KeytabChange::Write() {
+    const auto principals = KeytabPrincipals(_account.computer, _account.domain);
+    WriteEntries(*_replacement, Contents(_before),
+                 [&](const auto& principal) { return !IsOneOf(principals, principal); });
+    AddKeys(TrialName(), _account, _keys);
+}
+
+void KeytabChange::Commit() {
+    auto now = ReadWholeFile(_path);
+    if (Contents(now) != Contents(_before)) {
+        _before = std::move(now);
+        _replacement.reset();  // first, as the name is the same
+        _replacement = std::make_unique<FileReplacement>(_path);
+        _replacement->Write(kEmptyKeytab);
+        Write();
+    }
+    if (auto written = ReadWholeFile(_replacement->TemporaryPath())) {
+        _written = std::move(written->contents);
+    }
+    _replacement->Commit();
+}
+
+void KeytabChange::Revert() const {
+    const auto now = ReadWholeFile(_path);
+    if (Contents(now) == Contents(_before)) {
+        return;
+    }
+    if (!now || now->contents.View() == _written.View()) {
+        RestoreFile(_path, _before);
+    } else {
+        Merge(*now);
     }
 }
 
-void KeytabChange::Commit() { _replacement.Commit(); }
-
-void KeytabChange::Revert() const { RestoreFile(_path, _before); }
+// The others' entries of now, and those of this account of before.
+void KeytabChange::Merge(const WholeFile& now) const {
+    const auto principals = KeytabPrincipals(_account.computer, _account.domain);
+    FileReplacement merged(_path);
+    merged.Write(kEmptyKeytab);
+    WriteEntries(merged, now.contents.View(), [&](const auto& principal) { return !IsOneOf(principals, principal); });
+    WriteEntries(merged, Contents(_before), [&](const auto& principal) { return IsOneOf(principals, principal); });
+    merged.SetAttributesOf(_before ? *_before : now);
+    merged.Commit();
+}
 
 void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
     const auto before = ReadWholeFile(path);
@@ -201,7 +282,7 @@ void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
     }
     std::vector<std::string_view> kept;
     bool isAnyRemoved = false;
-    ForEachEntry(before->View(), [&](std::string_view entry, const EntryPrincipal& principal) {
+    ForEachEntry(before->contents.View(), [&](std::string_view entry, const EntryPrincipal& principal) {
         if (principal.realm == realm) {
             isAnyRemoved = true;
         } else {

@@ -8,6 +8,8 @@
 #define NIMBREL_AD_KEYTAB_H_
 
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,8 +30,17 @@ std::vector<std::string> KeytabPrincipals(const std::string& computer, const std
 // "CORP.TESThostnode01.corp.test": what a domain mixes into the keys of a machine account.
 std::string MachineSalt(const std::string& computer, const std::string& domain);
 
+struct MachineKey {
+    std::int32_t encryption = 0;
+    kit::Secret bytes;
+};
+// For AES-256 and for AES-128.
+using MachineKeys = std::vector<MachineKey>;
+
+MachineKeys KeysOfSecret(const std::string& computer, const std::string& domain, const kit::Secret& machineSecret);
+
 // A new keytab, not yet in place: the old one's entries without those of the account's principals, then the account's
-// keys for AES-256 and AES-128.
+// keys. Others may add theirs to the old one meanwhile.
 class KeytabChange {
  public:
     // Reads the old keytab and makes room for the new one, so that what can go wrong with it does so early.
@@ -38,17 +49,26 @@ class KeytabChange {
     KeytabChange(const KeytabChange&) = delete;
     KeytabChange& operator=(const KeytabChange&) = delete;
 
+    void SetKeys(const KeytabAccount& account, MachineKeys keys);
     void SetKeys(const KeytabAccount& account, const kit::Secret& machineSecret);
     // The file as it will be, for a trial: "FILE:/etc/krb5.keytab.new".
-    std::string TrialName() const { return "FILE:" + _replacement.TemporaryPath(); }
+    std::string TrialName() const { return "FILE:" + _replacement->TemporaryPath(); }
+    // With the entries that the old keytab has by now.
     void Commit();
-    // After `Commit`: the old contents back, in a file of root's with mode 0600; no file where there was none.
+    // After `Commit`: the old keytab back with its owner and mode, or no file where there was none; with the entries that
+    // others have added to the new one. Does nothing where the old one was never replaced.
     void Revert() const;
 
  private:
+    void Write();
+    void Merge(const WholeFile& now) const;
+
     std::string _path;
-    std::optional<kit::Secret> _before;
-    FileReplacement _replacement;
+    std::optional<WholeFile> _before;
+    kit::Secret _written;
+    KeytabAccount _account;
+    MachineKeys _keys;
+    std::unique_ptr<FileReplacement> _replacement;
 };
 
 // Takes every entry of the realm away, at all key versions; the file goes with the last entry. Does nothing to a keytab
