@@ -62,6 +62,7 @@ TEST_F(Joins, TellTheLogInsOfTrustedForests) {
     corp.AddTrust("outbound.test", "OUTBOUND", 2);
     corp.AddTrust("inbound.test", "INBOUND", 1);
     corp.AddTrust("realm.test", "", 3, 3);
+    corp.AddTrust("OLD", "OLD", 3, 1);
     EXPECT_EQ(Join(), 0U);
     EXPECT_THAT(logIns.enabled->trustedForests, UnorderedElementsAre("two-way.test", "outbound.test"));
 }

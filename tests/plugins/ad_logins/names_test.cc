@@ -61,6 +61,18 @@ TEST(NamesTest, DnsNames) {
     EXPECT_FALSE(IsDnsName(std::string(64, 'a')));
 }
 
+TEST(NamesTest, NetbiosNames) {
+    for (const std::string name : {"CORP", "A&B-1_2.3", "CO'RP!", "BJ\xc3\x96RN", "(X)"}) {
+        EXPECT_TRUE(IsNetbiosName(name)) << name;
+    }
+    for (const std::string name : {"", "A B", "A\nB", "A\x7f", "A]", "A=B", "A\"B", "A\\B"}) {
+        EXPECT_FALSE(IsNetbiosName(name)) << name;
+    }
+    EXPECT_TRUE(IsNetbiosName(std::string(14, 'a') + "\xc3\xa4"));
+    EXPECT_FALSE(IsNetbiosName(std::string(16, 'a')));
+    EXPECT_FALSE(IsNetbiosName("a" + std::string(60, '\x80')));
+}
+
 TEST(NamesTest, ServiceNames) {
     for (const std::string name : {"sshd", "su-l", "gdm-password", "systemd-user", "my.service_2"}) {
         EXPECT_TRUE(IsServiceName(name)) << name;
@@ -90,7 +102,6 @@ const std::vector<Field> kFields = {
     {"hostName", [](DomainLogIns& domain, LogInOptions&, const std::string& text) { domain.hostName = text; }},
     {"account", [](DomainLogIns& domain, LogInOptions&, const std::string& text) { domain.machineAccount = text; }},
     {"keytab", [](DomainLogIns& domain, LogInOptions&, const std::string& text) { domain.keytab = text; }},
-    {"forest", [](DomainLogIns& domain, LogInOptions&, const std::string& text) { domain.trustedForests = {text}; }},
     {"shell", [](DomainLogIns&, LogInOptions& options, const std::string& text) { options.shell = text; }},
     {"home", [](DomainLogIns&, LogInOptions& options, const std::string& text) { options.home = text; }},
     {"access", [](DomainLogIns&, LogInOptions& options, const std::string& text) { options.access = text; }},

@@ -91,6 +91,20 @@ TEST_F(SnippetsTest, EachTrustedForestHasASectionWithTheSameKey) {
     EXPECT_EQ(Text(kDomainFile).find("[domain/corp.test]"), Text(kDomainFile).rfind("[domain/corp.test]"));
 }
 
+// An unusual trust keeps no host out of its own domain.
+TEST_F(SnippetsTest, ForestsThatSssdDoesNotTakeAreLeftOut) {
+    auto corp = Corp();
+    corp.trustedForests = {"tr\xc3\xbcst.test", "a\n[domain/evil]", "", "trust.test"};
+    logIns.Enable(corp);
+    EXPECT_THAT(Text(kDomainFile), HasSubstr("[domain/trust.test]\n"));
+    EXPECT_THAT(Text(kDomainFile), Not(HasSubstr("evil")));
+    EXPECT_THAT(Text(kDomainFile), Not(HasSubstr("tr\xc3")));
+    for (int number = 0; number < 300; ++number) corp.trustedForests.push_back("t" + std::to_string(number) + ".test");
+    logIns.Enable(corp);
+    EXPECT_THAT(Text(kDomainFile), HasSubstr("[domain/t254.test]\n"));
+    EXPECT_THAT(Text(kDomainFile), Not(HasSubstr("[domain/t255.test]\n")));
+}
+
 TEST_F(SnippetsTest, TheAdministratorsChoicesAreWritten) {
     LogIns chosen(RootPath(), {.shell = "/bin/zsh", .home = "/srv/%d/%u", .fullNames = false, .access = "simple"});
     auto corp = Corp();

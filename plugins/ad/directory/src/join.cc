@@ -125,7 +125,7 @@ class JoinTransaction {
                                _settings.keytab,
                                {}};
         for (const auto& trust : trusts) {
-            if (trust.LetsUsersIn() && !trust.netbiosName.empty()) {
+            if (trust.LetsUsersIn() && trust.isActiveDirectory) {
                 joined.trustedForests.push_back(trust.dnsName);
             }
         }

@@ -11,6 +11,7 @@ namespace {
 constexpr std::int32_t kDirectionMask = 0x0f;
 constexpr std::int64_t kInbound = 1;
 constexpr std::int64_t kOutbound = 2;
+constexpr std::int64_t kActiveDirectoryType = 2;
 constexpr std::int64_t kRealmType = 3;
 constexpr std::int64_t kForestTransitive = 0x08;
 constexpr std::int64_t kWithinForest = 0x20;
@@ -74,7 +75,8 @@ std::vector<Trust> ReadTrusts(LdapConnection& connection, const Controller& cont
         const std::int32_t relationship = RelationshipOf(object.Number("trustdirection"), object.Number("trusttype"),
                                                          object.Number("trustattributes"));
         if (relationship != 0 && !object.Text("trustpartner").empty()) {
-            trusts.push_back({LowerCase(object.Text("trustpartner")), object.Text("flatname"), relationship});
+            trusts.push_back({LowerCase(object.Text("trustpartner")), object.Text("flatname"), relationship,
+                              object.Number("trusttype") == kActiveDirectoryType});
         }
     }
     for (const auto& domain : connection.Finish(domains)) {

@@ -16,6 +16,7 @@ struct Trust {
     std::string dnsName;            // "trust.test"
     std::string netbiosName;        // "TRUST"; empty for a Kerberos realm
     std::int32_t relationship = 0;  // direction plus kind, see host.h
+    bool isActiveDirectory = true;  // as opposed to a Windows NT domain, which has no DNS name, or a Kerberos realm
 
     bool LetsUsersIn() const;   // their users can log in here
     bool LetsUsersOut() const;  // our users can log in there

@@ -224,7 +224,7 @@ void LogIns::Enable(const DomainLogIns& domain) {
     Change(_root, _options, [&](Record& record) {
         if (!record.domain) record.sssdRan = SssdService(_root).IsRunning();
         record.domain = domain;
-        record.domain->trustedForests = Without(WithoutRepeats(domain.trustedForests), {domain.dnsName});
+        record.domain->trustedForests = UsableForests(Without(WithoutRepeats(domain.trustedForests), {domain.dnsName}));
     });
 }
 

@@ -1,6 +1,7 @@
 #include "names.h"
 
 #include <arpa/inet.h>
+#include <syslog.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -11,7 +12,8 @@ namespace {
 
 constexpr std::size_t kMaximumDnsName = 253;
 constexpr std::size_t kMaximumLabel = 63;
-constexpr std::size_t kMaximumNetbiosName = 15;
+constexpr std::ptrdiff_t kMaximumNetbiosName = 15;  // characters
+constexpr std::size_t kMaximumNetbiosBytes = 60;
 constexpr std::size_t kMaximumAccount = 20;
 constexpr std::size_t kMaximumService = 64;
 constexpr std::size_t kMaximumPath = 1024;
@@ -19,6 +21,7 @@ constexpr std::size_t kMaximumEntries = 256;
 
 // Without the locale, which belongs to the process.
 bool IsLetterOrDigit(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
+bool BeginsCharacter(char c) { return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U; }  // of UTF-8
 bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
 
 bool HasOnly(std::string_view text, std::string_view besides) {
@@ -69,7 +72,10 @@ bool IsDnsName(std::string_view name) {
 }
 
 bool IsNetbiosName(std::string_view name) {
-    return !name.empty() && name.size() <= kMaximumNetbiosName && HasOnly(name, "-_.&");
+    const auto length = std::count_if(name.begin(), name.end(), BeginsCharacter);
+    return length > 0 && length <= kMaximumNetbiosName && name.size() <= kMaximumNetbiosBytes &&
+           std::none_of(name.begin(), name.end(), IsControl) &&
+           name.find_first_of(" \"*+,/:;<=>?[\\]|") == std::string_view::npos;
 }
 
 bool IsServiceName(std::string_view name) {
@@ -94,8 +100,20 @@ void CheckDomain(const DomainLogIns& domain) {
     Require(IsDnsName(domain.hostName), "host name", domain.hostName);
     Require(IsMachineAccount(domain.machineAccount), "machine account", domain.machineAccount);
     Require(IsPath(domain.keytab), "keytab's path", domain.keytab);
-    RequireCount(domain.trustedForests.size());
-    for (const auto& forest : domain.trustedForests) Require(IsDnsName(forest), "trusted forest's name", forest);
+}
+
+std::vector<std::string> UsableForests(const std::vector<std::string>& forests) {
+    std::vector<std::string> usable;
+    for (const auto& forest : forests) {
+        if (IsDnsName(forest) && usable.size() < kMaximumEntries) {
+            usable.push_back(forest);
+        } else {
+            syslog(LOG_WARNING, "Users of the trusted forest '%s' cannot log in on this host: %s",
+                   Shown(forest).c_str(),
+                   IsDnsName(forest) ? "there are more than 256 forests" : "SSSD takes no such name");
+        }
+    }
+    return usable;
 }
 
 void CheckOptions(const LogInOptions& options) {

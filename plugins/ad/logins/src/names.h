@@ -15,7 +15,11 @@
 
 namespace nimbrel::ad::logins {
 
+// All but the trusted forests.
 void CheckDomain(const DomainLogIns& domain);
+// Those that SSSD takes, 256 at most; the log tells of the others. What is wrong with one trust is no reason to keep a
+// host out of its own domain.
+std::vector<std::string> UsableForests(const std::vector<std::string>& forests);
 void CheckOptions(const LogInOptions& options);
 void CheckControllers(const std::vector<std::string>& controllers);
 void CheckServices(const std::vector<std::string>& services);
@@ -23,7 +27,7 @@ void CheckServices(const std::vector<std::string>& services);
 // Dotted labels of letters, digits, hyphens and underscores, none of them empty, longer than 63 characters, or with a
 // hyphen or underscore in front; 253 characters at most.
 bool IsDnsName(std::string_view name);
-// Letters, digits, "-", "_", "." and "&"; 15 characters at most.
+// What a domain takes for one; it goes into the record alone. No blanks, and none of "*+,/:;<=>?[\]| or the quote.
 bool IsNetbiosName(std::string_view name);
 // A PAM service: letters, digits, ".", "_" and "-", the last not in front; 64 characters at most.
 bool IsServiceName(std::string_view name);

@@ -49,7 +49,8 @@ struct DomainLogIns {
     std::string hostName;                          // the host's full name: "node01.corp.test"
     std::string machineAccount;                    // "NODE01$"
     std::string keytab;                            // "/etc/krb5.keytab"; has to exist, or SSSD would not start at all
-    std::vector<std::string> trustedForests = {};  // DNS names of forests whose users may log in too
+    std::vector<std::string> trustedForests = {};  // DNS names of forests whose users may log in too; those that SSSD
+                                                   // does not take are left out, and the log says so
 };
 
 // How domain users appear on the host: the administrator's choice.
