@@ -83,6 +83,25 @@ TEST_F(Queries, ControllerWritesNoLinesOfItsOwnIntoTheLog) {
     EXPECT_LT(lines.front().size(), 500U);
 }
 
+TEST_F(Queries, MachineAccountIsFoundWhereItWasMovedTo) {
+    corp.entries.Move(kAccount, "CN=NODE01,OU=Hosts,DC=corp,DC=test");
+    EXPECT_EQ(TheHost().MachineAccountDN(), "CN=NODE01,OU=Hosts,DC=corp,DC=test");
+}
+
+TEST_F(Queries, MachineAccountThatTheDomainDoesNotTellIsWhereItWasAtTheJoin) {
+    corp.controller.SetRefuse([this](const std::string&, const std::string& name) {
+        return name == corp.base ? std::optional(Result{kInsufficientAccess}) : std::nullopt;
+    });
+    TakeLogLines();
+    EXPECT_EQ(TheHost().MachineAccountDN(), kAccount);
+    EXPECT_THAT(TakeLogLines(), ElementsAre(StartsWith("ad: status 5: ")));
+    corp.controller.SetRefuse({});
+    corp.keys.Refuse("NODE01$", KRB5KDC_ERR_PREAUTH_FAILED);
+    EXPECT_EQ(TheHost().MachineAccountDN(), kAccount);
+    corp.entries.Delete(kAccount, false);
+    EXPECT_EQ(TheHost().MachineAccountDN(), kAccount);
+}
+
 TEST_F(Queries, OneSessionAnswersMany) {
     TheHost().TrustedDomains();
     const int before = corp.keys.logOns;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "addirectory/host.h"
+#include "computer_account.h"
 #include "host_state.h"
 #include "log_on.h"
 #include "membership_lock.h"
@@ -40,6 +41,14 @@ HostState LoadJoined(const Settings& settings, std::uint32_t otherwise) {
 std::vector<Trust> AskTrusts(const Settings& settings, const HostState& state) {
     return OnMachineSession(settings, state, Deadline::After(settings.queryBudget),
                             [](Session& session) { return ReadTrusts(session.Ldap(), session.At()); });
+}
+
+// An administrator may have moved the account since the join.
+std::string AskMachineAccountDN(const Settings& settings, const HostState& state) {
+    return OnMachineSession(settings, state, Deadline::After(settings.queryBudget), [&](Session& session) {
+        const auto account = ComputerAccounts(session.Ldap(), session.At()).Find(state.membership->computer);
+        return account ? account->distinguishedName : state.membership->distinguishedName;
+    });
 }
 
 const Trust* FindTrust(const std::vector<Trust>& trusts, const std::string& domain) {
@@ -198,8 +207,16 @@ DomainNames Host::ActiveDomain() const {
 }
 
 std::string Host::MachineAccountDN() const {
-    const auto membership = HostState::Load(_settings.membership).membership;
-    return membership ? membership->distinguishedName : "";
+    const HostState state = HostState::Load(_settings.membership);
+    if (!state.membership) {
+        return "";
+    }
+    try {
+        return AskMachineAccountDN(_settings, state);
+    } catch (const AdError& error) {
+        LogReason(error);
+        return state.membership->distinguishedName;  // the best that is known
+    }
 }
 
 std::vector<std::string> Host::PreferredControllers() const {

@@ -134,6 +134,15 @@ void Entries::Put(const std::string& name, const std::map<std::string, Values>& 
     for (const auto& [attribute, values] : attributes) entry.attributes[LowerText(attribute)] = values;
 }
 
+void Entries::Move(const std::string& name, const std::string& to) {
+    const std::lock_guard guard(_lock);
+    auto node = _entries.extract(LowerText(name));
+    node.key() = LowerText(to);
+    node.mapped().name = to;
+    _entries.insert(std::move(node));
+    _secrets[LowerText(to)] = _secrets[LowerText(name)];
+}
+
 std::optional<Entry> Entries::Find(const std::string& name) {
     const std::lock_guard guard(_lock);
     const auto found = _entries.find(LowerText(name));

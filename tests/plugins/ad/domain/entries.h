@@ -40,6 +40,8 @@ class Entries {
     };
 
     void Put(const std::string& name, const std::map<std::string, Values>& attributes);
+    // As an administrator does: the secret stays.
+    void Move(const std::string& name, const std::string& to);
     std::optional<Entry> Find(const std::string& name);
     // The names of all entries, sorted.
     std::vector<std::string> Names();

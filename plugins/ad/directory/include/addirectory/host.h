@@ -62,7 +62,7 @@ class Host {
 
     // Both names empty when not joined.
     DomainNames ActiveDomain() const;
-    // As it was at the join; empty when not joined.
+    // Where the account stands now; where it stood at the join if the domain does not tell. Empty when not joined.
     std::string MachineAccountDN() const;
     std::vector<std::string> PreferredControllers() const;
     // Emptied by a leave. Throws 1210 for a malformed name, 87 for more than 256.
