@@ -3,6 +3,7 @@
 #ifndef NIMBREL_TESTS_PLUGINS_AD_JOINING_HOST_H_
 #define NIMBREL_TESTS_PLUGINS_AD_JOINING_HOST_H_
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@ class NotingLogIns : public LogInSoftware {
  public:
     void Enable(const JoinedDomain& domain) override {
         if (refuses) throw AdError(kStatusAccessDenied, "refused");
+        if (onEnable) onEnable();
         enabled = domain;
     }
     void Disable() override { enabled.reset(); }
@@ -27,6 +29,7 @@ class NotingLogIns : public LogInSoftware {
 
     std::optional<JoinedDomain> enabled;
     bool refuses = false;
+    std::function<void()> onEnable;
 };
 
 class JoiningHost : public Sandbox {

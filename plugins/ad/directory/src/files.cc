@@ -19,6 +19,7 @@ namespace nimbrel::ad {
 namespace {
 
 constexpr mode_t kPermissions = 07777;
+constexpr char kTemporarySuffix[] = ".new";
 
 kit::Descriptor OpenExisting(const std::string& path) {
     kit::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -86,7 +87,7 @@ std::optional<kit::Secret> ReadTrustedFile(const std::string& path) {
     return ReadAll(file, path, static_cast<std::size_t>(info.st_size));
 }
 
-FileReplacement::FileReplacement(std::string path) : _path(std::move(path)), _temporary(_path + ".new") {
+FileReplacement::FileReplacement(std::string path) : _path(std::move(path)), _temporary(_path + kTemporarySuffix) {
     unlink(_temporary.c_str());  // what a process left that was killed
     _file = kit::Descriptor(
         open(_temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
@@ -154,6 +155,8 @@ void RemoveFile(const std::string& path) {
     }
     kit::SyncFolder(kit::FolderOf(path));
 }
+
+void RemoveLeftover(const std::string& path) { RemoveFile(path + kTemporarySuffix); }
 
 FileLock::FileLock(const std::string& path, const Deadline& deadline) : _lock(path, kit::OwnerLock::File::Stays) {
     kit::MakeFolders(kit::FolderOf(path), kFolderMode);

@@ -63,6 +63,8 @@ class FileReplacement {
 void RestoreFile(const std::string& path, const std::optional<WholeFile>& file);
 // Durable; a missing file is as good.
 void RemoveFile(const std::string& path);
+// What a process that was killed has left of a replacement of the file.
+void RemoveLeftover(const std::string& path);
 
 // One change of this host's membership at a time, between threads and processes. Throws 170 if another one holds it
 // beyond the deadline.

@@ -18,6 +18,7 @@
 #include "session.h"
 #include "trusts.h"
 #include "undo_list.h"
+#include "unfinished_join.h"
 
 namespace nimbrel::ad {
 namespace {
@@ -29,7 +30,7 @@ void RequireNotJoined(const HostState& state) {
     }
 }
 
-// Which of an account's secrets is in force, as far as the controller has told.
+// Which secret of an account that was made for this host is in force, as far as the controller has told.
 enum class SecretState { OneTime, Unknown, Fresh };
 
 // One join under way.
@@ -43,14 +44,17 @@ class JoinTransaction {
           _deadline(Deadline::After(settings.joinBudget)),
           _lock(settings, _deadline),
           _state(HostState::Load(settings.membership)),
+          _unfinished(settings),
           _fresh(kit::Secret::Random()) {
         RequireNotJoined(_state);
+        TakeAwayUnfinished();
     }
 
     void JoinAsUser(const std::string& unit, const UserCredentials& credentials) {
         _logOn = UserLogOn(_settings, credentials, _deadline);
         ComputerAccounts accounts = LogOn();
         _survey = accounts.Look(_computer, unit);
+        Begin();
         _undo.Add("the machine account", [this] { TakeBackAccount(); });
         accounts.Prepare(_survey, _computer, _fresh, _account);
         Finish();
@@ -58,7 +62,7 @@ class JoinTransaction {
 
     void JoinAsMachine(const MachineAccountJoin& join) {
         _oneTime = kit::Secret(join.oneTimeSecret);
-        _logOn = SecretLogOn(_oneTime);
+        _logOn = OneTimeLogOn();
         ComputerAccounts accounts = LogOn();
         _survey = accounts.Look(_computer, "");
         if (!_survey.existing) {
@@ -66,13 +70,61 @@ class JoinTransaction {
         }
         RequireSameDomain(_survey.domain, join);
         _account.distinguishedName = _survey.existing->distinguishedName;
-        ChangeSecret(accounts);
+        if (_goesOn) {
+            _keys = KeysInKeytab(_unfinished.Keytab(), _computer, _domain);
+        } else {
+            Begin();
+            ChangeSecret(accounts);
+        }
         accounts.CompleteOwn(_computer, *_survey.existing);
         accounts.Complete(_account);
         Finish();
     }
 
  private:
+    // What a join that was cut short has left on this host; its record stays until this one makes its own or succeeds.
+    void TakeAwayUnfinished() {
+        const auto left = _unfinished.Find();
+        if (!left) {
+            return;
+        }
+        _mayGoOn = left->computer == _computer && left->domain == _domain;
+        _logInsEnabled = true;
+        _undo.Add("the settings of domain log-ins", [this] { DisableLogIns(); });
+        RemoveAccountFromKeytab(_settings.keytab, left->computer, left->domain);
+    }
+
+    // From now on the domain is changed.
+    void Begin() {
+        _keys = KeysOfSecret(_computer, _domain, _fresh);
+        // The keys stay where the domain may still hold them.
+        _undo.Add("the record of the join", [this] {
+            if (_secretState == SecretState::OneTime) {
+                _unfinished.Forget();
+            }
+        });
+        _unfinished.Record({_computer, _domain}, _keys);
+    }
+
+    // A one-time secret that is used up may have been used by a join of this host that was cut short.
+    Session::LogOn OneTimeLogOn() {
+        return [this](Tickets& tickets, const Controller& controller) {
+            try {
+                SecretLogOn(_oneTime)(tickets, controller);
+                _goesOn = false;
+            } catch (const KerberosError& error) {
+                const bool isRefused =
+                    error.Code() == KRB5KDC_ERR_PREAUTH_FAILED || error.Code() == KRB5_PREAUTH_FAILED;
+                if (!_mayGoOn || !isRefused ||
+                    !IsAccountOfKeytab(_settings, controller, _computer, _unfinished.Keytab(), _deadline)) {
+                    throw;
+                }
+                MachineLogOn(_computer, _unfinished.Keytab())(tickets, controller);
+                _goesOn = true;
+            }
+        };
+    }
+
     // The keytab's own problems show before the domain is touched.
     ComputerAccounts LogOn() {
         _keytab = std::make_unique<KeytabChange>(_settings.keytab);
@@ -99,7 +151,7 @@ class JoinTransaction {
     // The account stands; now this host.
     void Finish() {
         const auto trusts = ReadTrusts(_session->Ldap(), _session->At());
-        _keytab->SetKeys({_computer, _domain, _account.keyVersion}, _fresh);
+        _keytab->SetKeys({_computer, _domain, _account.keyVersion}, std::move(_keys));
         // From the controller that has just made the account.
         TryLogOn(_settings, _session->At(), MachineLogOn(_computer, _keytab->TrialName()), _deadline);
         // First the way back: a file may be replaced and the call fail all the same, when its folder cannot be synced.
@@ -113,6 +165,7 @@ class JoinTransaction {
         _state.membership = Membership{_domain,   _survey.domain.netbiosName, _survey.domain.sid,
                                        _computer, _account.distinguishedName, _account.sid};
         _state.Save(_settings.membership);
+        _unfinished.Forget();
         _undo.Keep();
     }
 
@@ -130,13 +183,16 @@ class JoinTransaction {
             }
         }
         // Beforehand, as it may take memory.
-        _undo.Add("the settings of domain log-ins", [this] {
-            if (_logInsEnabled) {
-                _logIns.Disable();
-            }
-        });
+        _undo.Add("the settings of domain log-ins", [this] { DisableLogIns(); });
         _logIns.Enable(joined);
         _logInsEnabled = true;
+    }
+
+    void DisableLogIns() {
+        if (_logInsEnabled) {
+            _logIns.Disable();
+            _logInsEnabled = false;
+        }
     }
 
     // With a way back once the change may have been made: the one-time secret is good again then, so that the join can
@@ -166,11 +222,13 @@ class JoinTransaction {
                     domain.ChangeSecret(*_survey.existing, _fresh, _oneTime);
                 }
             });
+            _secretState = SecretState::OneTime;
         } catch (const KerberosError& error) {
             const bool wasNeverChanged = _secretState == SecretState::Unknown && error.Status() == kStatusLogonFailure;
             if (!wasNeverChanged) {
                 throw;
             }
+            _secretState = SecretState::OneTime;
         }
     }
 
@@ -242,14 +300,18 @@ class JoinTransaction {
     const Deadline _deadline;
     const MembershipLock _lock;
     HostState _state;
+    const UnfinishedJoin _unfinished;
     const kit::Secret _fresh;
     kit::Secret _oneTime;
+    MachineKeys _keys;
     Session::LogOn _logOn;
     std::unique_ptr<KeytabChange> _keytab;
     std::unique_ptr<Session> _session;
     ComputerAccounts::Survey _survey;
     ComputerAccount _account;
     SecretState _secretState = SecretState::OneTime;
+    bool _mayGoOn = false;  // this host's own join with this account was cut short
+    bool _goesOn = false;   // with the keys of that one
     bool _logInsEnabled = false;
     UndoList _undo;  // last, so that it runs while everything else is there
 };

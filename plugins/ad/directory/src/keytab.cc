@@ -19,6 +19,22 @@ namespace {
 constexpr std::string_view kEmptyKeytab("\x05\x02", 2);
 constexpr std::array<krb5_enctype, 2> kEncryptions = {ENCTYPE_AES256_CTS_HMAC_SHA1_96, ENCTYPE_AES128_CTS_HMAC_SHA1_96};
 
+class KeytabPrincipal {
+ public:
+    KeytabPrincipal(krb5_context context, const std::string& name) : _context(context) {
+        CheckKerberos(context, krb5_parse_name(context, name.c_str(), &_principal), "write a keytab");
+    }
+    KeytabPrincipal(const KeytabPrincipal&) = delete;
+    KeytabPrincipal& operator=(const KeytabPrincipal&) = delete;
+    ~KeytabPrincipal() { krb5_free_principal(_context, _principal); }
+
+    krb5_principal Get() const { return _principal; }
+
+ private:
+    krb5_context _context;
+    krb5_principal _principal = nullptr;
+};
+
 class OpenKeytab {
  public:
     OpenKeytab(krb5_context context, const std::string& name) : _context(context) {
@@ -29,6 +45,16 @@ class OpenKeytab {
     ~OpenKeytab() { krb5_kt_close(_context, _keytab); }
 
     void Add(krb5_keytab_entry& entry) const { Check(krb5_kt_add_entry(_context, _keytab, &entry), "write a keytab"); }
+
+    kit::Secret Key(const std::string& name, krb5_enctype encryption) const {
+        const KeytabPrincipal principal(_context, name);
+        krb5_keytab_entry entry = {};
+        CheckKerberos(_context, krb5_kt_get_entry(_context, _keytab, principal.Get(), 0, encryption, &entry),
+                      "read a key of '" + name + "'");
+        const std::unique_ptr<krb5_keytab_entry, std::function<void(krb5_keytab_entry*)>> guard(
+            &entry, [this](krb5_keytab_entry* one) { krb5_free_keytab_entry_contents(_context, one); });
+        return kit::Secret({reinterpret_cast<const char*>(entry.key.contents), entry.key.length});
+    }
 
  private:
     void Check(krb5_error_code error, const std::string& action) const {
@@ -152,12 +178,11 @@ void WriteEntries(FileReplacement& to, std::string_view keytab,
 // An empty file has no entries either.
 std::string_view Contents(const std::optional<WholeFile>& file) { return file ? file->contents.View() : ""; }
 
-void AddKey(krb5_context context, const OpenKeytab& keytab, const std::string& principal, std::uint32_t version,
+void AddKey(krb5_context context, const OpenKeytab& keytab, const std::string& name, std::uint32_t version,
             const krb5_keyblock& key) {
+    const KeytabPrincipal principal(context, name);
     krb5_keytab_entry entry = {};
-    CheckKerberos(context, krb5_parse_name(context, principal.c_str(), &entry.principal), "write a keytab");
-    const std::unique_ptr<std::remove_pointer_t<krb5_principal>, std::function<void(krb5_principal)>> guard(
-        entry.principal, [context](krb5_principal one) { krb5_free_principal(context, one); });
+    entry.principal = principal.Get();
     entry.vno = version;
     entry.key = key;
     keytab.Add(entry);
@@ -181,6 +206,25 @@ void AddKeys(const std::string& name, const KeytabAccount& account, const Machin
             AddKey(context.get(), keytab, principal, account.keyVersion, BlockOf(key));
         }
     }
+}
+
+void RemoveEntries(const std::string& path, const std::function<bool(const EntryPrincipal& principal)>& isGoing) {
+    const auto before = ReadWholeFile(path);
+    bool isAnyGoing = false;
+    bool isAnyStaying = false;
+    ForEachEntry(Contents(before), [&](std::string_view, const EntryPrincipal& principal) {
+        (isGoing(principal) ? isAnyGoing : isAnyStaying) = true;
+    });
+    if (isAnyGoing && !isAnyStaying) {
+        RemoveFile(path);
+    }
+    if (!isAnyGoing || !isAnyStaying) {
+        return;
+    }
+    FileReplacement replacement(path);
+    replacement.Write(kEmptyKeytab);
+    WriteEntries(replacement, Contents(before), [&](const auto& principal) { return !isGoing(principal); });
+    replacement.Commit();
 }
 
 }  // namespace
@@ -209,6 +253,16 @@ MachineKeys KeysOfSecret(const std::string& computer, const std::string& domain,
         const std::unique_ptr<krb5_keyblock, std::function<void(krb5_keyblock*)>> guard(
             &key, [&](krb5_keyblock* one) { krb5_free_keyblock_contents(context.get(), one); });
         keys.push_back({encryption, kit::Secret({reinterpret_cast<const char*>(key.contents), key.length})});
+    }
+    return keys;
+}
+
+MachineKeys KeysInKeytab(const std::string& name, const std::string& computer, const std::string& domain) {
+    const KerberosContext context = MakeKerberosContext(UpperCase(domain));
+    const OpenKeytab keytab(context.get(), name);
+    MachineKeys keys;
+    for (const krb5_enctype encryption : kEncryptions) {
+        keys.push_back({encryption, keytab.Key(KeytabPrincipals(computer, domain).front(), encryption)});
     }
     return keys;
 }
@@ -275,33 +329,30 @@ void KeytabChange::Merge(const WholeFile& now) const {
     merged.Commit();
 }
 
-void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
-    const auto before = ReadWholeFile(path);
-    if (!before) {
-        return;
-    }
-    std::vector<std::string_view> kept;
-    bool isAnyRemoved = false;
-    ForEachEntry(before->contents.View(), [&](std::string_view entry, const EntryPrincipal& principal) {
-        if (principal.realm == realm) {
-            isAnyRemoved = true;
-        } else {
-            kept.push_back(entry);
-        }
-    });
-    if (!isAnyRemoved) {
-        return;
-    }
-    if (kept.empty()) {
-        RemoveFile(path);
-        return;
-    }
+void WriteMachineKeytab(const std::string& path, const KeytabAccount& account, const MachineKeys& keys) {
     FileReplacement replacement(path);
     replacement.Write(kEmptyKeytab);
-    for (const std::string_view entry : kept) {
-        replacement.Write(entry);
-    }
+    AddKeys("FILE:" + replacement.TemporaryPath(), account, keys);
     replacement.Commit();
+}
+
+std::optional<KeytabAccount> MachineAccountIn(std::string_view keytab) {
+    std::optional<KeytabAccount> found;
+    ForEachEntry(keytab, [&](std::string_view, const EntryPrincipal& principal) {
+        if (!found && principal.parts == 1 && principal.name.size() > 1 && principal.name.back() == '$') {
+            found = KeytabAccount{principal.name.substr(0, principal.name.size() - 1), LowerCase(principal.realm)};
+        }
+    });
+    return found;
+}
+
+void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
+    RemoveEntries(path, [&](const auto& principal) { return principal.realm == realm; });
+}
+
+void RemoveAccountFromKeytab(const std::string& path, const std::string& computer, const std::string& domain) {
+    const auto principals = KeytabPrincipals(computer, domain);
+    RemoveEntries(path, [&](const auto& principal) { return IsOneOf(principals, principal); });
 }
 
 }  // namespace nimbrel::ad

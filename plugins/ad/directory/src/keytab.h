@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "files.h"
@@ -38,6 +39,13 @@ struct MachineKey {
 using MachineKeys = std::vector<MachineKey>;
 
 MachineKeys KeysOfSecret(const std::string& computer, const std::string& domain, const kit::Secret& machineSecret);
+// Those of the account in a keytab, as libkrb5 names it. Throws `KerberosError` where one is missing.
+MachineKeys KeysInKeytab(const std::string& name, const std::string& computer, const std::string& domain);
+
+// A keytab of the account alone, in place at once.
+void WriteMachineKeytab(const std::string& path, const KeytabAccount& account, const MachineKeys& keys);
+// The machine account whose keys are in these bytes of a keytab; unset if they are not those of one.
+std::optional<KeytabAccount> MachineAccountIn(std::string_view keytab);
 
 // A new keytab, not yet in place: the old one's entries without those of the account's principals, then the account's
 // keys. Others may add theirs to the old one meanwhile.
@@ -74,6 +82,8 @@ class KeytabChange {
 // Takes every entry of the realm away, at all key versions; the file goes with the last entry. Does nothing to a keytab
 // without any.
 void RemoveRealmFromKeytab(const std::string& path, const std::string& realm);
+// The same for the account's principals alone.
+void RemoveAccountFromKeytab(const std::string& path, const std::string& computer, const std::string& domain);
 
 }  // namespace nimbrel::ad
 

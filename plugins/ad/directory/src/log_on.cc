@@ -122,13 +122,18 @@ void TryLogOn(const Settings& settings, const Controller& controller, const Sess
 }
 
 bool IsAccountOfKeytab(const Settings& settings, const Controller& controller, const std::string& computer,
-                       const Deadline& deadline) {
+                       const std::string& keytab, const Deadline& deadline) {
     try {
-        TryLogOn(settings, controller, MachineLogOn(computer, "FILE:" + settings.keytab), deadline);
+        TryLogOn(settings, controller, MachineLogOn(computer, keytab), deadline);
         return true;
     } catch (const KerberosError& error) {
         const bool hasNoKey = error.Code() == ENOENT || error.Code() == KRB5_KT_NOTFOUND;
         return error.Status() != kStatusLogonFailure && !hasNoKey;
+    } catch (const AdError& error) {
+        if (error.Status() != kStatusNoTrustAccount) {
+            throw;
+        }
+        return true;  // gone since it was looked for, which is no sign of another host
     }
 }
 

@@ -54,10 +54,12 @@ class Host {
     void Join(const std::string& domain, const std::string& hostName, const std::string& unit,
               const UserCredentials& credentials) const;
     // Takes over an account that was made for this host, and changes its secret. Throws 1810 if the SID or the NetBIOS
-    // name is not the domain's, 1326 for a wrong or used secret or an unknown account, else as above.
+    // name is not the domain's, 1326 for a wrong or used secret or an unknown account, else as above. A secret that was
+    // used by a join of this host that was cut short is as good as a new one.
     void JoinWithMachineAccount(const MachineAccountJoin& join) const;
-    // Leaves. With credentials the account is deleted, or disabled where the user may not delete it; 5 when neither is
-    // allowed, and the host stays joined. Without, the host forgets, and asks nobody. Throws 2692 (not joined).
+    // Leaves, or takes away what a join has left that was cut short. With credentials the account is deleted, or disabled
+    // where the user may not delete it; 5 when neither is allowed, and the host stays joined; an account that is another
+    // host's by now stays. Without, the host forgets, and asks nobody. Throws 2692 (not joined).
     void Part(const std::optional<UserCredentials>& credentials) const;
 
     // Both names empty when not joined.

@@ -1,0 +1,42 @@
+// A join under way, as it stands on the disk from its first change in the domain on: a keytab of the machine account
+// beside the membership (/var/lib/nimbrel/ad/membership.joining, mode 0600), with the keys that the domain may hold by
+// then. It goes when the join has ended; one that is found by another call is of a join that was cut short.
+//
+//     if (const auto account = UnfinishedJoin(settings).Find()) ...    // "NODE01" of "corp.test"
+//
+// The next join takes away what that one has left on the host. One with the same machine account goes on with the keys if
+// the one-time secret is used up; the account would be lost otherwise. A leave takes everything away.
+//
+// Threads: any; changes are made under the membership's lock. Errors: `AdError` with 1359 for a damaged file, 5 for one
+// that may not be used.
+
+#ifndef NIMBREL_AD_UNFINISHED_JOIN_H_
+#define NIMBREL_AD_UNFINISHED_JOIN_H_
+
+#include <optional>
+#include <string>
+
+#include "addirectory/settings.h"
+#include "keytab.h"
+
+namespace nimbrel::ad {
+
+class UnfinishedJoin {
+ public:
+    explicit UnfinishedJoin(const Settings& settings) : _path(settings.membership + ".joining") {}
+
+    // Unset if there is none.
+    std::optional<KeytabAccount> Find() const;
+    // Replaces what is there. Durable when it returns.
+    void Record(const KeytabAccount& account, const MachineKeys& keys) const;
+    void Forget() const;
+    // As libkrb5 names it.
+    std::string Keytab() const { return "FILE:" + _path; }
+
+ private:
+    std::string _path;
+};
+
+}  // namespace nimbrel::ad
+
+#endif  // NIMBREL_AD_UNFINISHED_JOIN_H_

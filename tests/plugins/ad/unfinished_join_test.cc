@@ -1,0 +1,189 @@
+// Joins whose process is killed, at every message to the controller and between the steps on the host: the next call on
+// the same host ends what they have begun.
+
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+
+#include "joining_host.h"
+#include "keytab.h"
+#include "unfinished_join.h"
+
+namespace nimbrel::ad::test {
+namespace {
+
+class UnfinishedJoins : public JoiningHost {
+ protected:
+    static constexpr int kAtTheLogIns = 0;
+
+    // The old state: an account that was made for this host, and another service's keys in the keytab.
+    void Prepare() {
+        MakeAccount();
+        corp.entries.Modify(kAccount, {{2, "unicodePwd", {OneTimeValue()}}});
+        KeytabChange web(settings.keytab);
+        web.SetKeys({"WEB", "other.test", 1}, kit::Secret("secret"));
+        web.Commit();
+        _keytab = ReadFile(settings.keytab);
+    }
+
+    std::uint32_t JoinAsMachine() {
+        return StatusOf([&] {
+            TheHost().JoinWithMachineAccount({"node01.corp.test", "corp.test", "", "", "NODE01$", "OneTime-1"});
+        });
+    }
+
+    // Kills a process that joins at its request of that number, which is carried out or not. False if it has ended before.
+    template <typename Work>
+    bool KilledAt(int request, Behaviour last, const Work& work) {
+        int gate[2] = {};
+        EXPECT_EQ(pipe(gate), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            char go = 0;
+            logIns.onEnable = [&] {
+                if (request == kAtTheLogIns) raise(SIGKILL);
+            };
+            _exit(read(gate[0], &go, 1) == 1 && work() == 0 ? 0 : 1);
+        }
+        corp.controller.SetBehave([=, count = 0](const std::string&, const std::string&) mutable {
+            if (++count != request) return Behaviour::Answers;
+            kill(child, SIGKILL);
+            return last;
+        });
+        EXPECT_EQ(write(gate[1], "", 1), 1);
+        int ending = 0;
+        EXPECT_EQ(waitpid(child, &ending, 0), child);
+        close(gate[0]);
+        close(gate[1]);
+        corp.controller.SetBehave({});
+        EXPECT_TRUE(WIFSIGNALED(ending) || WEXITSTATUS(ending) == 0);
+        return WIFSIGNALED(ending);
+    }
+
+    void ForgetEverything() {
+        if (TheHost().ActiveDomain().dnsName.empty()) {
+            StatusOf([&] { TheHost().Part(std::nullopt); });
+        } else {
+            TheHost().Part(std::nullopt);
+        }
+        corp.entries.Delete(kAccount, false);
+        std::filesystem::remove(settings.keytab);
+    }
+
+    void ExpectJoined() {
+        EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+        EXPECT_FALSE(UnfinishedJoin(settings).Find());
+        EXPECT_EQ(FileCount(Folder()), 3U) << "the keytab, the membership, the lock";
+        EXPECT_EQ(ReadFile(settings.keytab).substr(0, _keytab.size()), _keytab);
+    }
+
+    static std::string OneTimeValue() {
+        std::string value;
+        for (const char letter : std::string("\"OneTime-1\"")) value += std::string{letter, '\0'};
+        return value;
+    }
+
+    std::string _keytab;
+};
+
+TEST_F(UnfinishedJoins, WithAMachineAccountAreEndedByTheSameJoin) {
+    for (const auto last : {Behaviour::HangsUp, Behaviour::Vanishes}) {
+        for (int request = kAtTheLogIns, killed = 1; killed != 0; ++request) {
+            Prepare();
+            killed = KilledAt(request, last, [this] { return JoinAsMachine(); });
+            if (killed != 0) {
+                EXPECT_EQ(TheHost().ActiveDomain().dnsName, "");
+                EXPECT_EQ(JoinAsMachine(), 0U) << request;
+            }
+            SCOPED_TRACE(request);
+            ExpectJoined();
+            ForgetEverything();
+        }
+    }
+}
+
+TEST_F(UnfinishedJoins, ByAUserAreEndedByTheNextJoin) {
+    for (const auto last : {Behaviour::HangsUp, Behaviour::Vanishes}) {
+        for (int request = kAtTheLogIns, killed = 1; killed != 0; ++request) {
+            Prepare();
+            killed = KilledAt(request, last, [this] { return Join(); });
+            if (killed != 0) {
+                EXPECT_EQ(Join(), 0U) << request;
+            }
+            SCOPED_TRACE(request);
+            ExpectJoined();
+            ForgetEverything();
+        }
+    }
+}
+
+TEST_F(UnfinishedJoins, AreTakenAwayByALeave) {
+    for (const bool asMachine : {false, true}) {
+        Prepare();
+        ASSERT_TRUE(
+            KilledAt(kAtTheLogIns, Behaviour::Answers, [=, this] { return asMachine ? JoinAsMachine() : Join(); }));
+        EXPECT_NE(ReadFile(settings.keytab), _keytab);
+        EXPECT_EQ(StatusOf([&] { TheHost().Part(std::nullopt); }), 0U);
+        EXPECT_EQ(ReadFile(settings.keytab), _keytab);
+        EXPECT_EQ(FileCount(Folder()), 2U) << "the keytab and the lock";
+        EXPECT_EQ(StatusOf([&] { TheHost().Part(std::nullopt); }), kStatusNotJoined);
+        ForgetEverything();
+    }
+}
+
+TEST_F(UnfinishedJoins, LeaveWithCredentialsTakesTheAccountToo) {
+    Prepare();
+    ASSERT_TRUE(KilledAt(kAtTheLogIns, Behaviour::Answers, [this] { return Join(); }));
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_FALSE(Account());
+}
+
+TEST_F(UnfinishedJoins, FailedJoinAfterwardsLeavesTheHostCleanAndTheKeysForTheNext) {
+    Prepare();
+    ASSERT_TRUE(KilledAt(kAtTheLogIns, Behaviour::Answers, [this] { return JoinAsMachine(); }));
+    logIns.enabled.emplace();
+    EXPECT_EQ(Join("", "wrong"), kStatusLogonFailure);
+    EXPECT_FALSE(logIns.enabled);
+    EXPECT_EQ(ReadFile(settings.keytab), _keytab);
+    logIns.refuses = true;
+    EXPECT_EQ(JoinAsMachine(), kStatusAccessDenied);
+    EXPECT_EQ(ReadFile(settings.keytab), _keytab);
+    logIns.refuses = false;
+    EXPECT_EQ(JoinAsMachine(), 0U);
+    ExpectJoined();
+}
+
+// The one-time secret cannot be made good again: the keys are all that opens the account.
+TEST_F(UnfinishedJoins, KeysStayWhereTheSecretCannotBeTakenBack) {
+    Prepare();
+    logIns.refuses = true;
+    corp.controller.SetRefuse([changes = 0](const std::string& operation, const std::string&) mutable {
+        return operation == "modify" && ++changes == 3 ? std::optional(Result{53}) : std::nullopt;
+    });
+    EXPECT_EQ(JoinAsMachine(), kStatusAccessDenied);
+    logIns.refuses = false;
+    EXPECT_EQ(JoinAsMachine(), 0U);
+    ExpectJoined();
+}
+
+TEST_F(UnfinishedJoins, RecordOfAFailedJoinIsGone) {
+    Prepare();
+    logIns.refuses = true;
+    EXPECT_EQ(Join(), kStatusAccessDenied);
+    EXPECT_FALSE(UnfinishedJoin(settings).Find());
+    EXPECT_EQ(JoinAsMachine(), kStatusLogonFailure) << "the user's join has reset the account";
+    EXPECT_FALSE(UnfinishedJoin(settings).Find());
+}
+
+TEST_F(UnfinishedJoins, DamagedRecordIsTold) {
+    WriteFile(settings.membership + ".joining", "\x05\x02");
+    std::filesystem::permissions(settings.membership + ".joining", std::filesystem::perms(0600));
+    EXPECT_EQ(Join(), kStatusInternalError);
+    EXPECT_FALSE(Account());
+}
+
+}  // namespace
+}  // namespace nimbrel::ad::test
