@@ -5,6 +5,8 @@
 #   join_let_go NODE, join_end NODE           lets it go on, or ends it there and then
 #   join_status NODE                          what such a join returned, when it has ended
 #
+# The join is that of a user, unless fault_join and fault_secret say another one.
+#
 # A message is any call that sends: to a name server, to the key distribution centre, to the directory, to a file.
 
 message_calls=sendto,sendmsg,sendmmsg,write,writev
@@ -12,14 +14,14 @@ fault_join=(/mnt/probe /usr/libexec/nimauth/libad.so join corp.test joiner Hosts
 
 join_with_fault() {
     in_box "$1" strace -f -qq -o /tmp/trace -e "trace=$2" -e "inject=$2:error=$3:when=$4" "${fault_join[@]}" \
-        <<<"$secret" >"/mnt/lab/fault.$1" 2>&1 || true
+        <<<"${fault_secret-$secret}" >"/mnt/lab/fault.$1" 2>&1 || true
 }
 
 join_held() {
     local trace=$boxes/$1/trace
     : >"$trace"
     in_box "$1" strace -f -qq -o "$trace" -e "trace=$message_calls" -e "inject=$message_calls:signal=SIGSTOP:when=$2" \
-        "${fault_join[@]}" <<<"$secret" >"/mnt/lab/fault.$1" 2>&1 &
+        "${fault_join[@]}" <<<"${fault_secret-$secret}" >"/mnt/lab/fault.$1" 2>&1 &
     local tracer=$!
     printf '%s\n' "$tracer" >"$boxes/$1/tracer"
     until grep -q 'stopped by SIGSTOP' "$trace"; do

@@ -155,3 +155,27 @@ sweep_interrupted_join_process_is_killed() {
     for_every_step 200 killed_at_step
     echo "note: killed at each of $last_step messages: in or out, next join succeeds"
 }
+
+# The one-time secret may be used up by then: the same join goes on with the keys that the host holds.
+killed_account_join_at_step() {  # killed_account_join_at_step HOST STEP
+    local fault_join=(/mnt/probe /usr/libexec/nimauth/libad.so join-account corp.test "${1^^}\$")
+    local fault_secret=One-Time-Secret-3 is_held=yes
+    make_account "$1" OU=Hosts "$fault_secret"
+    join_held "$1" "$2" || is_held=
+    [ -z "$is_held" ] || join_end "$1"
+    output=/mnt/lab/fault.$1
+    capture probe "$1" trust-state
+    if ! grep -q "value=$trust_healthy " "$output"; then
+        answer_has "trust-state value=$trust_not_joined .*"
+        join_account_gives 0 corp.test "${1^^}\$" "$fault_secret"
+    fi
+    trust_state_is "$trust_healthy"
+    leave_gives 0 joiner
+    node_is_untouched "being killed at message $2"
+    [ -n "$is_held" ]
+}
+
+sweep_interrupted_join_with_a_one_time_secret_is_killed() {
+    for_every_step 200 killed_account_join_at_step
+    echo "note: killed at each of $last_step messages: in or out, the same join succeeds"
+}
