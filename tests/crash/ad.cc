@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <ctime>
 
 #include "addirectory/ad_error.h"
@@ -10,6 +11,7 @@
 #include "crash/operation.h"
 #include "plugins/ad/directory/src/host_state.h"
 #include "plugins/ad/directory/src/keytab.h"
+#include "plugins/ad/directory/src/unfinished_join.h"
 
 // The clock stands, so that keytabs with the same keys are equal.
 extern "C" __attribute__((visibility("default"))) time_t time(time_t* seconds) noexcept {
@@ -25,6 +27,7 @@ using ad::AdError;
 using ad::HostState;
 using ad::LogIns;
 
+constexpr std::int32_t kAes256 = 18;
 constexpr char kRoot[] = "/srv";
 constexpr char kMembership[] = "/srv/var/lib/nimbrel/ad/membership";
 constexpr char kKeytab[] = "/srv/etc/krb5.keytab";
@@ -72,6 +75,44 @@ Operation SetControllers() {
 Operation ForgetMembership() {
     return OnTheMembership(
         "membership, left", [] { Save(Joined()); }, [] { Save(HostState()); });
+}
+
+// --- Record of a join under way ---
+
+ad::UnfinishedJoin TheRecord() {
+    ad::Settings settings;
+    settings.membership = kMembership;
+    return ad::UnfinishedJoin(settings);
+}
+
+void RecordJoin(const char* computer) {
+    ad::MachineKeys keys;
+    keys.push_back({kAes256, kit::Secret(std::string(32, 'k'))});
+    TheRecord().Record({computer, "corp.test"}, keys);
+}
+
+Operation OnTheRecord(const char* name, std::function<void()> prepare, std::function<void()> run) {
+    Operation operation = OnTheMembership(name, std::move(prepare), std::move(run));
+    operation.read = [] {
+        const auto account = TheRecord().Find();
+        return Parts{{"record", account ? account->computer : "none"}};
+    };
+    return operation;
+}
+
+Operation BeginJoin() {
+    return OnTheRecord(
+        "join under way, recorded", [] {}, [] { RecordJoin("NODE01"); });
+}
+
+Operation BeginAnotherJoin() {
+    return OnTheRecord(
+        "join under way, after one that was cut short", [] { RecordJoin("NODE01"); }, [] { RecordJoin("NODE02"); });
+}
+
+Operation EndJoin() {
+    return OnTheRecord(
+        "join under way, ended", [] { RecordJoin("NODE01"); }, [] { TheRecord().Forget(); });
 }
 
 // --- Keytab ---
@@ -203,8 +244,9 @@ Operation DisableLogIns() {
 
 std::vector<Operation> Operations() {
     CoverFolder(kRoot);
-    return {RecordMembership(), SetControllers(), ForgetMembership(),  FirstKeys(),   NewKeys(),      RemoveKeys(),
-            RemoveLastKeys(),   EnableLogIns(),   PreferControllers(), SetServices(), DisableLogIns()};
+    return {RecordMembership(), SetControllers(),    ForgetMembership(), BeginJoin(),    BeginAnotherJoin(),
+            EndJoin(),          FirstKeys(),         NewKeys(),          RemoveKeys(),   RemoveLastKeys(),
+            EnableLogIns(),     PreferControllers(), SetServices(),      DisableLogIns()};
 }
 
 }  // namespace nimbrel::crash
