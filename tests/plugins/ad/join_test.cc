@@ -611,6 +611,23 @@ TEST_F(Leaves, DisabledAccountIsThisHostsAllTheSame) {
     EXPECT_FALSE(Account());
 }
 
+TEST_F(Leaves, AccountThatTheKeyCentreDoesNotKnowAnyMoreIsNoSignOfAnotherHost) {
+    corp.keys.Refuse("NODE01$", KRB5KDC_ERR_C_PRINCIPAL_UNKNOWN);
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_FALSE(Account());
+}
+
+TEST_F(Leaves, ControllerThatFallsSilentKeepsTheHostJoined) {
+    settings.leaveBudget = std::chrono::milliseconds(600);
+    corp.controller.SetBehave([this](const std::string& operation, const std::string& name) {
+        if (operation == "search" && name == corp.base) corp.controller.hangUpsOfKerberos = 1'000'000;
+        return Behaviour::Answers;
+    });
+    EXPECT_EQ(Leave(), kStatusNoSuchDomain);
+    EXPECT_TRUE(Account());
+    EXPECT_TRUE(HasTraces());
+}
+
 TEST_F(Leaves, AccountIsKnownByItsKeyWhereItsSidWasNotRecorded) {
     HostState state = HostState::Load(settings.membership);
     EXPECT_EQ(std::exchange(state.membership->accountSid, ""), "S-1-5-21-1-2-3-1");
