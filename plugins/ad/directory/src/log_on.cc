@@ -130,6 +130,9 @@ bool IsAccountOfKeytab(const Settings& settings, const Controller& controller, c
         const bool hasNoKey = error.Code() == ENOENT || error.Code() == KRB5_KT_NOTFOUND;
         return error.Status() != kStatusLogonFailure && !hasNoKey;
     } catch (const AdError& error) {
+        if (error.Status() == kStatusLogonFailure) {
+            return false;
+        }
         if (error.Status() != kStatusNoTrustAccount) {
             throw;
         }
