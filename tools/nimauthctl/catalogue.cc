@@ -374,6 +374,11 @@ constexpr StatusEntry kProxy[] = {
     {1398, Authentication, "",
      "the clock of the authentication proxy, or of this host, is too far from that of the domain controller",
      "set both by NTP from the domain's time source, then try again"},
+    {1610, Failure, "",
+     "a plug-in's settings file on this host is malformed, or the certificate or key that apxhttps.conf names cannot be "
+     "used",
+     "the system log tells which; correct apxhttps.conf or ad.conf in /etc/nimbrel/nimauth, or the files named there: a "
+     "key must not be encrypted"},
     {1793, Authentication, "", "the authentication proxy's own account has expired", "extend it in the domain"},
     {1810, Failure, "",
      "the domain that the authentication proxy serves is not the one of that name that this host finds",
@@ -454,8 +459,9 @@ constexpr ClassEntry kClasses[] = {
      "see 'nimauthctl proxy cert show'; import the proxy's present certificate, if it is known to be right"},
     {"ConfigStoreException", Failure,
      "the host's configuration store could not be read or written",
-     "check /var/lib/nimbrel/configstore.db, its mode and owner, and the free space; if it is damaged, put a copy of "
-     "it back, or remove it to start anew: the stored options, domain settings and proxy certificate are gone then"},
+     "check /var/lib/nimbrel/configstore.db, its mode and owner, and the free space; if it is damaged, first remove "
+     "it and configstore.db-* beside it, then put a backup in its place or start anew: the stored options, domain "
+     "settings and proxy certificate are gone then"},
     {"HostMgmtException", Failure,
      "a part of the host's platform (options, network, DNS, hosts file) refused",
      "check the file or the interface that the message names"},

@@ -153,7 +153,7 @@ TEST_F(DamagedHostTest, RemediesOfADamagedConfigurationStoreLeadToItsEnd) {
     EXPECT_THAT(Ctl({"join", "--proxy", "192.0.2.7"}).errors,
                 HasSubstr("see 'nimauthctl option get UserVars.ActiveDirectoryVerifyAPXCertificate'"));
     EXPECT_THAT(Ctl({"option", "get", "UserVars.ActiveDirectoryVerifyAPXCertificate"}).errors,
-                HasSubstr("put a copy of it back, or remove it to start anew"));
+                HasSubstr("then put a backup in its place or start anew"));
     std::filesystem::remove("/var/lib/nimbrel/configstore.db");
     Done({"option", "get", "UserVars.ActiveDirectoryVerifyAPXCertificate"});
     EXPECT_THAT(CtlWithPassword({"join", "corp.test", "-U", "administrator"}), ExitsWith(0));
