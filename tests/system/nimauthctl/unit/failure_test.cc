@@ -79,7 +79,8 @@ TEST(FailureTest, PermissionIsToldByTheSystemsText) {
 TEST(FailureTest, PlatformExceptionsAreExplained) {
     const Failure failure = Describe(OrbConfigStore::ConfigStoreException("disk I/O error"));
     EXPECT_EQ("ConfigStoreException", failure.exception);
-    EXPECT_THAT(failure.remedy, AllOf(HasSubstr("configstore.db"), HasSubstr("first remove it and configstore.db-* beside it")));
+    EXPECT_THAT(failure.remedy,
+                AllOf(HasSubstr("configstore.db"), HasSubstr("first remove it and configstore.db-* beside it")));
 }
 
 struct RemedyCase {
