@@ -324,6 +324,24 @@ TEST_F(DnsConfigTest, RunningResolvedIsTold) {
     EXPECT_EQ(ReadFile(kCalls), call + call);
 }
 
+// A unit that is restarted many times in a row is stopped, and joins that are tried again come here each time.
+TEST_F(DnsConfigTest, ResolvedThatHasTheDomainsIsLeftAlone) {
+    RunSystemd(0);
+    std::filesystem::create_directories("/run/systemd/resolve");
+    for (const std::string target : {"/run/systemd/resolve/stub-resolv.conf", "/usr/lib/systemd/resolv.conf"}) {
+        Link(target);
+        Save("corp.test");
+        WriteFile("/run/systemd/resolve/resolv.conf", "nameserver 192.0.2.53\nsearch lab.test corp.test\n");
+        std::filesystem::remove(kCalls);
+        Save("CORP.test");
+        EXPECT_FALSE(std::filesystem::exists(kCalls)) << target;
+        Save("lab.test");  // the service has it, the drop-in has not
+        EXPECT_TRUE(std::filesystem::exists(kCalls)) << target;
+        std::filesystem::remove("/run/systemd/resolve/resolv.conf");
+        std::filesystem::remove(kDropIn);
+    }
+}
+
 TEST_F(DnsConfigTest, ResolvedThatCannotBeToldIsNoFailure) {
     Link("/run/systemd/resolve/stub-resolv.conf");
     RunSystemd(1);

@@ -12,6 +12,7 @@ namespace SysNet::Network {
 namespace {
 
 constexpr char kResolvConf[] = "/etc/resolv.conf";
+constexpr char kWrittenByResolved[] = "/run/systemd/resolve/resolv.conf";
 constexpr char kDropInFolder[] = "/etc/systemd/resolved.conf.d";
 constexpr char kDropIn[] = "/etc/systemd/resolved.conf.d/50-nimauth.conf";
 
@@ -21,15 +22,23 @@ void SaveInResolvConf(const std::vector<std::string>& domains) {
     if (changed != old) ReplaceTextFile(kResolvConf, changed);
 }
 
+// Whether the resolv.conf that systemd-resolved keeps, whichever file the host's is linked to, names all of them.
+bool IsInUse(const std::vector<std::string>& domains) {
+    const std::string written = ReadTextFile(kWrittenByResolved).value_or("");
+    return AddToResolvConf(written, domains) == written;
+}
+
 void SaveInDropIn(const std::vector<std::string>& domains) {
     const std::string old = ReadTextFile(kDropIn).value_or("");
     const std::string changed = AddToResolvedDropIn(old, domains);
-    if (changed != old) {
+    const bool isNew = changed != old;
+    if (isNew) {
         MakeFolders(kDropInFolder);
         ReplaceTextFile(kDropIn, changed);
     }
-    // Also of what is there already: whoever wrote it may have ended before the service was told.
-    ReloadResolved();
+    // Whoever wrote what is there already may have ended before the service was told. A service that has taken it over is
+    // left alone: one that cannot reload is restarted, and too many restarts in a row stop it.
+    if (isNew || !IsInUse(domains)) ReloadResolved();
 }
 
 }  // namespace

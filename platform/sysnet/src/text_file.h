@@ -2,7 +2,8 @@
 //
 // Errors: HostMgmtException with the path and the system's text.
 //
-// Threads: any number at once. Of two replacements of one file at the same moment, the last to finish wins whole.
+// Threads: any number at once. Of two replacements of one file at the same moment, the last to finish wins whole; of two in
+// place, too, unless one of them takes longer than the two seconds for which the other waits.
 
 #ifndef SYSNET_SRC_TEXT_FILE_H_
 #define SYSNET_SRC_TEXT_FILE_H_
@@ -20,8 +21,8 @@ std::optional<std::string> ReadTextFile(const std::string& path);
 
 // Replaces the file, or the target of the symbolic link, by a new file with the old one's mode, owner, group and extended
 // attributes. Where that cannot be done because the file is a mount point, because its folder may not be written, or
-// because the owner cannot be kept, its bytes are rewritten in place, after room for them has been taken. A missing file
-// is created with mode 0644; its folder must exist.
+// because the owner cannot be kept, its bytes are rewritten in place under a lock, after room for them has been taken. A
+// missing file is created with mode 0644; its folder must exist.
 //
 // What a killed process left of its new file, the next replacement of the same file removes.
 //

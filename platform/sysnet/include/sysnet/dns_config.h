@@ -11,8 +11,10 @@
 //     Domains=corp.test
 //
 // Domains, options and comments that this file already has stay. resolved reads it when it starts, so SaveConfig then
-// runs "systemctl try-reload-or-restart systemd-resolved.service" and waits for it, 20 seconds at most. Where systemd is
-// not running, or the command fails, the domains are stored all the same and hold from resolved's next start.
+// runs "systemctl try-reload-or-restart systemd-resolved.service" and waits for it, 20 seconds at most; not if all of the
+// domains were in the file and are in the resolv.conf that resolved keeps, so that a caller who tries a join again and
+// again does not restart the host's resolver each time. Where systemd is not running, or the command fails, the domains
+// are stored all the same and hold from resolved's next start.
 //
 // Everywhere else /etc/resolv.conf itself is edited, through a symbolic link in its target:
 //
@@ -55,7 +57,8 @@ class __attribute__((visibility("default"))) DnsConfigImpl {
     // domain name: labels of letters, digits, "-" and "_", joined by dots.
     void AddUserSearchDomain(const std::string& domain);
 
-    // Writes the added domains. Does nothing if none was added since the last time or if all of them are there already.
+    // Writes the added domains. Does nothing if none was added since the last time; writes nothing if all of them are
+    // there already.
     void SaveConfig();
 
  private:
