@@ -261,6 +261,9 @@ TEST_F(NetworkInfoTest, NamedLoopbackMustHaveAnAddressOfTheHosts) {
     Ip("address add 203.0.113.9/32 dev lo");
     EXPECT_EQ(Management(), "lo 203.0.113.9");
     Ip("address delete 203.0.113.9/32 dev lo");
+    Ip("address add 203.0.113.9/32 dev lo scope host");
+    EXPECT_EQ(Management(), "lo 203.0.113.9");
+    Ip("address delete 203.0.113.9/32 dev lo");
 }
 
 // ---------------------------------------------------------------- what the kernel may answer

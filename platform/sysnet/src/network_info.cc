@@ -20,6 +20,8 @@ using HostMgmt::Network::Ipv4Address;
 
 constexpr char kNetworkConf[] = "/etc/nimbrel/network.conf";
 
+bool IsLoopback(const std::string& address) { return address.compare(0, 4, "127.") == 0; }
+
 // The links and addresses of one moment.
 class Interfaces {
  public:
@@ -47,13 +49,13 @@ class Interfaces {
     const std::vector<Link>& Links() const { return _links; }
 
  private:
-    // The first address of global scope, else the first.
+    // The first address of global scope, else the first that is no loopback address, else the first.
     std::optional<std::string> AddressOf(int index) const {
         std::optional<std::string> first;
         for (const Ipv4OfLink& candidate : _addresses) {
             if (candidate.index != index) continue;
             if (candidate.global) return candidate.address;
-            if (!first) first = candidate.address;
+            if (!first || (IsLoopback(*first) && !IsLoopback(candidate.address))) first = candidate.address;
         }
         return first;
     }
@@ -61,8 +63,6 @@ class Interfaces {
     const std::vector<Link> _links = QueryLinks();
     const std::vector<Ipv4OfLink> _addresses = QueryIpv4Addresses();
 };
-
-bool IsLoopback(const std::string& address) { return address.compare(0, 4, "127.") == 0; }
 
 // A loopback interface may carry an address of the host's own; those that every host has stand for none.
 std::shared_ptr<NetworkInterface> Named(const Interfaces& interfaces, const std::string& name) {

@@ -10,13 +10,13 @@
 //     2  management-interface = eth1
 //
 // A line is blank, a comment (its first character other than a blank is "#"), or the one setting; anything else is an
-// error that names the line. A named interface that does not exist or has no IPv4 address is an error: another address
-// must not quietly stand for the host.
+// error that names the line. A named interface that does not exist, or has no IPv4 address but loopback ones (127.0.0.0/8),
+// is an error: another address must not quietly stand for the host.
 //
 // Where none is named, it is the interface with the IPv4 default route of the main table with the lowest metric, and
 // where no default route leads to an interface with an IPv4 address, the first interface (in the order in which they
 // were created) that is up, is not a loopback and has an IPv4 address. Of several addresses of an interface it is the
-// first, one of global scope before others.
+// first, one of global scope before others, and a loopback address last.
 //
 // Errors: HostMgmt::Lib::HostMgmtException.
 //
