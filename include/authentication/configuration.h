@@ -17,7 +17,7 @@
 //     configuration.Write();
 //
 // Threads: a configuration is a plain value without a lock. Several processes may rewrite one file at once; each write
-// is whole, and the last one wins.
+// is whole, and the last one wins. A thread that is cancelled while it writes ends afterwards.
 
 #ifndef NIMBREL_AUTHENTICATION_CONFIGURATION_H_
 #define NIMBREL_AUTHENTICATION_CONFIGURATION_H_

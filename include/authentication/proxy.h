@@ -78,7 +78,8 @@ class NIMAUTH_EXPORT APXThumbprintStore : public Configuration {
     std::string LookupThumbprint(const std::string& server);
 
     // Records the thumbprint of a server, and writes the file unless it says so already. Mind the order of the
-    // arguments: the key is the second. Throws as `Configuration::Write`; the object is as before then.
+    // arguments: the key is the second. Throws as `Configuration::Write`; the object is as before then, unless the new
+    // file is in place and only lacks its permissions (`FilePermissionError`).
     void ImportThumbprint(const std::string& thumbprint, const std::string& server);
 };
 

@@ -8,6 +8,7 @@
 #include "authentication/directory_store.h"
 #include "authentication/exceptions.h"
 #include "authentication/proxy.h"
+#include "foundation/no_cancellation.h"
 #include "foundation/system_calls.h"
 #include "hostmgmt/advanced_options.h"
 #include "hostmgmt/network.h"
@@ -34,9 +35,16 @@ std::int64_t ReadVerifyOption() {
     return option->GetValue();
 }
 
+struct CloseFile {
+    void operator()(FILE* file) const {
+        const NoCancellation noCancellation;
+        std::fclose(file);
+    }
+};
+
 // What can be read of it: a text that was cut holds no whole certificate.
 std::string ReadCertificateFile(const std::string& path) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
+    const std::unique_ptr<FILE, CloseFile> file(std::fopen(path.c_str(), "rbe"));
     if (file == nullptr) throw FileNotFoundException();
     std::string text;
     char buffer[4096];

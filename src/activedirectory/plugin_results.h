@@ -17,22 +17,27 @@ inline void Release(void* result, NimauthRelease release) {
     if (result != nullptr && release != nullptr) release(result);
 }
 
-// What `copy` makes of a result, which is given back afterwards, also when copying throws. What the release function
+// What `copy` makes of results that `giveBack` gives back afterwards, also when copying throws. What the release function
 // throws goes to the caller, who may be a worker that must not take the process down.
-template <typename Copy>
-auto TakeResult(void* result, NimauthRelease release, const Copy& copy) -> decltype(copy()) {
+template <typename Copy, typename GiveBack>
+auto CopyThenGiveBack(const Copy& copy, const GiveBack& giveBack) -> decltype(copy()) {
     auto copied = [&] {
         try {
             return copy();
         } catch (const abi::__forced_unwind&) {
             throw;  // the plug-in is ending the thread, so it is not called again
         } catch (...) {
-            Release(result, release);
+            giveBack();
             throw;
         }
     }();
-    Release(result, release);
+    giveBack();
     return copied;
+}
+
+template <typename Copy>
+auto TakeResult(void* result, NimauthRelease release, const Copy& copy) -> decltype(copy()) {
+    return CopyThenGiveBack(copy, [result, release] { Release(result, release); });
 }
 
 // Null reads as the empty text.

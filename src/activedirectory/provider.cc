@@ -6,6 +6,7 @@
 
 #include "activedirectory/plugin_file.h"
 #include "authentication/exceptions.h"
+#include "foundation/no_cancellation.h"
 
 namespace nimbrel::authentication {
 namespace {
@@ -47,7 +48,10 @@ ActiveDirectoryProvider::ActiveDirectoryProvider(const std::string& name)
     CacheMetadata();
 }
 
-ActiveDirectoryProvider::~ActiveDirectoryProvider() { dlclose(_library); }
+ActiveDirectoryProvider::~ActiveDirectoryProvider() {
+    const NoCancellation noCancellation;
+    dlclose(_library);
+}
 
 // A module name must be there; std::string refuses a null one, and the library then stays open.
 void ActiveDirectoryProvider::CacheMetadata() const {

@@ -2,11 +2,15 @@
 
 #include <dlfcn.h>
 
+#include <array>
 #include <cstdint>
 #include <stdexcept>
+#include <utility>
 
 #include "activedirectory/plugin_file.h"
+#include "activedirectory/plugin_results.h"
 #include "authentication/exceptions.h"
+#include "foundation/no_cancellation.h"
 
 namespace nimbrel::authentication {
 namespace {
@@ -38,23 +42,22 @@ bool IsComplete(const NimauthProxyOperations* operations) {
            operations->createMachineAccount != nullptr && operations->release != nullptr;
 }
 
-// One text that a successful call has handed out, given back when this goes out of scope.
-class ProxyText {
- public:
-    ProxyText(const NimauthProxyOperations& operations, char* text) : _operations(operations), _text(text) {}
-    ProxyText(const ProxyText&) = delete;
-    ProxyText& operator=(const ProxyText&) = delete;
-    ~ProxyText() {
-        if (_text != nullptr) _operations.release(_text);
-    }
-
-    // std::string refuses a null text with std::logic_error: the plug-in has broken its word.
-    std::string Copy() const { return {static_cast<const char*>(_text)}; }
-
- private:
-    const NimauthProxyOperations& _operations;
-    char* const _text;
-};
+// Copies of all texts that a successful call has handed out, which are given back in the order of the call's parameters.
+// std::string refuses a null text with std::logic_error: the plug-in has broken its word.
+template <std::size_t count>
+std::array<std::string, count> TakeAll(const NimauthProxyOperations& operations,
+                                       const std::array<char*, count>& texts) {
+    const auto copy = [&texts] {
+        std::array<std::string, count> copies;
+        for (std::size_t i = 0; i < count; ++i) copies[i] = std::string(static_cast<const char*>(texts[i]));
+        return copies;
+    };
+    return CopyThenGiveBack(copy, [&operations, &texts] {
+        for (char* const text : texts) {
+            if (text != nullptr) operations.release(text);
+        }
+    });
+}
 
 const char* NullIfEmpty(const std::string& text) { return text.empty() ? nullptr : text.c_str(); }
 
@@ -77,20 +80,18 @@ APXProxy::APXProxy(const std::string& providerName, const std::string& server, b
 }
 
 APXProxy::~APXProxy() {
+    const NoCancellation noCancellation;
     if (_library != nullptr) dlclose(_library);
 }
 
 void APXProxy::GetDomainInfo(std::string& netbiosDomainName, std::string& dnsDomainName, std::string& domainSid) {
-    char* texts[] = {nullptr, nullptr, nullptr};
+    std::array<char*, 3> texts = {};
     ThrowIfFailed(_operations->getDomainInfo(_server.c_str(), _verifyCertificate, _thumbprint.c_str(),
                                              NullIfEmpty(_certificate), &texts[0], &texts[1], &texts[2]));
-    // Declared in reverse, so that they are given back in the order NetBIOS name, DNS name, SID.
-    const ProxyText sid(*_operations, texts[2]);
-    const ProxyText dnsName(*_operations, texts[1]);
-    const ProxyText netbiosName(*_operations, texts[0]);
-    netbiosDomainName = netbiosName.Copy();
-    dnsDomainName = dnsName.Copy();
-    domainSid = sid.Copy();
+    auto copies = TakeAll(*_operations, texts);
+    netbiosDomainName = std::move(copies[0]);
+    dnsDomainName = std::move(copies[1]);
+    domainSid = std::move(copies[2]);
 }
 
 std::string APXProxy::GetNetBIOSDomainName() {
@@ -119,13 +120,12 @@ std::string APXProxy::GetDomainSID() {
 
 ComputerPrincipalInfo APXProxy::CreateMachineAccount(const std::string& accountName,
                                                      const std::string& organizationalUnit) {
-    char* texts[] = {nullptr, nullptr};
+    std::array<char*, 2> texts = {};
     ThrowIfFailed(_operations->createMachineAccount(
         _server.c_str(), accountName.c_str(), NullIfEmpty(organizationalUnit), _verifyCertificate, _thumbprint.c_str(),
         NullIfEmpty(_certificate), &texts[0], &texts[1]));
-    const ProxyText field3(*_operations, texts[1]);
-    const ProxyText field2(*_operations, texts[0]);
-    return {"", field2.Copy(), field3.Copy()};
+    const auto copies = TakeAll(*_operations, texts);
+    return {"", copies[0], copies[1]};
 }
 
 std::string APXProxy::GetDefaultComputerContainer() { return {}; }
@@ -146,6 +146,8 @@ void APXThumbprintStore::ImportThumbprint(const std::string& thumbprint, const s
     entry->second.swap(other);
     try {
         Write();
+    } catch (const FilePermissionError&) {
+        throw;  // the file has it all the same
     } catch (...) {
         // The file does not say so: nor does the object, or else the next import would find nothing to do.
         entry->second.swap(other);

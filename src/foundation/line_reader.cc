@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "authentication/exceptions.h"
+#include "foundation/no_cancellation.h"
 
 namespace nimbrel::authentication {
 namespace {
@@ -29,7 +30,10 @@ LineReader::LineReader(const std::string& path)
     _descriptor = Open(path);
 }
 
-LineReader::~LineReader() { close(_descriptor); }
+LineReader::~LineReader() {
+    const NoCancellation noCancellation;
+    close(_descriptor);
+}
 
 bool LineReader::Fill() {
     if (_atEnd) return false;

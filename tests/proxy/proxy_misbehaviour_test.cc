@@ -64,6 +64,12 @@ TEST_F(MisbehavingProxy, ACPlusPlusExceptionPassesAndNothingIsReleased) {
     EXPECT_THAT(Journal::Lines(), ElementsAre("proxy closed", "proxy closed"));
 }
 
+TEST_F(MisbehavingProxy, AnExceptionOfItsReleaseFunctionPassesToo) {
+    EXPECT_EQ(Outcome([&] { AskForDomain("throwing_release"); }), "runtime_error: the plug-in lost its temper");
+    EXPECT_EQ(netbios + dns + sid, "beforebeforebefore");
+    EXPECT_EQ(Outcome([&] { CreateAccount("throwing_release"); }), "runtime_error: the plug-in lost its temper");
+}
+
 TEST_F(MisbehavingProxy, SuccessWithoutResultsIsALogicErrorAndNothingIsReleased) {
     EXPECT_THROW(AskForDomain("silent"), std::logic_error);
     EXPECT_THROW(CreateAccount("silent"), std::logic_error);

@@ -4,11 +4,31 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <string>
 
 #include "authentication/exceptions.h"
 #include "authentication/proxy.h"
 #include "proxy/root.h"
+
+namespace {
+
+bool chmodIsRefused = false;
+
+}  // namespace
+
+extern "C" {
+
+int __real_chmod(const char* path, mode_t mode);
+int __wrap_chmod(const char* path, mode_t mode);
+
+int __wrap_chmod(const char* path, mode_t mode) {
+    if (!chmodIsRefused) return __real_chmod(path, mode);
+    errno = EPERM;
+    return -1;
+}
+
+}  // extern "C"
 
 namespace nimbrel::authentication::test {
 namespace {
@@ -169,6 +189,16 @@ TEST_F(ThumbprintStore, WhatCouldNotBeWrittenIsWrittenByTheNextImport) {
     store.ImportThumbprint(kNew, "192.0.2.7");
     store.ImportThumbprint(kNew, "192.0.2.8");
     EXPECT_EQ(ReadFile(kFile), std::string("192.0.2.7 = \"") + kNew + "\"\n192.0.2.8 = \"" + kNew + "\"\n");
+}
+
+// The permissions come last: the new file is in place by then.
+TEST_F(ThumbprintStore, AnImportThatOnlyLosesThePermissionsIsKept) {
+    APXThumbprintStore store(kFile);
+    chmodIsRefused = true;
+    EXPECT_THROW(store.ImportThumbprint(kNew, "192.0.2.7"), FilePermissionError);
+    chmodIsRefused = false;
+    EXPECT_EQ(Lookup("192.0.2.7"), kNew);
+    EXPECT_EQ(store.LookupThumbprint("192.0.2.7"), kNew);
 }
 
 TEST_F(ThumbprintStore, AnEqualThumbprintNeedsNoRoom) {

@@ -1,10 +1,14 @@
 // Writing a settings file, and what a written file reads back as.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <filesystem>
 #include <functional>
+#include <thread>
 #include <type_traits>
 
 #include "support/temporary_folder.h"
@@ -208,6 +212,33 @@ TEST_F(ConfigurationWrite, MovedConfigurationWritesToTheSamePath) {
     moved["a"] = "3";
     moved.Write();
     EXPECT_EQ(_folder.Get("file"), "a = \"3\"\n");
+}
+
+extern "C" void* RewriteUntilCancelled(void* path) {
+    for (int i = 0;; ++i) {
+        Configuration configuration(*static_cast<const std::string*>(path));
+        configuration["n"] = std::to_string(i);
+        configuration.Write();
+        pthread_testcancel();
+    }
+}
+
+// Closing a file is a cancellation point, and happens in destructors, which a cancelled thread may not leave.
+TEST_F(ConfigurationWrite, CancelledThreadEndsAndLeavesAWholeFile) {
+    _folder.Put("file", "n = old\n");
+    std::string path = _folder.Path("file");
+    for (int round = 0; round < 200; ++round) {
+        pthread_t writer = {};
+        ASSERT_EQ(pthread_create(&writer, nullptr, RewriteUntilCancelled, &path), 0);
+        std::this_thread::sleep_for(std::chrono::microseconds(round * 10));  // at another point each time
+        pthread_cancel(writer);
+        void* result = nullptr;
+        pthread_join(writer, &result);
+        EXPECT_EQ(result, PTHREAD_CANCELED);
+        EXPECT_NO_THROW(Configuration{path}["n"]);
+    }
+    const std::filesystem::directory_iterator files(_folder.Path(""));
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1) << "a temporary file is left";
 }
 
 TEST(ConfigurationShape, IsAMapWithTwoVirtualOperations) {
