@@ -20,6 +20,13 @@ constexpr const char* kTrustStateKey = "TrustState";
 constexpr const char* kTrustedDomainsKey = "TrustedDomains";
 constexpr const char* kTrustRelationshipKey = "TrustRelationship:";
 
+// What stands in the table of requests: with its state the error that it ends with unless the body says otherwise. That is
+// made while the caller can still be told that memory is out; the worker may find none, and a failure must not pass for an
+// answer.
+struct OutstandingRequest : RequestState {
+    std::unique_ptr<Exception> pending = std::make_unique<ThreadErrorException>("Unexpected thread termination");
+};
+
 // The provider's answer, or `otherwise` where it lacks the operation.
 template <typename Answer, typename Question>
 Answer AskOr(const Answer& otherwise, const Question& question) {
@@ -43,7 +50,7 @@ std::shared_ptr<RequestState> ActiveDirectoryStore::StartOrAttachToRequest(
     const auto [entry, isNew] = _asyncRequests.try_emplace(key);
     if (!isNew) return entry->second;
     try {
-        auto state = std::make_shared<RequestState>();
+        auto state = std::make_shared<OutstandingRequest>();
         entry->second = state;
         NimauthThreadUtil::ScheduleFunctor([work = std::move(work), key] { work(key); });
         return state;
@@ -66,15 +73,16 @@ void ActiveDirectoryStore::FinishRequest(const std::string& key, std::unique_ptr
 // otherwise. Waiters never hang.
 class ActiveDirectoryStore::RequestEnd {
  public:
-    explicit RequestEnd(const std::string& key) noexcept : _key(key) {}
+    explicit RequestEnd(const std::string& key) noexcept : _key(key) {
+        const MutexGuard guard(_lock);
+        const auto entry = _asyncRequests.find(key);
+        if (entry != _asyncRequests.end()) _error = std::move(static_cast<OutstandingRequest&>(*entry->second).pending);
+    }
     RequestEnd(const RequestEnd&) = delete;
     RequestEnd& operator=(const RequestEnd&) = delete;
 
     ~RequestEnd() { FinishRequest(_key, std::move(_error)); }
 
-    // The pending error. Made before the provider is asked: afterwards there may be no memory left for it, and a failure
-    // must not pass for an answer.
-    void Prepare() { _error = std::make_unique<ThreadErrorException>("Unexpected thread termination"); }
     void Fail(const Exception& error) { _error.reset(error.Clone()); }
     void Succeed() { _error.reset(); }
 
@@ -83,13 +91,11 @@ class ActiveDirectoryStore::RequestEnd {
     std::unique_ptr<Exception> _error;
 };
 
-// Runs a background body: `body` asks the provider and writes the answer into the cache. Without memory even for the
-// pending error the provider is not asked, and the waiters read the cache.
+// Runs a background body: `body` asks the provider and writes the answer into the cache.
 template <typename Body>
 void ActiveDirectoryStore::RunBody(const std::string& key, const Body& body) {
     RequestEnd end(key);
     try {
-        end.Prepare();
         try {
             body();
             end.Succeed();

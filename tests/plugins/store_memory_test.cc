@@ -80,13 +80,14 @@ TEST_F(StoreMemory, AFailureThatCannotBeToldIsTheThreadsOwn) {
     OpenStore::AwaitAllRequests();
 }
 
-TEST_F(StoreMemory, WithoutAnyTheProviderIsNotAskedAndTheCacheAnswers) {
+// Not even for the error: that was made when the request was.
+TEST_F(StoreMemory, AWorkerWithoutAnyEndsItsRequestWithAnError) {
     OpenStore::MutableCache().SetTrustedDomains({Domain("lab.test", "LAB")});
+    plugin->setTexts(kGetTrustedDomains, kLab);
     memoryIsOut = true;
-    const auto domains = Patient().GetTrustedDomains();
+    const std::string text = TextOf<Exception>([&] { Patient().GetTrustedDomains(); });
     memoryIsOut = false;
-    EXPECT_EQ(domains.size(), 1u);
-    EXPECT_EQ(plugin->calls(kGetTrustedDomains), 0);
+    EXPECT_EQ(text, kUnexpected);
     OpenStore::AwaitAllRequests();
 }
 
