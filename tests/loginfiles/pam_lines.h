@@ -41,6 +41,8 @@ inline const PamLinesRow kPamLines[] = {
     {"auth [Success=ok] a.so", "auth [Success=ok] a.so", true},
     {"account [a]b.so c", "account a b.so|c", true},
     {"auth [required] a.so", "auth required a.so"},
+    {"auth [] a.so", "auth [] a.so", true},
+    {"auth [Required b] a.so", "auth [Required b] a.so", true},
     {"[auth] required a.so", "auth required a.so"},
     {"[-auth] required a.so", "-auth required a.so"},
     {"-[auth] required a.so", "?"},

@@ -102,8 +102,9 @@ void Understand(const std::string& content, PamLine& line) {
     line.kind = PamLine::Kind::Rule;
     line.optional = optional;
     line.type = type;
-    const bool isList = words[1].find('=') != std::string::npos;  // else "[Required]" is "required"
-    line.control = isList ? words[1] : LowerCase(Unbracketed(words[1]));
+    // "[Required]" is "required". A list, and what would be no word without its brackets, keeps them.
+    const std::string word = LowerCase(Unbracketed(words[1]));
+    line.control = word.empty() || word.find_first_of("= \t") != std::string::npos ? words[1] : word;
     line.module = Unbracketed(words[2]);
     line.arguments.assign(words.begin() + 3, words.end());
 }
