@@ -14,6 +14,7 @@
 #include <optional>
 
 #include "answers.h"
+#include "pluginkit/log_text.h"
 #include "settings.h"
 #include "trust.h"
 
@@ -169,7 +170,8 @@ void Conversation::SetUp(const std::string& request) {
 }
 
 std::uint32_t Conversation::Fail(std::uint32_t status, const std::string& reason) const {
-    syslog(LOG_ERR, "Authentication proxy %s: %s: %s", _service.address.c_str(), _path.c_str(), reason.c_str());
+    syslog(LOG_ERR, "Authentication proxy %s: %s: %s", _service.address.c_str(), _path.c_str(),
+           kit::LogText(reason).Text());
     return status;
 }
 
@@ -215,7 +217,7 @@ std::uint32_t Conversation::JudgeFailure(CURLcode result) {
     return Fail(kConnectionInvalid, reason);
 }
 
-// The service's own words are for the log only, after control characters were refused in them.
+// The service's own words are for the log only.
 std::uint32_t Conversation::JudgeRefusal(long httpStatus) {
     const auto refusal = httpStatus >= 400 ? ParseRefusal(_body.text) : std::nullopt;
     const std::string http = "HTTP status " + std::to_string(httpStatus);

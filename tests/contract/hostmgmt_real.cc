@@ -42,9 +42,13 @@ TEST(AdvancedOptions, ForkedChildrenOfABusyProcessChangeThem) {
         const pid_t child = fork();
         if (child == 0) {
             alarm(60);
-            options->DeclareInteger("B.y", i, "");
-            options->Remove("B.y");
-            _exit(0);
+            try {
+                options->DeclareInteger("B.y", i, "");
+                options->Remove("B.y");
+                _exit(0);
+            } catch (...) {
+                _exit(1);
+            }
         }
         int status = -1;
         EXPECT_EQ(waitpid(child, &status, 0), child);

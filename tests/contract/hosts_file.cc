@@ -7,6 +7,7 @@
 #include <sys/file.h>
 #include <sys/xattr.h>
 
+#include <chrono>
 #include <sstream>
 
 #include "host.h"
@@ -323,8 +324,12 @@ TEST_F(HostsFileTest, WritersOfAMountedFileDoNotMixTheirs) {
         const pid_t child = fork();
         if (child != 0) return child;
         isSlow = true;
-        SysNet::Network::ReplaceTextFile(_path, content);
-        _exit(0);
+        try {
+            SysNet::Network::ReplaceTextFile(_path, content);
+            _exit(0);
+        } catch (...) {
+            _exit(1);
+        }
     };
     for (int round = 0; round < 40; ++round) {
         const pid_t writers[] = {writer(small), writer(large)};
@@ -345,7 +350,9 @@ TEST_F(HostsFileTest, LockOnAMountedFileIsWaitedForOnlySoLong) {
     const host::Mount mount = host::Mount::Bind(source, _path);
     const int reader = open(source.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(flock(reader, LOCK_EX), 0);
+    const auto before = std::chrono::steady_clock::now();
     Edit();
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
     close(reader);
     EXPECT_EQ(ReadFile(_path), _new);
 }
