@@ -4,6 +4,9 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <utility>
+
 #include "joining_host.h"
 #include "keytab.h"
 
@@ -65,6 +68,17 @@ class Accounts : public JoiningHost {
         });
     }
 
+    // Nothing can be read any more once such a request has come.
+    void RefuseAfter(const std::string& change, int code) {
+        corp.controller.SetRefuse([=, changed = false](const std::string& operation, const std::string& name) mutable {
+            changed = changed || operation == change;
+            const bool refused = changed && operation == "search" && !name.empty();
+            return refused ? std::optional(Result{code, ""}) : std::nullopt;
+        });
+    }
+
+    static constexpr int kReferral = 10;
+    static constexpr int kNoSuchObject = 32;
     static constexpr int kUnavailable = 52;
 
     const std::string _keytab = Path("service.keytab");
@@ -190,6 +204,52 @@ TEST_F(Accounts, AccountThatWasMadeButNotMarkedWholeIsNoPlainRefusal) {
     EXPECT_EQ(CreateStatus("NODE01"), kStatusInternalError);
     Refuse("modify", {}, 0);
     EXPECT_EQ(RenewStatus(), 0U);
+}
+
+TEST_F(Accounts, AccountThatWasChangedButCannotBeReadIsNoPlainRefusal) {
+    for (const int code : {kInsufficientAccess, kNoSuchObject}) {
+        RefuseAfter("add", code);
+        EXPECT_EQ(CreateStatus("NODE01"), kStatusInternalError) << code;
+        RefuseAfter("modify", code);
+        EXPECT_EQ(RenewStatus(), kStatusInternalError) << code;
+        corp.controller.SetRefuse(nullptr);
+        EXPECT_EQ(RenewStatus(), 0U) << "its mark is there";
+        corp.entries.Delete(Account()->name, true);
+    }
+}
+
+TEST_F(Accounts, OnlyThatNobodyCanBeAskedIsUnreachable) {
+    const auto isUnreachable = [this] {
+        try {
+            Service().Create("NODE01", "", kMark);
+            ADD_FAILURE() << "made";
+        } catch (const UnreachableError& error) {
+            EXPECT_EQ(error.Status(), kStatusNoSuchDomain);
+            return true;
+        } catch (const AdError& error) {
+            EXPECT_EQ(error.Status(), kStatusNoSuchDomain);
+        }
+        return false;
+    };
+    const auto patience = std::exchange(settings.controllerBudget, std::chrono::milliseconds(100));
+    Behave("ping", Behaviour::Vanishes);
+    EXPECT_TRUE(isUnreachable());
+    settings.controllerBudget = patience;
+    // Broken off at the look, and at the change.
+    for (const char* const question : {"search", "add"}) {
+        corp.controller.SetBehave([=](const std::string& operation, const std::string& name) {
+            return operation == question && !name.empty() ? Behaviour::HangsUp : Behaviour::Answers;
+        });
+        EXPECT_FALSE(isUnreachable()) << question;
+    }
+}
+
+TEST_F(Accounts, UnitThatIsReferredToAnotherDomainDoesNotExist) {
+    corp.controller.SetRefuse([](const std::string& operation, const std::string& name) {
+        const bool isUnit = operation == "search" && name.starts_with("OU=");
+        return isUnit ? std::optional(Result{kReferral, ""}) : std::nullopt;
+    });
+    EXPECT_EQ(StatusOf([&] { Service().Create("NODE01", "OU=Hosts", kMark); }), kStatusFileNotFound);
 }
 
 TEST_F(Accounts, CreationMayBeInterruptedAnywhere) {

@@ -107,6 +107,9 @@ TEST(Names, UnitsAsPathsAndDistinguishedNames) {
         {"ou=Hosts,dc=CORP,dc=test", "ou=Hosts,dc=CORP,dc=test"},
         {"OU=Hosts", "OU=Hosts,DC=corp,DC=test"},
         {"CN=Computers,DC=corp,DC=test", "CN=Computers,DC=corp,DC=test"},
+        {"OU=a,domainComponent=corp,0.9.2342.19200300.100.1.25=test",
+         "OU=a,domainComponent=corp,0.9.2342.19200300.100.1.25=test"},
+        {"OU=a+CN=b,DC=corp,DC=test", "OU=a+CN=b,DC=corp,DC=test"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(UnitDN(row.unit, "corp.test"), row.distinguishedName);
@@ -119,7 +122,18 @@ TEST(Names, UnitsThatCannotBe) {
         EXPECT_EQ(StatusOf([&] { UnitDN(unit, "corp.test"); }), kStatusInvalidUnitName) << unit;
     }
     EXPECT_EQ(StatusOf([] { UnitDN(std::string(100000, 'x'), "corp.test"); }), kStatusInvalidUnitName);
-    EXPECT_EQ(StatusOf([] { UnitDN("OU=a,DC=other,DC=test", "corp.test"); }), kStatusFileNotFound);
+    for (const char* unit : {"OU=a+DC=child,DC=corp,DC=test", "DC=child+OU=a,DC=corp,DC=test", "OU=a+CN=,DC=corp",
+                             "OU=a,OID.0.9.2342.19200300.100.1.25=child,DC=corp,DC=test"}) {
+        EXPECT_EQ(StatusOf([&] { UnitDN(unit, "corp.test"); }), kStatusInvalidUnitName) << unit;
+    }
+}
+
+TEST(Names, UnitsOfOtherDomainsHoweverTheyAreSpelt) {
+    for (const char* unit :
+         {"OU=a,DC=other,DC=test", "OU=a,DC=child,DC=corp,DC=test", "OU=a,domaincomponent=child,DC=corp,DC=test",
+          "OU=a,0.9.2342.19200300.100.1.25=child,DC=corp,DC=test", "OU=a,DC=#04056368696c64,DC=corp,DC=test"}) {
+        EXPECT_EQ(StatusOf([&] { UnitDN(unit, "corp.test"); }), kStatusFileNotFound) << unit;
+    }
 }
 
 TEST(Names, FiltersAreSafe) {

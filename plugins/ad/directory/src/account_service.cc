@@ -54,12 +54,24 @@ bool HasNeverLoggedOn(const LdapEntry& account) {
            account.Number("logoncount") == 0 && account.Text(LowerCase(kMarkAttribute)).empty();
 }
 
+// What follows a change does not fail with a refusal's own status: by that the caller would take it that nothing was
+// changed.
+template <class Step>
+void AfterChange(const std::string& computer, const Step& step) {
+    try {
+        step();
+    } catch (const AdError& error) {
+        throw AdError(kStatusInternalError, "The machine account '" + computer +
+                                                "' was changed, but its key version cannot be noted: " + error.what());
+    }
+}
+
 // One piece of the service's work: its session and what it does to accounts on it.
 class Work {
  public:
     Work(const Settings& settings, const ServiceAccount& account)
         : _deadline(Deadline::After(settings.joinBudget)),
-          _session(settings, DnsName(account.domain), {}, LogOn(account), _deadline),
+          _session(Open(settings, account, _deadline)),
           _accounts(_session.Ldap(), _session.At()) {}
 
     ComputerAccounts& Accounts() { return _accounts; }
@@ -98,15 +110,28 @@ class Work {
         _session.Ldap().Modify(account.distinguishedName,
                                {{LdapChangeKind::Replace, {kMarkAttribute, {text}}},
                                 {LdapChangeKind::Replace, {"unicodePwd", {password.View()}}}});
-        const std::int64_t keyVersion = _accounts.KeyVersion(account.distinguishedName);
-        if (keyVersion != next) {
-            // Another controller, or somebody else meanwhile, has set a secret that had not been seen here.
-            NoteKeyVersion(account.distinguishedName, mark, keyVersion);
-        }
+        AfterChange(computer, [&] {
+            const std::int64_t keyVersion = _accounts.KeyVersion(account.distinguishedName);
+            if (keyVersion != next) {
+                // Another controller, or somebody else meanwhile, has set a secret that had not been seen here.
+                NoteKeyVersion(account.distinguishedName, mark, keyVersion);
+            }
+        });
         return {computer + "$", std::move(secret)};
     }
 
  private:
+    static Session Open(const Settings& settings, const ServiceAccount& account, const Deadline& deadline) {
+        try {
+            return {settings, DnsName(account.domain), {}, LogOn(account), deadline};
+        } catch (const AdError& error) {
+            if (error.Status() == kStatusNoSuchDomain) {
+                throw UnreachableError(error.what());
+            }
+            throw;
+        }
+    }
+
     static Session::LogOn LogOn(const ServiceAccount& account) {
         return [&account](Tickets& tickets, const Controller& controller) {
             tickets.LogOnWithKeytab({account.name + "@" + UpperCase(controller.facts.domain), false},
@@ -148,14 +173,11 @@ HandedOutAccount AccountService::Create(const std::string& name, const std::stri
     kit::Secret secret = kit::Secret::Random();
     ComputerAccount account;
     account.note = MarkText(mark);
-    work.Accounts().Prepare(survey, computer, secret, account);
-    try {
+    work.Accounts().Create(survey, computer, secret, account);
+    AfterChange(computer, [&] {
+        work.Accounts().Complete(account);
         work.NoteKeyVersion(account.distinguishedName, mark, account.keyVersion);
-    } catch (const AdError& error) {
-        // Not with the refusal's own status: by that the caller would take it that nothing was made.
-        throw AdError(kStatusInternalError, "The machine account '" + computer +
-                                                "' was made, but its key version cannot be noted: " + error.what());
-    }
+    });
     return {computer + "$", std::move(secret)};
 }
 

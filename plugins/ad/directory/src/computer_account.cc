@@ -160,7 +160,7 @@ ComputerAccounts::Survey ComputerAccounts::Look(const std::string& computer, con
     const auto accounts = _connection.Finish(account);
     const auto domains = _connection.Finish(domain);
     const auto crossReferences = _connection.Finish(names);
-    const auto containers = _connection.Finish(container);
+    const auto containers = FinishContainer(container);
     if (domains.empty() || crossReferences.empty() || containers.empty()) {
         throw AdError(kStatusInternalError, "The controller does not tell about its domain");
     }
@@ -172,6 +172,18 @@ ComputerAccounts::Survey ComputerAccounts::Look(const std::string& computer, con
         survey.existing = accounts.front();
     }
     return survey;
+}
+
+// A unit of another domain is told of by a referral to it.
+std::vector<LdapEntry> ComputerAccounts::FinishContainer(int question) {
+    try {
+        return _connection.Finish(question);
+    } catch (const LdapError& error) {
+        if (error.Code() != LDAP_REFERRAL) {
+            throw;
+        }
+        throw AdError(kStatusFileNotFound, "The organizational unit is not in the domain");
+    }
 }
 
 void ComputerAccounts::Prepare(const Survey& survey, const std::string& computer, const kit::Secret& secret,

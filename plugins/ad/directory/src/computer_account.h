@@ -51,6 +51,8 @@ class ComputerAccounts {
     // what `Undo` has to take back, also when this throws.
     void Prepare(const Survey& survey, const std::string& computer, const kit::Secret& secret,
                  ComputerAccount& account);
+    // Makes the account that the survey has not found, and no more: what the domain has given it, `Complete` asks.
+    void Create(const Survey& survey, const std::string& computer, const kit::Secret& secret, ComputerAccount& account);
     // As the account's own owner: changes the secret from `old` to `fresh`.
     void ChangeSecret(const LdapEntry& account, const kit::Secret& old, const kit::Secret& fresh);
     // As the account's own owner: the host's names, where the domain lets it write them.
@@ -68,7 +70,7 @@ class ComputerAccounts {
     void DeleteOrDisable(const LdapEntry& account);
 
  private:
-    void Create(const Survey& survey, const std::string& computer, const kit::Secret& secret, ComputerAccount& account);
+    std::vector<LdapEntry> FinishContainer(int question);
     void Reset(const LdapEntry& existing, const std::string& computer, const kit::Secret& secret,
                ComputerAccount& account);
     void DeleteWithChildren(const std::string& distinguishedName);

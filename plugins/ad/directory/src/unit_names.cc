@@ -24,15 +24,35 @@ using ParsedDn = std::unique_ptr<LDAPRDN, FreeDn>;
 
 std::string_view Text(const berval& value) { return {value.bv_val, value.bv_len}; }
 
+// Each spelling that a directory takes for it.
+bool IsDomainComponent(const LDAPAVA& part) {
+    static constexpr std::string_view kNumber = "0.9.2342.19200300.100.1.25";
+    const std::string_view name = Text(part.la_attr);
+    return SameName(name, "dc") || SameName(name, "domainComponent") || name == kNumber;
+}
+
+// A name of several parts, "OU=a+CN=b", is no domain's.
+void CheckParts(LDAPRDN name) {
+    std::size_t count = 0;
+    bool hasDomain = false;
+    for (; name[count]; ++count) {
+        if (name[count]->la_value.bv_len == 0) {
+            FailMalformed();
+        }
+        hasDomain = hasDomain || IsDomainComponent(*name[count]);
+    }
+    if (hasDomain && count > 1) {
+        FailMalformed();
+    }
+}
+
 // The domain that the last names spell; empty if there are none.
 std::string DomainOf(LDAPRDN* names) {
     std::string domain;
     for (; *names; ++names) {
+        CheckParts(*names);
         const LDAPAVA& first = *(*names)[0];
-        if (first.la_value.bv_len == 0) {
-            FailMalformed();
-        }
-        if (SameName(Text(first.la_attr), "dc")) {
+        if (IsDomainComponent(first)) {
             domain += domain.empty() ? "" : ".";
             domain += Text(first.la_value);
         } else if (!domain.empty()) {

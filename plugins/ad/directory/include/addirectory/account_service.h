@@ -7,8 +7,9 @@
 // can be made again: an account that it has changed carries the mark of that call.
 //
 // Threads: any calls at once. Every call ends within `Settings::joinBudget`.
-// Errors: `AdError` with 1355 (no controller answers), 1398 (clock), 1326, 1331 or 1787 (the service's own log-on), 5 (no
-// right), 2 or 267 (unit), 1210 (malformed name), 1316 and 1317 as told at each call.
+// Errors: `UnreachableError`; `AdError` with 1355 (a controller broke off or would not answer), 1398 (clock), 1326, 1331 or
+// 1787 (the service's own log-on), 5 (no right), 2 or 267 (unit), 1210 (malformed name), 1316 and 1317 as told at each call.
+// Once an account has been changed whatever goes wrong is 1359.
 //
 //     AccountService service(settings, {"corp.test", "apxd", "/etc/nimbrel/apxd.keytab"});
 //     const HandedOutAccount account = service.Create("NODE01", "Hosts", mark);
@@ -24,6 +25,12 @@
 #include "pluginkit/secret.h"
 
 namespace nimbrel::ad {
+
+// 1355 because no controller is found, or none lets the service log on: none has been asked for anything.
+class UnreachableError : public AdError {
+ public:
+    explicit UnreachableError(const std::string& message) : AdError(kStatusNoSuchDomain, message) {}
+};
 
 // Who the service is in the domain.
 struct ServiceAccount {
