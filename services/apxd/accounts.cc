@@ -21,18 +21,21 @@ std::string DrawMark() {
 }
 
 // After these nothing has been made or changed. After any other the account may exist, or carry the new mark, all the same.
-bool IsOutcomeKnown(std::uint32_t status) {
+bool IsOutcomeKnown(const Refusal& refusal) {
     static constexpr std::uint32_t kKnown[] = {
         kFileNotFound, kAccessDenied, 267,  kInvalidComputerName, kAccountExists, kNoSuchAccount, 1326,
         1331,          1398,          1787,  // the service's own log-on
         1325,          8557,                 // the directory's rules for secrets, and for how many
     };
-    return std::find(std::begin(kKnown), std::end(kKnown), status) != std::end(kKnown);
+    return dynamic_cast<const Unreachable*>(&refusal) != nullptr ||
+           std::find(std::begin(kKnown), std::end(kKnown), refusal.Status()) != std::end(kKnown);
 }
 
 }  // namespace
 
+// Nothing is noted for a directory that will not be asked.
 void Accounts::Note(const Wish& wish, const std::string& mark, bool takenOver) {
+    _backEnd.RequireReachable();
     const std::int64_t now = _now();
     _ledger.Note(wish.name, wish.client, {mark, now, takenOver}, now - _retrySeconds);
 }
@@ -69,7 +72,7 @@ Accounts::Result Accounts::TakeOver(const Wish& wish) {
         return {_backEnd.TakeOver(wish.name, mark), Way::TakenOver};
     } catch (const Refusal& refusal) {
         // Nobody's yet: the administrator may still make or free the account for another host.
-        if (owner.empty() && IsOutcomeKnown(refusal.Status())) _ledger.Forget(wish.name, wish.client);
+        if (owner.empty() && IsOutcomeKnown(refusal)) _ledger.Forget(wish.name, wish.client);
         throw;
     }
 }
@@ -82,7 +85,7 @@ Accounts::Result Accounts::Create(const Wish& wish) {
     try {
         return {_backEnd.Create({wish.name, wish.organizationalUnit, mark}), Way::Created};
     } catch (const Refusal& refusal) {
-        if (IsOutcomeKnown(refusal.Status())) _ledger.Forget(wish.name, wish.client);
+        if (IsOutcomeKnown(refusal)) _ledger.Forget(wish.name, wish.client);
         throw;
     }
 }

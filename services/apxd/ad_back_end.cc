@@ -13,6 +13,8 @@ template <typename Call>
 auto Translated(const Call& call) {
     try {
         return call();
+    } catch (const ad::UnreachableError& error) {
+        throw Unreachable(error.what());
     } catch (const ad::AdError& error) {
         throw Refusal(error.Status(), error.what());
     }
@@ -31,6 +33,7 @@ class AdBackEnd : public BackEnd {
     }
 
     DomainFacts Domain() override { return _domain.Facts(); }
+    void RequireReachable() override { _domain.RequireReachable(); }
     HandOver Create(const NewAccount& account) override {
         return Asked([&] { return _service.Create(account.name, account.organizationalUnit, account.mark); });
     }
@@ -54,8 +57,8 @@ class AdBackEnd : public BackEnd {
         _domain.RequireReachable();
         try {
             return ToHandOver(Translated(call));
-        } catch (const Refusal& refusal) {
-            if (refusal.Status() == kNoSuchDomain) _domain.NoteUnreachable(refusal.what());
+        } catch (const Unreachable& refusal) {
+            _domain.NoteUnreachable(refusal.what());
             throw;
         }
     }

@@ -6,11 +6,11 @@
 // no other account is ever given a new secret.
 //
 // Threads: any calls at once.
-// Errors: `Refusal` with the Windows system error number that the host is to see: 1355 the domain cannot be reached,
+// Errors: `Unreachable`, or `Refusal` with the Windows system error number that the host is to see: 1355 the domain breaks off,
 // 1210 malformed name, 1316 the account exists or is in use, 1317 it does not exist, 2 or 267 the organizational unit
 // is missing or malformed, 5 the service's own account has no right, 1331 the account is disabled, 1359 anything else;
-// besides these, what the directory answers. After 1355, 1359 and those others it is open whether anything was changed;
-// after the rest nothing was, nor after 1326, 1331, 1398 and 1787, with which the service's own log-on is refused, nor after
+// besides these, what the directory answers. After a plain 1355, 1359 and those others it is open whether anything was
+// changed; after the rest nothing was, nor after 1326, 1331, 1398 and 1787, with which the service's own log-on is refused, nor after
 // 1325 and 8557, the directory's rules for secrets and for how many accounts.
 //
 //     const HandOver account = backEnd.Create({"NODE01", "Hosts", mark});
@@ -51,6 +51,12 @@ class Refusal : public std::runtime_error {
     std::uint32_t _status;
 };
 
+// 1355 where nobody could be asked: nothing was changed.
+class Unreachable : public Refusal {
+ public:
+    explicit Unreachable(const std::string& message) : Refusal(kNoSuchDomain, message) {}
+};
+
 struct DomainFacts {
     std::string netbiosName;  // "CORP"
     std::string dnsName;      // "corp.test"
@@ -74,6 +80,9 @@ class BackEnd {
     virtual ~BackEnd() = default;
 
     virtual DomainFacts Domain() = 0;
+
+    // Throws `Unreachable` while it is known that the others would: what they need of the caller can be saved. Asks nobody.
+    virtual void RequireReachable() = 0;
 
     // Creates the account; the directory itself decides between two that come at once. 1316 if it exists.
     virtual HandOver Create(const NewAccount& account) = 0;

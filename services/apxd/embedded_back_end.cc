@@ -17,6 +17,7 @@ auto Translated(const Call& call) {
     try {
         return call();
     } catch (const DirectoryError& error) {
+        if (error.Status() == kNoSuchDomain) throw Unreachable(error.what());
         throw Refusal(error.Status(), error.what());
     }
 }
@@ -37,6 +38,7 @@ class EmbeddedBackEnd : public BackEnd {
             return DomainFacts{domain->netbiosName, domain->dnsName, domain->sid};
         });
     }
+    void RequireReachable() override {}  // it lies on the disk
     HandOver Create(const NewAccount& account) override {
         return Translated([&] {
             return ToHandOver(

@@ -5,9 +5,12 @@
 
 namespace nimbrel::apxd {
 
-KnownDomain::Outcome KnownDomain::AskNow() const {
+KnownDomain::Outcome KnownDomain::AskNow() {
     try {
         return {_ask(), 0, ""};
+    } catch (const Unreachable& refusal) {
+        NoteUnreachable(refusal.what());
+        return {{}, refusal.Status(), refusal.what()};
     } catch (const Refusal& refusal) {
         return {{}, refusal.Status(), refusal.what()};
     }
@@ -19,6 +22,7 @@ std::shared_future<KnownDomain::Outcome> KnownDomain::Current() {
     {
         const std::lock_guard<std::mutex> lock(_lock);
         if (_outcome.valid() && _now() < _ends) return _outcome;
+        RequireReachableLocked();
         _outcome = promise.get_future().share();
         _ends = Clock::time_point::max();
     }
@@ -44,18 +48,17 @@ DomainFacts KnownDomain::Facts() {
 
 void KnownDomain::RequireReachable() {
     const std::lock_guard<std::mutex> lock(_lock);
-    if (!_outcome.valid() || IsBeingAsked() || _now() >= _ends) return;
-    const Outcome& outcome = _outcome.get();
-    if (outcome.status == kNoSuchDomain) throw Refusal(outcome.status, outcome.message);
+    RequireReachableLocked();
+}
+
+void KnownDomain::RequireReachableLocked() const {
+    if (_now() < _unreachableUntil) throw Unreachable(_unreachable);
 }
 
 void KnownDomain::NoteUnreachable(const std::string& message) {
-    std::promise<Outcome> promise;
-    promise.set_value({{}, kNoSuchDomain, message});
     const std::lock_guard<std::mutex> lock(_lock);
-    if (IsBeingAsked()) return;
-    _outcome = promise.get_future().share();
-    _ends = _now() + kRefusalKeeps;
+    _unreachable = message;
+    _unreachableUntil = _now() + kRefusalKeeps;
 }
 
 }  // namespace nimbrel::apxd

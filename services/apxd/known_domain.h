@@ -7,7 +7,9 @@
 //     KnownDomain domain([&] { return AskTheDirectory(); }, KnownDomain::Clock::now);
 //     const DomainFacts facts = domain.Facts();
 //
-// Before other questions it is looked whether the directory has just been found out of reach.
+// Before other questions it is looked whether the directory has just been found out of reach. Only that nobody could be
+// asked counts: a question that a controller breaks off may be that question's own fault, and the next one fails over. What
+// is known of the domain stays known meanwhile.
 //
 // Threads: any; those who come while somebody asks wait for that answer.
 
@@ -39,9 +41,9 @@ class KnownDomain {
     // Throws the `Refusal` that `ask` has thrown, for each who waits one of its own, and whatever else it throws.
     DomainFacts Facts();
 
-    // For other questions to the same directory: throws the refusal 1355 that is still good. Asks nobody.
+    // For other questions to the same directory: throws the `Unreachable` that is still good. Asks nobody.
     void RequireReachable();
-    // A question has ended with 1355: others need not be asked for as long as a refusal is good.
+    // A question has ended with `Unreachable`: others need not be asked for as long as a refusal is good.
     void NoteUnreachable(const std::string& message);
 
  private:
@@ -51,15 +53,17 @@ class KnownDomain {
         std::string message;
     };
 
-    Outcome AskNow() const;
+    Outcome AskNow();
     std::shared_future<Outcome> Current();
-    bool IsBeingAsked() const { return _ends == Clock::time_point::max(); }
+    void RequireReachableLocked() const;
 
     const Ask _ask;
     const Now _now;
-    std::mutex _lock;  // guards the two below; never held while the directory is asked
+    std::mutex _lock;  // guards all below; never held while the directory is asked
     std::shared_future<Outcome> _outcome;
     Clock::time_point _ends = {};  // of the outcome's time; without an end while somebody asks
+    std::string _unreachable;      // why
+    Clock::time_point _unreachableUntil = {};
 };
 
 }  // namespace nimbrel::apxd

@@ -210,6 +210,29 @@ TEST_F(ApxdAccounts, RefusedTakeOverLeavesNoClaim) {
     EXPECT_EQ(Ask("NODE07").way, Accounts::Way::TakenOver);
 }
 
+// Else a pre-staged account would be that client's for good, and each try during an outage a line.
+TEST_F(ApxdAccounts, NothingIsNotedForADirectoryThatIsNotAsked) {
+    Restart({"NODE07"});
+    backEnd.accounts["NODE07"] = {};
+    const std::string before = ReadFile(file);
+    backEnd.reachable = false;
+    EXPECT_EQ(Status("NODE07", "192.0.2.11"), kNoSuchDomain);
+    EXPECT_EQ(Status("NODE01", "192.0.2.11"), kNoSuchDomain);
+    EXPECT_EQ(ReadFile(file), before);
+    backEnd.reachable = true;
+    EXPECT_EQ(Ask("NODE07").way, Accounts::Way::TakenOver);
+}
+
+TEST_F(ApxdAccounts, DirectoryThatTurnsOutToBeOutOfReachLeavesNoEntry) {
+    Restart({"NODE07"});
+    backEnd.accounts["NODE07"] = {};
+    backEnd.beforeTakeOver = backEnd.beforeCreate = [] { throw Unreachable("no controller answers"); };
+    EXPECT_EQ(Status("NODE07", "192.0.2.11"), kNoSuchDomain);
+    EXPECT_EQ(Status("NODE01", "192.0.2.11"), kNoSuchDomain);
+    EXPECT_EQ(ledger->TakenOverBy("NODE07"), "");
+    EXPECT_FALSE(ledger->Find("NODE01", "192.0.2.11"));
+}
+
 TEST_F(ApxdAccounts, LedgerIsUsedByOneProcessAtATime) {
     EXPECT_THROW(Ledger second(file), std::runtime_error);
     accounts.reset();

@@ -36,7 +36,7 @@ class ApxdKnownDomain : public ::testing::Test {
                        [this] { return now; }};
 };
 
-[[noreturn]] void Refuse() { throw Refusal(kNoSuchDomain, "no controller answers"); }
+[[noreturn]] void Refuse() { throw Unreachable("no controller answers"); }
 
 TEST_F(ApxdKnownDomain, AnswerIsKeptForFiveMinutes) {
     EXPECT_EQ(Status(), 0U);
@@ -103,31 +103,39 @@ TEST_F(ApxdKnownDomain, OtherQuestionsAreSparedWhileItIsOutOfReach) {
     EXPECT_NO_THROW(domain.RequireReachable()) << "nobody has asked yet";
     whileAsking = Refuse;
     EXPECT_EQ(Status(), kNoSuchDomain);
-    EXPECT_THROW(domain.RequireReachable(), Refusal);
+    EXPECT_THROW(domain.RequireReachable(), Unreachable);
     now += KnownDomain::kRefusalKeeps;
     EXPECT_NO_THROW(domain.RequireReachable());
     whileAsking = [] {};
     EXPECT_EQ(Status(), 0U);
     EXPECT_NO_THROW(domain.RequireReachable());
+}
+
+TEST_F(ApxdKnownDomain, WhatIsKnownIsToldWhileItIsOutOfReach) {
+    EXPECT_EQ(Status(), 0U);
     domain.NoteUnreachable("no controller answers");
-    EXPECT_THROW(domain.RequireReachable(), Refusal);
-    EXPECT_EQ(Status(), kNoSuchDomain);
-    EXPECT_EQ(asked, 2);
+    EXPECT_THROW(domain.RequireReachable(), Unreachable);
+    EXPECT_EQ(Status(), 0U);
+    now += KnownDomain::kAnswerKeeps;
+    domain.NoteUnreachable("no controller answers");
+    EXPECT_EQ(Status(), kNoSuchDomain) << "and is not asked for";
+    EXPECT_EQ(asked, 1);
     now += KnownDomain::kRefusalKeeps;
     EXPECT_EQ(Status(), 0U);
 }
 
+// A controller that breaks off, for one.
 TEST_F(ApxdKnownDomain, OtherRefusalsSpareNoQuestion) {
-    whileAsking = [] { throw Refusal(1326, "no controller answers"); };
-    EXPECT_EQ(Status(), 1326U);
-    EXPECT_NO_THROW(domain.RequireReachable());
+    for (const std::uint32_t status : {std::uint32_t{1326}, kNoSuchDomain}) {
+        whileAsking = [=] { throw Refusal(status, "no controller answers"); };
+        EXPECT_EQ(Status(), status);
+        EXPECT_NO_THROW(domain.RequireReachable());
+        now += KnownDomain::kRefusalKeeps;
+    }
 }
 
 TEST_F(ApxdKnownDomain, QuestionUnderWayIsNotForestalled) {
-    whileAsking = [this] {
-        EXPECT_NO_THROW(domain.RequireReachable());
-        domain.NoteUnreachable("another question");
-    };
+    whileAsking = [this] { domain.NoteUnreachable("another question"); };
     EXPECT_EQ(Status(), 0U);
     EXPECT_EQ(Status(), 0U);
     EXPECT_EQ(asked, 1);

@@ -3,6 +3,7 @@
 #ifndef TESTS_APX_MEMORY_BACK_END_H_
 #define TESTS_APX_MEMORY_BACK_END_H_
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -24,6 +25,9 @@ class MemoryBackEnd : public BackEnd {
 
     DomainFacts Domain() override { return {"CORP", "corp.test", "S-1-5-21-1-2-3"}; }
 
+    void RequireReachable() override {
+        if (!reachable) throw Unreachable("no controller answers");
+    }
     HandOver Create(const NewAccount& account) override {
         const std::lock_guard<std::mutex> lock(mutex);
         if (beforeCreate) beforeCreate();
@@ -53,6 +57,7 @@ class MemoryBackEnd : public BackEnd {
 
     std::mutex mutex;  // guards the accounts
     std::map<std::string, Account> accounts;
+    std::atomic<bool> reachable = true;
     std::function<void()> beforeCreate;
     std::function<void()> afterCreate;
     std::function<void()> beforeTakeOver;
