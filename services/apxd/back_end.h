@@ -6,8 +6,8 @@
 // no other account is ever given a new secret.
 //
 // Threads: any calls at once.
-// Errors: `Unreachable`, or `Refusal` with the Windows system error number that the host is to see: 1355 the domain breaks off,
-// 1210 malformed name, 1316 the account exists or is in use, 1317 it does not exist, 2 or 267 the organizational unit
+// Errors: `Unreachable`, or `Refusal` with the Windows system error number that the host is to see: 1355 the domain breaks
+// off, 1210 malformed name, 1316 the account exists or is in use, 1317 it does not exist, 2 or 267 the organizational unit
 // is missing or malformed, 5 the service's own account has no right, 1331 the account is disabled, 1359 anything else;
 // besides these, what the directory answers. After a plain 1355, 1359 and those others it is open whether anything was
 // changed; after the rest nothing was, nor after 1326, 1331, 1398 and 1787, with which the service's own log-on is refused, nor after
@@ -32,6 +32,7 @@ inline constexpr std::uint32_t kFileNotFound = 2;            // no such organiza
 inline constexpr std::uint32_t kAccessDenied = 5;            //
 inline constexpr std::uint32_t kNotSupported = 50;           // no such path or method
 inline constexpr std::uint32_t kInvalidParameter = 87;       // malformed request
+inline constexpr std::uint32_t kDiskFull = 112;              //
 inline constexpr std::uint32_t kInvalidComputerName = 1210;  //
 inline constexpr std::uint32_t kRetryLater = 1237;           // too many requests
 inline constexpr std::uint32_t kAccountExists = 1316;        //

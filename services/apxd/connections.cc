@@ -4,8 +4,6 @@
 
 #include <algorithm>
 
-#include "services/apxd/service_log.h"
-
 namespace nimbrel::apxd {
 
 namespace {
@@ -75,12 +73,19 @@ void Connections::SetDeadline(int socket, Clock::time_point deadline) {
     _changed.notify_all();
 }
 
+// Who may not ask shall not fill the log either.
+void Connections::LogCut(const Visitor& visitor) {
+    LogLine line("cut");
+    line.Add("client", TextOf(visitor.address)).Add("reason", "too slow");
+    visitor.allowed ? line.Write() : _outsiders.Write(line, Clock::now());
+}
+
 // Returns the next deadline.
 Connections::Clock::time_point Connections::CutOverdue() {
     auto next = Clock::time_point::max();
     for (auto& [socket, connection] : _open) {
         if (connection.deadline <= Clock::now()) {
-            LogLine("cut").Add("client", TextOf(connection.visitor.address)).Add("reason", "too slow").Write();
+            LogCut(connection.visitor);
             shutdown(socket, SHUT_RDWR);
             connection.deadline = Clock::time_point::max();
         }

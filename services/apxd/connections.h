@@ -27,6 +27,7 @@
 #include <thread>
 
 #include "services/apxd/names.h"
+#include "services/apxd/service_log.h"
 
 namespace nimbrel::apxd {
 
@@ -74,6 +75,7 @@ class Connections {
     void SetDeadline(int socket, Clock::time_point deadline);
     void Watch();
     Clock::time_point CutOverdue();
+    void LogCut(const Visitor& visitor);
 
     const std::chrono::seconds _patience;
     const ConnectionLimits _limits;
@@ -81,6 +83,7 @@ class Connections {
     std::condition_variable _changed;
     std::map<int, Connection> _open;
     bool _ending = false;
+    LogBudget _outsiders;  // that are cut
     std::thread _watch;
 };
 

@@ -1,8 +1,10 @@
 #include "services/apxd/handler.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 #include <nlohmann/json.hpp>
+#include <system_error>
 #include <utility>
 
 namespace nimbrel::apxd {
@@ -92,7 +94,18 @@ Answer Refused(unsigned httpStatus, std::uint32_t status, const std::string& mes
     return answer;
 }
 
-// Whatever `step` throws becomes an answer; the host is told no more of a fault inside than that there is one.
+// The host is told no more of a fault inside than what its administrator can do about it.
+Answer Failed(const std::exception& error) {
+    const auto* const system = dynamic_cast<const std::system_error*>(&error);
+    const bool full = system != nullptr && (system->code() == std::errc::no_space_on_device ||
+                                            system->code() == std::error_code(EDQUOT, std::generic_category()));
+    Answer answer = full ? Refused(500, kDiskFull, "the service's disk is full")
+                         : Refused(500, kInternalError, "the service failed; its log tells more");
+    answer.message = error.what();
+    return answer;
+}
+
+// Whatever `step` throws becomes an answer.
 template <typename Step>
 Answer Guarded(const Step& step) {
     try {
@@ -102,9 +115,7 @@ Answer Guarded(const Step& step) {
     } catch (const Refusal& refusal) {
         return Refused(HttpStatusFor(refusal.Status()), refusal.Status(), refusal.what());
     } catch (const std::exception& error) {
-        Answer answer = Refused(500, kInternalError, "the service failed; its log tells more");
-        answer.message = error.what();
-        return answer;
+        return Failed(error);
     }
 }
 
@@ -230,7 +241,11 @@ void Handler::RequireUnit(const std::string& unit) const {
 void Handler::RequireOwnName(const Request& request, const std::string& account) const {
     if (_config.clientCaFile.empty() || _config.anyClientName) return;
     const auto& names = request.certificateNames;
-    const auto same = [&](const std::string& name) { return SameName(name.substr(0, name.find('.')), account); };
+    const auto same = [&](const std::string& name) {
+        const std::size_t dot = name.find('.');
+        const bool ours = dot == std::string::npos || SameName(name.substr(dot + 1), _config.domain);
+        return ours && SameName(name.substr(0, dot), account);
+    };
     if (std::none_of(names.begin(), names.end(), same)) {
         throw Refusal(kAccessDenied, "the client's certificate is in another name than the account");
     }

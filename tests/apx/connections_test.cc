@@ -4,6 +4,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
 
 #include "services/apxd/service_log.h"
 
@@ -67,6 +72,39 @@ TEST_F(ApxdConnections, WhoMayNotAskTakesNoPlaceFromWhoMay) {
     Open(Allowed("192.0.2.2"), 2);
     connections.Close(1000001);
     EXPECT_EQ(connections.Refusal(Outsider("198.51.100.5")), nullptr) << "nor the other way round";
+}
+
+std::size_t Count(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
+}
+
+// Returns when it has been cut off.
+void OpenOverdue(Connections& connections, const Visitor& visitor) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    connections.Open(ends[0], visitor);
+    char byte = 0;
+    EXPECT_EQ(read(ends[1], &byte, 1), 0);
+    connections.Close(ends[0]);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(ApxdCutConnections, OfWhoMayNotAskDoNotFillTheLog) {
+    ::testing::internal::CaptureStderr();
+    const auto begin = std::chrono::steady_clock::now();
+    {
+        Connections connections(std::chrono::seconds(0), {5, 3});
+        for (int count = 0; count < 60; ++count) OpenOverdue(connections, {Address::Parse("198.51.100.1"), false});
+        for (int count = 0; count < 30; ++count) OpenOverdue(connections, {Address::Parse("192.0.2.1"), true});
+    }
+    const auto seconds = std::chrono::ceil<std::chrono::seconds>(std::chrono::steady_clock::now() - begin).count();
+    const std::string log = ::testing::internal::GetCapturedStderr();
+    EXPECT_GE(Count(log, "cut client=198.51.100.1 reason=\"too slow\""), 20U);
+    EXPECT_LE(Count(log, "cut client=198.51.100.1 "), 20U + static_cast<std::size_t>(seconds));
+    EXPECT_EQ(Count(log, "cut client=192.0.2.1 reason=\"too slow\"\n"), 30U);
 }
 
 TEST(ApxdLogBudget, TwentyLinesAtOnceThenOneEachSecond) {

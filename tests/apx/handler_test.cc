@@ -5,8 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
 #include "apx/memory_back_end.h"
 #include "services/apxd/service_log.h"
@@ -264,8 +266,9 @@ TEST_F(ApxdHandler, CertificateIsGoodForTheAccountsThatItNames) {
     };
     EXPECT_EQ(outcome("node01.corp.test", {"other", "Node01.corp.test"}), "201 0");
     EXPECT_EQ(outcome("NODE01", {"node01"}), "201 0");
-    for (const char* const name :
-         {"node02", "node0", "node011.corp.test", "", "*.corp.test", ".node01", "corp.node01"}) {
+    EXPECT_EQ(outcome("node01", {"node01.CORP.test"}), "201 0");
+    for (const char* const name : {"node02", "node0", "node011.corp.test", "", "*.corp.test", ".node01", "corp.node01",
+                                   "node01.lab.example", "node01.corp.test.lab.example", "node01.test", "node01."}) {
         EXPECT_EQ(outcome("node01", {name}), "403 5") << name;
     }
     EXPECT_EQ(outcome("node01", {}), "403 5");
@@ -339,6 +342,17 @@ TEST_F(ApxdHandler, AFaultInsideIsNotToldToTheClient) {
     EXPECT_EQ(json::parse(answer.body.Text()).value("message", ""), "the service failed; its log tells more");
     EXPECT_THAT(answer.body.Text(), ::testing::Not(HasSubstr("private")));
     EXPECT_THAT(answer.message, HasSubstr("private"));
+}
+
+TEST_F(ApxdHandler, FullDiskIsToldToTheClient) {
+    for (const int error : {ENOSPC, EDQUOT, EIO}) {
+        backEnd.beforeCreate = [=] { throw std::system_error(error, std::generic_category(), "/var/ledger"); };
+        const Answer answer = Send(Post(R"({"accountName":"node01"})"));
+        EXPECT_EQ(answer.httpStatus, 500U);
+        EXPECT_EQ(answer.status, error == EIO ? kInternalError : kDiskFull);
+        EXPECT_THAT(answer.body.Text(), HasSubstr(error == EIO ? "log tells more" : "the service's disk is full"));
+        EXPECT_THAT(answer.message, HasSubstr("/var/ledger: "));
+    }
 }
 
 // --- The log ---
