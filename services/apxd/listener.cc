@@ -49,6 +49,8 @@ Listener::Listener(const Config& config) : _descriptor(-1) {
 
 Listener::~Listener() { close(_descriptor); }
 
+void Listener::End() { shutdown(_descriptor, SHUT_RDWR); }
+
 std::string Listener::Address() const {
     sockaddr_storage bound = {};
     socklen_t size = sizeof bound;

@@ -18,6 +18,10 @@ class Listener {
     Listener& operator=(const Listener&) = delete;
     ~Listener();
 
+    // Refuses connections from now on, those that wait to be accepted too, and leaves the address to another one. The
+    // descriptor stays open: a thread that accepts may still look at it.
+    void End();
+
     int Descriptor() const { return _descriptor; }
     // Where it really listens: port 0 gets a number of the system's choice.
     std::string Address() const;

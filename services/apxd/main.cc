@@ -9,11 +9,13 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <future>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -43,8 +45,8 @@ constexpr char kUsage[] =
     "  --version       show the version\n"
     "  --help          show this help\n"
     "\n"
-    "SIGHUP reads all of it anew, SIGTERM ends the service\n"
-    "when the requests under way are answered.\n";
+    "SIGHUP reads all of it anew. SIGTERM ends the service when the requests under way are\n"
+    "answered, or 'stop-seconds' of the configuration have passed.\n";
 
 struct Options {
     std::string configFile = kDefaultConfigFile;
@@ -90,6 +92,12 @@ void Notify(const std::string& state) {
     close(socket);
 }
 
+// The unit's own limit for a stop need not fit what the configuration allows.
+void NotifyStopping(const Config& config) {
+    constexpr std::uint64_t kSlack = 30;
+    Notify("STOPPING=1\nEXTEND_TIMEOUT_USEC=" + std::to_string((config.stopSeconds + kSlack) * 1'000'000));
+}
+
 std::unique_ptr<BackEnd> MakeBackEnd(const Config& config) {
     if (config.backEnd == "ad") return MakeAdBackEnd(config.domain, config.principal, config.keytab);
     return MakeEmbeddedBackEnd(config.directoryFile, config.domain);
@@ -107,16 +115,31 @@ struct Generation {
 
 bool SameListener(const Config& a, const Config& b) { return a.address == b.address && a.port == b.port; }
 
-// Takes over from `before`, if there is one, what must not be there twice: the socket and the ledger.
-std::unique_ptr<Generation> Start(const std::string& configFile, const Generation* before) {
+// The ledgers in use, by their paths: a generation that has been replaced keeps its own until the directory has answered.
+//
+// Threads: one.
+class Ledgers {
+ public:
+    std::shared_ptr<Ledger> Open(const std::string& path) {
+        std::erase_if(_open, [](const auto& one) { return one.second.expired(); });
+        std::shared_ptr<Ledger> ledger = _open[path].lock();
+        if (!ledger) _open[path] = ledger = std::make_shared<Ledger>(path);
+        return ledger;
+    }
+
+ private:
+    std::map<std::string, std::weak_ptr<Ledger>> _open;
+};
+
+// Takes over from earlier ones, `before` the last of them if there is one, what must not be there twice: the socket and
+// the ledger.
+std::unique_ptr<Generation> Start(const std::string& configFile, const Generation* before, Ledgers& ledgers) {
     auto made = std::make_unique<Generation>();
     made->config = ReadConfig(configFile);
     const Config& config = made->config;
     const TlsFiles files = TlsFiles::Read(config);
     made->backEnd = MakeBackEnd(config);
-    made->ledger = before != nullptr && before->config.ledgerFile == config.ledgerFile
-                       ? before->ledger
-                       : std::make_shared<Ledger>(config.ledgerFile);
+    made->ledger = ledgers.Open(config.ledgerFile);
     made->listener = before != nullptr && SameListener(before->config, config) ? before->listener
                                                                                : std::make_shared<Listener>(config);
     made->handler = std::make_unique<Handler>(config, *made->backEnd, *made->ledger);
@@ -146,9 +169,11 @@ class Retired {
  public:
     using Clock = std::chrono::steady_clock;
 
-    void Take(std::unique_ptr<Generation> generation) {
+    // `heir` may have the same socket.
+    void Take(std::unique_ptr<Generation> generation, const Generation& heir) {
         std::erase_if(_ends, [](const auto& end) { return IsThere(end, Clock::time_point()); });
         generation->server->Retire();
+        if (generation->listener != heir.listener) generation->listener->End();
         try {
             _ends.push_back(std::async(std::launch::async, End, std::move(generation)));
         } catch (const std::system_error& error) {
@@ -171,11 +196,11 @@ class Retired {
 };
 
 // A configuration that cannot be used leaves the one in force.
-void TakeUp(const std::string& configFile, std::unique_ptr<Generation>& current, Retired& retired) {
+void TakeUp(const std::string& configFile, std::unique_ptr<Generation>& current, Ledgers& ledgers, Retired& retired) {
     try {
-        std::unique_ptr<Generation> next = Start(configFile, current.get());
+        std::unique_ptr<Generation> next = Start(configFile, current.get(), ledgers);
         current.swap(next);
-        retired.Take(std::move(next));
+        retired.Take(std::move(next), *current);
         LogStart("reloaded", *current);
     } catch (const std::exception& error) {
         LogLine("not-reloaded").Add("reason", error.what()).Write();
@@ -188,9 +213,9 @@ void TakeUp(const std::string& configFile, std::unique_ptr<Generation>& current,
     }
 }
 
-void Reload(const std::string& configFile, std::unique_ptr<Generation>& current, Retired& retired) {
+void Reload(const std::string& configFile, std::unique_ptr<Generation>& current, Ledgers& ledgers, Retired& retired) {
     Notify("RELOADING=1");
-    TakeUp(configFile, current, retired);
+    TakeUp(configFile, current, ledgers, retired);
     Notify("READY=1");
 }
 
@@ -199,6 +224,7 @@ void Reload(const std::string& configFile, std::unique_ptr<Generation>& current,
 void Stop(Generation& current, const Retired& retired) {
     const auto until = Retired::Clock::now() + std::chrono::seconds(current.config.stopSeconds);
     current.server->Retire();
+    current.listener->End();
     const bool drained = current.server->Drain() && retired.WaitForNone(until);
     LogLine("stopped").Write();
     if (!drained) _exit(0);
@@ -215,13 +241,16 @@ int Serve(const std::string& configFile) {
     const sigset_t signals = ServiceSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // for the threads to come, too
     std::signal(SIGPIPE, SIG_IGN);
-    std::unique_ptr<Generation> current = Start(configFile, nullptr);
+    Ledgers ledgers;
+    std::unique_ptr<Generation> current = Start(configFile, nullptr, ledgers);
     PruneLedger(*current);
     LogStart("ready", *current);
     Notify("READY=1");
     Retired retired;
-    for (int number = 0; sigwait(&signals, &number) == 0 && number == SIGHUP;) Reload(configFile, current, retired);
-    Notify("STOPPING=1");
+    for (int number = 0; sigwait(&signals, &number) == 0 && number == SIGHUP;) {
+        Reload(configFile, current, ledgers, retired);
+    }
+    NotifyStopping(current->config);
     Stop(*current, retired);
     return 0;
 }

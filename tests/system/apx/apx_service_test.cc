@@ -7,6 +7,7 @@
 #include <netinet/in.h>
 #include <openssl/conf.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -219,6 +220,7 @@ TEST_F(Apx, ClientsCertificateIsGoodForTheAccountThatItNames) {
         EXPECT_EQ(ask("NODE01.corp.test", {}, "node01.corp.test"), 0U);
         EXPECT_EQ(ask("node02", {{dns, "DNS:other.corp.test"}}, "node02"), 5U) << "the common name does not count then";
         EXPECT_EQ(ask("other", {{dns, "IP:127.0.0.1,DNS:other.corp.test,DNS:node02.corp.test"}}, "node02"), 0U);
+        EXPECT_EQ(ask("node03.lab.example", {}, "node03"), 5U) << "another domain's host";
         EXPECT_EQ(ask("node03", {{dns, "email:node03@corp.test"}}, "node03"), 0U);
         EXPECT_EQ(ask("node04", {{purpose, "serverAuth"}}, "node04"), 5U) << "not for clients";
         EXPECT_EQ(ask("node04", {{purpose, "clientAuth"}}, "node04"), 0U);
@@ -552,6 +554,59 @@ TEST_F(Apx, ReloadDoesNotWaitForADirectoryThatHangs) {
     service.WaitForLog("not-reloaded ");
     EXPECT_EQ(service.Stop(), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30)) << "the directory has 60";
+}
+
+TEST_F(Apx, WhatAHungReadingHoldsIsNotRefusedToTheNext) {
+    const HungDomain domain;
+    Configure(certificate, HungDomain::BackEnd() + "stop-seconds = 1\n");
+    Service service;
+    const auto client = std::async(std::launch::async, [this] { EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U); });
+    domain.AwaitQuestion();
+    Configure(certificate, "listen = 127.0.0.1:9443\nledger = /run/apxd/other\nstop-seconds = 1\n");
+    service.Signal(SIGHUP);
+    service.WaitForLog("reloaded listen=\"127.0.0.1 9443\"");
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1225U) << "nobody is there any more to take a connection";
+    Configure(certificate, "stop-seconds = 1\n");
+    service.Signal(SIGHUP);
+    service.WaitForLog("reloaded listen=\"0.0.0.0 8443\"");
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node01").status, 0U);
+    EXPECT_THAT(LedgerText(), HasSubstr("H NODE01 "));
+    EXPECT_EQ(service.Stop(), 0);
+}
+
+// What systemd has been told, one text each.
+class NotifySocket {
+ public:
+    NotifySocket() : _socket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::strcpy(address.sun_path, kPath);
+        std::filesystem::remove(kPath);
+        EXPECT_EQ(bind(_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    }
+    NotifySocket(const NotifySocket&) = delete;
+    NotifySocket& operator=(const NotifySocket&) = delete;
+    ~NotifySocket() { close(_socket); }
+
+    static std::string Environment() { return std::string("NOTIFY_SOCKET=") + kPath; }
+    std::string Next() const {
+        char text[256];
+        const ssize_t size = recv(_socket, text, sizeof text, MSG_DONTWAIT);
+        return size < 0 ? "nothing" : std::string(text, static_cast<std::size_t>(size));
+    }
+
+ private:
+    static constexpr char kPath[] = "/run/notify";
+    int _socket;
+};
+
+TEST_F(Apx, ServiceManagerIsToldHowLongAStopMayTake) {
+    Configure(certificate, "stop-seconds = 600\n");
+    const NotifySocket manager;
+    Service service({NotifySocket::Environment()});
+    EXPECT_EQ(service.Stop(), 0);
+    EXPECT_EQ(manager.Next(), "READY=1");
+    EXPECT_EQ(manager.Next(), "STOPPING=1\nEXTEND_TIMEOUT_USEC=630000000");
 }
 
 TEST_F(Apx, CheckConfigTellsWhatIsWrong) {

@@ -70,9 +70,8 @@ void Configure(const Certificate& certificate, const std::string& lines) {
     std::string text =
         "certificate = /etc/nimbrel/apxd/certificate.pem\n"
         "key = /etc/nimbrel/apxd/key.pem\n"
-        "domain = corp.test\n"
-        "ledger = " +
-        std::string(kLedgerFile) + '\n';
+        "domain = corp.test\n";
+    if (lines.find("ledger = ") == std::string::npos) text += std::string("ledger = ") + kLedgerFile + '\n';
     if (lines.find("allow = ") == std::string::npos) text += "allow = 127.0.0.0/8\nallow = 192.0.2.0/24\n";
     if (lines.find("requests-per-minute") == std::string::npos) text += "requests-per-minute = 60000\nburst = 10000\n";
     Write(kConfigFile, text + lines);
