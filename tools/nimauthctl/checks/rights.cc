@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <optional>
+#include <sstream>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -143,6 +144,30 @@ void AddFoldersOnTheWay(const std::string& root, const std::string& file, std::v
     }
 }
 
+// By the host's own list: a directory that does not answer is not waited for.
+std::string GroupName(const std::string& root, gid_t group) {
+    std::istringstream lines(kit::ReadWholeFile(root + "/etc/group").value_or(""));
+    lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t password = line.find(':');
+        const std::size_t number = password == std::string::npos ? password : line.find(':', password + 1);
+        if (number == std::string::npos) continue;
+        const std::string text = std::to_string(group) + ':';
+        if (line.compare(number + 1, text.size(), text) == 0) return '\'' + line.substr(0, password) + '\'';
+    }
+    return std::to_string(group);
+}
+
+// Some distributions keep keys for a group of programs that may use them all, "ssl-cert"; root's own group is nobody else.
+bool IsForAGroup(const struct stat& key) { return key.st_gid != 0 && (key.st_mode & S_IRGRP) != 0; }
+bool MayHaveBeenRead(const struct stat& key) { return key.st_uid != 0 || (key.st_mode & S_IROTH) != 0; }
+
+std::string WhoElseMayOpenKey(const struct stat& key) {
+    std::string writes = WhoElseMayWrite(key.st_uid, key.st_mode);
+    if (!writes.empty()) return writes;
+    return (key.st_mode & S_IRWXO) != 0 ? "may be read by everybody" : "";
+}
+
 Finding RightsOfNamedFiles(const std::string& root, const NamedFiles& named) {
     std::vector<std::string> paths;
     for (const std::string& file : {named.certificate, named.key}) {
@@ -157,10 +182,12 @@ Finding RightsOfNamedFiles(const std::string& root, const NamedFiles& named) {
     }
     Wrong open;
     const auto key = named.key.starts_with('/') ? StatusOf(root + named.key) : std::nullopt;
-    if (key) open.Add(named.key, WhoElseMayOpen(*key));
+    if (key) open.Add(named.key, WhoElseMayOpenKey(*key));
     Finding finding = RightsFinding(writable, open, "only root may read " + named.key);
-    if (!open.found.empty()) finding.remedy += "; if others have read the key, have another one certified";
-    return finding;
+    if (key && MayHaveBeenRead(*key)) finding.remedy += "; if others have read the key, have another one certified";
+    if (finding.verdict != Verdict::Pass || !key || !IsForAGroup(*key)) return finding;
+    return Warn(named.key + " may be read by the group " + GroupName(root, key->st_gid),
+                "in order if all its members may join as this host; else: chmod g-rwx " + named.key);
 }
 
 }  // namespace
@@ -219,7 +246,7 @@ Finding CheckProxyFiles(const std::string& root) {
         return Pass("the proxy plug-in's settings name no certificate of this host");
     }
     Finding rights = RightsOfNamedFiles(root, named);
-    if (rights.verdict != Verdict::Pass) return rights;
+    if (rights.verdict == Verdict::Fail) return rights;
     for (const auto& [key, path] :
          {std::pair("client-certificate ", named.certificate), std::pair("client-key ", named.key)}) {
         const std::string unusable = Unusable(root, path);

@@ -183,7 +183,8 @@ TEST_F(ProxyFilesTest, KeyIsForRootAlone) {
     constexpr StateCase kCases[] = {{kKey, 0600, ""},
                                     {kKey, 0400, ""},
                                     {kKey, 0644, "may be read by everybody"},
-                                    {kKey, 0640, "may be read by its group"},
+                                    {kKey, 0640, ""},  // root's own
+                                    {kKey, 0660, "may be written by its group"},
                                     {kKey, 0602, "may be written by everybody"},
                                     {kCertificate, 0644, ""},
                                     {kCertificate, 0666, "may be written by everybody"},
@@ -202,6 +203,32 @@ TEST_F(ProxyFilesTest, KeyIsForRootAlone) {
     }
 }
 
+// As Debian keeps keys.
+TEST_F(ProxyFilesTest, KeyThatAGroupMayReadIsAWarning) {
+    NameBoth();
+    Put(kCertificate, 0644);
+    Put(kKey, 0640);
+    const auto found = [this](gid_t group) {
+        EXPECT_EQ(chown((Root() + kKey).c_str(), static_cast<uid_t>(-1), group), 0);
+        return CheckProxyFiles(Root());
+    };
+    if (geteuid() != 0) {
+        EXPECT_EQ(Verdict::Fail, found(getegid()).verdict);  // the key is not root's
+        return;
+    }
+    EXPECT_EQ(Verdict::Pass, found(0).verdict);
+    EXPECT_THAT(found(113).found, HasSubstr("key.pem may be read by the group 113"));
+    Put("/etc/group", 0644);
+    std::ofstream(Root() + "/etc/group") << "root:x:0:\nmalformed\nother:x:1130:\nssl-cert:x:113:\n";
+    const Finding finding = found(113);
+    EXPECT_EQ(Verdict::Warn, finding.verdict);
+    EXPECT_EQ(ExitCode::Ok, finding.exitCode);
+    EXPECT_EQ(std::string(kKey) + " may be read by the group 'ssl-cert'", finding.found);
+    EXPECT_THAT(finding.remedy, HasSubstr(std::string("chmod g-rwx ") + kKey));
+    std::filesystem::remove(Root() + kCertificate);
+    EXPECT_THAT(CheckProxyFiles(Root()).found, HasSubstr("client-certificate ")) << "graver";
+}
+
 TEST_F(ProxyFilesTest, FolderOfTheFilesCountsOnce) {
     NameBoth();
     Put(kKey, 0600);
@@ -218,6 +245,9 @@ TEST_F(ProxyFilesTest, ReadableKeyIsSpentAndSaidToBe) {
     Put(kCertificate, 0644);
     Put(kKey, 0644);
     EXPECT_THAT(CheckProxyFiles(Root()).remedy, HasSubstr("have another one certified"));
+    Put(kKey, 0602);
+    EXPECT_EQ(geteuid() != 0, CheckProxyFiles(Root()).remedy.find("certified") != std::string::npos)
+        << "written it may have been, but not read";
 }
 
 TEST_F(ProxyFilesTest, WithoutSettingsOrNamesNothingIsWrong) {
