@@ -278,8 +278,20 @@ TEST_F(LoginsFaultsTest, DamagedEntryDoesNotKeepALaterChange) {
     AwaitState(3, "restored");
     ExpectUntouched();
     WriteFile("/var/lib/nimbrel/logins/2/state", "garbage");
-    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("change 1 cannot be read: "));
+    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("error: change 2 cannot be read: ")) << "1 is over";
     ExpectUntouched();
+}
+
+TEST_F(LoginsFaultsTest, DamagedEntryThatIsInTheWayIsNamedAndNotAnOlderOne) {
+    Enable();
+    Done({"logins", "undo"});
+    Enable();
+    Disable();
+    WriteFile("/var/lib/nimbrel/logins/1/record", "garbage");
+    WriteFile("/var/lib/nimbrel/logins/4/record", "garbage");
+    EXPECT_THAT(Refused({"logins", "undo"}),
+                ::testing::AllOf(HasSubstr("error: change 4 cannot be read: "),
+                                 HasSubstr("mv /var/lib/nimbrel/logins/4 /var/lib/nimbrel/logins/damaged")));
 }
 
 }  // namespace

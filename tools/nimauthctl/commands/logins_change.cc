@@ -1,6 +1,5 @@
 #include "tools/nimauthctl/commands/logins_change.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -39,9 +38,9 @@ void RequireNothingWaits(const logins::Journal& journal) {
                                   "change " + std::to_string(waiting->record.id) + " still waits for its confirmation",
                                   "'nimauthctl logins confirm' or 'nimauthctl logins undo' first");
     }
-    const std::vector<logins::Damage> damages = journal.Damages();
-    const bool allOver = std::all_of(damages.begin(), damages.end(), [](const auto& damage) { return damage.isOver; });
-    if (!allOver) journal.Entries();  // it may wait, and this says that it cannot be read
+    for (const logins::Damage& damage : journal.Damages()) {
+        if (!damage.isOver) RefuseFor(damage, journal);  // it may wait
+    }
 }
 
 void RequirePreviewed(const Invocation& invocation, const std::vector<Change>& changes) {
