@@ -329,8 +329,8 @@ constexpr StatusEntry kProxy[] = {
     {5, Permission, "",
      "the authentication proxy does not admit this host, or hosts in this organizational unit, or its own account has "
      "no right there; or a file of this host may not be used",
-     "check 'allow', 'allow-unit' and 'client-ca' of the proxy and the rights of its account in the unit: its log "
-     "tells which; on this host see the system log and 'nimauthctl check'"},
+     "check 'allow', 'allow-unit', 'client-ca' and 'client-names' of the proxy and the rights of its account in the "
+     "unit: its log tells which; on this host see the system log and 'nimauthctl check'"},
     {8, Failure, "", "this host, or the authentication proxy, ran out of memory", "free memory and try again"},
     {50, Failure, "", "what answers at this address is no such authentication proxy, or one of another version",
      "check the address and 'port' in apxhttps.conf; compare the versions of host and proxy"},
@@ -348,7 +348,8 @@ constexpr StatusEntry kProxy[] = {
     {1225, Network, "", "the authentication proxy refused the connection: it does not run, or a firewall rejects it",
      "check the address, 'port' in apxhttps.conf, the proxy service, and the firewalls in between"},
     {1229, Network, "", "the connection to the authentication proxy broke, or what answers there is no such proxy",
-     "check the address and 'port' in apxhttps.conf; the system log of this host tells what came back"},
+     "check the address and 'port' in apxhttps.conf; the system log of this host tells what came back; where many hosts "
+     "join at once, raise 'connections-per-client' of the proxy: its log tells whom it has refused"},
     {1237, Failure, "", "the authentication proxy has had too many requests from this host",
      "wait a minute, then try again; 'requests-per-minute' of the proxy is the limit"},
     {1316, OtherState, "", "a computer account of this host's name exists already, and is not the proxy's to hand out",
