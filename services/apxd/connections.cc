@@ -28,10 +28,18 @@ Connections::~Connections() {
 
 const char* Connections::Refusal(const Visitor& visitor) {
     const std::lock_guard<std::mutex> lock(_lock);
+    const char* const beyond = Beyond(visitor);
+    if (beyond == nullptr || !visitor.allowed) return beyond;
+    const auto others =
+        std::count_if(_open.begin(), _open.end(), [](const auto& one) { return one.second.turnedAway; });
+    return static_cast<std::size_t>(others) < kTurnedAway ? nullptr : beyond;
+}
+
+const char* Connections::Beyond(const Visitor& visitor) const {
     std::size_t alike = 0;
     std::size_t own = 0;
     for (const auto& [socket, connection] : _open) {
-        if (connection.visitor.allowed != visitor.allowed) continue;
+        if (connection.visitor.allowed != visitor.allowed || connection.turnedAway != nullptr) continue;
         ++alike;
         if (IsSameClient(connection.visitor.address, visitor.address)) ++own;
     }
@@ -43,7 +51,7 @@ const char* Connections::Refusal(const Visitor& visitor) {
 void Connections::Open(int socket, const Visitor& visitor) {
     {
         const std::lock_guard<std::mutex> lock(_lock);
-        _open[socket] = {Clock::now() + _patience, visitor};
+        _open[socket] = {Clock::now() + _patience, visitor, visitor.allowed ? Beyond(visitor) : nullptr};
     }
     _changed.notify_all();
 }
@@ -54,6 +62,12 @@ void Connections::Close(int socket) {
         _open.erase(socket);
     }
     _changed.notify_all();
+}
+
+const char* Connections::TurnedAway(int socket) {
+    const std::lock_guard<std::mutex> lock(_lock);
+    const auto found = _open.find(socket);
+    return found == _open.end() ? nullptr : found->second.turnedAway;
 }
 
 void Connections::Suspend(int socket) { SetDeadline(socket, Clock::time_point::max()); }

@@ -1,7 +1,8 @@
 // The open connections: how many there may be, and their deadlines.
 //
-// Clients that may ask share one number, and each has a smaller one. The few others that are let in, to be told that they may
-// not ask, have a number of their own, so that nobody who may not ask takes a place from somebody who may.
+// Clients that may ask share one number, and each has a smaller one. A few others are let in, to be told that they may not
+// ask, and a few of those that are beyond one of these numbers, to be told that: they have numbers of their own, so that
+// nobody who is not served takes a place from somebody who is.
 //
 // A connection that outlasts its deadline is shut down, however busily it trickles; whoever serves it then notices. The
 // socket stays open until `Close`, so that its number cannot be another connection's.
@@ -46,6 +47,7 @@ class Connections {
  public:
     static constexpr std::size_t kOutsiders = 16;
     static constexpr std::size_t kOfOneOutsider = 4;
+    static constexpr std::size_t kTurnedAway = 16;
 
     Connections(std::chrono::seconds patience, ConnectionLimits limits);
     Connections(const Connections&) = delete;
@@ -58,6 +60,8 @@ class Connections {
     // Throws `std::bad_alloc`.
     void Open(int socket, const Visitor& visitor);
     void Close(int socket);
+    // Beyond which number this connection is, and so to be turned away; null if it may be served.
+    const char* TurnedAway(int socket);
     void Suspend(int socket);
     void Resume(int socket);
 
@@ -70,7 +74,10 @@ class Connections {
     struct Connection {
         Clock::time_point deadline;
         Visitor visitor;
+        const char* turnedAway;
     };
+
+    const char* Beyond(const Visitor& visitor) const;
 
     void SetDeadline(int socket, Clock::time_point deadline);
     void Watch();

@@ -215,6 +215,8 @@ std::optional<Answer> Handler::Admit(const Request& request, Time now) {
     return answer.status == 0 ? std::nullopt : std::optional(std::move(answer));
 }
 
+Answer Handler::TurnedAway(const char* why) { return Refused(429, kRetryLater, why); }
+
 Answer Handler::LengthRequired() { return Refused(411, kInvalidParameter, "the body's length is not given"); }
 
 Answer Handler::Handle(const Request& request) {

@@ -63,6 +63,8 @@ class Handler {
     // What can be told by the head of a request; unset if the body is wanted. Counts against the client's rate.
     std::optional<Answer> Admit(const Request& request, Time now);
 
+    // To a client that has too many connections, as `why` tells.
+    static Answer TurnedAway(const char* why);
     // To a body whose length the head does not tell.
     static Answer LengthRequired();
 

@@ -77,7 +77,7 @@ struct Exchange {
     Request request;
     std::optional<Answer> refused;
     bool answered = false;
-    bool allowed = false;  // the client's address
+    bool served = false;  // the client's address may ask, and the connection is not one too many
     Clock::time_point begin = Clock::now();
 };
 
@@ -156,7 +156,7 @@ class Server::Impl {
     const std::shared_ptr<Listener> _listener;
     Connections _connections;
     LogBudget _refused;       // connections
-    LogBudget _outsiders;     // requests of addresses that may not ask
+    LogBudget _notServed;     // requests of addresses that may not ask, and on connections that are one too many
     std::mutex _messageLock;  // guards the two below: connections may come before the start has ended
     std::string _startMessage;
     bool _started = false;
@@ -173,7 +173,8 @@ Server::Impl::Impl(const Config& config, Handler& handler, const TlsFiles& files
                            MHD_USE_POLL | MHD_USE_ITC | MHD_USE_ERROR_LOG | (ipv6 ? MHD_USE_IPv6 : MHD_NO_FLAG);
     // The option that ends the list, where nobody is asked for a certificate.
     const auto trust = files.clientCa.empty() ? MHD_OPTION_END : MHD_OPTION_HTTPS_MEM_TRUST;
-    const unsigned most = config.connections + static_cast<unsigned>(Connections::kOutsiders) + kSlack;
+    constexpr auto kNotServed = static_cast<unsigned>(Connections::kOutsiders + Connections::kTurnedAway);
+    const unsigned most = config.connections + kNotServed + kSlack;
     _daemon = MHD_start_daemon(flags, 0, OnAccept, this, OnRequest, this,              //
                                MHD_OPTION_EXTERNAL_LOGGER, OnMessage, this,            //
                                MHD_OPTION_LISTEN_SOCKET, _listener->Descriptor(),      //
@@ -275,8 +276,10 @@ MHD_Result Server::Impl::OnRequest(void* self, MHD_Connection* connection, const
 MHD_Result Server::Impl::Begin(MHD_Connection* connection, const char* method, const char* path, void** state) {
     auto exchange = std::make_unique<Exchange>();
     exchange->request = HeadOf(connection, method, path, !_config.clientCaFile.empty());
-    exchange->allowed = _handler.IsAllowed(exchange->request.client);
-    exchange->refused = _handler.Admit(exchange->request, Clock::now());
+    const char* const turnedAway = _connections.TurnedAway(SocketOf(connection));
+    exchange->served = turnedAway == nullptr && _handler.IsAllowed(exchange->request.client);
+    exchange->refused = turnedAway == nullptr ? _handler.Admit(exchange->request, Clock::now())
+                                              : std::optional(Handler::TurnedAway(turnedAway));
     Exchange& kept = *exchange.release();
     *state = &kept;
     const bool chunked = !HeaderOf(connection, MHD_HTTP_HEADER_TRANSFER_ENCODING).empty();
@@ -307,9 +310,9 @@ MHD_Result Server::Impl::Finish(MHD_Connection* connection, Exchange& exchange, 
     return Send(connection, std::move(answer));
 }
 
-// Who may not ask shall not fill the log either.
+// Who is not served shall not fill the log either.
 void Server::Impl::Log(const Exchange& exchange, LogLine line) {
-    exchange.allowed ? line.Write() : _outsiders.Write(line, Clock::now());
+    exchange.served ? line.Write() : _notServed.Write(line, Clock::now());
 }
 
 void Server::Impl::OnCompleted(void* self, MHD_Connection* /*connection*/, void** state,

@@ -28,35 +28,60 @@ class ApxdConnections : public ::testing::Test {
         for (; times > 0; --times) connections.Open(++last, visitor);
     }
 
+    // Why the client's next connection is turned away.
+    const char* NextOf(const std::string& address) {
+        EXPECT_EQ(connections.Refusal(Allowed(address)), nullptr);
+        connections.Open(1, Allowed(address));
+        const char* const why = connections.TurnedAway(1);
+        connections.Close(1);
+        return why;
+    }
+
     Connections connections{std::chrono::hours(1), {5, 3}};
     int last = 1000000;
 };
 
 TEST_F(ApxdConnections, OneClientHasItsOwnNumber) {
     Open(Allowed("192.0.2.1"), 2);
-    EXPECT_EQ(connections.Refusal(Allowed("192.0.2.1")), nullptr);
+    EXPECT_STREQ(NextOf("192.0.2.1"), nullptr);
     Open(Allowed("192.0.2.1"));
-    EXPECT_STREQ(connections.Refusal(Allowed("192.0.2.1")), kTooManyOfOne);
-    EXPECT_STREQ(connections.Refusal(Allowed("::ffff:192.0.2.1")), kTooManyOfOne);
-    EXPECT_EQ(connections.Refusal(Allowed("192.0.2.2")), nullptr);
+    EXPECT_STREQ(NextOf("192.0.2.1"), kTooManyOfOne);
+    EXPECT_STREQ(NextOf("::ffff:192.0.2.1"), kTooManyOfOne);
+    EXPECT_STREQ(NextOf("192.0.2.2"), nullptr);
     connections.Close(last);
-    EXPECT_EQ(connections.Refusal(Allowed("192.0.2.1")), nullptr);
+    EXPECT_STREQ(NextOf("192.0.2.1"), nullptr);
 }
 
 TEST_F(ApxdConnections, OneClientOfIPv6IsANetworkOf64Bits) {
     Open(Allowed("2001:db8::1"));
     Open(Allowed("2001:db8::2"));
     Open(Allowed("2001:db8::ffff:ffff:ffff:ffff"));
-    EXPECT_STREQ(connections.Refusal(Allowed("2001:db8::4")), kTooManyOfOne);
-    EXPECT_EQ(connections.Refusal(Allowed("2001:db8:0:1::1")), nullptr);
+    EXPECT_STREQ(NextOf("2001:db8::4"), kTooManyOfOne);
+    EXPECT_STREQ(NextOf("2001:db8:0:1::1"), nullptr);
 }
 
 TEST_F(ApxdConnections, AllClientsTogetherHaveANumber) {
     Open(Allowed("192.0.2.1"), 2);
     Open(Allowed("192.0.2.2"), 2);
-    EXPECT_EQ(connections.Refusal(Allowed("192.0.2.3")), nullptr);
+    EXPECT_STREQ(NextOf("192.0.2.3"), nullptr);
     Open(Allowed("192.0.2.3"));
-    EXPECT_STREQ(connections.Refusal(Allowed("192.0.2.4")), kTooMany);
+    EXPECT_STREQ(NextOf("192.0.2.4"), kTooMany);
+}
+
+TEST_F(ApxdConnections, FewThatAreTooManyAreLetInToBeTold) {
+    Open(Allowed("192.0.2.1"), 3 + 16);
+    EXPECT_STREQ(connections.Refusal(Allowed("192.0.2.1")), kTooManyOfOne);
+    EXPECT_STREQ(NextOf("192.0.2.2"), nullptr) << "they take no place from others";
+    Open(Allowed("192.0.2.2"), 2);
+    EXPECT_STREQ(connections.Refusal(Allowed("192.0.2.3")), kTooMany);
+    EXPECT_EQ(connections.Refusal(Outsider("198.51.100.1")), nullptr);
+    connections.Close(1000003 + 16);
+    EXPECT_EQ(connections.Refusal(Allowed("192.0.2.3")), nullptr) << "to be told";
+    connections.Close(1000001);
+    Open(Allowed("192.0.2.1"));
+    EXPECT_EQ(connections.TurnedAway(last), nullptr);
+    EXPECT_STREQ(connections.TurnedAway(1000004), kTooManyOfOne) << "once and for all";
+    EXPECT_EQ(connections.TurnedAway(-1), nullptr);
 }
 
 TEST_F(ApxdConnections, WhoMayNotAskTakesNoPlaceFromWhoMay) {

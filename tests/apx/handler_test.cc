@@ -160,6 +160,9 @@ TEST_F(ApxdHandler, EveryRefusalTellsItsReason) {
     EXPECT_EQ(Handler::LengthRequired().message, "the body's length is not given");
     EXPECT_EQ(Handler::LengthRequired().httpStatus, 411U);
     EXPECT_EQ(Handler::LengthRequired().status, 87U);
+    EXPECT_EQ(Handler::TurnedAway("too many").message, "too many");
+    EXPECT_EQ(Handler::TurnedAway("too many").httpStatus, 429U);
+    EXPECT_EQ(Handler::TurnedAway("too many").status, 1237U);
 }
 
 TEST_F(ApxdHandler, LongestNamesAndBodiesAreTaken) {

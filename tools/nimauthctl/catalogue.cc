@@ -351,7 +351,7 @@ constexpr StatusEntry kProxy[] = {
      "check the address and 'port' in apxhttps.conf; the system log of this host tells what came back; where many hosts "
      "join at once, raise 'connections-per-client' of the proxy: its log tells whom it has refused"},
     {1237, Failure, "", "the authentication proxy has had too many requests from this host",
-     "wait a minute, then try again; 'requests-per-minute' of the proxy is the limit"},
+     "wait a minute, then try again; 'requests-per-minute' and 'connections-per-client' of the proxy are the limits"},
     {1316, OtherState, "", "a computer account of this host's name exists already, and is not the proxy's to hand out",
      "have it deleted in the domain, or named with 'pre-staged' at the proxy if it waits for this host"},
     {1317, Authentication, "", "the computer account that waits for this host at the proxy is not in the domain",

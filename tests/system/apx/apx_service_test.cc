@@ -407,24 +407,36 @@ TEST_F(Apx, SlowClientIsCutOff) {
 }
 
 TEST_F(Apx, ConnectionsOfOneClientAreBounded) {
-    Configure(certificate, "connections-per-client = 2\n");
+    Configure(certificate, "connections-per-client = 2\nrequest-seconds = 60\n");
+    Service service;
+    std::vector<int> connections;
+    for (int count = 0; count < 2 + 16 + 1; ++count) connections.push_back(ConnectTo(kNear));
+    service.WaitForLog("refused client=127.0.0.1 reason=\"too many connections of this client\"\n");
+    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U);
+    EXPECT_EQ(AskDomain(kHere, Pinned()).status, 0U);
+    std::for_each(connections.begin(), connections.end(), close);
+}
+
+TEST_F(Apx, ClientWithAConnectionTooManyIsToldSo) {
+    Configure(certificate, "connections-per-client = 2\nrequest-seconds = 60\n");
     Service service;
     const int first = ConnectTo(kNear);
     const int second = ConnectTo(kNear);
-    EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U);
-    EXPECT_EQ(AskDomain(kHere, Pinned()).status, 0U);
-    service.WaitForLog("refused client=127.0.0.1 reason=\"too many connections of this client\"\n");
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node01").status, 1237U);
+    service.WaitForLog("http=429 status=1237 reason=\"too many connections of this client\"");
     close(first);
     close(second);
 }
 
 TEST_F(Apx, ConnectionsTogetherAreBounded) {
-    Configure(certificate, "connections = 2\n");
+    Configure(certificate, "connections = 2\nrequest-seconds = 60\n");
     Service service;
     const int first = ConnectTo(kNear);
     const int second = ConnectTo(kNear);
-    EXPECT_EQ(AskDomain(kHere, Pinned()).status, 1229U);
-    service.WaitForLog("refused client=192.0.2.10 reason=\"too many connections\"\n");
+    EXPECT_EQ(AskDomain(kHere, Pinned()).status, 1237U);
+    service.WaitForLog(
+        "request client=192.0.2.10 method=GET path=/v1/domain http=429 status=1237 "
+        "reason=\"too many connections\"");
     close(first);
     close(second);
 }
@@ -447,7 +459,12 @@ TEST_F(Apx, RefusalsOfWhoMayNotAskDoNotFillTheLog) {
     Configure(certificate, "allow = 127.0.0.1\n");
     Service service;
     const auto begin = std::chrono::steady_clock::now();
-    for (int count = 0; count < 60; ++count) EXPECT_EQ(AskDomain(kHere, Pinned()).status, 5U);
+    // Where the service has not cleared away enough connections that are over, the next one is cut, and has asked nothing.
+    for (int told = 0; told < 60;) {
+        const std::uint32_t status = AskDomain(kHere, Pinned()).status;
+        ASSERT_TRUE(status == 5U || status == 1229U) << status;
+        told += status == 5U;
+    }
     const auto seconds = std::chrono::ceil<std::chrono::seconds>(std::chrono::steady_clock::now() - begin).count();
     EXPECT_EQ(AskDomain(kNear, Pinned()).status, 0U);
     EXPECT_EQ(service.Stop(), 0);
