@@ -540,6 +540,18 @@ TEST_F(Apx, ReloadThatCannotShortenTheLedgerIsOneAllTheSame) {
     EXPECT_THAT(LedgerText(), Not(HasSubstr("NODE07")));
 }
 
+// There is no name server, and so nobody to ask.
+TEST_F(Apx, WhileNoControllerIsFoundNoAccountIsGivenAway) {
+    WriteServiceKeytab();
+    Configure(certificate, HungDomain::BackEnd() + "pre-staged = NODE07\n");
+    Service service;
+    EXPECT_EQ(AskAccount(kNear, Pinned(), "node07").status, 1355U);
+    EXPECT_EQ(AskAccount(kHere, Pinned(), "node07").status, 1355U);
+    EXPECT_EQ(service.Stop(), 0);
+    EXPECT_GE(Count(LedgerText(), "T NODE07 "), 1U) << "the first one was noted, as it would have been asked for";
+    EXPECT_EQ(Count(LedgerText(), "F NODE07 "), Count(LedgerText(), "T NODE07 ")) << "and is nobody's";
+}
+
 constexpr char kCut[] = "cut reason=\"requests under way have outlasted stop-seconds\"";
 
 TEST_F(Apx, StopDoesNotWaitForADirectoryThatHangs) {
