@@ -244,6 +244,18 @@ TEST_F(Accounts, OnlyThatNobodyCanBeAskedIsUnreachable) {
     }
 }
 
+TEST_F(Accounts, ChangesGoToAControllerThatTakesThem) {
+    const auto second = corp.MakeController("dc2.corp.test", "127.0.0.2");
+    corp.names->AddService("_ldap._tcp.dc._msdcs.corp.test", "dc2.corp.test", {.priority = 10});
+    // The first one is read-only.
+    corp.controller.SetChangePing([](std::string reply) {
+        reply[5] = static_cast<char>(reply[5] & ~1);
+        return reply;
+    });
+    EXPECT_EQ(CreateStatus("NODE01"), 0U);
+    EXPECT_THAT(corp.controller.Requests(), ::testing::Not(::testing::Contains("bind ")));
+}
+
 TEST_F(Accounts, UnitThatIsReferredToAnotherDomainDoesNotExist) {
     corp.controller.SetRefuse([](const std::string& operation, const std::string& name) {
         const bool isUnit = operation == "search" && name.starts_with("OU=");

@@ -123,7 +123,7 @@ class Work {
  private:
     static Session Open(const Settings& settings, const ServiceAccount& account, const Deadline& deadline) {
         try {
-            return {settings, DnsName(account.domain), {}, LogOn(account), deadline};
+            return {settings, DnsName(account.domain), {}, LogOn(account), deadline, Patience::Change};
         } catch (const AdError& error) {
             if (error.Status() == kStatusNoSuchDomain) {
                 throw UnreachableError(error.what());
