@@ -109,7 +109,7 @@ class Trial {
             MustEnter("a local user with the right password", LocalUser(_provider, true, directory, Others::Agree),
                       true);
         }
-        for (const Others others : {Others::Ignore, Others::Agree}) {
+        for (const Others others : {Others::Ignore, Others::Agree, Others::AgreeAll}) {
             MustNotEnter("root with a wrong password", Root(_provider, false, "user_unknown", others));
             MustNotEnter("a local user with a wrong password", LocalUser(_provider, false, "user_unknown", others));
             MustNotEnter("a directory user with a wrong password", DirectoryUser(_provider, false, others));
@@ -132,6 +132,7 @@ class Trial {
     void LoadModules() const;
     void Open();
     bool IsExcused(const std::string& service, const std::string& step, bool failedBefore, bool likeBefore) const;
+    bool AllRefuse(const Failures& failures) const;
     void MustEnter(const std::string& who, const Answers& answers, bool likeBefore);
     void MustNotEnter(const std::string& who, const Answers& answers);
 
@@ -221,8 +222,10 @@ bool Trial::IsExcused(const std::string& service, const std::string& step, bool 
 }
 
 void Trial::MustEnter(const std::string& who, const Answers& answers, bool likeBefore) {
+    const Failures after = Ask("enter", _candidate.after, answers);
+    if (after.empty()) return;
     const Failures before = Ask("enter", _candidate.before, answers);
-    for (const auto& [what, reason] : Ask("enter", _candidate.after, answers)) {
+    for (const auto& [what, reason] : after) {
         const std::string service = what.substr(0, what.find('\t'));
         const std::string step = what.substr(service.size() + 1);
         if (IsExcused(service, step, before.contains(what), likeBefore)) continue;
@@ -232,9 +235,16 @@ void Trial::MustEnter(const std::string& who, const Answers& answers, bool likeB
     }
 }
 
+bool Trial::AllRefuse(const Failures& failures) const {
+    return std::all_of(_services.begin(), _services.end(), [&](const std::string& service) {
+        return failures.contains(service + '\t' + kLogIn) && failures.contains(service + '\t' + kChangePassword);
+    });
+}
+
 void Trial::MustNotEnter(const std::string& who, const Answers& answers) {
-    const Failures before = Ask("enter", _candidate.before, answers);
     const Failures after = Ask("enter", _candidate.after, answers);
+    if (AllRefuse(after)) return;
+    const Failures before = Ask("enter", _candidate.before, answers);
     for (const auto& [what, reason] : before) {
         const std::string service = what.substr(0, what.find('\t'));
         const std::string step = what.substr(service.size() + 1);

@@ -8,8 +8,9 @@
 //          when the directory is down or its module cannot be loaded,
 //        - with a wrong password they get neither in nor a new password,
 //        - so does a directory user.
-//      A wrong password is tried twice: all other modules abstain, or agree where their answer is required. So a denial
-//      that is gone or passed over shows, also where a list of users or the like still says yes.
+//      A wrong password is tried three times: all other modules abstain, those agree whose yes the stack keeps while it
+//      goes on, and all agree. So a denial that is gone or passed over shows, also where a list of users, a program
+//      that is run or the like still says yes.
 //
 // What a service refused or let through before the change is not held against the candidate. A service that was named is
 // to be opened by libpam and to let root and local users in, whatever it did before.

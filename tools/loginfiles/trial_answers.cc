@@ -1,6 +1,7 @@
 #include "tools/loginfiles/trial_answers.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace nimbrel::logins {
 namespace {
@@ -31,9 +32,29 @@ bool IsAny(const std::string& name, std::initializer_list<const char*> names) {
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-// Rules that say no for everybody, unless something else does (a list of users, a time of day), are no obstacle.
+constexpr char kBetween[] = " \t\n[]=";
+
+std::string_view TakeWord(std::string_view& rest) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(kBetween), rest.size()));
+    const std::string_view word = rest.substr(0, rest.find_first_of(kBetween));
+    rest.remove_prefix(word.size());
+    return word;
+}
+
+// What a list does with success.
+std::string_view ActionOnSuccess(std::string_view control) {
+    std::string_view byDefault;
+    for (std::string_view answer = TakeWord(control); !answer.empty(); answer = TakeWord(control)) {
+        const std::string_view action = TakeWord(control);
+        if (answer == "success") return action;
+        if (answer == "default") byDefault = action;
+    }
+    return byDefault;
+}
+
+// Rules whose yes is kept while the stack goes on. One such yes lets in whom nobody refuses, also if it is "optional".
 bool IsCondition(const PamLine& line) {
-    return IsAny(line.control, {"required", "requisite"}) || line.control.find("success=ok") != std::string::npos;
+    return IsAny(line.control, {"required", "requisite", "optional"}) || ActionOnSuccess(line.control) == "ok";
 }
 
 // pam_usertype.so tells accounts of the system from those of people.
@@ -51,7 +72,8 @@ std::string Answer(const ProviderModules& provider, const Person& person, const 
     if (name == "pam_localuser.so") return Always(person.isLocal ? "success" : "perm_denied");
     if (name == "pam_usertype.so") return Always(IsOfType(line, person) ? "success" : "auth_err");
     if (name == "pam_rootok.so" && !person.isRoot) return Always("ignore");
-    const bool agrees = person.right || (person.others == Others::Agree && IsCondition(line));
+    const bool agrees =
+        person.right || person.others == Others::AgreeAll || (person.others == Others::Agree && IsCondition(line));
     return Always(agrees ? "success" : "ignore");
 }
 

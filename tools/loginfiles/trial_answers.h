@@ -14,8 +14,12 @@ namespace nimbrel::logins {
 // What one module answers, as the arguments of pam_debug.so; empty to leave the rule as it is.
 using Answers = std::function<std::string(const PamLine&)>;
 
-// What the modules answer that have nothing to do with passwords: they abstain, or agree where the rule asks for it.
-enum class Others { Ignore, Agree };
+// What the modules answer that have nothing to do with passwords.
+enum class Others {
+    Ignore,    // they abstain
+    Agree,     // they agree where their rule keeps that and goes on: "required", "optional", "[success=ok]"
+    AgreeAll,  // they agree wherever that leads: to the end of the stack, or over some rules
+};
 
 // With the right password or a wrong one. For local accounts the directory's module answers `directory`.
 Answers Root(const ProviderModules& provider, bool right, const std::string& directory, Others others);

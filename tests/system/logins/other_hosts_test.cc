@@ -173,12 +173,17 @@ TEST_F(PlainHostTest, RulesThatAreIncludedByTheirPathAreTriedOnTheCopyToo) {
 
 // All that refused a wrong password was the module itself.
 TEST_F(PlainHostTest, ServiceThatWouldAcceptAnyPasswordIsRefused) {
-    WriteFile("/etc/pam.d/club",
-              "auth required pam_succeed_if.so user != nobody\nauth requisite pam_nimauth_embedded.so\n"
-              "account required pam_unix.so\n");
-    const LoginFiles before = ReadLoginFiles();
-    EXPECT_THAT(Refused({"logins", "disable"}), HasSubstr("root with a wrong password would be let in by 'club'"));
-    EXPECT_THAT(Differences(before, ReadLoginFiles()), IsEmpty());
+    const std::string module = std::string(kModule) + '\n';
+    const std::string condition = "auth required pam_succeed_if.so user != nobody\nauth requisite ";
+    const std::string program =
+        "auth optional pam_exec.so quiet /bin/true\nauth sufficient pam_unix.so nullok\nauth required ";
+    for (const std::string& rules : {condition, program}) {
+        WriteFile("/etc/pam.d/club", rules + module + "account required pam_unix.so\n");
+        const LoginFiles before = ReadLoginFiles();
+        ExpectRefused({{"club", "bob", kPassword}});
+        EXPECT_THAT(Refused({"logins", "disable"}), HasSubstr("root with a wrong password would be let in by 'club'"));
+        EXPECT_THAT(Differences(before, ReadLoginFiles()), IsEmpty());
+    }
 }
 
 TEST_F(PlainHostTest, JumpOfAnotherFileIntoTheChangedOneIsRefused) {

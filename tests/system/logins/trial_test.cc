@@ -1,0 +1,74 @@
+// The trial alone, on PAM files that no host has.
+
+#include "tools/loginfiles/trial.h"
+#include "logins_host.h"
+#include "tools/loginfiles/journal.h"
+#include "tools/loginfiles/logins_error.h"
+
+namespace nimbrel::testing {
+namespace {
+
+using logins::LoginsError;
+using logins::PamFiles;
+using ::testing::HasSubstr;
+
+constexpr char kNobody[] = "auth required pam_deny.so\naccount required pam_deny.so\n";
+constexpr char kAccount[] = "account required pam_unix.so\n";
+
+// Every line but those of the module.
+std::string Without(const std::string& module, const std::string& text) {
+    std::string without;
+    for (const logins::PamLine& line : logins::ParsePam(text)) {
+        if (logins::ModuleName(line) != module) without += line.raw;
+    }
+    return without;
+}
+
+class TrialTest : public LoginsHost {
+ protected:
+    // Why the candidate is refused; empty if it is not.
+    static std::string Refusal(const std::string& module, const logins::Candidate& candidate) {
+        logins::Journal journal;
+        journal.Lock();
+        try {
+            logins::Try(journal, {module, {}, "nimembedded", {}}, candidate);
+        } catch (const LoginsError& error) {
+            EXPECT_EQ(LoginsError::Kind::Refused, error.Reason());
+            return error.what() + std::string(" -- ") + error.Remedy();
+        }
+        return "";
+    }
+    static std::string RefusalToDisable(const std::string& text) {
+        const PamFiles before = {{"door", text}, {"other", kNobody}};
+        const PamFiles after = {{"door", Without("pam_x.so", text)}, {"other", kNobody}};
+        return Refusal("pam_x.so", {before, after, false, {}});
+    }
+};
+
+// Whatever else the stack asks may say yes; when the module goes, nothing may be left that refuses.
+TEST_F(TrialTest, StackThatTheModuleAloneHeldShutIsRefused) {
+    for (const char* const rules :
+         {"auth optional pam_exec.so\nauth sufficient pam_unix.so nullok\nauth required pam_x.so\n",
+          "auth [success = ok] pam_exec.so\nauth requisite pam_x.so\n",
+          "auth [ignore=ignore default=ok] pam_exec.so\nauth requisite pam_x.so\n",
+          "auth required pam_x.so\nauth sufficient pam_exec.so\nauth required pam_deny.so\n",
+          "auth required pam_x.so\nauth [success=1 default=ignore] pam_exec.so\nauth requisite pam_deny.so\n"
+          "auth required pam_permit.so\n"}) {
+        EXPECT_THAT(RefusalToDisable(rules + std::string(kAccount)),
+                    HasSubstr("root with a wrong password would be let in by 'door'"))
+            << rules;
+    }
+}
+
+TEST_F(TrialTest, StackThatRefusesByItselfIsNot) {
+    for (const char* const rules :
+         {"auth optional pam_exec.so\nauth sufficient pam_unix.so\nauth sufficient pam_x.so\n"
+          "auth required pam_deny.so\n",
+          "auth sufficient pam_x.so\nauth [success=ok default=bad] pam_unix.so\nauth optional pam_exec.so\n",
+          "auth sufficient pam_exec.so\nauth sufficient pam_x.so\nauth required pam_unix.so\n"}) {
+        EXPECT_EQ("", RefusalToDisable(rules + std::string(kAccount))) << rules;
+    }
+}
+
+}  // namespace
+}  // namespace nimbrel::testing
