@@ -122,6 +122,49 @@ TEST(PamJumpsTest, JumpsOutOfAnIncludedFileAreRefused) {
                 HasSubstr("the rule in line 1 of 'first'"));
 }
 
+// A tool of the host makes "made", with or without the module, and counts its own jumps.
+TEST(PamJumpsTest, JumpsIntoMadeFilesAndOverThemAreProvenAlone) {
+    const std::string tail = "auth requisite pam_deny.so\nauth required pam_permit.so\n";
+    const std::string on =
+        "auth [success=2 default=ignore] pam_unix.so\nauth [success=1 default=ignore] pam_x.so\n" + tail;
+    const std::string off = "auth [success=1 default=ignore] pam_unix.so nullok\n" + tail;
+    const struct {
+        std::string off;  // what is included while the module is not there
+        int jump;         // over so many rules of the rest
+        bool isKept;
+    } rows[] = {
+        {off, 1, true},   // the place of the module, or what follows it
+        {off, 2, false},  // "deny"
+        {off, 3, false},  // "permit"
+        {off, 4, false},  // the second factor
+        {off, 5, false},  // behind it
+        {off, 7, true},   // refused by libpam before and after
+        {"auth required pam_unix.so\nauth required b.so\n" + tail, 4, true},  // as many, other ones
+        {"auth required b.so\nauth required pam_unix.so\n" + tail, 1, false},
+        {"auth required pam_unix.so\n", 4, false},
+        {"auth required b.so\n", 0, true},  // in front of them all, whatever they are
+        {"", 0, true},
+    };
+    const auto isMade = [](const std::string& name) { return name == "made"; };
+    for (const auto& row : rows) {
+        const std::string service =
+            "auth [success=" + std::to_string(row.jump + 1) +
+            "] a.so\nauth required d.so\nauth include made\nauth required factor.so\nauth required c.so\n";
+        const PamFiles before = {{"made", on}, {"token", service}};
+        const PamFiles after = {{"made", row.off}, {"token", service}};
+        for (const auto& [from, to] : {std::pair(before, after), std::pair(after, before)}) {
+            EXPECT_EQ(row.isKept,
+                      Refusal([&, &was = from, &is = to] { ProveJumpsKept(was, is, "pam_x.so", isMade); }).empty())
+                << row.jump << '\n'
+                << to.at("made");
+        }
+    }
+    EXPECT_NE("", Refusal([&] {
+                  ProveJumpsKept({{"made", on}}, {{"made", off}}, "pam_x.so");
+              }))
+        << "made by nobody, its own jump is looked at";
+}
+
 TEST(PamJumpsTest, RulesThatDifferOtherwiseAreNoProof) {
     for (const char* const other :
          {"auth [success=1] b.so\n", "auth [success=1] a.so c\n", "", "auth [success=die] a.so\n"}) {

@@ -64,19 +64,6 @@ class Own {
         const auto lines = _lines.find(rule.file);
         return lines != _lines.end() && lines->second.contains(rule.line.number);
     }
-    // How many rules of the chain in front of `index` are not our own.
-    std::size_t OthersBefore(const Chain& chain, std::size_t index) const {
-        if (index == kNowhere) return kNowhere;
-        return static_cast<std::size_t>(std::count_if(chain.begin(), chain.begin() + static_cast<std::ptrdiff_t>(index),
-                                                      [this](const EffectiveRule& rule) { return !Has(rule); }));
-    }
-    std::vector<std::size_t> Others(const Chain& chain) const {
-        std::vector<std::size_t> others;
-        for (std::size_t index = 0; index < chain.size(); ++index) {
-            if (!Has(chain[index])) others.push_back(index);
-        }
-        return others;
-    }
 
  private:
     std::map<std::string, std::set<int>> _lines;
@@ -95,23 +82,75 @@ bool SameRule(const EffectiveRule& a, const EffectiveRule& b) {
            a.line.module == b.line.module && a.line.arguments == b.line.arguments;
 }
 
-void ProveChain(const Chain& before, const Own& ownBefore, const Chain& after, const Own& ownAfter) {
-    const std::vector<std::size_t> old = ownBefore.Others(before);
-    const std::vector<std::size_t> now = ownAfter.Others(after);
-    for (std::size_t index = 0; index < old.size(); ++index) {
-        const EffectiveRule& rule = before[old[index]];
-        if (index >= now.size() || !SameRule(rule, after[now[index]])) Refuse(rule);
+// Where a jump ends: at this rule, our own ones left out, or behind the last one.
+struct End {
+    const EffectiveRule* rule = nullptr;
+    bool isMade = false;
+    std::size_t kept = kNowhere;  // how many rules that have to stay are in front of it
+    std::size_t made = 0;         // and how many made ones behind the last of these
+};
+
+// One chain of a service, in which our own rules come and go, made ones may change, and all others have to stay.
+class ProvenChain {
+ public:
+    ProvenChain(Chain chain, const Own& own, const IsMade& isMade) : _chain(std::move(chain)) {
+        for (const EffectiveRule& rule : _chain) {
+            const bool made = isMade && isMade(rule.file);
+            _kinds.push_back(own.Has(rule) ? Kind::Own : made ? Kind::Made : Kind::Kept);
+            if (_kinds.back() == Kind::Kept) _kept.push_back(_kinds.size() - 1);
+        }
+    }
+
+    std::size_t Size() const { return _kept.size(); }
+    const EffectiveRule& Rule(std::size_t number) const { return _chain[_kept[number]]; }
+    End EndOf(std::size_t number, int count) const {
+        std::size_t index = Landing(_chain, _kept[number], count);
+        End end;
+        if (index == kNowhere) return end;
+        end.kept = 0;
+        for (std::size_t before = 0; before < index; ++before) {
+            if (_kinds[before] == Kind::Made) ++end.made;
+            if (_kinds[before] != Kind::Kept) continue;
+            ++end.kept;
+            end.made = 0;
+        }
+        while (index < _chain.size() && _kinds[index] == Kind::Own) ++index;
+        if (index == _chain.size()) return end;
+        end.rule = &_chain[index];
+        end.isMade = _kinds[index] == Kind::Made;
+        return end;
+    }
+
+ private:
+    enum class Kind { Own, Made, Kept };
+
+    Chain _chain;
+    std::vector<Kind> _kinds;
+    std::vector<std::size_t> _kept;
+};
+
+// Behind the same rule that has to stay, and in front of the made ones that follow there, behind them, or at the same one.
+bool SameEnd(const End& a, const End& b) {
+    if (a.kept != b.kept) return false;
+    if (!a.isMade && !b.isMade) return true;
+    if (a.made == 0 && b.made == 0) return true;
+    return a.isMade && b.isMade && a.made == b.made && SameRule(*a.rule, *b.rule);
+}
+
+void ProveChain(const ProvenChain& before, const ProvenChain& after) {
+    for (std::size_t index = 0; index < before.Size(); ++index) {
+        const EffectiveRule& rule = before.Rule(index);
+        if (index >= after.Size() || !SameRule(rule, after.Rule(index))) Refuse(rule);
         const std::vector<Action> was = Actions(rule.line.control);
-        const std::vector<Action> is = Actions(after[now[index]].line.control);
+        const std::vector<Action> is = Actions(after.Rule(index).line.control);
         for (std::size_t number = 0; number < was.size(); ++number) {
             if (was[number].count <= 0) continue;
             const bool same = number < is.size() && is[number].count >= 0 &&
-                              ownBefore.OthersBefore(before, Landing(before, old[index], was[number].count)) ==
-                                  ownAfter.OthersBefore(after, Landing(after, now[index], is[number].count));
+                              SameEnd(before.EndOf(index, was[number].count), after.EndOf(index, is[number].count));
             if (!same) Refuse(rule);
         }
     }
-    if (now.size() > old.size()) Refuse(after[now[old.size()]]);
+    if (after.Size() > before.Size()) Refuse(after.Rule(before.Size()));
 }
 
 // Whether a jump may end at the rule and go on behind it when it is gone: what it says is not needed, or it is ours.
@@ -196,12 +235,14 @@ std::string WithJumpsWithout(const PamFiles& files, const std::string& name, con
     return text;
 }
 
-void ProveJumpsKept(const PamFiles& before, const PamFiles& after, const std::string& module) {
+void ProveJumpsKept(const PamFiles& before, const PamFiles& after, const std::string& module, const IsMade& isMade) {
     const Own ownBefore(before, module);
     const Own ownAfter(after, module);
     for (const auto& [name, text] : before) {
+        if (isMade && isMade(name)) continue;
         for (const char* const type : kTypes) {
-            ProveChain(RuleChain(before, name, type), ownBefore, RuleChain(after, name, type), ownAfter);
+            ProveChain({RuleChain(before, name, type), ownBefore, isMade},
+                       {RuleChain(after, name, type), ownAfter, isMade});
         }
     }
 }

@@ -11,6 +11,7 @@
 #ifndef NIMBREL_LOGINS_PAM_JUMPS_H_
 #define NIMBREL_LOGINS_PAM_JUMPS_H_
 
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -31,9 +32,14 @@ std::set<int> OwnLines(const std::vector<PamLine>& lines, const std::string& mod
 // at a line that goes and had a say there: what it was to lead to is not there any more.
 std::string WithJumpsWithout(const PamFiles& files, const std::string& name, const std::set<int>& lines);
 
+// Whether the host's own tool makes the file with this name.
+using IsMade = std::function<bool(const std::string&)>;
+
 // Throws `LoginsError` (kind Refused) unless every jump of every service ends at the same rule before and after the
-// module's own lines came or went. Nothing else may differ but numbers of jumps.
-void ProveJumpsKept(const PamFiles& before, const PamFiles& after, const std::string& module);
+// module's own lines came or went. Nothing else may differ but numbers of jumps. Files that are made may differ in
+// anything: their own jumps are the tool's affair, but those of services into them or over them are not.
+void ProveJumpsKept(const PamFiles& before, const PamFiles& after, const std::string& module,
+                    const IsMade& isMade = nullptr);
 
 }  // namespace nimbrel::logins
 

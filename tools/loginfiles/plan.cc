@@ -9,6 +9,7 @@
 
 #include "tools/loginfiles/edits.h"
 #include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/pam_jumps.h"
 
 namespace nimbrel::logins {
 namespace {
@@ -124,7 +125,27 @@ std::vector<Change> ChangeSet::Take() {
     return std::move(_changes);
 }
 
-Plan PlanEnable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
+namespace {
+
+// Whose rules the host's tool counts, and counts anew.
+IsMade MadeBy(Mechanism mechanism) {
+    switch (mechanism) {
+        case Mechanism::PamAuthUpdate:
+            return IsMadeByPamAuthUpdate;
+        case Mechanism::Authselect:
+            return IsMadeByAuthselect;
+        case Mechanism::Plain:
+            break;
+    }
+    return nullptr;
+}
+
+Plan Proven(Plan plan, const ProviderModules& provider) {
+    ProveJumpsKept(ReadPamFiles(), FilesAfter(plan.changes), provider.pamModule, MadeBy(HostMechanism()));
+    return plan;
+}
+
+Plan EnablingPlan(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
     RequireServices(services);
     const Mechanism mechanism = HostMechanism();
     if (mechanism == Mechanism::PamAuthUpdate) RequireNoneIsMade(services);
@@ -144,7 +165,7 @@ Plan PlanEnable(const Journal& journal, const ProviderModules& provider, const s
     return {Name(whole ? mechanism : Mechanism::Plain), changes.Take()};
 }
 
-Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
+Plan DisablingPlan(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
     RequireServices(services);
     const Mechanism mechanism = HostMechanism();
     if (mechanism == Mechanism::Authselect) RequireAllServices(services);
@@ -169,6 +190,16 @@ Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const 
     Plan plan = {Name(mechanism), changes.Take()};
     if (!unused) plan.notes.emplace_back("other services still have the module, so the name services stay");
     return plan;
+}
+
+}  // namespace
+
+Plan PlanEnable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
+    return Proven(EnablingPlan(journal, provider, services), provider);
+}
+
+Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
+    return Proven(DisablingPlan(journal, provider, services), provider);
 }
 
 namespace {

@@ -56,8 +56,8 @@ struct Plan {
     std::vector<std::string> notes = {};
 };
 
-// `services` empty: the whole host. Throws (kind Refused) for a service that has no file, and for what the host's
-// mechanism cannot do.
+// `services` empty: the whole host. Throws (kind Refused) for a service that has no file, for what the host's mechanism
+// cannot do, and for a jump of a service that would end elsewhere (pam_jumps.h).
 Plan PlanEnable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services);
 // If nothing has touched the files since, exactly what they were before they were enabled, byte for byte.
 Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services);
@@ -75,6 +75,8 @@ void EnablePamAuthUpdate(const Journal& journal, const ProviderModules& provider
 void DisablePamAuthUpdate(const Journal& journal, const ProviderModules& provider, ChangeSet& changes);
 // Whether pam-auth-update makes the file with this name.
 bool IsMadeByPamAuthUpdate(const std::string& name);
+// Whether authselect makes it.
+bool IsMadeByAuthselect(const std::string& name);
 void EnableAuthselect(const Journal& journal, const ProviderModules& provider, ChangeSet& changes);
 void DisableAuthselect(const Journal& journal, const ProviderModules& provider, ChangeSet& changes);
 // The helper's part of both, in a process of its own: lets authselect work on a copy of /etc that only this process sees,

@@ -5,6 +5,7 @@
 // custom/nimauth, is made from the present one, every time anew: it follows the provider and its base.
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <sstream>
 #include <system_error>
@@ -78,6 +79,12 @@ std::vector<std::string> EarlierSelection(const Journal& journal) {
 }
 
 }  // namespace
+
+bool IsMadeByAuthselect(const std::string& name) {
+    constexpr std::array<const char*, 5> kMade = {"system-auth", "password-auth", "fingerprint-auth", "smartcard-auth",
+                                                  "postlogin"};
+    return std::find(kMade.begin(), kMade.end(), name) != kMade.end();
+}
 
 void EnableAuthselect(const Journal& journal, const ProviderModules& provider, ChangeSet& changes) {
     RunHelper(journal,

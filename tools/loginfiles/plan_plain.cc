@@ -4,7 +4,6 @@
 
 #include "tools/loginfiles/edits.h"
 #include "tools/loginfiles/logins_error.h"
-#include "tools/loginfiles/pam_jumps.h"
 #include "tools/loginfiles/plan.h"
 
 namespace nimbrel::logins {
@@ -26,15 +25,13 @@ std::vector<std::string> Concerned(const PamFiles& files, const std::vector<std:
 
 void AddPlain(const ProviderModules& provider, const std::vector<std::string>& services, ChangeSet& changes) {
     const PamFiles files = ReadPamFiles();
-    PamFiles after = files;
     bool any = false;
     for (const std::string& name : Concerned(files, services)) {
-        after[name] = EditOf(PathOf(name), [&] { return WithPamModule(files, name, provider); });
-        const bool changed = after[name] != files.at(name);  // else a vendor's file needs no copy of it
-        if (changed) changes.SetContent(PathOf(name), after[name]);
+        const std::string after = EditOf(PathOf(name), [&] { return WithPamModule(files, name, provider); });
+        const bool changed = after != files.at(name);  // else a vendor's file needs no copy of it
+        if (changed) changes.SetContent(PathOf(name), after);
         any = any || changed || Uses(files, name, "auth", provider.pamModule);
     }
-    ProveJumpsKept(files, after, provider.pamModule);
     if (any) return;
     throw LoginsError(LoginsError::Kind::Refused,
                       "no PAM file leads to pam_unix.so, so there is no place for the module", "add the rules by hand");
@@ -57,7 +54,6 @@ void RemovePlain(const ProviderModules& provider, const std::vector<std::string>
         files[name] = EditOf(PathOf(name), [&] { return WithoutPamModule(files, name, provider.pamModule); });
         changes.SetContent(PathOf(name), files[name]);
     }
-    ProveJumpsKept(before, files, provider.pamModule);
 }
 
 }  // namespace nimbrel::logins

@@ -7,6 +7,7 @@
 
 #include "logins_host.h"
 #include "tools/loginfiles/journal.h"
+#include "tools/loginfiles/pam_text.h"
 #include "tools/loginfiles/plan.h"
 
 namespace nimbrel::testing {
@@ -236,6 +237,18 @@ TEST_F(AuthselectHostTest, ProfileOfItsOwnIsMadeSelectedAndLeft) {
     EXPECT_THAT(Done({"logins", "enable"}), HasLine("changed: no"));
     Disable();
     EXPECT_EQ("minimal with-delay\n", Current());
+    EXPECT_THAT(Differences(_selected, ReadLoginFiles()), IsEmpty());
+}
+
+TEST_F(AuthselectHostTest, JumpOverTheMadeRulesIsRefused) {
+    const std::string made = ReadFile("/etc/pam.d/system-auth");
+    std::size_t rules = 0;
+    for (const logins::PamLine& line : logins::ParsePam(made)) rules += line.type == "auth" ? 1 : 0;
+    WriteFile("/etc/pam.d/token", "auth [success=" + std::to_string(rules) +
+                                      " default=ignore] pam_succeed_if.so user = nobody\nauth include system-auth\n"
+                                      "auth required pam_warn.so\naccount include system-auth\n");
+    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("the rule in line 1 of 'token'"));
+    fs::remove("/etc/pam.d/token");
     EXPECT_THAT(Differences(_selected, ReadLoginFiles()), IsEmpty());
 }
 

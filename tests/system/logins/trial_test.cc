@@ -38,10 +38,12 @@ class TrialTest : public LoginsHost {
         }
         return "";
     }
+    static std::string RefusalToChange(const std::string& before, const std::string& after) {
+        return Refusal("pam_x.so",
+                       {{{"door", before}, {"other", kNobody}}, {{"door", after}, {"other", kNobody}}, false, {}});
+    }
     static std::string RefusalToDisable(const std::string& text) {
-        const PamFiles before = {{"door", text}, {"other", kNobody}};
-        const PamFiles after = {{"door", Without("pam_x.so", text)}, {"other", kNobody}};
-        return Refusal("pam_x.so", {before, after, false, {}});
+        return RefusalToChange(text, Without("pam_x.so", text));
     }
 };
 
@@ -67,6 +69,30 @@ TEST_F(TrialTest, StackThatRefusesByItselfIsNot) {
           "auth sufficient pam_x.so\nauth [success=ok default=bad] pam_unix.so\nauth optional pam_exec.so\n",
           "auth sufficient pam_exec.so\nauth sufficient pam_x.so\nauth required pam_unix.so\n"}) {
         EXPECT_EQ("", RefusalToDisable(rules + std::string(kAccount))) << rules;
+    }
+}
+
+// A rule in front jumps by a number that the rules behind it make wrong.
+TEST_F(TrialTest, StackThatWouldHurtOthersThanRootOrOtherStepsIsRefused) {
+    const struct {
+        std::string type;
+        std::string rule;
+        const char* reason;
+    } rows[] = {
+        {"auth", "[success=2 default=ignore] pam_usertype.so isregular\n",
+         "a local user with the right password could not log in through 'door'"},
+        {"password", "[success=2 default=ignore] pam_warn.so\n",
+         "root with the right password could not change the password through 'door'"},
+        {"session", "[success=2 default=ignore] pam_warn.so\n",
+         "root with the right password could not open a session through 'door'"},
+    };
+    for (const auto& [type, rule, reason] : rows) {
+        const std::string first = kAccount + type + ' ' + rule;
+        const std::string last = type + " requisite pam_deny.so\n" + type + " required pam_permit.so\n";
+        EXPECT_THAT(RefusalToChange(first + type + " [success=1 default=ignore] pam_unix.so\n" + last,
+                                    first + type + " [success=2 default=ignore] pam_unix.so\n" + type +
+                                        " [success=1 default=ignore] pam_x.so\n" + last),
+                    HasSubstr(reason));
     }
 }
 
