@@ -126,6 +126,10 @@ class Trial {
         return std::find(_candidate.named.begin(), _candidate.named.end(), name) != _candidate.named.end();
     }
     bool Differs(const std::string& name) const;
+    // Others have no log-in of their own: "systemd-user", "runuser".
+    bool AsksForPassword(const std::string& service) const {
+        return Uses(_candidate.after, service, "auth", "pam_unix.so");
+    }
     std::string Write(const PamFiles& files, const Answers& answers);
     Failures Ask(const std::string& question, const std::vector<std::string>& words) const;
     Failures Ask(const std::string& question, const PamFiles& files, const Answers& answers);
@@ -215,7 +219,7 @@ void Trial::Open() {
 bool Trial::IsExcused(const std::string& service, const std::string& step, bool failedBefore, bool likeBefore) const {
     const bool isLogIn = step == kLogIn;
     if (!IsNamed(service) && _closed.contains(service + '\t' + step)) return true;
-    if (likeBefore) return failedBefore && !(isLogIn && IsNamed(service));
+    if (likeBefore) return failedBefore && !(isLogIn && IsNamed(service) && AsksForPassword(service));
     const std::string type = isLogIn ? "auth" : step == kChangePassword ? "password" : "session";
     const bool had = Uses(_candidate.before, service, type, _provider.pamModule);
     return !Uses(_candidate.after, service, type, _provider.pamModule) || (!isLogIn && had && failedBefore);

@@ -13,7 +13,8 @@
 //      that is run or the like still says yes.
 //
 // What a service refused or let through before the change is not held against the candidate. A service that was named is
-// to be opened by libpam and to let root and local users in, whatever it did before.
+// to be opened by libpam, and if it asks for passwords at all (pam_unix.so) to let root and local users in, whatever it did
+// before.
 
 #ifndef NIMBREL_LOGINS_TRIAL_H_
 #define NIMBREL_LOGINS_TRIAL_H_

@@ -38,9 +38,10 @@ class TrialTest : public LoginsHost {
         }
         return "";
     }
-    static std::string RefusalToChange(const std::string& before, const std::string& after) {
+    static std::string RefusalToChange(const std::string& before, const std::string& after,
+                                       const std::vector<std::string>& named = {}) {
         return Refusal("pam_x.so",
-                       {{{"door", before}, {"other", kNobody}}, {{"door", after}, {"other", kNobody}}, false, {}});
+                       {{{"door", before}, {"other", kNobody}}, {{"door", after}, {"other", kNobody}}, false, named});
     }
     static std::string RefusalToDisable(const std::string& text) {
         return RefusalToChange(text, Without("pam_x.so", text));
@@ -94,6 +95,17 @@ TEST_F(TrialTest, StackThatWouldHurtOthersThanRootOrOtherStepsIsRefused) {
                                         " [success=1 default=ignore] pam_x.so\n" + last),
                     HasSubstr(reason));
     }
+}
+
+TEST_F(TrialTest, NamedServiceHasToLetUsersInIfItAsksForPasswords) {
+    const std::string user = "account required pam_unix.so\nsession required pam_unix.so\nsession optional pam_x.so\n";
+    for (const char* const rules : {"", "auth sufficient pam_rootok.so\n"}) {
+        EXPECT_EQ("", RefusalToChange(rules + Without("pam_x.so", user), rules + user, {"door"})) << rules;
+    }
+    const std::string shut = "auth requisite pam_deny.so\nauth required pam_unix.so\n";
+    EXPECT_THAT(RefusalToChange(shut + Without("pam_x.so", user), shut + user, {"door"}),
+                HasSubstr("root with the right password could not log in through 'door'"));
+    EXPECT_EQ("", RefusalToChange(shut + Without("pam_x.so", user), shut + user));
 }
 
 }  // namespace
