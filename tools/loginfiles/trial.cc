@@ -85,6 +85,12 @@ std::string Rewrite(const std::string& text, const std::string& folder, const Pl
     return rewritten;
 }
 
+// The types of rules that a step asks, the first one first.
+std::vector<std::string> TypesOf(const std::string& step) {
+    if (step == kLogIn) return {"auth", "account"};
+    return {step == kChangePassword ? "password" : "session"};
+}
+
 class Trial {
  public:
     Trial(const Journal& journal, const ProviderModules& provider, const Candidate& candidate)
@@ -135,6 +141,7 @@ class Trial {
     Failures Ask(const std::string& question, const PamFiles& files, const Answers& answers);
     void LoadModules() const;
     void Open();
+    bool IsForLocalUsersOnly(const std::string& service, const std::string& step) const;
     bool IsExcused(const std::string& service, const std::string& step, bool failedBefore, bool likeBefore) const;
     bool AllRefuse(const Failures& failures) const;
     void MustEnter(const std::string& who, const Answers& answers, bool likeBefore);
@@ -215,12 +222,23 @@ void Trial::Open() {
     std::erase_if(_services, [&](const std::string& service) { return after.contains(service); });
 }
 
+// An administrator's own rule that keeps the directory's users out of the service.
+bool Trial::IsForLocalUsersOnly(const std::string& service, const std::string& step) const {
+    const std::vector<std::string> types = TypesOf(step);
+    return std::any_of(types.begin(), types.end(), [&](const std::string& type) {
+        const std::vector<EffectiveRule> rules = EffectiveStack(_candidate.after, service, type);
+        return std::any_of(rules.begin(), rules.end(),
+                           [](const EffectiveRule& rule) { return logins::IsForLocalUsersOnly(rule.line); });
+    });
+}
+
 // A failure that is not the change's: it was there before, or the module has no say in it.
 bool Trial::IsExcused(const std::string& service, const std::string& step, bool failedBefore, bool likeBefore) const {
     const bool isLogIn = step == kLogIn;
     if (!IsNamed(service) && _closed.contains(service + '\t' + step)) return true;
     if (likeBefore) return failedBefore && !(isLogIn && IsNamed(service) && AsksForPassword(service));
-    const std::string type = isLogIn ? "auth" : step == kChangePassword ? "password" : "session";
+    if (!IsNamed(service) && IsForLocalUsersOnly(service, step)) return true;
+    const std::string type = TypesOf(step).front();
     const bool had = Uses(_candidate.before, service, type, _provider.pamModule);
     return !Uses(_candidate.after, service, type, _provider.pamModule) || (!isLogIn && had && failedBefore);
 }
@@ -233,9 +251,12 @@ void Trial::MustEnter(const std::string& who, const Answers& answers, bool likeB
         const std::string service = what.substr(0, what.find('\t'));
         const std::string step = what.substr(service.size() + 1);
         if (IsExcused(service, step, before.contains(what), likeBefore)) continue;
+        const bool localOnly = !likeBefore && IsForLocalUsersOnly(service, step);
         throw LoginsError(LoginsError::Kind::Refused,
-                          who + " could not " + step + " through '" + service + "': " + reason,
-                          "look at the rules of /etc/pam.d/" + service + " that jump or end the stack");
+                          who + " could not " + step + " through '" + service +
+                              "': " + (localOnly ? "its pam_localuser.so lets in local users only" : reason),
+                          localOnly ? "leave that service out, or take the rule of pam_localuser.so out of its stack"
+                                    : "look at the rules of /etc/pam.d/" + service + " that jump or end the stack");
     }
 }
 

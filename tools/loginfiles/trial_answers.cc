@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "tools/loginfiles/pam_jumps.h"
+
 namespace nimbrel::logins {
 namespace {
 
@@ -32,6 +34,7 @@ bool IsAny(const std::string& name, std::initializer_list<const char*> names) {
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
+constexpr char kNotLocal[] = "perm_denied";  // what pam_localuser.so answers
 constexpr char kBetween[] = " \t\n[]=";
 
 std::string_view TakeWord(std::string_view& rest) {
@@ -41,12 +44,12 @@ std::string_view TakeWord(std::string_view& rest) {
     return word;
 }
 
-// What a list does with success.
-std::string_view ActionOnSuccess(std::string_view control) {
+// What a list does with this answer.
+std::string_view ActionOn(std::string_view wanted, std::string_view control) {
     std::string_view byDefault;
     for (std::string_view answer = TakeWord(control); !answer.empty(); answer = TakeWord(control)) {
         const std::string_view action = TakeWord(control);
-        if (answer == "success") return action;
+        if (answer == wanted) return action;
         if (answer == "default") byDefault = action;
     }
     return byDefault;
@@ -54,7 +57,7 @@ std::string_view ActionOnSuccess(std::string_view control) {
 
 // Rules whose yes is kept while the stack goes on. One such yes lets in whom nobody refuses, also if it is "optional".
 bool IsCondition(const PamLine& line) {
-    return IsAny(line.control, {"required", "requisite", "optional"}) || ActionOnSuccess(line.control) == "ok";
+    return IsAny(line.control, {"required", "requisite", "optional"}) || ActionOn("success", line.control) == "ok";
 }
 
 // pam_usertype.so tells accounts of the system from those of people.
@@ -69,7 +72,7 @@ std::string Answer(const ProviderModules& provider, const Person& person, const 
     if (IsAny(name, {"pam_deny.so", "pam_permit.so"})) return "";
     if (name == provider.pamModule) return person.isLocal ? Always(person.module) : Password(person.right);
     if (name == "pam_unix.so") return Password(person.right && person.isLocal);
-    if (name == "pam_localuser.so") return Always(person.isLocal ? "success" : "perm_denied");
+    if (name == kGuard) return Always(person.isLocal ? "success" : kNotLocal);
     if (name == "pam_usertype.so") return Always(IsOfType(line, person) ? "success" : "auth_err");
     if (name == "pam_rootok.so" && !person.isRoot) return Always("ignore");
     const bool agrees =
@@ -82,6 +85,12 @@ Answers Of(const ProviderModules& provider, const Person& person) {
 }
 
 }  // namespace
+
+bool IsForLocalUsersOnly(const PamLine& line) {
+    if (ModuleName(line) != kGuard) return false;
+    const std::string_view refused = ActionOn(kNotLocal, line.control);
+    return IsAny(line.control, {"required", "requisite"}) || refused == "bad" || refused == "die";
+}
 
 Answers Root(const ProviderModules& provider, bool right, const std::string& directory, Others others) {
     return Of(provider, {right, true, true, directory, others});

@@ -26,6 +26,9 @@ Answers Root(const ProviderModules& provider, bool right, const std::string& dir
 Answers LocalUser(const ProviderModules& provider, bool right, const std::string& directory, Others others);
 Answers DirectoryUser(const ProviderModules& provider, bool right, Others others);
 
+// Whether the rule refuses whoever has no account in /etc/passwd.
+bool IsForLocalUsersOnly(const PamLine& line);
+
 }  // namespace nimbrel::logins
 
 #endif  // NIMBREL_LOGINS_TRIAL_ANSWERS_H_

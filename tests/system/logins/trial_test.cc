@@ -97,6 +97,26 @@ TEST_F(TrialTest, StackThatWouldHurtOthersThanRootOrOtherStepsIsRefused) {
     }
 }
 
+// An administrator's own rule keeps the directory's users out of one service; the host's others are not held up by it.
+TEST_F(TrialTest, ServiceForLocalUsersOnlyNeedsNotLetTheDirectorysIn) {
+    const std::string shared = std::string("auth sufficient pam_unix.so\nauth sufficient ") + kModule +
+                               "\nauth required pam_deny.so\n" + kAccount;
+    const auto refusal = [&](const std::string& rule, const std::vector<std::string>& named) {
+        PamFiles before = {{"door", rule + "@include shared\n"}, {"gate", "@include shared\n"}, {"other", kNobody}};
+        PamFiles after = before;
+        before["shared"] = Without(kModule, shared);
+        after["shared"] = shared;
+        return Refusal(kModule, {before, after, true, named});
+    };
+    for (const char* const control : {"account required", "auth requisite", "auth [success=ok default=die]"}) {
+        EXPECT_EQ("", refusal(control + std::string(" pam_localuser.so\n"), {})) << control;
+    }
+    EXPECT_THAT(refusal("account required pam_localuser.so\n", {"door"}),
+                HasSubstr("a directory user with the right password could not log in through 'door': its "
+                          "pam_localuser.so lets in local users only -- leave that service out"));
+    EXPECT_THAT(refusal("auth requisite pam_deny.so\nauth required pam_unix.so\n", {"door"}), HasSubstr("'door'"));
+}
+
 TEST_F(TrialTest, NamedServiceHasToLetUsersInIfItAsksForPasswords) {
     const std::string user = "account required pam_unix.so\nsession required pam_unix.so\nsession optional pam_x.so\n";
     for (const char* const rules : {"", "auth sufficient pam_rootok.so\n"}) {
