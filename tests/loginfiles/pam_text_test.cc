@@ -190,10 +190,11 @@ TEST(PamTextTest, FilesOfTheFolderHaveOneNameHoweverTheyAreIncluded) {
 TEST(PamTextTest, BackupCopiesAreNoServices) {
     const TemporaryFolder root;
     std::filesystem::create_directories(root / "etc/pam.d");
-    for (const char* const ending :
-         {".bak",     ".bak-2",    ".orig",      ".old",     ".save",   ".rpmsave", ".rpmnew",
-          ".rpmorig", ".dpkg-old", ".dpkg-dist", ".ucf-new", ".pacnew", ".pacsave", ".pam-old",
-          ".augsave", "~",         "-l",         ".d",       ".v2",     "bak"}) {
+    for (const char* const ending : {".bak",     ".bak-2",  ".orig",    ".old",      ".save",
+                                     ".rpmsave", ".rpmnew", ".rpmorig", ".dpkg-old", ".dpkg-dist",
+                                     ".ucf-new", ".pacnew", ".pacsave", ".pam-old",  ".pam-config-backup",
+                                     ".augsave", "~",       "-l",       ".d",        ".v2",
+                                     "bak"}) {
         WriteFile(root / ("etc/pam.d/su" + std::string(ending)), "");
     }
     EXPECT_EQ((PamFiles{{"su-l", ""}, {"su.d", ""}, {"su.v2", ""}, {"subak", ""}}), ReadPamFiles(root / ""));

@@ -225,8 +225,8 @@ std::vector<PamLine> ParsePam(const std::string& text) {
 }
 
 bool IsBackup(const std::string& name) {
-    constexpr std::array<const char*, 10> kEndings = {".bak",   ".orig", ".old",     ".save", ".rpm",
-                                                      ".dpkg-", ".ucf-", ".pam-old", ".pac",  ".aug"};
+    constexpr std::array<const char*, 10> kEndings = {".bak",   ".orig", ".old",  ".save", ".rpm",
+                                                      ".dpkg-", ".ucf-", ".pam-", ".pac",  ".aug"};
     if (name.starts_with('.') || name.ends_with('~')) return true;
     const std::string ending = name.substr(std::min(name.rfind('.'), name.size()));
     return std::any_of(kEndings.begin(), kEndings.end(), [&](const char* begin) { return ending.starts_with(begin); });
