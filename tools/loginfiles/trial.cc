@@ -146,6 +146,7 @@ class Trial {
     bool AllRefuse(const Failures& failures) const;
     void MustEnter(const std::string& who, const Answers& answers, bool likeBefore);
     void MustNotEnter(const std::string& who, const Answers& answers);
+    std::string RemedyForOpenDoor(const std::string& service) const;
 
     const ProviderModules& _provider;
     const Candidate& _candidate;
@@ -266,6 +267,17 @@ bool Trial::AllRefuse(const Failures& failures) const {
     });
 }
 
+// What goes leaves the stack open; what comes can only be in the way of a jump.
+std::string Trial::RemedyForOpenDoor(const std::string& service) const {
+    const std::string& module = _provider.pamModule;
+    if (_candidate.enable) return "look at the rules of /etc/pam.d/" + service + " that jump or end the stack";
+    // pam-config writes "required pam_sss.so" as the last rule, behind a "sufficient" one.
+    const bool made = _candidate.before.contains("common-auth-pc") && module == "pam_sss.so";
+    return made ? "let the tool that made the rules take them out: 'pam-config --delete --sss'"
+                : "nothing but " + module +
+                      " refuses there: make its rule 'sufficient' and put 'required pam_deny.so' behind it";
+}
+
 void Trial::MustNotEnter(const std::string& who, const Answers& answers) {
     const Failures after = Ask("enter", _candidate.after, answers);
     if (AllRefuse(after)) return;
@@ -275,8 +287,7 @@ void Trial::MustNotEnter(const std::string& who, const Answers& answers) {
         const std::string step = what.substr(service.size() + 1);
         if (after.contains(what) || step == kOpenSession) continue;
         const std::string harm = step == kLogIn ? " would be let in by '" : " could change the password through '";
-        throw LoginsError(LoginsError::Kind::Refused, who + harm + service + "'",
-                          "look at the rules of /etc/pam.d/" + service + " that jump or end the stack");
+        throw LoginsError(LoginsError::Kind::Refused, who + harm + service + "'", RemedyForOpenDoor(service));
     }
 }
 

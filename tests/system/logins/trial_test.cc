@@ -10,6 +10,7 @@ namespace {
 
 using logins::LoginsError;
 using logins::PamFiles;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
 constexpr char kNobody[] = "auth required pam_deny.so\naccount required pam_deny.so\n";
@@ -60,6 +61,23 @@ TEST_F(TrialTest, StackThatTheModuleAloneHeldShutIsRefused) {
         EXPECT_THAT(RefusalToDisable(rules + std::string(kAccount)),
                     HasSubstr("root with a wrong password would be let in by 'door'"))
             << rules;
+    }
+}
+
+TEST_F(TrialTest, RemedyForSuchAStackIsThatOfTheToolThatMadeIt) {
+    const std::string rules = kAccount + std::string("auth sufficient pam_unix.so\nauth optional pam_env.so\n");
+    const auto refusal = [&](const std::string& name, const std::string& module) {
+        return Refusal(module, {{{name, rules + "auth required " + module + '\n'}, {"other", kNobody}},
+                                {{name, rules}, {"other", kNobody}},
+                                false,
+                                {}});
+    };
+    EXPECT_THAT(refusal("common-auth-pc", "pam_sss.so"), EndsWith(": 'pam-config --delete --sss'"));
+    for (const auto& [name, module] :
+         {std::pair("common-auth", "pam_sss.so"), std::pair("common-auth-pc", "pam_x.so")}) {
+        EXPECT_THAT(refusal(name, module),
+                    EndsWith(std::string(" -- nothing but ") + module +
+                             " refuses there: make its rule 'sufficient' and put 'required pam_deny.so' behind it"));
     }
 }
 
