@@ -91,6 +91,8 @@ TEST(NssEditTest, TemplatesGetTheServiceInFrontOfConditions) {
         {"passwd: files\t{include if \"b\"} {exclude if \"a\"}\n",
          "passwd: files x\t{include if \"b\"} {exclude if \"a\"}\n"},
         {"hosts: files\n passwd: files\npasswd\n", "hosts: files\n passwd: files\npasswd\n"},
+        {"passwd: files\tx\ngroup: x {exclude if \"a\"}\n", "passwd: files\tx\ngroup: x {exclude if \"a\"}\n"},
+        {"passwd: xx\n", "passwd: xx x\n"},
         {"passwd:", "passwd: x\n"},
         {"", ""},
     };

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <sstream>
@@ -102,20 +103,41 @@ void MakeOwnProfile(const std::string& base, const ProviderModules& provider) {
     WriteTemplate(kBaseFile, base + '\n');
 }
 
-// What our own profile was made from; authselect itself does not remember it.
+// What our own profile was made from; authselect itself does not remember it. Empty if that is not known.
 std::string BaseOf(const PamFiles& templates) {
     const auto file = templates.find(kBaseFile);
     const std::vector<std::string> words = file == templates.end() ? std::vector<std::string>() : Split(file->second);
-    if (words.size() == 1) return words[0];
-    throw LoginsError(LoginsError::Kind::Refused,
-                      std::string(kOwnProfile) + "/" + kBaseFile + " does not say what the profile was made from",
-                      "choose that profile: 'authselect list', then 'authselect select PROFILE'");
+    return words.size() == 1 ? words[0] : "";
 }
 
-// True if it is another one now.
+bool IsProfile(const std::string& name) { return Run({kProgram, "show", name}).status == 0; }
+
+bool HasModules(const PamFiles& templates, const ProviderModules& provider) {
+    const auto sources = templates.find("nsswitch.conf");
+    if (sources == templates.end() || WithNssServiceInTemplate(sources->second, provider) != sources->second)
+        return false;
+    return std::any_of(templates.begin(), templates.end(),
+                       [&](const auto& file) { return HasPamModule(file.second, provider.pamModule); });
+}
+
+[[noreturn]] void RefuseWithoutBase(const std::string& base) {
+    const std::string reason =
+        base.empty() ? std::string(kOwnProfile) + "/" + kBaseFile + " does not say what the profile was made from"
+                     : "the profile '" + base + "', from which " + kOwnName + " was made, is not there any more";
+    throw LoginsError(LoginsError::Kind::Refused, reason,
+                      "choose another profile to begin with: 'authselect list', then 'authselect select PROFILE'");
+}
+
+// True if it is another one now. Without its base it stays what it is, as long as it has the modules: it was made by an
+// earlier version, or authselect has renamed the base since.
 bool RemakeOwnProfile(const std::string& selected, const ProviderModules& provider) {
     const PamFiles before = Templates();
-    MakeOwnProfile(selected == kOwnName ? BaseOf(before) : selected, provider);
+    const std::string base = selected == kOwnName ? BaseOf(before) : selected;
+    if (selected == kOwnName && (base.empty() || !IsProfile(base))) {
+        if (HasModules(before, provider)) return false;
+        RefuseWithoutBase(base);
+    }
+    MakeOwnProfile(base, provider);
     return Templates() != before;
 }
 

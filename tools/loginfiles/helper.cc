@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/loginfiles/logins_error.h"
 #include "tools/loginfiles/plan.h"
 #include "tools/loginfiles/trial.h"
 #include "tools/loginfiles/watch.h"
@@ -42,6 +43,12 @@ int CarryOut(const std::vector<std::string>& words) {
 int Guarded(const std::vector<std::string>& words) {
     try {
         return CarryOut(words);
+    } catch (const nimbrel::logins::LoginsError& error) {
+        std::fprintf(stderr, "logins-helper: %s\n", error.what());
+        if (!error.Remedy().empty()) {
+            std::fprintf(stderr, "%s%s\n", nimbrel::logins::kRemedyMark, error.Remedy().c_str());
+        }
+        return 1;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "logins-helper: %s\n", error.what());
         return 1;

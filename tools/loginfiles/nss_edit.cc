@@ -149,6 +149,9 @@ std::string WithNssServiceInTemplate(const std::string& text, const ProviderModu
     lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string line; std::getline(lines, line); edited += line + '\n') {
         if (!line.starts_with("passwd:") && !line.starts_with("group:")) continue;
+        std::string words = line + ' ';
+        std::replace(words.begin(), words.end(), '\t', ' ');
+        if (words.find(' ' + provider.nssService + ' ') != std::string::npos) continue;
         // In front of a condition that concerns the whole line.
         const std::size_t end = std::min(line.find("{exclude"), line.find("{include"));
         std::size_t place = end == std::string::npos ? line.size() : end;

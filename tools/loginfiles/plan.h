@@ -81,7 +81,8 @@ void EnableAuthselect(const Journal& journal, const ProviderModules& provider, C
 void DisableAuthselect(const Journal& journal, const ProviderModules& provider, ChangeSet& changes);
 // The helper's part of both, in a process of its own: lets authselect work on a copy of /etc that only this process sees,
 // and leaves the outcome below `folder`/out. `words`: "enable" and the provider's modules, or "select" and a profile with
-// its features. Throws `LoginsError`.
+// its features. Throws `LoginsError`, whose remedy the process prints behind this mark.
+inline constexpr char kRemedyMark[] = "remedy: ";
 void MakeAuthselectCandidate(const std::string& folder, const std::vector<std::string>& words);
 void AddPlain(const ProviderModules& provider, const std::vector<std::string>& services, ChangeSet& changes);
 void RemovePlain(const ProviderModules& provider, const std::vector<std::string>& services, ChangeSet& changes);

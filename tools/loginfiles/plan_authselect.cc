@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <filesystem>
 #include <sstream>
 #include <system_error>
@@ -36,6 +37,8 @@ std::string Joined(const std::vector<std::string>& words) {
     return text;
 }
 
+std::string Trimmed(const std::string& text) { return text.substr(0, text.find_last_not_of('\n') + 1); }
+
 bool MayBeReplaced(const fs::directory_entry& item) { return item.is_symlink() || item.is_regular_file(); }
 
 // Every file that authselect has left, and every one that it has removed.
@@ -62,8 +65,12 @@ void RunHelper(const Journal& journal, std::vector<std::string> words, ChangeSet
     std::error_code ignored;  // left over for the next call to remove
     fs::remove_all(folder, ignored);
     if (result.status == 0) return;
-    throw LoginsError(LoginsError::Kind::Refused, "authselect does not make the change on a copy: " + result.output,
-                      "run 'authselect check' to see whether somebody has edited its files by hand");
+    const std::size_t mark = result.output.find(kRemedyMark);
+    throw LoginsError(LoginsError::Kind::Refused,
+                      "authselect does not make the change on a copy: " + Trimmed(result.output.substr(0, mark)),
+                      mark == std::string::npos
+                          ? "run 'authselect check' to see whether somebody has edited its files by hand"
+                          : Trimmed(result.output.substr(mark + std::strlen(kRemedyMark))));
 }
 
 // The profile and features of the time before the last change that switched the logins on.

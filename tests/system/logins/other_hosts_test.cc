@@ -302,13 +302,34 @@ TEST_F(AuthselectHostTest, ProfileFollowsTheProviderAndItsBase) {
     ASSERT_EQ(0, RunProgram(kAuthselect, {.arguments = {"select", "sssd"}}).exitStatus);
     EXPECT_EQ("sssd\n", planned({kModule, {}, "nimembedded", {}}, "/etc/authselect/custom/nimauth/made-from"));
     ASSERT_EQ(0, RunProgram(kAuthselect, {.arguments = {"select", "custom/nimauth"}}).exitStatus);
-    fs::remove("/etc/authselect/custom/nimauth/made-from");
-    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("does not say what the profile was made from"));
+}
+
+// It was made by an earlier version, or authselect has renamed the base since.
+TEST_F(AuthselectHostTest, ProfileWithoutItsBaseStaysAsLongAsItHasTheModules) {
+    Enable();
+    const std::string base = "/srv/authselect/default/minimal";
+    const std::string from = "/etc/authselect/custom/nimauth/made-from";
+    const std::string profile = "/etc/authselect/custom/nimauth/system-auth";
+    const std::string templates = ReadFile(profile);
+    for (const bool known : {true, false}) {
+        WriteFile(profile, templates);
+        known ? fs::rename(base, base + ".gone") : static_cast<void>(fs::remove(from));
+        EXPECT_THAT(Done({"logins", "enable"}), HasLine("changed: no"));
+        for (const char* const name : {"system-auth", "password-auth"}) {
+            WriteFile("/etc/authselect/custom/nimauth/" + std::string(name), "auth required pam_unix.so\n");
+        }
+        EXPECT_THAT(Refused({"logins", "enable"}),
+                    AllOf(HasSubstr(known ? "the profile 'minimal', from which custom/nimauth was made, is not there"
+                                          : "made-from does not say what the profile was made from\n"),
+                          HasSubstr("\nremedy: choose another profile to begin with: 'authselect list'")));
+        if (known) fs::rename(base + ".gone", base);
+    }
 }
 
 TEST_F(AuthselectHostTest, WhatAuthselectRefusesIsTold) {
     WriteFile(kAuthselect, "#!/bin/sh\n[ \"$1\" = current ] && exec echo minimal\necho '[error] no, thanks'\nexit 4\n");
-    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("[error] no, thanks"));
+    EXPECT_THAT(Refused({"logins", "enable"}),
+                AllOf(HasSubstr("[error] no, thanks\n"), HasSubstr("remedy: run 'authselect check'")));
     EXPECT_THAT(Differences(_selected, ReadLoginFiles()), IsEmpty());
 }
 
