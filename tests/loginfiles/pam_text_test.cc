@@ -161,13 +161,16 @@ TEST(PamTextTest, FilesOfTheHostComeBeforeThoseOfItsPackages) {
         std::filesystem::create_directories(std::filesystem::path(root / path).parent_path());
         WriteFile(root / path, path);
     };
-    for (const char* const path : {"etc/pam.d/login", "etc/pam.d/.hidden", "etc/pam.d/login~", "etc/pam.d/folder/sshd",
-                                   "usr/lib/pam.d/login", "usr/lib/pam.d/cron"}) {
+    for (const char* const path :
+         {"etc/pam.d/login", "etc/pam.d/.hidden", "etc/pam.d/login~", "etc/pam.d/folder/sshd", "usr/lib/pam.d/login",
+          "usr/lib/pam.d/cron", "usr/etc/pam.d/cron", "usr/etc/pam.d/su"}) {
         write(path);
     }
     std::filesystem::create_symlink(root / "usr/lib/pam.d/cron", root / "etc/pam.d/at");
-    const PamFiles expected = {
-        {"login", "etc/pam.d/login"}, {"cron", "usr/lib/pam.d/cron"}, {"at", "usr/lib/pam.d/cron"}};
+    const PamFiles expected = {{"login", "etc/pam.d/login"},
+                               {"cron", "usr/lib/pam.d/cron"},
+                               {"at", "usr/lib/pam.d/cron"},
+                               {"su", "usr/etc/pam.d/su"}};
     EXPECT_EQ(expected, ReadPamFiles(root / ""));
     EXPECT_TRUE(ReadPamFiles(root / "nowhere").empty());
 }
@@ -207,7 +210,7 @@ TEST(PamTextTest, IncludedFilesAreReadWhereverTheyAre) {
         WriteFile(root / path, text);
     };
     write("etc/pam.d/login", "auth include /opt/rules\n@include kept~\n@include /opt\n@include /opt/missing\n");
-    write("etc/pam.d/kept~", "auth required kept.so\n");
+    write("usr/etc/pam.d/kept~", "auth required kept.so\n");
     write("etc/pam.d/lost~", "");
     write("opt/rules", "auth substack ../more\nauth include /opt/rules\n");
     write("etc/more", "auth required more.so\nauth include login\n");

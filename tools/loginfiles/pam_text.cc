@@ -152,7 +152,9 @@ void ReadFolder(const std::string& folder, PamFiles& files) {
 // Where libpam looks for it.
 std::vector<std::string> PlacesOf(const std::string& root, const std::string& name) {
     if (!IsService(name)) return {root + name};
-    return {root + PathOf(name), root + kVendorFolder + '/' + name};
+    std::vector<std::string> places = {root + PathOf(name)};
+    for (const char* const folder : kVendorFolders) places.push_back(root + folder + '/' + name);
+    return places;
 }
 
 void ReadIncluded(const std::string& root, const std::string& text, PamFiles& files) {
@@ -246,7 +248,7 @@ int LongestJump(const std::string& control) {
 PamFiles ReadPamFiles(const std::string& root) {
     PamFiles files;
     ReadFolder(root + kPamFolder, files);
-    ReadFolder(root + kVendorFolder, files);
+    for (const char* const folder : kVendorFolders) ReadFolder(root + folder, files);
     const PamFiles services = files;
     for (const auto& [name, text] : services) ReadIncluded(root, text, files);
     return files;

@@ -14,6 +14,7 @@
 #ifndef NIMBREL_LOGINS_PAM_TEXT_H_
 #define NIMBREL_LOGINS_PAM_TEXT_H_
 
+#include <array>
 #include <map>
 #include <string>
 #include <string_view>
@@ -22,7 +23,8 @@
 namespace nimbrel::logins {
 
 inline constexpr char kPamFolder[] = "/etc/pam.d";
-inline constexpr char kVendorFolder[] = "/usr/lib/pam.d";
+// Where libpam looks for what the first folder does not have, in this order; the last one is SUSE's.
+inline constexpr std::array<const char*, 2> kVendorFolders = {"/usr/lib/pam.d", "/usr/etc/pam.d"};
 
 struct PamLine {
     enum class Kind { Nothing, Rule, Include, Unreadable };
@@ -50,7 +52,7 @@ int LongestJump(const std::string& control);
 // All service files by name, and the files elsewhere that they include, by path: "/opt/agent/pam-rules".
 using PamFiles = std::map<std::string, std::string>;
 
-// Those of /etc/pam.d below `root`, and of /usr/lib/pam.d where the first has none of that name. Backup copies are left
+// Those of /etc/pam.d below `root`, and of the vendor's folders where it has none of that name. Backup copies are left
 // out, unless a rule includes them.
 PamFiles ReadPamFiles(const std::string& root = "");
 

@@ -231,7 +231,9 @@ PamFiles FilesAfter(const std::vector<Change>& changes) {
     for (auto file = files.begin(); file != files.end();) {
         const bool isService = IsService(file->first);
         std::optional<std::string> text = TextAfter(isService ? PathOf(file->first) : file->first, after);
-        if (!text && isService) text = TextAfter(std::string(kVendorFolder) + '/' + file->first, after);
+        for (const char* const folder : kVendorFolders) {
+            if (!text && isService) text = TextAfter(std::string(folder) + '/' + file->first, after);
+        }
         if (text) file->second = *text;
         file = text ? std::next(file) : files.erase(file);
     }

@@ -86,11 +86,13 @@ TEST_F(PlainHostTest, FilesThatComeAndGoAreSeenByTheTrial) {
         return after;
     };
     using Kind = logins::FileState::Kind;
-    fs::create_directories("/usr/lib/pam.d");
+    for (const char* const folder : {"/usr/lib/pam.d", "/usr/etc/pam.d"}) fs::create_directories(folder);
     WriteFile("/usr/lib/pam.d/login", "vendor's\n");
+    WriteFile("/usr/etc/pam.d/passwd", "SUSE's\n");
     const logins::PamFiles files = logins::FilesAfter({{"/etc/pam.d/new", {}, state("new\n", Kind::Regular)},
                                                        {"/etc/pam.d/new.bak", {}, state("old\n", Kind::Regular)},
                                                        {"/etc/pam.d/login", {}, {}},
+                                                       {"/etc/pam.d/passwd", {}, {}},
                                                        {"/etc/pam.d/su", {}, {}},
                                                        {"/etc/pam.d/link", {}, state("../../srv/made", Kind::Symlink)},
                                                        {"/etc/pam.d/lost", {}, state("nowhere", Kind::Symlink)},
@@ -99,10 +101,12 @@ TEST_F(PlainHostTest, FilesThatComeAndGoAreSeenByTheTrial) {
     logins::PamFiles expected = logins::ReadPamFiles();
     expected["new"] = "new\n";
     expected["login"] = "vendor's\n";
+    expected["passwd"] = "SUSE's\n";
     expected["link"] = "made\n";
     expected.erase("su");
     EXPECT_EQ(expected, files);
     fs::remove("/usr/lib/pam.d/login");
+    fs::remove_all("/usr/etc/pam.d");
 }
 
 // A service that has the module by an include needs no file of its own.
