@@ -1,5 +1,5 @@
 // The edits of nsswitch.conf and of PAM files: what they take they change as told, all other lines stay byte for byte,
-// doing it again changes nothing, and taking out what was put in gives the old text.
+// doing it again changes nothing, taking out what was put in gives the old text, and jumps end where they did.
 //
 // Input: a byte, then by its lowest bit a name-service or a PAM text.
 
@@ -9,6 +9,7 @@
 #include "fuzz.h"
 #include "tools/loginfiles/edits.h"
 #include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/pam_jumps.h"
 
 namespace {
 
@@ -50,13 +51,22 @@ void CheckNss(const std::string& text) try {
     Require(error.Reason() == LoginsError::Kind::Refused, "a text is refused, and nothing fails");
 }
 
+bool JumpsAreKept(const std::string& before, const std::string& after) try {
+    ProveJumpsKept({{"sshd", before}}, {{"sshd", after}}, "pam_sss.so");
+    return true;
+} catch (const LoginsError&) {
+    return false;
+}
+
 void CheckPam(const std::string& text) try {
     const PamFiles files = {{"sshd", text}};
     const bool had = HasPamModule(text, "pam_sss.so");
     const std::string with = WithPamModule(files, "sshd", kProvider);
+    Require(JumpsAreKept(text, with), "no jump passes over what was put in");
     Require(WithPamModule({{"sshd", with}}, "sshd", kProvider) == with, "again changes nothing");
     const std::string without = WithoutPamModule({{"sshd", with}}, "sshd", "pam_sss.so");
     Require(!HasPamModule(without, "pam_sss.so"), "the module is gone");
+    Require(JumpsAreKept(with, without), "jumps count without it");
     Require(had || without == text, "taken out again the old text is there");
 } catch (const LoginsError& error) {
     Require(error.Reason() == LoginsError::Kind::Refused, "a text is refused, and nothing fails");
