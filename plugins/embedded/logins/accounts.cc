@@ -43,8 +43,10 @@ bool IsAccountName(const std::string& name) { return IsPortable(name) && name ==
 // Empty if it cannot be read.
 std::string ReadPublished() { return kit::ReadWholeFile(kPublishedAccounts).value_or(""); }
 
-// Started by an ordinary user to get root's rights.
-bool IsInForeignHands() { return getauxval(AT_SECURE) != 0; }
+// Started by an ordinary user to get root's rights. The kernel does not tell that by AT_SECURE alone: it says so, too, of
+// what root started in another SELinux domain (sshd, login, crond), or from a file with a group's rights. The two numbers
+// are those of the start, whatever the program has made of its own since.
+bool IsInForeignHands() { return getauxval(AT_SECURE) != 0 && (getauxval(AT_UID) != 0 || getauxval(AT_EUID) != 0); }
 
 OpenMode ModeOfLookUps() { return IsInForeignHands() ? OpenMode::StoppableLookUp : OpenMode::LookUp; }
 

@@ -50,8 +50,9 @@ enum class Source {
     Published,
 };
 
-// The directory for root, the published file for others and for what an ordinary user started that changes its rights: it
-// runs in his hands, as su and sudo do before they know who he is.
+// The directory for root, the published file for others and for what an ordinary user started that gets root's rights: it
+// runs in his hands, as su and sudo do before they know who he is. What root started is root's own, in whatever SELinux
+// domain it runs.
 Source SourceOfNames();
 // The directory for every process with root's rights.
 Source SourceOfFlags();

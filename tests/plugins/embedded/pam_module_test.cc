@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -25,11 +26,13 @@
 #include "embeddeddirectory/host.h"
 #include "support/files.h"
 #include "support/leave_child.h"
+#include "support/run_program.h"
 
 namespace nimbrel::embedded::test {
 namespace {
 
 constexpr char kService[] = "nimauth-test";
+constexpr uid_t kNobody = 65534;
 
 enum class Does { Answer, EndTheThread, BlockForEver };
 
@@ -69,9 +72,10 @@ class PamModule : public ::testing::Test {
             std::abort();
         }
         if (std::filesystem::exists(kDefaultMembershipPath)) return;
-        std::filesystem::copy_file(NIMAUTH_NAME_SERVICE_MODULE,
-                                   "/usr/lib/" NIMAUTH_MULTIARCH "/libnss_nimembedded.so.2");
+        std::filesystem::copy_file(NIMAUTH_NAME_SERVICE_MODULE, "/usr/lib/libnss_nimembedded.so.2");
         WriteFile("/etc/nsswitch.conf", "passwd: files nimembedded\ngroup: files nimembedded\n");
+        // An ordinary user's root cannot write in the machine's own folder.
+        ASSERT_EQ(mount("tmpfs", "/etc/pam.d", "tmpfs", 0, "mode=0755"), 0);
         WriteFile(std::string("/etc/pam.d/") + kService,
                   "auth required " NIMAUTH_PAM_MODULE "\naccount required " NIMAUTH_PAM_MODULE
                   "\nsession required " NIMAUTH_PAM_MODULE "\n");
@@ -192,6 +196,39 @@ TEST_F(PamModule, WhatAKilledPublisherLeftIsTakenOver) {
     struct stat status = {};
     ASSERT_EQ(stat(kPublished, &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0644U);
+}
+
+// --- Programs with other rights than their starter's ---
+
+// What the helper prints that this user starts, from a file with these rights.
+std::string LogInBy(uid_t starter, uid_t owner, gid_t group, mode_t mode) {
+    const std::string program = "/usr/bin/log-in-helper";
+    std::filesystem::copy_file(NIMAUTH_LOG_IN_HELPER, program, std::filesystem::copy_options::overwrite_existing);
+    // An ordinary user's root has no numbers but its own, and no program with a group's rights.
+    const bool given = chown(program.c_str(), owner, group) == 0;
+    EXPECT_TRUE(given || errno == EINVAL) << errno;
+    EXPECT_EQ(chmod(program.c_str(), mode), 0);
+    return nimbrel::testing::RunProgram(program, {.arguments = {kService, "alice"}, .user = starter}).output;
+}
+
+bool HasAllNumbers() { return ReadFile("/proc/self/uid_map").find("4294967295") != std::string::npos; }
+
+// As one in another SELinux domain, which the kernel takes for unsafe as well.
+TEST_F(PamModule, ProgramThatRootStartedIsRootsOwnWhateverItsFileAdds) {
+    std::filesystem::remove(kPublished);
+    const std::string secure = HasAllNumbers() ? "secure 1\n" : "secure 0\n";
+    EXPECT_EQ(LogInBy(0, 0, kNobody, 02755), secure + "user 1900000001\naccount 0\nsession 0\n");
+    EXPECT_EQ(ReadFile(kPublished).substr(0, 17), "alice:1900000001\n");
+}
+
+TEST_F(PamModule, ProgramThatAnOrdinaryUserStartedPublishesNothing) {
+    WriteFile(kPublished, "alice:1900000001\nold:1900000077\n");
+    const std::string secure = "secure 1\nuser 1900000001\naccount " + std::to_string(PAM_SUCCESS) + "\nsession 0\n";
+    // Without any rights, where files cannot give them.
+    const std::string plain =
+        "secure 0\nuser 1900000001\naccount " + std::to_string(PAM_AUTHINFO_UNAVAIL) + "\nsession 0\n";
+    EXPECT_EQ(LogInBy(kNobody, 0, 0, 06755), HasAllNumbers() ? secure : plain);
+    EXPECT_EQ(ReadFile(kPublished), "alice:1900000001\nold:1900000077\n");
 }
 
 // --- Disks that take nothing ---
