@@ -29,6 +29,7 @@ namespace {
 constexpr std::int64_t kLastNumber = 100'000'000;
 constexpr std::size_t kLongestName = 64;
 constexpr std::chrono::milliseconds kLongestTurn{2'000};
+constexpr char kBlanks[] = " \t\v\f\r";  // the C library leaves them out at a line's beginning
 
 bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
 bool IsFurther(char c) { return IsLetter(c) || (c >= '0' && c <= '9') || c == '.' || c == '-'; }
@@ -147,7 +148,8 @@ bool IsTakenIn(const std::string& lines, const Account& account) {
     const std::string number = std::to_string(account.uid);
     for (std::size_t begin = 0, end = 0; begin < lines.size(); begin = end + 1) {
         end = std::min(lines.find('\n', begin), lines.size());
-        const std::string line = lines.substr(begin, end - begin);
+        const std::size_t start = std::min(lines.find_first_not_of(kBlanks, begin), end);
+        const std::string line = lines.substr(start, end - start);
         const std::size_t name = std::min(line.find(':'), line.size());
         const std::size_t password = std::min(line.find(':', name + 1), line.size());
         const std::string found = line.substr(std::min(password + 1, line.size()), number.size() + 1);

@@ -68,7 +68,7 @@ bool IsAccountNumber(uid_t uid);
 // True if a local user or group of that name has another number. Programs compare such names without their numbers: the
 // group of a user "sudo" would count as the local group's. Throws 1359 where /etc/passwd or /etc/group cannot be read.
 bool IsTaken(const Account& account);
-// The same for the text of either file: "name:x:number:...".
+// The same for the text of either file: "name:x:number:...", also behind blanks.
 bool IsTakenIn(const std::string& lines, const Account& account);
 
 // The joined domain's DNS name; empty when not joined.

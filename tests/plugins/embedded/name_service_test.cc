@@ -153,14 +153,15 @@ TEST_F(NameService, NoOtherSpellingIsAnswered) {
 TEST_F(NameService, NameThatALocalUserOrGroupHasStaysTheHosts) {
     BeJoined();
     for (const char* path : {"/etc/group", "/etc/passwd"}) {
-        for (const char* lines :
-             {"alice:x:999:\n", "alice:x:190000000:\n", "alice:x:19000000011:\n", "alice:x:", "alice"}) {
+        for (const char* lines : {"alice:x:999:\n", "alice:x:190000000:\n", "alice:x:19000000011:\n", "alice:x:",
+                                  "alice", "  alice:x:999:\n", " \t\v\f\r\n\talice:x:999:\n", "\n \n alice:x:"}) {
             const MoreLines local(path, lines);
             EXPECT_EQ(ByName("alice").status, NSS_STATUS_NOTFOUND) << path << ' ' << lines;
             EXPECT_EQ(ByNumber(kFirstUid + 1).status, NSS_STATUS_NOTFOUND) << path << ' ' << lines;
             EXPECT_EQ(GroupStatus("alice"), NSS_STATUS_NOTFOUND) << path << ' ' << lines;
         }
-        for (const char* lines : {"alice:x:1900000001:\n", "xalice:x:999:\nalicex:x:998:\nx:alice:997:alice\n"}) {
+        for (const char* lines : {"alice:x:1900000001:\n", "  alice:x:1900000001:\n", "alice :x:999:\n# alice:x:999:\n",
+                                  "xalice:x:999:\nalicex:x:998:\nx:alice:997:alice\n", "\n  \n   "}) {
             const MoreLines local(path, lines);
             EXPECT_EQ(ByName("alice").status, NSS_STATUS_SUCCESS) << path << ' ' << lines;
             EXPECT_EQ(GroupStatus("alice"), NSS_STATUS_SUCCESS) << path << ' ' << lines;
