@@ -6,9 +6,12 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstdint>
 #include <thread>
 #include <vector>
 
@@ -265,7 +268,7 @@ TEST_F(Files, LockThatOthersMayOpenIsRefused) {
 TEST_F(Files, FolderThatOthersMayWriteIsRefused) {
     Create();
     const std::string here = folder / "";
-    for (const mode_t mode : {0720, 0702, 0777, 01777}) {
+    for (const mode_t mode : {0702, 0777, 01777}) {
         ASSERT_EQ(chmod(here.c_str(), mode), 0);
         EXPECT_EQ(OpenStatus(), 5U) << std::oct << mode;
         EXPECT_EQ(StatusOf([&] { Directory::Open(path, OpenMode::LookUp); }), 5U) << std::oct << mode;
@@ -275,6 +278,55 @@ TEST_F(Files, FolderThatOthersMayWriteIsRefused) {
     EXPECT_FALSE(std::filesystem::exists(folder / "new.db"));
     ASSERT_EQ(chmod(here.c_str(), 0755), 0);
     EXPECT_EQ(OpenStatus(), 0U);
+}
+
+TEST_F(Files, RefusedFolderIsNamedWithItsModeAndTheRemedy) {
+    Create();
+    const std::string here = std::filesystem::canonical(folder / "");
+    ASSERT_EQ(chmod(here.c_str(), 01777), 0);
+    try {
+        Directory::Open(path);
+        FAIL();
+    } catch (const DirectoryError& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  "The embedded directory '" + path + "' is refused: others may write in its folder '" + here +
+                      "' (mode 1777, group " + std::to_string(getegid()) + "). Remedy: chmod go-w '" + here + "'");
+    }
+}
+
+// As mkdir makes it for root under the umask 002. An ordinary user has a group of its own.
+TEST_F(Files, RootsOwnGroupMayWriteInTheFolder) {
+    Create();
+    ASSERT_EQ(chmod((folder / "").c_str(), 0775), 0);
+    struct stat status = {};
+    ASSERT_EQ(stat((folder / "").c_str(), &status), 0);
+    EXPECT_EQ(OpenStatus(), status.st_gid == 0 ? 0U : 5U);
+}
+
+TEST_F(Files, OtherGroupMayNotWriteInTheFolder) {
+    Create();
+    ASSERT_EQ(chmod((folder / "").c_str(), 0775), 0);
+    const bool given = chown((folder / "").c_str(), static_cast<uid_t>(-1), 65534) == 0;
+    EXPECT_EQ(OpenStatus(), given || getegid() != 0 ? 5U : 0U);
+}
+
+// user::rwx user:0:rwx group::r-x mask::rwx other::r-x, which shows as the mode 0775. A number that every namespace has
+// stands for anybody's.
+TEST_F(Files, UserOnTheFoldersAccessListMayNotWriteInIt) {
+    struct Entry {
+        std::uint16_t tag, rights;
+        std::uint32_t id;
+    };
+    struct List {
+        std::uint32_t version;
+        Entry entries[5];
+    };
+    Create();
+    const List list = {2, {{0x01, 7, ~0U}, {0x02, 7, 0}, {0x04, 5, ~0U}, {0x10, 7, ~0U}, {0x20, 5, ~0U}}};
+    const bool listed = setxattr((folder / "").c_str(), "system.posix_acl_access", &list, sizeof list, 0) == 0;
+    ASSERT_TRUE(listed || errno == ENOTSUP) << errno;
+    EXPECT_EQ(ModeOf(folder / ""), listed ? 0775U : 0700U);
+    EXPECT_EQ(OpenStatus(), listed ? 5U : 0U);
 }
 
 TEST_F(Files, OwnerIsRootOrTheUser) {

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,6 +24,7 @@ namespace {
 
 constexpr mode_t kFileMode = 0600;
 constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kPermissionBits = 07777;
 constexpr char kNewMark[] = ".new.";
 constexpr char kLockMark[] = ".lock";
 
@@ -62,8 +64,27 @@ void RequireFileName(const std::string& file, const std::string& name) {
     }
 }
 
-[[noreturn]] void Refuse(const std::string& name, const char* reason) {
+[[noreturn]] void Refuse(const std::string& name, const std::string& reason) {
     throw DirectoryError(kStatusAccessDenied, "The " + name + " is refused: " + reason);
+}
+
+std::string Octal(mode_t mode) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%04o", mode & kPermissionBits);
+    return text;
+}
+
+// Of the mode, the group's part then says what a list of further users may do at most.
+bool HasAccessList(const std::string& folder) {
+    return getxattr(folder.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
+}
+
+// Root's own group may write: it has root alone, and a folder made under the umask 002 has that right.
+bool OthersMayWrite(const std::string& folder, const struct stat& status) {
+    if ((status.st_mode & S_IWOTH) != 0) {
+        return true;
+    }
+    return (status.st_mode & S_IWGRP) != 0 && (status.st_gid != 0 || HasAccessList(folder));
 }
 
 // Who writes in the folder can put another file in this one's place, or a log beside it: the sticky bit does not help.
@@ -72,8 +93,12 @@ void RequireOwnFolder(const std::string& folder, const std::string& name) {
     if (stat(folder.c_str(), &status) != 0) {
         FailWith(errno, name);
     }
-    if (!MayOwnFiles(status.st_uid, geteuid()) || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        Refuse(name, "others may write in its folder");
+    if (!MayOwnFiles(status.st_uid, geteuid())) {
+        Refuse(name, "its folder '" + folder + "' belongs to another user (" + std::to_string(status.st_uid) + ")");
+    }
+    if (OthersMayWrite(folder, status)) {
+        Refuse(name, "others may write in its folder '" + folder + "' (mode " + Octal(status.st_mode) + ", group " +
+                         std::to_string(status.st_gid) + "). Remedy: chmod go-w '" + folder + "'");
     }
 }
 

@@ -23,7 +23,7 @@ bool MayOwnFiles(uid_t owner, uid_t user);
 
 // The path with its folder's links resolved, ready to be opened; unset if there is no such file. Takes away the rights
 // of group and others. Throws `DirectoryError` 5 for a link or anything else but a regular file, for a file of another
-// user, and in a folder of another user or one that group or others may write. `name` is for messages.
+// user, and in a folder of another user or one that others may write, or a group but root's own. `name` is for messages.
 std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name);
 
 // Sees to it that the write-ahead log of an existing database and the index of it are there, by names alone: nothing is
