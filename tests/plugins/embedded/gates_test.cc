@@ -6,22 +6,26 @@
 #include <unistd.h>
 
 #include <functional>
+#include <future>
+#include <thread>
 
 #include "exit_gate.h"
 #include "fork_gate.h"
 #include "sandbox.h"
+#include "secret_hash.h"
 #include "support/leave_child.h"
 
 namespace nimbrel::embedded::test {
 namespace {
 
 constexpr unsigned kPatienceSeconds = 30;
+constexpr unsigned kLessThanTheExitGatesSeconds = 5;  // that one gives up after ten
 
 // How a child ends that does this: as waitpid says.
-int InAChild(const std::function<void()>& work) {
+int InAChild(const std::function<void()>& work, unsigned patienceSeconds = kPatienceSeconds) {
     const pid_t child = fork();
     if (child == 0) {
-        alarm(kPatienceSeconds);
+        alarm(patienceSeconds);
         work();
         LeaveChild(0);
     }
@@ -35,6 +39,9 @@ int InAChild(const std::function<void()>& work) {
     OPENSSL_cleanup();
     LeaveChild(7);
 }
+
+// One that has done nothing yet has nothing to do at the end.
+void UseOpenSsl() { HashSecret("secret", HashCost::RandomSecret); }
 
 TEST(Gates, ForkInsideDoesNotWaitForItsOwnThreadAndItsChildOpensNothing) {
     const int result = InAChild([] {
@@ -62,19 +69,32 @@ TEST(Gates, GateIsOpenAgainAfterAForkInside) {
 }
 
 TEST(Gates, ExitInsideDoesNotWaitForItsOwnThread) {
-    const int result = InAChild([] {
+    const auto exitInside = [] {
+        UseOpenSsl();
         const ExitGate gate;
         if (!gate.IsOpen()) LeaveChild(1);
         Exit();
-    });
+    };
+    const int result = InAChild(exitInside, kLessThanTheExitGatesSeconds);
     ASSERT_TRUE(WIFEXITED(result)) << "signal " << WTERMSIG(result);
     EXPECT_EQ(WEXITSTATUS(result), 7);
 }
 
+// Of the parent's threads that are inside it has one.
 TEST(Gates, ExitOfAChildForkedInsideDoesNotWaitEither) {
     const int result = InAChild([] {
+        UseOpenSsl();
         const ExitGate gate;
-        const int inner = InAChild([] { Exit(); });
+        std::promise<void> isInside, mayLeave;
+        std::thread other([&] {
+            const ExitGate itsGate;
+            isInside.set_value();
+            mayLeave.get_future().wait();
+        });
+        isInside.get_future().wait();
+        const int inner = InAChild([] { Exit(); }, kLessThanTheExitGatesSeconds);
+        mayLeave.set_value();
+        other.join();
         if (!WIFEXITED(inner) || WEXITSTATUS(inner) != 7) LeaveChild(1);
     });
     EXPECT_EQ(result, 0);
