@@ -24,11 +24,12 @@ thread_local bool forks __attribute__((tls_model("initial-exec"))) = false;
 // In a child that was forked past the gate.
 std::atomic<bool> spoiled = false;
 
+// By the clock that nobody sets.
 void Close() {
     struct timespec end = {};
-    clock_gettime(CLOCK_REALTIME, &end);
+    clock_gettime(CLOCK_MONOTONIC, &end);
     end.tv_sec += kLongestWaitSeconds;
-    forks = !insideHere && pthread_rwlock_timedwrlock(&gate, &end) == 0;
+    forks = !insideHere && pthread_rwlock_clockwrlock(&gate, CLOCK_MONOTONIC, &end) == 0;
 }
 
 void Open() {

@@ -61,8 +61,9 @@ struct JoinedComputer {
 
 class Directory {
  public:
-    // Opens the file; `CreateIfMissing` also creates the last folder of the path (mode 0755) and an empty directory.
-    // The two look-ups are for calls that change nothing: see `OpenMode`. Throws 1355 if the file is missing, 5 if it is a link, no regular file or not ours to use.
+    // Opens the file. `CreateIfMissing` also creates the last folder of the path (mode 0755) and an empty directory; the
+    // two look-ups are for calls that change nothing: see `OpenMode`. Throws 1355 if the file is missing, 5 if it is a
+    // link, no regular file or not ours to use.
     static Directory Open(const std::string& path = kDefaultDirectoryPath, OpenMode mode = OpenMode::MustExist);
 
     Directory(Directory&&) noexcept;

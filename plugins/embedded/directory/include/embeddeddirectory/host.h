@@ -4,8 +4,8 @@
 // Files are opened for each call and closed after it, so that a change made by another process counts at once, and
 // nothing is left to destroy when the process exits.
 //
-// Threads: stateless; any calls at once. A fork waits for the calls under way, so that no child inherits an open file, and
-// has no limit on that; a call waits up to ten seconds for another process with each of its changes.
+// Threads: stateless; any calls at once. A fork waits for the calls under way, so that no child inherits an open file, for
+// a minute at most; a call waits up to ten seconds for another process with each of its changes.
 // Errors: `DirectoryError`; 1355 whenever the domain cannot be asked (directory file missing, domain unknown, no
 // controller reachable).
 
