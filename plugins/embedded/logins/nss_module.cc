@@ -9,7 +9,6 @@
 
 #include <grp.h>
 #include <nss.h>
-#include <pthread.h>
 #include <pwd.h>
 
 #include <cerrno>
@@ -19,6 +18,7 @@
 
 #include "accounts.h"
 #include "embeddeddirectory/directory_error.h"
+#include "pluginkit/cancellation.h"
 
 #pragma GCC visibility push(default)
 
@@ -101,11 +101,9 @@ Outcome LookUp(Key key, Record& entry, Buffer buffer) noexcept {
 // `errorNumber`: that is put back first and written after.
 template <class Key, class Record>
 enum nss_status Answer(Key key, Record* entry, char* buffer, std::size_t size, int* errorNumber) noexcept {
-    int before = 0;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+    const nimbrel::kit::CancellationShield shield;
     const int callersError = errno;
     const Outcome outcome = LookUp(key, *entry, Buffer(buffer, size));
-    pthread_setcancelstate(before, nullptr);
     errno = callersError;
     if (outcome.status != NSS_STATUS_SUCCESS) *errorNumber = outcome.error;
     return outcome.status;

@@ -12,7 +12,6 @@
 // Threads: as libpam, one handle per thread.
 
 #include <grp.h>
-#include <pthread.h>
 #include <pwd.h>
 #include <security/pam_ext.h>
 #include <security/pam_modules.h>
@@ -28,24 +27,13 @@
 #include "embeddeddirectory/directory.h"
 #include "embeddeddirectory/host.h"
 #include "fork_gate.h"
+#include "pluginkit/cancellation.h"
 
 #pragma GCC visibility push(default)
 
 namespace {
 
 using namespace nimbrel::embedded;
-
-// SQLite cannot be left half-way by a thread that is cancelled.
-class NoCancellation {
- public:
-    NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &_before); }
-    NoCancellation(const NoCancellation&) = delete;
-    NoCancellation& operator=(const NoCancellation&) = delete;
-    ~NoCancellation() { pthread_setcancelstate(_before, nullptr); }
-
- private:
-    int _before = 0;
-};
 
 // The PAM result of a refusal by the directory.
 int ResultOf(const DirectoryError& error) {
@@ -68,7 +56,7 @@ int ResultOf(const DirectoryError& error) {
 // Nothing is thrown into libpam. Never around a call that asks the user: such a call may be cancelled, or end the thread.
 template <class Work>
 int Guarded(pam_handle_t* handle, const Work& work) noexcept {
-    const NoCancellation shield;
+    const nimbrel::kit::CancellationShield shield;
     try {
         return work();
     } catch (const DirectoryError& error) {
