@@ -33,13 +33,7 @@ constexpr char kLockMark[] = ".lock";
                          "The " + name + " cannot be used: " + std::generic_category().message(error));
 }
 
-std::pair<std::string, std::string> SplitPath(const std::string& path) {
-    const auto slash = path.rfind('/');
-    if (slash == std::string::npos) {
-        return {".", path};
-    }
-    return {slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1)};
-}
+std::string FileOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
 // Unset if there is no such folder.
 std::optional<std::string> RealFolder(const std::string& folder, const std::string& name) {
@@ -144,9 +138,9 @@ void RemoveSecondName(const std::string& folder, const std::string& file) {
 bool MayOwnFiles(uid_t owner, uid_t user) { return owner == 0 || owner == user; }
 
 std::optional<std::string> PrepareExistingFile(const std::string& path, const std::string& name) {
-    const auto [folder, file] = SplitPath(path);
+    const std::string file = FileOf(path);
     RequireFileName(file, name);
-    const auto realFolder = RealFolder(folder, name);
+    const auto realFolder = RealFolder(kit::FolderOf(path), name);
     if (!realFolder) {
         return std::nullopt;
     }
@@ -199,7 +193,8 @@ bool MakeLog(const std::string& path) {
 
 NewFile::NewFile(const std::string& path, std::string name)
     : _name(std::move(name)), _lock(path + kLockMark, kit::OwnerLock::File::GoesWithTheLock) {
-    const auto [folder, file] = SplitPath(path);
+    const std::string folder = kit::FolderOf(path);
+    const std::string file = FileOf(path);
     RequireFileName(file, _name);
     kit::MakeFolder(folder, kFolderMode);
     const auto realFolder = RealFolder(folder, _name);
