@@ -49,6 +49,9 @@ std::string ReadPublished() { return kit::ReadWholeFile(kPublishedAccounts).valu
 // are those of the start, whatever the program has made of its own since.
 bool IsInForeignHands() { return getauxval(AT_SECURE) != 0 && (getauxval(AT_UID) != 0 || getauxval(AT_EUID) != 0); }
 
+// Everybody is root in a user namespace of his own, and has no further rights to the files.
+bool MayRead() { return eaccess(kDefaultMembershipPath, R_OK) == 0 || errno != EACCES; }
+
 OpenMode ModeOfLookUps() { return IsInForeignHands() ? OpenMode::StoppableLookUp : OpenMode::LookUp; }
 
 // Asks the directory for one user of the joined domain.
@@ -114,7 +117,9 @@ Host LookedUpHost() { return Host(kDefaultDirectoryPath, kDefaultMembershipPath,
 
 Directory LookedUpDirectory() { return Directory::Open(kDefaultDirectoryPath, ModeOfLookUps()); }
 
-Source SourceOfNames() { return geteuid() == 0 && !IsInForeignHands() ? Source::Directory : Source::Published; }
+Source SourceOfNames() {
+    return geteuid() == 0 && !IsInForeignHands() && MayRead() ? Source::Directory : Source::Published;
+}
 
 Source SourceOfFlags() { return geteuid() == 0 ? Source::Directory : Source::Published; }
 

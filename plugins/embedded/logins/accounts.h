@@ -52,7 +52,7 @@ enum class Source {
 
 // The directory for root, the published file for others and for what an ordinary user started that gets root's rights: it
 // runs in his hands, as su and sudo do before they know who he is. What root started is root's own, in whatever SELinux
-// domain it runs.
+// domain it runs. Root of a user namespace that may not read the files is one of the others.
 Source SourceOfNames();
 // The directory for every process with root's rights.
 Source SourceOfFlags();

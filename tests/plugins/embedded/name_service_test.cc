@@ -9,6 +9,7 @@
 #include <sched.h>
 #include <sqlite3.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -289,6 +290,24 @@ TEST_F(NameService, OthersSeeWhatWasPublishedIfItIsWellFormed) {
         }
         wrong += ByNumber(kFirstUid + 4).name == "bob" ? 0 : 1;
         LeaveChild(wrong);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+// As in "unshare --map-root-user" and in containers that ordinary users start.
+TEST_F(NameService, RootOfAnOrdinaryUsersNamespaceSeesWhatWasPublished) {
+    BeJoined();
+    std::ofstream(kPublished) << "alice:1900000001\n";
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const bool other = setgid(65534) == 0 && setuid(65534) == 0;
+        if (prctl(PR_SET_DUMPABLE, 1) != 0 || unshare(CLONE_NEWUSER) != 0) LeaveChild(98);
+        std::ofstream("/proc/self/uid_map") << "0 " << (other ? 65534 : 0) << " 1";
+        if (geteuid() != 0) LeaveChild(97);
+        LeaveChild(ByName("alice").status == NSS_STATUS_SUCCESS && ByNumber(kFirstUid + 1).name == "alice" ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
