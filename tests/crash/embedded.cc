@@ -6,6 +6,7 @@
 #include "crash/operation.h"
 #include "embeddeddirectory/host.h"
 #include "plugins/embedded/directory/src/database.h"
+#include "plugins/embedded/directory/src/published_accounts.h"
 #include "plugins/embedded/directory/src/secret_hash.h"
 
 namespace nimbrel::crash {
@@ -202,19 +203,27 @@ Operation CreateDirectory() {
     return operation;
 }
 
+// A change that was cut short has not published who can log in: the next log-in does.
+std::vector<Operation> WithALogIn(std::vector<Operation> operations) {
+    for (Operation& operation : operations) {
+        if (!operation.next) continue;
+        operation.next = [next = operation.next] {
+            next();
+            embedded::PublishAccounts();
+        };
+    }
+    return operations;
+}
+
 }  // namespace
 
 std::vector<Operation> Operations() {
     CoverFolder(kFolder);
-    return {CreateDirectory(),
-            JoinAsUser(),
-            JoinAgain(),
-            JoinWithMachineAccount(),
-            Leave("leave with credentials", [] { Host().Part(kAdmin); }),
-            Leave("leave without credentials", [] { Host().Part(std::nullopt); }),
-            SetControllers(),
-            SetServices("smart card services", MakeJoinedHost),
-            SetServices("smart card services of a fresh host", MakeDirectory)};
+    return WithALogIn({CreateDirectory(), JoinAsUser(), JoinAgain(), JoinWithMachineAccount(),
+                       Leave("leave with credentials", [] { Host().Part(kAdmin); }),
+                       Leave("leave without credentials", [] { Host().Part(std::nullopt); }), SetControllers(),
+                       SetServices("smart card services", MakeJoinedHost),
+                       SetServices("smart card services of a fresh host", MakeDirectory)});
 }
 
 }  // namespace nimbrel::crash

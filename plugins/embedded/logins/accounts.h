@@ -11,9 +11,8 @@
 //
 // A name that the host's own /etc/passwd or /etc/group has under another number stays the host's: `IsTaken`.
 //
-// The directory's files are for root. A log-in therefore publishes the accounts, without anything secret, in a file
-// that all may read; programs without root's rights, and those that an ordinary user started with them, answer from it, as
-// it was at the last log-in.
+// The directory's files are for root. Programs without root's rights, and those that an ordinary user started with them,
+// answer from what was published: see `PublishAccounts`.
 //
 // Errors: `DirectoryError`, as the directory throws it; nothing else but `std::bad_alloc`.
 // Threads: any.
@@ -29,20 +28,9 @@
 
 #include "embeddeddirectory/directory_types.h"
 #include "embeddeddirectory/host.h"
+#include "published_accounts.h"
 
 namespace nimbrel::embedded {
-
-inline constexpr uid_t kFirstUid = 1'900'000'000;
-inline constexpr char kPublishedAccounts[] = "/var/lib/nimbrel/embedded-accounts";
-
-struct Account {
-    std::string name;                // in lower case
-    uid_t uid = 0;                   // the gid, too
-    std::optional<UserFlags> flags;  // unset: not known, as for a published account
-};
-
-// The user as an account; unset for a name or number that cannot be one.
-std::optional<Account> ToAccount(const UserInfo& user);
 
 // Where the answer comes from.
 enum class Source {
@@ -62,9 +50,6 @@ Source SourceOfFlags();
 std::optional<Account> FindAccount(const std::string& name, Source source);
 std::optional<Account> FindAccount(uid_t uid, Source source);
 
-// True for a number that an account can have; no local account's is one.
-bool IsAccountNumber(uid_t uid);
-
 // True if a local user or group of that name has another number. Programs compare such names without their numbers: the
 // group of a user "sudo" would count as the local group's. Throws 1359 where /etc/passwd or /etc/group cannot be read.
 bool IsTaken(const Account& account);
@@ -76,14 +61,6 @@ std::string JoinedDomain();
 // For questions only, and so that nobody waits for a program that its user has stopped.
 Host LookedUpHost();
 Directory LookedUpDirectory();
-
-// Brings the published file up to date, on the disk; not in a program that an ordinary user started. A failure is not
-// told: the accounts stay as they were published.
-void PublishAccounts() noexcept;
-
-// One line "name:uid" per account, and back. Lines that make no sense are left out.
-std::string PublishedText(const std::vector<Account>& accounts);
-std::vector<Account> ParsePublished(const std::string& text);
 
 }  // namespace nimbrel::embedded
 

@@ -27,6 +27,7 @@
 #include "pluginkit/descriptor.h"
 #include "support/files.h"
 #include "support/leave_child.h"
+#include "support/temporary_folder.h"
 
 namespace nimbrel::embedded::test {
 namespace {
@@ -271,6 +272,40 @@ TEST_F(NameService, PasswordHashesOfOthersAreNotLeftInTheCallersMemory) {
     EXPECT_EQ(ByNumber(kFirstUid + 7500).status, NSS_STATUS_SUCCESS);
     EXPECT_EQ(ByName("nobody-at-all").status, NSS_STATUS_NOTFOUND);
     EXPECT_LT(InMemory("scrypt$15$"), 500);
+}
+
+TEST_F(NameService, WhoChangesTheDirectoryPublishesIt) {
+    BeJoined();
+    EXPECT_EQ(ReadFile(kPublished), "alice:1900000001\n");
+    Directory directory = Directory::Open();
+    directory.AddUser("corp.test", "bob", "Secret-1");
+    EXPECT_EQ(ReadFile(kPublished), "alice:1900000001\nbob:1900000003\n");
+    directory.RemoveUser("corp.test", "alice");
+    EXPECT_EQ(ReadFile(kPublished), "bob:1900000003\n");
+    Host().Part(std::nullopt);
+    EXPECT_EQ(ReadFile(kPublished), "");
+    const std::string secret = directory.PreStageComputer("corp.test", "node02").oneTimeSecret;
+    Host().JoinWithMachineAccount({"node02", "corp.test", "", "", "node02", secret});
+    EXPECT_EQ(ReadFile(kPublished), "bob:1900000003\n");
+}
+
+TEST_F(NameService, DirectoryThatIsNotTheHostsIsNotPublished) {
+    BeJoined();
+    const TemporaryFolder folder;
+    Directory other = Directory::Open(folder / "other.db", OpenMode::CreateIfMissing);
+    other.AddDomain("corp.test");
+    std::filesystem::remove(kPublished);
+    other.AddUser("corp.test", "mallory", "Secret-1", {.mayJoin = true});
+    Host(folder / "other.db", folder / "membership.db").Join("corp.test", "node01", "", {"mallory", "Secret-1"});
+    EXPECT_FALSE(std::filesystem::exists(kPublished));
+}
+
+TEST_F(NameService, ChangeDoesNotFailForWhatCannotBePublished) {
+    BeJoined();
+    std::filesystem::create_directory(std::string(kPublished) + ".lock");
+    Directory::Open().AddUser("corp.test", "bob", "Secret-1");
+    EXPECT_EQ(ByName("bob").status, NSS_STATUS_SUCCESS);
+    EXPECT_EQ(ReadFile(kPublished), "alice:1900000001\n");
 }
 
 // A file that somebody has changed can give nobody the number of another account of the host.

@@ -52,7 +52,8 @@ const Exception kNotExclusive[] = {
     {kSettings, "O_WRONLY|O_CREAT|O_TRUNC", "the file stream's second opening of what mkstemp has made"},
     {R"(/var/lib/nimbrel/[a-z-]+\.db(\.new\.\w{6})?-(journal|wal|shm))", "O_RDWR|O_CREAT|O_NOFOLLOW|O_CLOEXEC",
      "SQLite"},
-    {R"(/var/lib/nimbrel/[a-z-]+\.db\.lock)", "O_RDWR|O_CREAT|O_NONBLOCK|O_NOFOLLOW|O_CLOEXEC", "for many"},
+    {R"(/var/lib/nimbrel/([a-z-]+\.db|embedded-accounts)\.lock)", "O_RDWR|O_CREAT|O_NONBLOCK|O_NOFOLLOW|O_CLOEXEC",
+     "for many"},
     {R"(/var/lib/nimbrel/logins/lock)", "O_RDWR|O_CREAT|O_NOFOLLOW|O_CLOEXEC", "for many"},
     {R"(/run/apxd/ledger\.lock)", "O_RDWR|O_CREAT|O_NONBLOCK|O_NOFOLLOW|O_CLOEXEC", "for many"},
 };

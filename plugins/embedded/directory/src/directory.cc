@@ -4,6 +4,7 @@
 
 #include "directory_impl.h"
 #include "directory_schema.h"
+#include "published_accounts.h"
 
 namespace nimbrel::embedded {
 
@@ -12,15 +13,22 @@ Directory::Directory(Directory&&) noexcept = default;
 Directory& Directory::operator=(Directory&&) noexcept = default;
 Directory::~Directory() = default;
 
+void Directory::Impl::Publish() const noexcept {
+    if (_isHosts) {
+        PublishAccounts();
+    }
+}
+
 Directory Directory::Open(const std::string& path, OpenMode mode) {
+    const bool isHosts = path == kDefaultDirectoryPath;
     if (mode == OpenMode::CreateIfMissing) {
-        return Directory(std::make_unique<Impl>(Database::OpenOrCreate(path, kDirectoryFormat)));
+        return Directory(std::make_unique<Impl>(Database::OpenOrCreate(path, kDirectoryFormat), isHosts));
     }
     auto database = Database::OpenExisting(path, kDirectoryFormat, AccessOf(mode));
     if (!database) {
         throw DirectoryError(kStatusNoSuchDomain, "There is no embedded directory '" + path + "'");
     }
-    return Directory(std::make_unique<Impl>(std::move(*database)));
+    return Directory(std::make_unique<Impl>(std::move(*database), isHosts));
 }
 
 DirectorySnapshot Directory::Export() const {

@@ -49,7 +49,13 @@ class DirectoryConnection {
 
 class Directory::Impl : public DirectoryConnection {
  public:
-    using DirectoryConnection::DirectoryConnection;
+    Impl(Database database, bool isHosts) : DirectoryConnection(std::move(database)), _isHosts(isHosts) {}
+
+    // Called outside a turn, after a change of who is in the directory.
+    void Publish() const noexcept;
+
+ private:
+    const bool _isHosts;  // the file that the host itself uses
 };
 
 struct DomainRow {

@@ -75,6 +75,20 @@ std::vector<std::string> ReadDelegation(const Database& db, RowId userId) {
     return units;
 }
 
+void InsertUser(const Database& db, const DomainRow& domain, const std::string& name, const std::string& hash,
+                const UserFlags& flags, const std::vector<std::string>& delegatedUnits) {
+    if (FindUserRow(db, domain.id, name)) {
+        throw DirectoryError(kStatusAccountExists, "There is a user '" + name + "' already");
+    }
+    auto insert = db.Prepare(
+        "INSERT INTO users (domain_id, name, password_hash, disabled, locked, expired, password_expired, "
+        "must_change_password, may_join) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    insert.Bind(domain.id).Bind(name).Bind(hash);
+    BindFlags(insert, flags);
+    insert.Run();
+    WriteDelegation(db, domain, db.LastId(), delegatedUnits);
+}
+
 // --- Log-on ---
 
 [[noreturn]] void FailLogon() {
@@ -197,19 +211,12 @@ void Directory::AddUser(const std::string& domain, const std::string& name, std:
     const std::string userName = UserName(name);
     const std::string hash = HashPassword(password);
 
-    Turn turn = _impl->Write();
-    const DomainRow row = RequireDomain(turn.Db(), domain);
-    if (FindUserRow(turn.Db(), row.id, userName)) {
-        throw DirectoryError(kStatusAccountExists, "There is a user '" + userName + "' already");
+    {
+        Turn turn = _impl->Write();
+        InsertUser(turn.Db(), RequireDomain(turn.Db(), domain), userName, hash, flags, delegatedUnits);
+        turn.Commit();
     }
-    auto insert = turn.Db().Prepare(
-        "INSERT INTO users (domain_id, name, password_hash, disabled, locked, expired, password_expired, "
-        "must_change_password, may_join) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    insert.Bind(row.id).Bind(userName).Bind(hash);
-    BindFlags(insert, flags);
-    insert.Run();
-    WriteDelegation(turn.Db(), row, turn.Db().LastId(), delegatedUnits);
-    turn.Commit();
+    _impl->Publish();
 }
 
 void Directory::SetUserPassword(const std::string& domain, const std::string& name, std::string_view password) {
@@ -240,10 +247,13 @@ void Directory::SetUserDelegation(const std::string& domain, const std::string& 
 }
 
 void Directory::RemoveUser(const std::string& domain, const std::string& name) {
-    Turn turn = _impl->Write();
-    const UserRow user = RequireUser(turn.Db(), domain, name);
-    turn.Db().Prepare("DELETE FROM users WHERE id = ?").Bind(user.id).Run();
-    turn.Commit();
+    {
+        Turn turn = _impl->Write();
+        const UserRow user = RequireUser(turn.Db(), domain, name);
+        turn.Db().Prepare("DELETE FROM users WHERE id = ?").Bind(user.id).Run();
+        turn.Commit();
+    }
+    _impl->Publish();
 }
 
 std::optional<UserInfo> Directory::FindUser(const std::string& domain, const std::string& name) const {

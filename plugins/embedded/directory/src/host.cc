@@ -5,6 +5,7 @@
 
 #include "fork_gate.h"
 #include "names.h"
+#include "published_accounts.h"
 
 namespace nimbrel::embedded {
 namespace {
@@ -133,64 +134,83 @@ std::string HomeDomain(const Directory& directory, const DomainInfo& own, const 
     return trust->partnerDnsName;
 }
 
+template <class Change>
+void InGate(const Change& change) {
+    const ForkGate gate;
+    change();
+}
+
 }  // namespace
 
 Host::Host(std::string directoryPath, std::string membershipPath, OpenMode mode)
     : _directoryPath(std::move(directoryPath)), _membershipPath(std::move(membershipPath)), _mode(mode) {}
 
+// Who can log in now; of no other files.
+void Host::Publish() const noexcept {
+    if (_directoryPath == kDefaultDirectoryPath && _membershipPath == kDefaultMembershipPath) {
+        PublishAccounts();
+    }
+}
+
 void Host::Join(const std::string& domain, const std::string& hostName, const std::string& unit,
                 const UserCredentials& credentials) const {
-    const ForkGate gate;
-    Membership membership = Membership::Open(_membershipPath, _mode);
-    RequireNotJoined(membership.Current());
-    ComputerName(hostName);
-    Directory directory = Directory::Open(_directoryPath, _mode);
-    MembershipChange change = membership.BeginChange();
-    RequireNotJoined(change.Current());
-    RecordOrUndo(directory, change, directory.JoinComputer(domain, hostName, unit, credentials));
+    InGate([&] {
+        Membership membership = Membership::Open(_membershipPath, _mode);
+        RequireNotJoined(membership.Current());
+        ComputerName(hostName);
+        Directory directory = Directory::Open(_directoryPath, _mode);
+        MembershipChange change = membership.BeginChange();
+        RequireNotJoined(change.Current());
+        RecordOrUndo(directory, change, directory.JoinComputer(domain, hostName, unit, credentials));
+    });
+    Publish();
 }
 
 void Host::JoinWithMachineAccount(const MachineAccountJoin& join) const {
-    const ForkGate gate;
-    Membership membership = Membership::Open(_membershipPath, _mode);
-    RequireNotJoined(membership.Current());
-    if (!join.hostName.empty()) {
-        ComputerName(join.hostName);
-    }
-    Directory directory = Directory::Open(_directoryPath, _mode);
-    RequireSameDomain(directory, join);
-    MembershipChange change = membership.BeginChange();
-    RequireNotJoined(change.Current());
-    RecordOrUndo(directory, change,
-                 directory.JoinPreStagedComputer(join.dnsName, join.accountName, join.oneTimeSecret));
+    InGate([&] {
+        Membership membership = Membership::Open(_membershipPath, _mode);
+        RequireNotJoined(membership.Current());
+        if (!join.hostName.empty()) {
+            ComputerName(join.hostName);
+        }
+        Directory directory = Directory::Open(_directoryPath, _mode);
+        RequireSameDomain(directory, join);
+        MembershipChange change = membership.BeginChange();
+        RequireNotJoined(change.Current());
+        RecordOrUndo(directory, change,
+                     directory.JoinPreStagedComputer(join.dnsName, join.accountName, join.oneTimeSecret));
+    });
+    Publish();
 }
 
 void Host::Part(const std::optional<UserCredentials>& credentials) const {
-    const ForkGate gate;
-    Membership membership = Membership::Open(_membershipPath, _mode);
-    RequireJoined(membership.Current(), kStatusNotJoined);
-    if (!credentials) {
+    InGate([&] {
+        Membership membership = Membership::Open(_membershipPath, _mode);
+        RequireJoined(membership.Current(), kStatusNotJoined);
+        if (!credentials) {
+            MembershipChange change = membership.BeginChange();
+            change.Forget();
+            change.Commit();
+            return;
+        }
+        Directory directory = Directory::Open(_directoryPath, _mode);
         MembershipChange change = membership.BeginChange();
-        change.Forget();
-        change.Commit();
-        return;
-    }
-    Directory directory = Directory::Open(_directoryPath, _mode);
-    MembershipChange change = membership.BeginChange();
-    const MembershipInfo current = RequireJoined(change.Current(), kStatusNotJoined);
-    const auto deleted = directory.DeleteComputer(current.domain.dnsName, current.accountName, *credentials);
-    try {
-        change.Forget();
-        change.Commit();
-    } catch (...) {
-        // Bring the account back: the host is still joined.
-        Compensate([&] {
-            if (deleted) {
-                directory.UndoDelete(*deleted);
-            }
-        });
-        throw;
-    }
+        const MembershipInfo current = RequireJoined(change.Current(), kStatusNotJoined);
+        const auto deleted = directory.DeleteComputer(current.domain.dnsName, current.accountName, *credentials);
+        try {
+            change.Forget();
+            change.Commit();
+        } catch (...) {
+            // Bring the account back: the host is still joined.
+            Compensate([&] {
+                if (deleted) {
+                    directory.UndoDelete(*deleted);
+                }
+            });
+            throw;
+        }
+    });
+    Publish();
 }
 
 DomainInfo Host::ActiveDomain() const {

@@ -11,6 +11,9 @@
 // objects, in one process or many, may have the same file open; each call sees every change committed before it.
 // A process that forks must not use a file in the child that an object of the parent has open (SQLite's rule).
 //
+// A user who is added to the file that the host itself uses, or removed from it, is published: /var/lib/nimbrel/
+// embedded-accounts tells the names and numbers of the joined domain's users to programs that may not read the directory.
+//
 // Errors: `DirectoryError` with the status named at each call; 1359 for a damaged, full, foreign or busy file, 5 for
 // one that may not be used, 1355 for an unknown domain. A call that throws has changed nothing.
 //

@@ -1,6 +1,8 @@
 // What a provider does for one host, over the two files: joining, leaving and answering questions. The C table of the
 // plug-in is a thin coat over this class.
 //
+// A join and a leave of the host itself also publish who can log in, for programs that may not read the two files.
+//
 // Files are opened for each call and closed after it, so that a change made by another process counts at once, and
 // nothing is left to destroy when the process exits.
 //
@@ -76,6 +78,8 @@ class Host {
     bool StillRehearsed(std::int64_t ticket) const;
 
  private:
+    void Publish() const noexcept;
+
     std::string _directoryPath;
     std::string _membershipPath;
     OpenMode _mode;
