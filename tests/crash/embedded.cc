@@ -79,9 +79,9 @@ Operation OnTheHost(const char* name, std::function<void()> prepare, std::functi
     operation.run = std::move(run);
     operation.read = ReadHost;
     operation.isDocumented = IsOneOf<DirectoryError>;
-    operation.powerStride = 3;
+    operation.powerStride = 5;
     operation.failureStride = 11;
-    operation.allocationStride = 10;
+    operation.allocationStride = 20;
     return operation;
 }
 
