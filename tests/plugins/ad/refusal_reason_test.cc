@@ -15,7 +15,8 @@ class Reasons : public JoiningHost {
 
     // The join's status where the door answers so.
     std::uint32_t JoinWith(const Result& answer, const char* user = "admin1") {
-        TlsDoor door(testing::MakeCertificate(_certified, &_authority), answer);
+        const testing::Extensions names = {{"subjectAltName", _certified}};
+        TlsDoor door(testing::MakeCertificate("dc1", &_authority, -3600, 86400, names), answer);
         settings.ldapsPort = door.Port();
         const std::uint32_t status = Join("", "Secret-1", user);
         _asked = door.LastName();
@@ -27,7 +28,7 @@ class Reasons : public JoiningHost {
     }
 
     const testing::Certificate _authority = testing::MakeCertificate("Corp CA");
-    std::string _certified = "corp.test";
+    std::string _certified = "DNS:corp.test";
     std::string _asked;
 };
 
@@ -82,18 +83,37 @@ TEST_F(Reasons, ControllerThatDoesNotProveItselfGetsNoPassword) {
 // The firm's authority signs for many hosts, and an answer that nobody has proved chooses among them.
 TEST_F(Reasons, HostThatTheAnswerNamesGetsNoPassword) {
     TrustAuthority(_authority.pem);
-    for (const char* name : {"dc1.corp.test", "www.corp.test", "corp.test.example", "127.0.0.1"}) {
+    for (const char* name : {"DNS:dc1.corp.test", "DNS:www.corp.test", "DNS:corp.test.example", "IP:127.0.0.1",
+                             "DNS:*.test", "DNS:*.corp.test", "email:admin@corp.test"}) {
         _certified = name;
         EXPECT_EQ(JoinWith({49, "80090308: LdapErr: data 775, v4563"}), kStatusAccountDisabled) << name;
         EXPECT_EQ(_asked, "") << name;
     }
 }
 
+TEST_F(Reasons, NameIsOneOfTheAlternativeOnesAndInAnyCase) {
+    TrustAuthority(_authority.pem);
+    _certified = "DNS:dc1.corp.test,DNS:CORP.Test,DNS:CORP";
+    EXPECT_EQ(JoinWith({49, "80090308: LdapErr: data 775, v4563"}), kStatusAccountLocked);
+}
+
+TEST_F(Reasons, CommonNameIsNoProof) {
+    TrustAuthority(_authority.pem);
+    TlsDoor door(testing::MakeCertificate("corp.test", &_authority), {49, "80090308: LdapErr: data 775, v4563"});
+    settings.ldapsPort = door.Port();
+    EXPECT_EQ(Join(), kStatusAccountDisabled);
+    EXPECT_EQ(door.LastName(), "");
+}
+
 TEST_F(Reasons, HostThatTheAdministratorNamesGetsIt) {
     TrustAuthority(_authority.pem);
-    _certified = "dc1.corp.test";
+    _certified = "DNS:dc1.corp.test";
     TheHost().SetPreferredControllers({"dc1.corp.test"});
     EXPECT_EQ(JoinWith({49, "80090308: LdapErr: data 775, v4563"}), kStatusAccountLocked);
+    _certified = "DNS:*.corp.test";
+    EXPECT_EQ(JoinWith({49, "80090308: LdapErr: data 775, v4563"}), kStatusAccountDisabled) << "any host may have that";
+    EXPECT_EQ(_asked, "");
+    _certified = "DNS:dc1.corp.test";
     TheHost().SetPreferredControllers({"127.0.0.1"});
     EXPECT_EQ(JoinWith({49, "80090308: LdapErr: data 775, v4563"}), kStatusAccountDisabled) << "that is no name";
 }

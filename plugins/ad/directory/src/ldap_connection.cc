@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 
+#include "certificate.h"
 #include "ldap_transport.h"
 #include "pluginkit/secret.h"
 #include "sealed_channel.h"
@@ -116,6 +117,15 @@ int Scope(LdapScope scope) {
     }
 }
 
+// libldap has looked who signed the certificate, and whether it might be the host's; its wildcards and common names are
+// not enough here.
+bool IsPeer(LDAP* handle, const std::string& host) {
+    berval certificate = {};
+    ldap_get_option(handle, LDAP_OPT_X_TLS_PEERCERT, &certificate);
+    const Memory guard(certificate.bv_val);
+    return IsCertificateOf({certificate.bv_val, certificate.bv_len}, host);
+}
+
 LdapEntry ReadEntry(LDAP* handle, LDAPMessage* message) {
     LdapEntry entry;
     if (const Memory name{ldap_get_dn(handle, message)}) {
@@ -206,7 +216,7 @@ std::vector<std::string> LdapEntry::Values(const std::string& name) const {
 class LdapConnection::Impl {
  public:
     Impl(kit::Descriptor socket, const std::string& host, const Deadline& deadline)
-        : _transport(std::move(socket), deadline) {
+        : _host(host), _transport(std::move(socket), deadline) {
         const std::string url = "ldap://" + (host.empty() ? "controller" : host);
         LDAP* handle = nullptr;
         if (ldap_init_fd(_transport.Socket(), LDAP_PROTO_EXT, url.c_str(), &handle) != LDAP_SUCCESS) {
@@ -221,6 +231,7 @@ class LdapConnection::Impl {
     Impl& operator=(const Impl&) = delete;
 
     LDAP* Handle() const { return _handle.get(); }
+    const std::string& Host() const { return _host; }
     void SetStepLimit(std::chrono::milliseconds limit) { _stepLimit = limit; }
     void SetMaximumAnswer(ber_len_t bytes) {
         _maximumAnswer = bytes;
@@ -312,6 +323,7 @@ class LdapConnection::Impl {
         void operator()(LDAP* handle) const { ldap_destroy(handle); }
     };
 
+    const std::string _host;
     LdapTransport _transport;  // outlives the handle, which reads and writes through it
     std::unique_ptr<LDAP, Destroy> _handle;
     std::chrono::milliseconds _stepLimit = std::chrono::hours(1);
@@ -361,6 +373,9 @@ void LdapConnection::StartTls(const std::string& authorityFile) {
                  "use '" + authorityFile + "'");
     _impl->Check(ldap_set_option(handle, LDAP_OPT_X_TLS_NEWCTX, &client), "use '" + authorityFile + "'");
     _impl->Check(ldap_install_tls(handle), "start TLS");
+    if (!IsPeer(handle, _impl->Host())) {
+        _impl->Check(LDAP_CONNECT_ERROR, "start TLS", "the certificate does not name '" + _impl->Host() + "'");
+    }
 }
 
 void LdapConnection::BindSimple(const std::string& name, const char* password) {

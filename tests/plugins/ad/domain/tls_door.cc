@@ -77,7 +77,9 @@ void TlsDoor::Converse(int socket) {
     std::string_view rest = message;
     rest = TakeElement(rest).content;
     const std::int64_t id = TakeElement(rest).Number();
-    rest = TakeElement(rest).content;
+    const Element operation = TakeElement(rest);
+    if (operation.tag != 0x60) return;  // a farewell instead of a log-in
+    rest = operation.content;
     TakeElement(rest);  // the version
     {
         const std::lock_guard guard(_lock);
