@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "files.h"
 #include "joining_host.h"
 #include "keytab.h"
 #include "log_lines.h"
@@ -83,22 +84,54 @@ TEST_F(Queries, ControllerWritesNoLinesOfItsOwnIntoTheLog) {
     EXPECT_LT(lines.front().size(), 500U);
 }
 
-TEST_F(Queries, MachineAccountIsFoundWhereItWasMovedTo) {
-    corp.entries.Move(kAccount, "CN=NODE01,OU=Hosts,DC=corp,DC=test");
-    EXPECT_EQ(TheHost().MachineAccountDN(), "CN=NODE01,OU=Hosts,DC=corp,DC=test");
+TEST_F(Queries, MachineAccountIsWhereTheTrustStateHasFoundIt) {
+    const auto moved = "CN=NODE01,OU=Hosts,DC=corp,DC=test";
+    corp.entries.Move(kAccount, moved);
+    EXPECT_EQ(TheHost().MachineAccountDN(), kAccount);
+    EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+    EXPECT_EQ(TheHost().MachineAccountDN(), moved);
+    EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+    EXPECT_EQ(ModeOf(settings.membership), 0600U);
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_FALSE(Account());
 }
 
-TEST_F(Queries, MachineAccountThatTheDomainDoesNotTellIsWhereItWasAtTheJoin) {
+// A configuration is asked for with all that this host knows by itself, above all while the domain is away.
+TEST_F(Queries, MachineAccountIsNamedWithoutTheDomain) {
+    settings.membership = Folder() + "/./membership";  // a session of its own
+    Behave("ping", Behaviour::KeepsQuiet);
+    const auto requests = corp.controller.Requests().size();
+    TakeLogLines();
+    EXPECT_EQ(TheHost().MachineAccountDN(), kAccount);
+    EXPECT_EQ(corp.controller.Requests().size(), requests);
+    EXPECT_THAT(TakeLogLines(), IsEmpty());
+}
+
+TEST_F(Queries, TrustStateIsGoodWhereverTheAccountCannotBeFoundOrNoted) {
+    auto newSession = [this, folder = Folder() + "/"]() mutable {
+        settings.membership = (folder += "./") + "membership";
+    };
+    corp.entries.Move(kAccount, "CN=NODE01,OU=Hosts,DC=corp,DC=test");
+    settings.controllerBudget = std::chrono::milliseconds(300);
+    for (const auto& behaviour : {Behaviour::KeepsQuiet, Behaviour::HangsUp}) {
+        newSession();
+        corp.controller.SetBehave([this, behaviour](const std::string&, const std::string& name) {
+            return name == corp.base ? behaviour : Behaviour::Answers;
+        });
+        EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+    }
+    corp.controller.SetBehave({});
+    newSession();
     corp.controller.SetRefuse([this](const std::string&, const std::string& name) {
         return name == corp.base ? std::optional(Result{kInsufficientAccess}) : std::nullopt;
     });
-    TakeLogLines();
-    EXPECT_EQ(TheHost().MachineAccountDN(), kAccount);
-    EXPECT_THAT(TakeLogLines(), ElementsAre(StartsWith("ad: status 5: ")));
+    EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
     corp.controller.SetRefuse({});
-    corp.keys.Refuse("NODE01$", KRB5KDC_ERR_PREAUTH_FAILED);
-    EXPECT_EQ(TheHost().MachineAccountDN(), kAccount);
-    corp.entries.Delete(kAccount, false);
+    newSession();
+    {
+        const FileLock another(settings.membership + ".lock", Deadline::After(std::chrono::seconds(1)));
+        EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+    }
     EXPECT_EQ(TheHost().MachineAccountDN(), kAccount);
 }
 

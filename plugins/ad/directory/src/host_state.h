@@ -30,7 +30,7 @@ struct Membership {
     std::string netbiosName;        // upper case
     std::string sid;                // the domain's
     std::string computer;           // "NODE01"
-    std::string distinguishedName;  // as it was at the join
+    std::string distinguishedName;  // as it was when the domain last told it
     std::string accountSid = {};    // the account's, by which a leave knows it; empty where that is not known
 };
 

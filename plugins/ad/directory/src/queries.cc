@@ -43,12 +43,31 @@ std::vector<Trust> AskTrusts(const Settings& settings, const HostState& state) {
                             [](Session& session) { return ReadTrusts(session.Ldap(), session.At()); });
 }
 
-// An administrator may have moved the account since the join.
-std::string AskMachineAccountDN(const Settings& settings, const HostState& state) {
-    return OnMachineSession(settings, state, Deadline::After(settings.queryBudget), [&](Session& session) {
-        const auto account = ComputerAccounts(session.Ldap(), session.At()).Find(state.membership->computer);
-        return account ? account->distinguishedName : state.membership->distinguishedName;
-    });
+// Where the account stands is asked for without the network, and an administrator may have moved it since the join: a
+// session that is open anyway looks. Nothing waits for that; who cannot note it now does so another time.
+void NoteAccountName(const Settings& settings, const HostState& state, Session& session, const Deadline& deadline) {
+    session.SetDeadline(deadline.OrAfter(settings.controllerBudget));
+    const auto account = ComputerAccounts(session.Ldap(), session.At()).Find(state.membership->computer);
+    if (!account || account->distinguishedName == state.membership->distinguishedName) {
+        return;
+    }
+    const MembershipLock lock(settings, Deadline::After(std::chrono::milliseconds(0)));
+    HostState now = HostState::Load(settings.membership);
+    if (now.membership && now.Format() == state.Format()) {
+        now.membership->distinguishedName = account->distinguishedName;
+        now.Save(settings.membership);
+    }
+}
+
+// False for a session that has fallen silent meanwhile.
+bool IsStillGoodAfterNoting(const Settings& settings, const HostState& state, Session& session,
+                            const Deadline& deadline) {
+    try {
+        NoteAccountName(settings, state, session, deadline);
+        return true;
+    } catch (const AdError& error) {
+        return error.Status() != kStatusNoSuchDomain;
+    }
 }
 
 const Trust* FindTrust(const std::vector<Trust>& trusts, const std::string& domain) {
@@ -207,16 +226,8 @@ DomainNames Host::ActiveDomain() const {
 }
 
 std::string Host::MachineAccountDN() const {
-    const HostState state = HostState::Load(_settings.membership);
-    if (!state.membership) {
-        return "";
-    }
-    try {
-        return AskMachineAccountDN(_settings, state);
-    } catch (const AdError& error) {
-        LogReason(error);
-        return state.membership->distinguishedName;  // the best that is known
-    }
+    const auto membership = HostState::Load(_settings.membership).membership;
+    return membership ? membership->distinguishedName : "";
 }
 
 std::vector<std::string> Host::PreferredControllers() const {
@@ -261,7 +272,11 @@ std::int32_t Host::TrustState() const {
         const std::string key = SessionKey(_settings, state);
         PooledSession session = TakeSession(key);
         if (!session.session || !session.IsYoungerThan(kTrustStateAge)) {
-            session = LogOnMachine(_settings, state, Deadline::After(_settings.queryBudget));
+            const Deadline deadline = Deadline::After(_settings.queryBudget);
+            session = LogOnMachine(_settings, state, deadline);
+            if (!IsStillGoodAfterNoting(_settings, state, *session.session, deadline)) {
+                return kTrustStateHealthy;  // it was a moment ago
+            }
         }
         GiveBackSession(key, std::move(session));
         return kTrustStateHealthy;
