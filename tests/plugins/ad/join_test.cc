@@ -514,6 +514,20 @@ TEST_F(MachineJoins, ChangeThatWasNeverMadeIsNotTakenBack) {
     EXPECT_EQ(JoinAsMachine(), 0U);
 }
 
+TEST_F(MachineJoins, ChangeThatWasNeverMadeIsNotTakenBackWhenTheKeyCentreWasBusy) {
+    corp.controller.SetBehave([this, changes = 0](const std::string& operation, const std::string&) mutable {
+        if (operation != "modify" || ++changes > 1) return Behaviour::Answers;
+        corp.controller.hangUpsOfKerberos = 4;  // as often as one answer is asked for
+        return Behaviour::Vanishes;
+    });
+    TakeLogLines();
+    EXPECT_EQ(JoinAsMachine(), kStatusNoSuchDomain);
+    EXPECT_EQ(corp.controller.hangUpsOfKerberos, 0);
+    EXPECT_THAT(TakeLogLines(), ::testing::IsEmpty());
+    EXPECT_EQ(StatusOf([&] { TheHost().Part(std::nullopt); }), kStatusNotJoined) << "nothing is left of it";
+    EXPECT_EQ(JoinAsMachine(), 0U);
+}
+
 TEST_F(MachineJoins, FailedJoinMakesTheSecretGoodAgain) {
     logIns.refuses = true;
     EXPECT_EQ(JoinAsMachine(), kStatusAccessDenied);

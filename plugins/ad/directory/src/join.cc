@@ -281,10 +281,10 @@ class JoinTransaction {
         }
     }
 
-    // Passes the error on unless the controller may answer yet.
+    // Called while the error is handled: passes it on, as what it is, unless the controller may answer yet.
     static void RequireAnotherTry(const AdError& error, const Deadline& deadline) {
         if (error.Status() != kStatusNoSuchDomain || deadline.HasPassed()) {
-            throw AdError(error);
+            throw;
         }
     }
 
