@@ -194,6 +194,21 @@ TEST_F(Joins, RefusedCreationLeavesNothing) {
     }
 }
 
+TEST_F(Joins, RefusedCreationNeedsNoProofOfWhoseAccountItIs) {
+    std::optional<int> before;
+    corp.controller.SetRefuse([&](const std::string& operation, const std::string&) {
+        if (operation != "add") return std::optional<Result>();
+        before = corp.keys.requests;
+        corp.controller.hangUpsOfKerberos = 1'000'000;
+        return std::optional(Result{kInsufficientAccess});
+    });
+    TakeLogLines();
+    EXPECT_EQ(Join(), kStatusAccessDenied);
+    EXPECT_EQ(corp.keys.requests, before);
+    EXPECT_EQ(corp.controller.hangUpsOfKerberos, 1'000'000);
+    EXPECT_THAT(TakeLogLines(), ::testing::IsEmpty());
+}
+
 TEST_F(Joins, RefusalKeepsTheControllersWords) {
     Refuse("add", {53, "00002077: SvcErr: problem 5003 (WILL_NOT_PERFORM)"});
     EXPECT_EQ(JoinText(),

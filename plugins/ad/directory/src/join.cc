@@ -234,6 +234,9 @@ class JoinTransaction {
 
     // Whose creation got no answer is this join's if its secret is: nobody else knows that.
     void TakeBackAccount() {
+        if (_account.distinguishedName.empty()) {
+            return;
+        }
         TakeBack([this](ComputerAccounts& domain) {
             if (!_account.mayBeOthers || IsGoodSecret()) {
                 domain.Undo(_account);
