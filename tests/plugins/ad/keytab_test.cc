@@ -194,6 +194,21 @@ TEST_F(Keytab, LastRealmTakesTheFileWithIt) {
     EXPECT_EQ(FileCount(Folder()), 0U);
 }
 
+TEST_F(Keytab, KeysOfAnotherKeytabAreRemovedAtEveryVersionAndNoOthers) {
+    Write({"WEB", "corp.test", 1});
+    const std::string before = ReadFile(File());
+    WriteMachineKeytab(Path("other"), {"NODE01", "corp.test", 1},
+                       KeysOfSecret("NODE01", "corp.test", kit::Secret("secret")));
+    Write({"NODE01", "corp.test", 7});
+    RemoveKeysFromKeytab(File(), ReadFile(Path("other")));
+    EXPECT_EQ(ReadFile(File()), before);
+    Write({"NODE01", "corp.test", 1}, "another secret");
+    const std::string another = ReadFile(File());
+    RemoveKeysFromKeytab(File(), ReadFile(Path("other")));
+    EXPECT_EQ(ReadFile(File()), another);
+    EXPECT_EQ(StatusOf([&] { RemoveKeysFromKeytab(File(), "damaged"); }), kStatusInternalError);
+}
+
 TEST_F(Keytab, RealmOfASimilarNameStays) {
     Write({"NODE01", "xcorp.test", 1});
     const std::string before = ReadFile(File());

@@ -156,6 +156,23 @@ TEST_F(UnfinishedJoins, FailedJoinAfterwardsLeavesTheHostCleanAndTheKeysForTheNe
     ExpectJoined();
 }
 
+// The keys of this host that are in the keytab may be another tool's, and good.
+TEST_F(UnfinishedJoins, KeysThatTheJoinHasNotWrittenStay) {
+    Prepare();
+    {
+        KeytabChange another(settings.keytab);
+        another.SetKeys({"NODE01", "corp.test", 5}, kit::Secret("another tool's"));
+        another.Commit();
+    }
+    const std::string before = ReadFile(settings.keytab);
+    const auto isFirstChange = [this] { return UnfinishedJoin(settings).Find().has_value(); };
+    for (int request = 1; !isFirstChange(); ++request) {
+        ASSERT_TRUE(KilledAt(request, Behaviour::Vanishes, [this] { return Join(); }));
+    }
+    EXPECT_EQ(Join("", "wrong"), kStatusLogonFailure);
+    EXPECT_EQ(ReadFile(settings.keytab), before);
+}
+
 // The one-time secret cannot be made good again: the keys are all that opens the account.
 TEST_F(UnfinishedJoins, KeysStayWhereTheSecretCannotBeTakenBack) {
     Prepare();

@@ -88,10 +88,10 @@ class JoinTransaction {
         if (!left) {
             return;
         }
-        _mayGoOn = left->computer == _computer && left->domain == _domain;
+        _mayGoOn = left->account.computer == _computer && left->account.domain == _domain;
         _logInsEnabled = true;
         _undo.Add("the settings of domain log-ins", [this] { DisableLogIns(); });
-        RemoveAccountFromKeytab(_settings.keytab, left->computer, left->domain);
+        RemoveKeysFromKeytab(_settings.keytab, left->keytab.View());
     }
 
     // From now on the domain is changed.

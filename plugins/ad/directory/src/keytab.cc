@@ -107,10 +107,11 @@ struct EntryPrincipal {
     std::string name;
     std::uint32_t parts = 0;
     std::string realm;
+
+    bool operator==(const EntryPrincipal&) const = default;
 };
 
-EntryPrincipal PrincipalOfEntry(std::string_view entry) {
-    KeytabReader reader(entry);
+EntryPrincipal TakePrincipal(KeytabReader& reader) {
     EntryPrincipal principal;
     principal.parts = reader.Number(2);
     principal.realm = reader.Text();
@@ -119,6 +120,27 @@ EntryPrincipal PrincipalOfEntry(std::string_view entry) {
         principal.name += reader.Text();
     }
     return principal;
+}
+
+// The principal and its key, at whatever version and whenever it was written.
+struct EntryKey {
+    EntryPrincipal principal;
+    std::uint32_t encryption = 0;
+    std::string_view bytes;
+
+    bool operator==(const EntryKey&) const = default;
+};
+
+// Of an entry as it stands in the file.
+EntryKey KeyOfEntry(std::string_view entry) {
+    KeytabReader reader(entry);
+    EntryKey key;
+    reader.Bytes(4);  // the length
+    key.principal = TakePrincipal(reader);
+    reader.Bytes(4 + 4 + 1);  // the name's type, the time, the version
+    key.encryption = reader.Number(2);
+    key.bytes = reader.Text();
+    return key;
 }
 
 // Whether it is one of ours: "host/node01.corp.test@CORP.TEST".
@@ -145,7 +167,8 @@ void ForEachEntry(std::string_view file,
         const auto size = static_cast<std::size_t>(std::abs(std::int64_t{length}));
         const auto entry = reader.Bytes(size);
         if (length > 0) {
-            take(from.substr(0, 4 + size), PrincipalOfEntry(entry));
+            KeytabReader content(entry);
+            take(from.substr(0, 4 + size), TakePrincipal(content));
         } else if (length == 0) {
             return;
         }
@@ -208,12 +231,14 @@ void AddKeys(const std::string& name, const KeytabAccount& account, const Machin
     }
 }
 
-void RemoveEntries(const std::string& path, const std::function<bool(const EntryPrincipal& principal)>& isGoing) {
+using IsGoing = std::function<bool(std::string_view entry, const EntryPrincipal& principal)>;
+
+void RemoveEntries(const std::string& path, const IsGoing& isGoing) {
     const auto before = ReadWholeFile(path);
     bool isAnyGoing = false;
     bool isAnyStaying = false;
-    ForEachEntry(Contents(before), [&](std::string_view, const EntryPrincipal& principal) {
-        (isGoing(principal) ? isAnyGoing : isAnyStaying) = true;
+    ForEachEntry(Contents(before), [&](std::string_view entry, const EntryPrincipal& principal) {
+        (isGoing(entry, principal) ? isAnyGoing : isAnyStaying) = true;
     });
     if (isAnyGoing && !isAnyStaying) {
         RemoveFile(path);
@@ -223,7 +248,11 @@ void RemoveEntries(const std::string& path, const std::function<bool(const Entry
     }
     FileReplacement replacement(path);
     replacement.Write(kEmptyKeytab);
-    WriteEntries(replacement, Contents(before), [&](const auto& principal) { return !isGoing(principal); });
+    ForEachEntry(Contents(before), [&](std::string_view entry, const EntryPrincipal& principal) {
+        if (!isGoing(entry, principal)) {
+            replacement.Write(entry);
+        }
+    });
     replacement.Commit();
 }
 
@@ -347,12 +376,17 @@ std::optional<KeytabAccount> MachineAccountIn(std::string_view keytab) {
 }
 
 void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
-    RemoveEntries(path, [&](const auto& principal) { return principal.realm == realm; });
+    RemoveEntries(path, [&](std::string_view, const auto& principal) { return principal.realm == realm; });
 }
 
-void RemoveAccountFromKeytab(const std::string& path, const std::string& computer, const std::string& domain) {
-    const auto principals = KeytabPrincipals(computer, domain);
-    RemoveEntries(path, [&](const auto& principal) { return IsOneOf(principals, principal); });
+void RemoveKeysFromKeytab(const std::string& path, std::string_view other) {
+    std::vector<EntryKey> keys;
+    ForEachEntry(other, [&](std::string_view entry, const auto&) { keys.push_back(KeyOfEntry(entry)); });
+    const auto isOneOfThem = [&](std::string_view entry, const EntryPrincipal& principal) {
+        return std::any_of(keys.begin(), keys.end(),
+                           [&](const EntryKey& key) { return key.principal == principal && key == KeyOfEntry(entry); });
+    };
+    RemoveEntries(path, isOneOfThem);
 }
 
 }  // namespace nimbrel::ad

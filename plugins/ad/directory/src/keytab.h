@@ -82,8 +82,9 @@ class KeytabChange {
 // Takes every entry of the realm away, at all key versions; the file goes with the last entry. Does nothing to a keytab
 // without any.
 void RemoveRealmFromKeytab(const std::string& path, const std::string& realm);
-// The same for the account's principals alone.
-void RemoveAccountFromKeytab(const std::string& path, const std::string& computer, const std::string& domain);
+// The same for the keys that the other keytab holds as well, given as its bytes: of the same principals, whatever the
+// version. Another tool's keys of these principals stay.
+void RemoveKeysFromKeytab(const std::string& path, std::string_view other);
 
 }  // namespace nimbrel::ad
 

@@ -33,11 +33,12 @@ Leaving WhatToLeave(const Settings& settings) {
         return {*state.membership, state.preferredControllers, "FILE:" + settings.keytab};
     }
     const UnfinishedJoin unfinished(settings);
-    const auto account = unfinished.Find();
-    if (!account) {
+    const auto left = unfinished.Find();
+    if (!left) {
         throw AdError(kStatusNotJoined, "This host is not joined to a domain");
     }
-    return {{account->domain, "", "", account->computer, ""}, state.preferredControllers, unfinished.Keytab()};
+    return {
+        {left->account.domain, "", "", left->account.computer, ""}, state.preferredControllers, unfinished.Keytab()};
 }
 
 // Why the account that bears this host's name is not this host's; empty if it is. Another host of the name has made an

@@ -1,13 +1,15 @@
 #include "unfinished_join.h"
 
+#include <utility>
+
 #include "addirectory/ad_error.h"
 #include "files.h"
 #include "pluginkit/folders.h"
 
 namespace nimbrel::ad {
 
-std::optional<KeytabAccount> UnfinishedJoin::Find() const {
-    const auto keytab = ReadTrustedFile(_path);
+std::optional<UnfinishedJoin::Left> UnfinishedJoin::Find() const {
+    auto keytab = ReadTrustedFile(_path);
     if (!keytab) {
         return std::nullopt;
     }
@@ -15,7 +17,7 @@ std::optional<KeytabAccount> UnfinishedJoin::Find() const {
     if (!account) {
         throw AdError(kStatusInternalError, "The record of an unfinished join, '" + _path + "', is damaged");
     }
-    return account;
+    return Left{std::move(*account), std::move(*keytab)};
 }
 
 void UnfinishedJoin::Record(const KeytabAccount& account, const MachineKeys& keys) const {

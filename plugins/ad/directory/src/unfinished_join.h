@@ -2,7 +2,7 @@
 // beside the membership (/var/lib/nimbrel/ad/membership.joining, mode 0600), with the keys that the domain may hold by
 // then. It goes when the join has ended; one that is found by another call is of a join that was cut short.
 //
-//     if (const auto account = UnfinishedJoin(settings).Find()) ...    // "NODE01" of "corp.test"
+//     if (const auto left = UnfinishedJoin(settings).Find()) ...    // left->account: "NODE01" of "corp.test"
 //
 // The next join takes away what that one has left on the host. One with the same machine account goes on with the keys if
 // the one-time secret is used up; the account would be lost otherwise. A leave takes everything away.
@@ -25,8 +25,12 @@ class UnfinishedJoin {
  public:
     explicit UnfinishedJoin(const Settings& settings) : _path(settings.membership + ".joining") {}
 
+    struct Left {
+        KeytabAccount account;
+        kit::Secret keytab;  // the file's bytes
+    };
     // Unset if there is none.
-    std::optional<KeytabAccount> Find() const;
+    std::optional<Left> Find() const;
     // Replaces what is there. Durable when it returns.
     void Record(const KeytabAccount& account, const MachineKeys& keys) const;
     void Forget() const;
