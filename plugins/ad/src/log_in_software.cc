@@ -30,6 +30,10 @@ void DomainLogInSoftware::Disable() {
     Outside([&] { _logIns.Disable(); });
 }
 
+void DomainLogInSoftware::DisableDomain() {
+    Outside([&] { _logIns.DisableDomain(); });
+}
+
 void DomainLogInSoftware::SetPreferredControllers(const std::vector<std::string>& controllers) {
     Outside([&] { _logIns.SetPreferredControllers(controllers); });
 }

@@ -20,6 +20,7 @@ class DomainLogInSoftware : public LogInSoftware {
 
     void Enable(const JoinedDomain& domain) override;
     void Disable() override;
+    void DisableDomain() override;
     void SetPreferredControllers(const std::vector<std::string>& controllers) override;
     void SetSmartCardServices(const std::vector<std::string>& services) override;
     std::vector<std::string> SmartCardServices() const override;

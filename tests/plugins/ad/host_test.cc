@@ -24,6 +24,7 @@ class RecordingLogIns : public LogInSoftware {
             throw AdError(kStatusAccessDenied, "refused");
         }
     }
+    void DisableDomain() override { calls.emplace_back("disable domain"); }
     void SetPreferredControllers(const std::vector<std::string>& controllers) override {
         if (refuses) {
             throw AdError(kStatusAccessDenied, "refused");

@@ -258,6 +258,14 @@ TEST_F(Joins, LogInsThatRefuseEndTheJoin) {
     EXPECT_FALSE(HasTraces());
 }
 
+TEST_F(Joins, FailedJoinKeepsTheSmartCardServicesThatWereSetBefore) {
+    TheHost().SetSmartCardServices({"sshd"});
+    logIns.onEnable = [this] { std::filesystem::create_directories(settings.membership + ".new/in the way"); };
+    EXPECT_NE(Join(), 0U);
+    EXPECT_FALSE(HasTraces());
+    EXPECT_THAT(TheHost().SmartCardServices(), ElementsAre("sshd"));
+}
+
 TEST_F(Joins, FailedJoinRestoresTheKeytabWithItsMode) {
     {
         KeytabChange web(settings.keytab);

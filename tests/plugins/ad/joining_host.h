@@ -22,12 +22,17 @@ class NotingLogIns : public LogInSoftware {
         if (onEnable) onEnable();
         enabled = domain;
     }
-    void Disable() override { enabled.reset(); }
+    void Disable() override {
+        enabled.reset();
+        services.clear();
+    }
+    void DisableDomain() override { enabled.reset(); }
     void SetPreferredControllers(const std::vector<std::string>&) override {}
-    void SetSmartCardServices(const std::vector<std::string>&) override {}
-    std::vector<std::string> SmartCardServices() const override { return {}; }
+    void SetSmartCardServices(const std::vector<std::string>& names) override { services = names; }
+    std::vector<std::string> SmartCardServices() const override { return services; }
 
     std::optional<JoinedDomain> enabled;
+    std::vector<std::string> services;
     bool refuses = false;
     std::function<void()> onEnable;
 };

@@ -145,8 +145,10 @@ TEST_F(UnfinishedJoins, FailedJoinAfterwardsLeavesTheHostCleanAndTheKeysForTheNe
     Prepare();
     ASSERT_TRUE(KilledAt(kAtTheLogIns, Behaviour::Answers, [this] { return JoinAsMachine(); }));
     logIns.enabled.emplace();
+    logIns.services = {"sshd"};
     EXPECT_EQ(Join("", "wrong"), kStatusLogonFailure);
     EXPECT_FALSE(logIns.enabled);
+    EXPECT_THAT(logIns.services, ::testing::ElementsAre("sshd")) << "set for the next join";
     EXPECT_EQ(ReadFile(settings.keytab), _keytab);
     logIns.refuses = true;
     EXPECT_EQ(JoinAsMachine(), kStatusAccessDenied);

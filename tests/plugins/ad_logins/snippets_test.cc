@@ -219,6 +219,29 @@ TEST_F(SnippetsTest, DisableLeavesNothing) {
     EXPECT_EQ(Everything(), before);
 }
 
+TEST_F(SnippetsTest, DisabledDomainLeavesWhatWasSetBeforeIt) {
+    logIns.DisableDomain();
+    logIns.SetPreferredControllers({"dc2.corp.test"});
+    logIns.SetSmartCardServices({});
+    const auto before = Everything();
+    logIns.DisableDomain();
+    EXPECT_EQ(Everything(), before);
+    logIns.Enable(Corp());
+    logIns.DisableDomain();
+    EXPECT_EQ(Everything(), before);
+    logIns.Enable(Corp());
+    EXPECT_THAT(NamesIn("/etc/sssd/conf.d"),
+                ElementsAre("50-nimauth-domain.conf", "55-nimauth-controllers.conf", "60-nimauth-smartcard.conf"));
+}
+
+TEST_F(SnippetsTest, DisabledDomainWithoutSettingsLeavesNothing) {
+    auto before = Everything();
+    logIns.Enable(Corp());
+    logIns.DisableDomain();
+    for (const char* const folder : {"/var", "/var/lib", "/var/lib/nimbrel"}) before[folder] = "755 folder";
+    EXPECT_EQ(Everything(), before);
+}
+
 TEST_F(SnippetsTest, DisableOnAFreshHostDoesNothing) {
     const auto before = Everything();
     logIns.Disable();

@@ -190,7 +190,7 @@ class JoinTransaction {
 
     void DisableLogIns() {
         if (_logInsEnabled) {
-            _logIns.Disable();
+            _logIns.DisableDomain();
             _logInsEnabled = false;
         }
     }

@@ -212,6 +212,35 @@ void Forget(const std::string& root, const Record& record, const std::vector<std
     if (failure) throw kit::StatusError(*failure);
 }
 
+// What was set and not joined: a next join needs it.
+Record SettingsIn(const Record& record) {
+    Record settings;
+    settings.controllers = record.controllers;
+    settings.smartCardServices = record.smartCardServices;
+    return settings;
+}
+
+std::optional<std::string> RecordText(const Record& record) {
+    const bool isEmpty = !record.domain && record.controllers.empty() && !record.smartCardServices;
+    return isEmpty ? std::nullopt : std::optional(FormatRecord(record));
+}
+
+// Takes the domain away; `whatStays` tells of a record what is left of it.
+template <typename WhatStays>
+void TakeAway(const std::string& root, WhatStays whatStays) {
+    if (!HasAnything(root)) return;
+    const Turn turn(root);
+    const Record record = ReadRecord(root);
+    const auto domains = ServedDomains(root, record);
+    const std::vector<std::string> files = {root + kDomainFile, root + kControllersFile, root + kSmartCardFile};
+    ChangeFiles({{files[0], std::nullopt}, {files[1], std::nullopt}, {files[2], std::nullopt}});
+    if (!domains.empty()) Forget(root, record, domains);
+    for (const auto& file : files) RemoveLeftovers(file);
+    RemoveEmptySssdFolders(root);
+    // Last, so that a leave that was cut short can be repeated.
+    ChangeFiles({{root + kRecordFile, RecordText(whatStays(record))}});
+}
+
 }  // namespace
 
 LogIns::LogIns(std::string root, LogInOptions options) : _root(std::move(root)), _options(std::move(options)) {}
@@ -229,18 +258,10 @@ void LogIns::Enable(const DomainLogIns& domain) {
 }
 
 void LogIns::Disable() {
-    if (!HasAnything(_root)) return;
-    const Turn turn(_root);
-    const Record record = ReadRecord(_root);
-    const auto domains = ServedDomains(_root, record);
-    const std::vector<std::string> files = {_root + kDomainFile, _root + kControllersFile, _root + kSmartCardFile};
-    ChangeFiles({{files[0], std::nullopt}, {files[1], std::nullopt}, {files[2], std::nullopt}});
-    if (!domains.empty()) Forget(_root, record, domains);
-    for (const auto& file : files) RemoveLeftovers(file);
-    RemoveEmptySssdFolders(_root);
-    // Last, so that a leave that was cut short can be repeated.
-    ChangeFiles({{_root + kRecordFile, std::nullopt}});
+    TakeAway(_root, [](const Record&) { return Record(); });
 }
+
+void LogIns::DisableDomain() { TakeAway(_root, SettingsIn); }
 
 void LogIns::SetPreferredControllers(const std::vector<std::string>& controllers) {
     CheckControllers(controllers);

@@ -27,6 +27,8 @@ class LogInSoftware {
     virtual void Enable(const JoinedDomain& domain) = 0;
     // Does nothing where nothing is enabled.
     virtual void Disable() = 0;
+    // Takes `Enable` back: what was set before a join is kept for the next one.
+    virtual void DisableDomain() = 0;
     virtual void SetPreferredControllers(const std::vector<std::string>& controllers) = 0;
     virtual void SetSmartCardServices(const std::vector<std::string>& services) = 0;
     virtual std::vector<std::string> SmartCardServices() const = 0;

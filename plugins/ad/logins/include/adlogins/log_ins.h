@@ -77,6 +77,8 @@ class LogIns {
     // directories stay. Cached data that cannot be removed is thrown once everything else is gone, and calling again
     // tries again.
     void Disable();
+    // The same but for what was set before a join, which is kept for the next one: takes a join back.
+    void DisableDomain();
 
     // Controllers that SSSD asks first, in this order, before those that DNS names. Empty clears the setting.
     void SetPreferredControllers(const std::vector<std::string>& controllers);
