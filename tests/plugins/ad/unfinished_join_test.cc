@@ -188,6 +188,45 @@ TEST_F(UnfinishedJoins, KeysStayWhereTheSecretCannotBeTakenBack) {
     ExpectJoined();
 }
 
+// Who fails to join has not opened the account, and is not to take the keys away that do.
+TEST_F(UnfinishedJoins, KeysOutliveAnotherJoinThatIsRefused) {
+    for (const char* computer : {"node01", "node02"}) {
+        Prepare();
+        ASSERT_TRUE(KilledAt(kAtTheLogIns, Behaviour::Answers, [this] { return JoinAsMachine(); }));
+        corp.controller.SetRefuse([](const std::string& operation, const std::string&) {
+            const bool isChange = operation == "modify" || operation == "add";
+            return isChange ? std::optional(Result{kInsufficientAccess}) : std::nullopt;
+        });
+        EXPECT_EQ(StatusOf([&] {
+                      TheHost().Join("corp.test", computer, "", {"admin1", "Secret-1"});
+                  }),
+                  kStatusAccessDenied);
+        corp.controller.SetRefuse({});
+        EXPECT_EQ(JoinAsMachine(), 0U) << computer;
+        ExpectJoined();
+        ForgetEverything();
+    }
+}
+
+TEST_F(UnfinishedJoins, KeysOfAnAccountThatIsResetMeanwhileAreGone) {
+    Prepare();
+    ASSERT_TRUE(KilledAt(kAtTheLogIns, Behaviour::Answers, [this] { return JoinAsMachine(); }));
+    logIns.refuses = true;
+    EXPECT_EQ(Join(), kStatusAccessDenied);
+    EXPECT_FALSE(UnfinishedJoin(settings).Find());
+}
+
+TEST_F(UnfinishedJoins, KeysThatTheDomainHasNeverTakenAreGoneWithTheNextJoin) {
+    Prepare();
+    int request = 1;
+    while (!UnfinishedJoin(settings).Find()) {
+        ASSERT_TRUE(KilledAt(request++, Behaviour::Vanishes, [this] { return JoinAsMachine(); }));
+    }
+    logIns.refuses = true;
+    EXPECT_EQ(JoinAsMachine(), kStatusAccessDenied);
+    EXPECT_FALSE(UnfinishedJoin(settings).Find());
+}
+
 TEST_F(UnfinishedJoins, RecordOfAFailedJoinIsGone) {
     Prepare();
     logIns.refuses = true;

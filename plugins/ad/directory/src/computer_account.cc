@@ -230,6 +230,7 @@ void ComputerAccounts::Create(const Survey& survey, const std::string& computer,
         throw;
     }
     account.mayBeOthers = false;
+    account.hasFreshSecret = true;
 }
 
 void ComputerAccounts::Reset(const LdapEntry& existing, const std::string& computer, const kit::Secret& secret,
@@ -266,6 +267,7 @@ void ComputerAccounts::Reset(const LdapEntry& existing, const std::string& compu
     }
     const kit::Secret password = PasswordValue(secret.View());
     _connection.Modify(existing.distinguishedName, {{LdapChangeKind::Replace, {"unicodePwd", {password.View()}}}});
+    account.hasFreshSecret = true;
 }
 
 void ComputerAccounts::ChangeSecret(const LdapEntry& account, const kit::Secret& old, const kit::Secret& fresh) {

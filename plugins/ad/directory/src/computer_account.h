@@ -22,6 +22,7 @@ struct ComputerAccount {
     std::string sid;                  // "S-1-5-21-...-1105"; empty where the domain does not tell it
     std::optional<LdapEntry> before;  // the account as it was; unset if the join made it
     bool mayBeOthers = false;         // its creation got no answer: another object may bear the name
+    bool hasFreshSecret = false;      // the former one, if any, is lost
     std::string note;                 // goes into a new account's adminDescription, if there is one
 };
 

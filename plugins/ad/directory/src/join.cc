@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -73,6 +74,7 @@ class JoinTransaction {
         if (_goesOn) {
             _keys = KeysInKeytab(_unfinished.Keytab(), _computer, _domain);
         } else {
+            _leftIsUseless = _mayGoOn;  // as the one-time secret is good
             Begin();
             ChangeSecret(accounts);
         }
@@ -84,26 +86,32 @@ class JoinTransaction {
  private:
     // What a join that was cut short has left on this host; its record stays until this one makes its own or succeeds.
     void TakeAwayUnfinished() {
-        const auto left = _unfinished.Find();
-        if (!left) {
+        _left = _unfinished.Find();
+        if (!_left) {
             return;
         }
-        _mayGoOn = left->account.computer == _computer && left->account.domain == _domain;
+        _mayGoOn = _left->account.computer == _computer && _left->account.domain == _domain;
         _logInsEnabled = true;
         _undo.Add("the settings of domain log-ins", [this] { DisableLogIns(); });
-        RemoveKeysFromKeytab(_settings.keytab, left->keytab.View());
+        RemoveKeysFromKeytab(_settings.keytab, _left->keytab.View());
     }
 
     // From now on the domain is changed.
     void Begin() {
         _keys = KeysOfSecret(_computer, _domain, _fresh);
-        // The keys stay where the domain may still hold them.
-        _undo.Add("the record of the join", [this] {
-            if (_secretState == SecretState::OneTime) {
-                _unfinished.Forget();
-            }
-        });
+        _undo.Add("the record of the join", [this] { TakeBackRecord(); });
         _unfinished.Record({_computer, _domain}, _keys);
+    }
+
+    // Keys stay where the domain may still hold them: this join's, else those of one that was cut short.
+    void TakeBackRecord() {
+        const bool isInForce = _secretState != SecretState::OneTime;
+        const bool isUseless = _leftIsUseless || (_mayGoOn && _account.hasFreshSecret);
+        if (!isInForce && _left && !isUseless) {
+            _unfinished.Restore(*_left);
+        } else if (!isInForce) {
+            _unfinished.Forget();
+        }
     }
 
     // A one-time secret that is used up may have been used by a join of this host that was cut short.
@@ -304,6 +312,7 @@ class JoinTransaction {
     const MembershipLock _lock;
     HostState _state;
     const UnfinishedJoin _unfinished;
+    std::optional<UnfinishedJoin::Left> _left;  // of a join that was cut short
     const kit::Secret _fresh;
     kit::Secret _oneTime;
     MachineKeys _keys;
@@ -314,7 +323,8 @@ class JoinTransaction {
     ComputerAccount _account;
     SecretState _secretState = SecretState::OneTime;
     bool _mayGoOn = false;  // this host's own join with this account was cut short
-    bool _goesOn = false;   // with the keys of that one
+    bool _leftIsUseless = false;
+    bool _goesOn = false;  // with the keys of that one
     bool _logInsEnabled = false;
     UndoList _undo;  // last, so that it runs while everything else is there
 };

@@ -25,6 +25,12 @@ void UnfinishedJoin::Record(const KeytabAccount& account, const MachineKeys& key
     WriteMachineKeytab(_path, account, keys);
 }
 
+void UnfinishedJoin::Restore(const Left& left) const {
+    FileReplacement replacement(_path);
+    replacement.Write(left.keytab.View());
+    replacement.Commit();
+}
+
 void UnfinishedJoin::Forget() const {
     RemoveFile(_path);
     RemoveLeftover(_path);

@@ -5,7 +5,8 @@
 //     if (const auto left = UnfinishedJoin(settings).Find()) ...    // left->account: "NODE01" of "corp.test"
 //
 // The next join takes away what that one has left on the host. One with the same machine account goes on with the keys if
-// the one-time secret is used up; the account would be lost otherwise. A leave takes everything away.
+// the one-time secret is used up; the account would be lost otherwise. For the same reason the file outlives any other
+// join that fails before it has given the account a secret of its own. A leave takes everything away.
 //
 // Threads: any; changes are made under the membership's lock. Errors: `AdError` with 1359 for a damaged file, 5 for one
 // that may not be used.
@@ -34,6 +35,8 @@ class UnfinishedJoin {
     // Replaces what is there. Durable when it returns.
     void Record(const KeytabAccount& account, const MachineKeys& keys) const;
     void Forget() const;
+    // Puts back what `Record` has replaced.
+    void Restore(const Left& left) const;
     // As libkrb5 names it.
     std::string Keytab() const { return "FILE:" + _path; }
 
