@@ -253,6 +253,25 @@ TEST_F(TrustingQueries, UsersOfATrustedDomainAreAskedThere) {
     EXPECT_EQ(CanonicalStatus("nobody@branch.test"), kStatusNoSuchAccount);
 }
 
+// It has just been promoted, and not registered its names yet.
+TEST_F(Queries, ControllerOfATrustedDomainWithoutItsServiceNameIsPassedOver) {
+    TestDomain twig(corp, "twig.test", "TWIG", "127.0.0.3");  // whose controllers no other test has used
+    twig.AddUser("Carol");
+    corp.keys.LetOutTo("TWIG.TEST", "between the two");
+    twig.keys.LetInFrom("CORP.TEST", "between the two");
+    corp.AddTrust("twig.test", "TWIG", 3);
+    const TestController fresh(
+        twig.entries, twig.keys,
+        {.host = "dc0.twig.test", .domain = "twig.test", .netbiosName = "TWIG", .isMember = true},
+        {"127.0.0.4", corp.controller.LdapPort(), corp.controller.KerberosPort()});
+    corp.names->AddAddress("dc0.twig.test", "127.0.0.4");
+    corp.names->Forget("_ldap._tcp.dc._msdcs.twig.test");
+    corp.names->AddService("_ldap._tcp.dc._msdcs.twig.test", "dc0.twig.test", {.priority = 0});
+    corp.names->AddService("_ldap._tcp.dc._msdcs.twig.test", "dc1.twig.test", {.priority = 10});
+    settings.avoidance = std::chrono::seconds(60);
+    EXPECT_EQ(CanonicalName("carol@twig.test"), "Carol@twig.test");
+}
+
 TEST_F(TrustingQueries, UsersOfADomainThatLetsNobodyInAreKnownToItsKeyCentre) {
     corp.AddTrust("branch.test", "BRANCH", 2);
     EXPECT_EQ(CanonicalName("carol@branch.test"), "carol@branch.test");

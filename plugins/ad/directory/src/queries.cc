@@ -182,13 +182,16 @@ bool RealmKnowsUser(const Settings& settings, const Controller& controller, cons
 
 std::optional<std::string> FindTrustedUser(const Settings& settings, Session& session, const Trust& trust,
                                            const UserName& user, const Deadline& deadline) {
-    LocatedController located = LocateController(settings, trust.dnsName, {}, deadline);
-    if (trust.LetsUsersOut()) {
-        const LocatedController there = session.ConnectTo(std::move(located));
-        return FindUser(*there.connection, there.controller, user);
-    }
-    return RealmKnowsUser(settings, located.controller, user, deadline) ? std::optional(LowerCase(user.name))
-                                                                        : std::nullopt;
+    std::optional<std::string> found;
+    AtSomeController(settings, trust.dnsName, {}, deadline, Patience::Query, [&](LocatedController located) {
+        if (trust.LetsUsersOut()) {
+            const LocatedController there = session.ConnectTo(std::move(located));
+            found = FindUser(*there.connection, there.controller, user);
+        } else if (RealmKnowsUser(settings, located.controller, user, deadline)) {
+            found = LowerCase(user.name);
+        }
+    });
+    return found;
 }
 
 // "user@domain" of a user of the own domain or a trusted one.

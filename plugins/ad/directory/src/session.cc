@@ -123,17 +123,18 @@ std::string KdcCarrier::ExchangeElsewhere(const std::string& realm, std::string_
     throw AdError(kStatusNoSuchDomain, "No key distribution centre of the realm '" + realm + "' is reachable");
 }
 
-Session::Session(const Settings& settings, const std::string& domain, const std::vector<std::string>& preferred,
-                 const LogOn& logOn, const Deadline& deadline, Patience patience)
-    : _realm(UpperCase(domain)) {
+void AtSomeController(const Settings& settings, const std::string& domain, const std::vector<std::string>& preferred,
+                      const Deadline& deadline, Patience patience,
+                      const std::function<void(LocatedController located)>& work) {
     OtherControllers others;
     for (int attempt = 1;; ++attempt) {
         LocatedController located = others.Locate([&] {  //
             return LocateController(settings, domain, preferred, deadline, patience);
         });
         const std::string names[] = {located.controller.name, located.askedAs};
+        located.connection->SetStepLimit(StepLimit(settings));
         try {
-            Open(settings, std::move(located), logOn, deadline);
+            work(std::move(located));
             return;
         } catch (const AdError& error) {
             others.RequireAnotherTry(names[0], error, attempt == kAttempts || deadline.HasPassed());
@@ -144,12 +145,20 @@ Session::Session(const Settings& settings, const std::string& domain, const std:
     }
 }
 
+Session::Session(const Settings& settings, const std::string& domain, const std::vector<std::string>& preferred,
+                 const LogOn& logOn, const Deadline& deadline, Patience patience)
+    : _realm(UpperCase(domain)) {
+    AtSomeController(settings, domain, preferred, deadline, patience,
+                     [&](LocatedController located) { Open(settings, std::move(located), logOn, deadline); });
+}
+
 Session::Session(const Settings& settings, const Controller& controller, const std::string& domain, const LogOn& logOn,
                  const Deadline& deadline)
     : _realm(UpperCase(domain)) {
     auto connection = std::make_unique<LdapConnection>(controller.endpoint.WithPort(settings.ldapPort), controller.name,
                                                        deadline.OrAfter(settings.controllerBudget));
     connection->SetDeadline(deadline);
+    connection->SetStepLimit(StepLimit(settings));
     Open(settings, {controller, std::move(connection)}, logOn, deadline);
 }
 
@@ -163,7 +172,6 @@ void Session::Open(const Settings& settings, LocatedController located, const Lo
             return carrier->Exchange(realm, request);
         });
     logOn(*_tickets, located.controller);
-    located.connection->SetStepLimit(StepLimit(settings));
     located = LogIn(std::move(located));
     _controller = std::move(located.controller);
     _connection = std::move(located.connection);
