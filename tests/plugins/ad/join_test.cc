@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "controller_locator.h"
 #include "host_state.h"
 #include "joining_host.h"
 #include "keytab.h"
@@ -563,6 +564,13 @@ TEST_F(MachineJoins, FailedJoinMakesTheSecretGoodAgain) {
 class Leaves : public JoiningHost {
  protected:
     Leaves() { EXPECT_EQ(Join(), 0U); }
+
+    // As after a join by an earlier version.
+    void ForgetSid() {
+        HostState state = HostState::Load(settings.membership);
+        EXPECT_EQ(std::exchange(state.membership->accountSid, ""), "S-1-5-21-1-2-3-1");
+        state.Save(settings.membership);
+    }
 };
 
 TEST_F(Leaves, DeleteTheAccount) {
@@ -635,12 +643,63 @@ TEST_F(Leaves, AccountThatAnotherHostHasTakenOverStays) {
     EXPECT_FALSE(HasTraces());
 }
 
-TEST_F(Leaves, WithoutAKeyTheAccountStays) {
-    std::filesystem::remove(settings.keytab);
-    TakeLogLines();
+TEST_F(Leaves, WithoutAKeyTheAccountIsKnownByItsSid) {
+    for (const bool isEmpty : {false, true}) {
+        std::filesystem::remove(settings.keytab);
+        if (isEmpty) WriteFile(settings.keytab, "");
+        EXPECT_EQ(Leave(), 0U);
+        EXPECT_FALSE(Account());
+        EXPECT_FALSE(std::filesystem::exists(settings.membership));
+        std::filesystem::remove(settings.keytab);
+        EXPECT_EQ(Join(), 0U);
+    }
+}
+
+TEST_F(Leaves, WithoutAKeyAndASidTheAccountStays) {
+    ForgetSid();
+    for (const bool isEmpty : {false, true}) {
+        const std::string membership = ReadFile(settings.membership);
+        std::filesystem::remove(settings.keytab);
+        if (isEmpty) WriteFile(settings.keytab, "");
+        TakeLogLines();
+        EXPECT_EQ(Leave(), 0U);
+        EXPECT_THAT(TakeLogLines(), ElementsAre(HasSubstr("this host has no key to show that the account is its own")));
+        EXPECT_TRUE(Account());
+        WriteFile(settings.membership, membership);
+        std::filesystem::permissions(settings.membership, std::filesystem::perms(0600));
+    }
+}
+
+TEST_F(Leaves, RefusalOfTheKeyCountsMoreThanTheIgnoranceOfTheNextController) {
+    KeyCentre keys{"CORP.TEST"};
+    TestController second(corp.entries, keys, {.host = "dc2.corp.test"},
+                          {"127.0.0.2", corp.controller.LdapPort(), corp.controller.KerberosPort()});
+    corp.names->AddAddress("dc2.corp.test", "127.0.0.2");
+    settings.avoidance = std::chrono::seconds(60);
+    TheHost().SetPreferredControllers({"dc1.corp.test", "dc2.corp.test"});
+    corp.entries.Modify(kAccount, {{2, "unicodePwd", {Utf16("\"Another-1\"")}}});
     EXPECT_EQ(Leave(), 0U);
-    EXPECT_THAT(TakeLogLines(), ElementsAre(HasSubstr("it does not take the key of this host's keytab")));
+    EXPECT_EQ(keys.requests, 1) << "of an account that it does not know";
     EXPECT_TRUE(Account());
+    settings.avoidance = std::chrono::seconds(0);
+    for (const char* name : {"dc1.corp.test", "dc2.corp.test"}) AvoidController(settings, name);  // for other tests
+}
+
+// It has not heard of the key yet, or lies.
+TEST_F(Leaves, OneControllerThatRefusesTheKeyIsNotBelieved) {
+    KeyCentre keys{"CORP.TEST"};
+    keys.SetPassword("admin1", "Secret-1", "CORP.TESTadmin1");
+    keys.SetPassword("NODE01$", "of the join before", "salt");
+    TestController second(corp.entries, keys, {.host = "dc2.corp.test"},
+                          {"127.0.0.2", corp.controller.LdapPort(), corp.controller.KerberosPort()});
+    corp.names->AddAddress("dc2.corp.test", "127.0.0.2");
+    settings.avoidance = std::chrono::seconds(60);
+    TheHost().SetPreferredControllers({"dc2.corp.test", "dc1.corp.test"});
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_THAT(second.Requests(), ::testing::Contains(std::string("delete ") + kAccount));
+    EXPECT_FALSE(Account());
+    settings.avoidance = std::chrono::seconds(0);
+    AvoidController(settings, "dc2.corp.test");  // for other tests
 }
 
 TEST_F(Leaves, DisabledAccountIsThisHostsAllTheSame) {
@@ -667,9 +726,7 @@ TEST_F(Leaves, ControllerThatFallsSilentKeepsTheHostJoined) {
 }
 
 TEST_F(Leaves, AccountIsKnownByItsKeyWhereItsSidWasNotRecorded) {
-    HostState state = HostState::Load(settings.membership);
-    EXPECT_EQ(std::exchange(state.membership->accountSid, ""), "S-1-5-21-1-2-3-1");
-    state.Save(settings.membership);
+    ForgetSid();
     EXPECT_EQ(Leave(), 0U);
     EXPECT_FALSE(Account());
 }

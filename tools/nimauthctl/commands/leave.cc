@@ -88,12 +88,17 @@ ExitCode Leave(const Invocation& invocation, Report& report) {
     LeaveAsUser(store, domain, invocation);
     ShowLeave(domain, "kept", report);
     report.Note("the stored domain settings stay behind until the next join replaces them");
+    report.Note(
+        "a computer account that is not this host's any more stays in the domain, because another host has joined with "
+        "it or it was reset: the system log tells; the next join resets it, or its administrator may delete it");
     return ExitCode::Ok;
 }
 
 std::vector<Option> LeaveOptions() {
     std::vector<Option> options = {
-        {.flags = "-U,--user", .value = "USER", .help = "have this user delete the computer account in the directory"}};
+        {.flags = "-U,--user",
+         .value = "USER",
+         .help = "have this user delete the computer account in the directory, unless it is another host's by now"}};
     for (Option& option : PasswordOptions()) options.push_back(std::move(option));
     return options;
 }
@@ -107,11 +112,14 @@ Command LeaveCommand() {
         .description =
             "Without -U the host only forgets its domain: its computer account stays in the directory, and the stored "
             "domain settings are removed.\n\n"
-            "With -U the directory is asked to take the host out with that user's rights. The stored domain settings "
-            "then stay behind, as 'nimauthctl status' shows, until the next join replaces them.",
+            "With -U the directory is asked to take the host out with that user's rights: the computer account is "
+            "deleted, or disabled where the user may not delete it. It stays if it is not this host's any more, "
+            "because another host has joined under the name or the account was reset (trust state 3); the system log "
+            "tells. The stored domain settings stay behind, as 'nimauthctl status' shows, until the next join "
+            "replaces them.",
         .options = LeaveOptions(),
         .examples = {{"nimauthctl leave", "forget the domain"},
-                     {"nimauthctl leave -U administrator", "have the computer account deleted too"}},
+                     {"nimauthctl leave -U administrator", "have this host's computer account deleted too"}},
         .exitCodes = {ExitCode::OtherState, ExitCode::NotJoined, ExitCode::Permission, ExitCode::Authentication,
                       ExitCode::Network},
         .changes = true,

@@ -375,6 +375,15 @@ std::optional<KeytabAccount> MachineAccountIn(std::string_view keytab) {
     return found;
 }
 
+bool HasKeyOf(const std::string& path, const std::string& computer, const std::string& domain) {
+    const auto file = ReadWholeFile(path);
+    bool found = false;
+    ForEachEntry(Contents(file), [&](std::string_view, const EntryPrincipal& principal) {
+        found = found || IsPrincipal(principal, KeytabPrincipals(computer, domain).front());
+    });
+    return found;
+}
+
 void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
     RemoveEntries(path, [&](std::string_view, const auto& principal) { return principal.realm == realm; });
 }

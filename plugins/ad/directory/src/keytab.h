@@ -47,6 +47,9 @@ void WriteMachineKeytab(const std::string& path, const KeytabAccount& account, c
 // The machine account whose keys are in these bytes of a keytab; unset if they are not those of one.
 std::optional<KeytabAccount> MachineAccountIn(std::string_view keytab);
 
+// Whether the keytab has a key of the machine account, whichever.
+bool HasKeyOf(const std::string& path, const std::string& computer, const std::string& domain);
+
 // A new keytab, not yet in place: the old one's entries without those of the account's principals, then the account's
 // keys. Others may add theirs to the old one meanwhile.
 class KeytabChange {

@@ -19,39 +19,79 @@
 namespace nimbrel::ad {
 namespace {
 
-// What a leave takes away, and the keytab, as libkrb5 names it, by which the account is known.
+// What a leave takes away, and the keytab by which the account is known.
 struct Leaving {
     Membership membership;
     std::vector<std::string> preferredControllers;
     std::string keytab;
 };
 
+[[noreturn]] void FailNotJoined() { throw AdError(kStatusNotJoined, "This host is not joined to a domain"); }
+
 // The membership, or what a join has left that was cut short before there was one.
 Leaving WhatToLeave(const Settings& settings) {
     const HostState state = HostState::Load(settings.membership);
     if (state.membership) {
-        return {*state.membership, state.preferredControllers, "FILE:" + settings.keytab};
+        return {*state.membership, state.preferredControllers, settings.keytab};
     }
     const UnfinishedJoin unfinished(settings);
     const auto left = unfinished.Find();
     if (!left) {
-        throw AdError(kStatusNotJoined, "This host is not joined to a domain");
+        FailNotJoined();
     }
-    return {
-        {left->account.domain, "", "", left->account.computer, ""}, state.preferredControllers, unfinished.Keytab()};
+    const Membership begun = {left->account.domain, "", "", left->account.computer, ""};
+    return {begun, state.preferredControllers, unfinished.Path()};
+}
+
+bool IsRefusalOfKey(const AdError& error) {
+    // The latter: it has no key of the kind that a join makes.
+    return error.Status() == kStatusLogonFailure || error.Status() == kStatusAccountRestriction;
+}
+
+bool IsWordOnAccount(const AdError& error) {
+    return error.Status() == kStatusAccountDisabled || error.Status() == kStatusAccountExpired ||
+           error.Status() == kStatusPasswordMustChange || error.Status() == kStatusNoTrustAccount;
+}
+
+// Whether the account takes this host's key. A controller that refuses it may not have heard of it yet: another one is
+// asked, and one that takes it is enough. What the domain says of an account that is disabled or the like, or gone since
+// it was looked for, is no sign of another host.
+bool IsKeyTaken(const Settings& settings, const Leaving& leaving, const Deadline& deadline) {
+    const auto logOn = MachineLogOn(leaving.membership.computer, "FILE:" + leaving.keytab);
+    bool isRefused = false;
+    const auto tryKey = [&](const LocatedController& located) {
+        try {
+            TryLogOn(settings, located.controller, logOn, deadline);
+        } catch (const AdError& error) {
+            isRefused = isRefused || IsRefusalOfKey(error);
+            throw;
+        }
+    };
+    try {
+        AtSomeController(settings, leaving.membership.domain, leaving.preferredControllers, deadline, Patience::Query,
+                         tryKey);
+        return true;
+    } catch (const AdError& error) {
+        if (!isRefused && !IsWordOnAccount(error)) {
+            throw;
+        }
+        return !isRefused;
+    }
 }
 
 // Why the account that bears this host's name is not this host's; empty if it is. Another host of the name has made an
-// account of its own, or has taken this one over and set another secret.
-std::string WhyOfAnother(const Settings& settings, const Leaving& leaving, const Controller& controller,
-                         const LdapEntry& account, const Deadline& deadline) {
+// account of its own, or has taken this one over and set another secret. A host that has lost its key cannot tell the
+// latter, but knows the account with which it has joined.
+std::string WhyOfAnother(const Settings& settings, const Leaving& leaving, const LdapEntry& account,
+                         const Deadline& deadline) {
     const Membership& membership = leaving.membership;
     if (!membership.accountSid.empty() && AccountSid(account) != membership.accountSid) {
         return "it is not the one with which this host has joined";
     }
-    return IsAccountOfKeytab(settings, controller, membership.computer, leaving.keytab, deadline)
-               ? ""
-               : "it does not take the key of this host's keytab";
+    if (!HasKeyOf(leaving.keytab, membership.computer, membership.domain)) {
+        return membership.accountSid.empty() ? "this host has no key to show that the account is its own" : "";
+    }
+    return IsKeyTaken(settings, leaving, deadline) ? "" : "it does not take the key of this host's keytab";
 }
 
 void RemoveAccount(const Settings& settings, const Leaving& leaving, const UserCredentials& credentials,
@@ -63,7 +103,7 @@ void RemoveAccount(const Settings& settings, const Leaving& leaving, const UserC
     if (!account) {
         return;
     }
-    const std::string reason = WhyOfAnother(settings, leaving, session.At(), *account, deadline);
+    const std::string reason = WhyOfAnother(settings, leaving, *account, deadline);
     if (reason.empty()) {
         accounts.DeleteOrDisable(*account);
     } else {

@@ -37,6 +37,7 @@ class UnfinishedJoin {
     void Forget() const;
     // Puts back what `Record` has replaced.
     void Restore(const Left& left) const;
+    const std::string& Path() const { return _path; }
     // As libkrb5 names it.
     std::string Keytab() const { return "FILE:" + _path; }
 
