@@ -2,14 +2,20 @@
 // the same host ends what they have begun.
 
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
+#include <thread>
 
+#include "files.h"
+#include "host_state.h"
 #include "joining_host.h"
 #include "keytab.h"
+#include "sockets.h"
 #include "unfinished_join.h"
 
 namespace nimbrel::ad::test {
@@ -234,6 +240,28 @@ TEST_F(UnfinishedJoins, RecordOfAFailedJoinIsGone) {
     EXPECT_FALSE(UnfinishedJoin(settings).Find());
     EXPECT_EQ(JoinAsMachine(), kStatusLogonFailure) << "the user's join has reset the account";
     EXPECT_FALSE(UnfinishedJoin(settings).Find());
+}
+
+// It finds the record of a join that is under way, waits for its turn, and finds a joined host.
+TEST_F(UnfinishedJoins, LeaveDuringAJoinDoesNotUndoIt) {
+    const UnfinishedJoin record(settings);
+    const kit::Descriptor watch(inotify_init1(IN_CLOEXEC));
+    std::uint32_t status = 0;
+    std::thread leave;
+    {
+        const FileLock turn(settings.membership + ".lock", Deadline::After(std::chrono::seconds(5)));
+        record.Record({"NODE01", "corp.test"}, KeysOfSecret("NODE01", "corp.test", kit::Secret("secret")));
+        ASSERT_GE(inotify_add_watch(watch.Number(), (settings.membership + ".lock").c_str(), IN_OPEN), 0);
+        leave = std::thread([&] { status = StatusOf([&] { TheHost().Part(std::nullopt); }); });
+        EXPECT_TRUE(WaitFor(watch.Number(), POLLIN, Deadline::After(std::chrono::seconds(20)))) << "it has looked";
+        HostState state;
+        state.membership = Membership{"corp.test", "CORP", "S-1-5-21-1-2-3", "NODE01", kAccount};
+        state.Save(settings.membership);
+        record.Forget();
+    }
+    leave.join();
+    EXPECT_EQ(status, kStatusNotJoined);
+    EXPECT_EQ(TheHost().ActiveDomain().dnsName, "corp.test");
 }
 
 TEST_F(UnfinishedJoins, DamagedRecordIsTold) {

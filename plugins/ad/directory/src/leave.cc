@@ -24,6 +24,7 @@ struct Leaving {
     Membership membership;
     std::vector<std::string> preferredControllers;
     std::string keytab;
+    bool isJoined = false;
 };
 
 [[noreturn]] void FailNotJoined() { throw AdError(kStatusNotJoined, "This host is not joined to a domain"); }
@@ -32,7 +33,7 @@ struct Leaving {
 Leaving WhatToLeave(const Settings& settings) {
     const HostState state = HostState::Load(settings.membership);
     if (state.membership) {
-        return {*state.membership, state.preferredControllers, settings.keytab};
+        return {*state.membership, state.preferredControllers, settings.keytab, true};
     }
     const UnfinishedJoin unfinished(settings);
     const auto left = unfinished.Find();
@@ -136,10 +137,14 @@ void ForgetLocally(const Settings& settings, LogInSoftware& logIns, const Member
 }  // namespace
 
 void Host::Part(const std::optional<UserCredentials>& credentials) const {
-    WhatToLeave(_settings);
+    const bool wasJoined = WhatToLeave(_settings).isJoined;
     const Deadline deadline = Deadline::After(_settings.leaveBudget);
     const MembershipLock lock(_settings, deadline);
     const Leaving leaving = WhatToLeave(_settings);
+    // What looked like a join that was cut short was one under way, and whoever wanted to leave did not mean it.
+    if (leaving.isJoined && !wasJoined) {
+        FailNotJoined();
+    }
     if (credentials) {
         RemoveAccount(_settings, leaving, *credentials, deadline);
     }
