@@ -16,6 +16,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::SizeIs;
+using ::testing::UnorderedElementsAre;
 
 std::string Number(unsigned value, std::size_t size) {
     std::string bytes;
@@ -376,14 +377,47 @@ std::vector<std::string> WithAddress(const std::string& question, ns_type type, 
     return {reply};
 }
 
-TEST(Resolver, SecondFamilyIsAskedForOnlyWhereTheFirstHasNothing) {
-    const OneAnswer first([](const auto& question) { return WithAddress(question, ns_t_a, "\x0a\x63\x01\x02"); });
-    EXPECT_THAT(first.Addresses(), ElementsAre("10.99.1.2"));
+TEST(Resolver, SecondFamilyIsAskedForWhereNoAddressOfTheFirstCanBeReached) {
+    const OneAnswer first([](const auto& question) { return WithAddress(question, ns_t_a, "\x7f\x63\x01\x02"); });
+    EXPECT_THAT(first.Addresses(), ElementsAre("127.99.1.2"));
     const std::string ipv6 = std::string("\xfd\0\0\0\0\0\0\0\0\0\0\0\0\0\0\2", 16);
     const OneAnswer second([&](const auto& question) { return WithAddress(question, ns_t_aaaa, ipv6); }, 2);
     EXPECT_THAT(second.Addresses(), ElementsAre("fd00::2"));
     const OneAnswer neither([&](const auto& question) { return WithAddress(question, ns_t_txt, ""); }, 2);
     EXPECT_THAT(neither.Addresses(), SizeIs(0));
+    // As on a host with addresses of version 6 alone: to all at once there is no way from anywhere.
+    const OneAnswer both(
+        [&, count = 0](const auto& question) mutable {
+            return count++ == 0 ? WithAddress(question, ns_t_a, std::string("\xff\xff\xff\xff", 4))
+                                : WithAddress(question, ns_t_aaaa, ipv6);
+        },
+        2);
+    EXPECT_THAT(both.Addresses(), UnorderedElementsAre("255.255.255.255", "fd00::2"));
+}
+
+TEST(Resolver, AddressThatCanBeReachedIsGoodWithoutTheSecondFamily) {
+    const OneAnswer cut(
+        [count = 0](const auto& question) mutable {
+            return count++ == 0 ? WithAddress(question, ns_t_a, std::string("\xff\xff\xff\xff", 4))
+                                : std::vector<std::string>{std::string(question).replace(2, 2, "\x81\x82")};
+        },
+        2);
+    EXPECT_THAT(cut.Addresses(), ElementsAre("255.255.255.255")) << "the name server fails at the second question";
+}
+
+TEST(AddressOrder, BeginsWithOneOfEachFamilyAndWithThoseThatCanBeReached) {
+    const auto order = [](const std::vector<std::string>& texts) {
+        std::vector<Endpoint> endpoints;
+        for (const auto& text : texts) endpoints.push_back(Endpoint::FromText(text, 0).value());
+        OrderAddresses(endpoints);
+        std::vector<std::string> ordered;
+        for (const auto& endpoint : endpoints) ordered.push_back(endpoint.Text());
+        return ordered;
+    };
+    EXPECT_THAT(order({}), SizeIs(0));
+    EXPECT_THAT(order({"255.255.255.255", "127.0.0.2", "127.0.0.1"}),
+                ElementsAre("127.0.0.2", "127.0.0.1", "255.255.255.255"));
+    EXPECT_THAT(order({"127.0.0.1", "127.0.0.2", "fe80::1"}), ElementsAre("127.0.0.1", "fe80::1", "127.0.0.2"));
 }
 
 TEST(Resolver, AddressAsTextIsNotAskedFor) {

@@ -141,6 +141,19 @@ TEST_F(Locator, TwoAddressesOfAHostAreTried) {
     AvoidController(settings, "dc1.corp.test");
 }
 
+TEST_F(Locator, AddressesThatCannotBeReachedDoNotHideTheOneThatCan) {
+    for (const char* address : {"255.255.255.255", "255.255.255.255", "127.0.0.1"}) {
+        corp.names->AddAddress("many.corp.test", address);
+    }
+    corp.names->Forget(kServices);
+    corp.names->AddService(kServices, "many.corp.test");
+    settings.avoidance = std::chrono::seconds(60);
+    AvoidController(settings, "dc1.corp.test");  // which the process may remember
+    EXPECT_EQ(Locate(), "dc1.corp.test");
+    settings.avoidance = std::chrono::seconds(0);
+    AvoidController(settings, "dc1.corp.test");
+}
+
 TEST_F(Locator, EmptyAnswerIsNoPing) {
     corp.controller.SetRefuse([](const std::string& operation, const std::string&) {
         return operation == "ping" ? std::optional(Result{0}) : std::nullopt;

@@ -239,9 +239,11 @@ class Search {
         std::vector<Endpoint> endpoints;
         const auto [first, last] = _addresses.equal_range(name);
         std::transform(first, last, std::back_inserter(endpoints), [](const auto& one) { return one.second; });
-        if (endpoints.empty()) {
+        // A name server need not have sent all of them along.
+        if (std::none_of(endpoints.begin(), endpoints.end(), HasRoute)) {
             endpoints = _resolver.Addresses(name, _deadline);
         }
+        OrderAddresses(endpoints);
         if (endpoints.size() > kMaximumAddresses) {
             endpoints.erase(endpoints.begin() + kMaximumAddresses, endpoints.end());
         }

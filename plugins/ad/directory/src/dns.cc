@@ -192,6 +192,15 @@ void OrderServices(std::vector<ServiceRecord>& services, std::minstd_rand& rando
     }
 }
 
+void OrderAddresses(std::vector<Endpoint>& endpoints) {
+    std::stable_partition(endpoints.begin(), endpoints.end(), HasRoute);
+    const auto isOther = [&](const Endpoint& one) { return one.Family() != endpoints.front().Family(); };
+    const auto other = std::find_if(endpoints.begin(), endpoints.end(), isOther);
+    if (other != endpoints.end()) {
+        std::rotate(endpoints.begin() + 1, other, other + 1);
+    }
+}
+
 Resolver::Resolver(const Settings& settings) : _budget(settings.nameBudget) {
     if (settings.nameServers.empty()) {
         _servers = ResolverState().Servers(settings.nameServerPort);
@@ -213,13 +222,20 @@ std::vector<Endpoint> Resolver::Addresses(const std::string& host, const Deadlin
     }
     std::vector<Endpoint> endpoints;
     for (const int type : {ns_t_a, ns_t_aaaa}) {
-        for (const auto& [name, endpoint] : Ask(host, type, deadline).addresses) {
-            endpoints.push_back(endpoint);
+        if (std::any_of(endpoints.begin(), endpoints.end(), HasRoute)) {
+            break;
         }
-        if (!endpoints.empty()) {
-            return endpoints;
+        try {
+            for (const auto& [name, endpoint] : Ask(host, type, deadline).addresses) {
+                endpoints.push_back(endpoint);
+            }
+        } catch (const AdError&) {
+            if (endpoints.empty()) {
+                throw;
+            }
         }
     }
+    OrderAddresses(endpoints);
     return endpoints;
 }
 

@@ -40,13 +40,17 @@ DnsAnswer ParseDnsReply(std::string_view reply);
 // The order in which to try services: by priority; within one, at random in proportion to the weight.
 void OrderServices(std::vector<ServiceRecord>& services, std::minstd_rand& random);
 
+// The order in which to try addresses of one host: those to which this host has a way first, and the first of each version
+// before all others.
+void OrderAddresses(std::vector<Endpoint>& endpoints);
+
 class Resolver {
  public:
     explicit Resolver(const Settings& settings);
 
     // An empty answer where the name does not exist. Throws 1355 if no name server answers in time.
     DnsAnswer Services(const std::string& name, const Deadline& deadline) const;
-    // IPv4 first. Empty if the host has none.
+    // Of version 6 only where this host has no way to one of version 4. Empty if the host has none; in the order below.
     std::vector<Endpoint> Addresses(const std::string& host, const Deadline& deadline) const;
 
  private:

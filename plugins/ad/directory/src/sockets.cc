@@ -146,6 +146,15 @@ kit::Descriptor ConnectUdp(const Endpoint& endpoint) {
     return socket_;
 }
 
+bool HasRoute(const Endpoint& endpoint) {
+    try {
+        ConnectUdp(endpoint.WithPort(1));  // sends nothing
+        return true;
+    } catch (const AdError&) {
+        return false;
+    }
+}
+
 void SendAll(int socket_, std::string_view bytes, const Deadline& deadline) {
     while (!bytes.empty()) {
         const ssize_t sent = send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);

@@ -43,6 +43,8 @@ bool WaitFor(int socket, short events, const Deadline& deadline);
 kit::Descriptor ConnectTcp(const Endpoint& endpoint, const Deadline& deadline);
 // A datagram socket that takes answers of this peer only.
 kit::Descriptor ConnectUdp(const Endpoint& endpoint);
+// Whether this host has a way to the address, by its own routing table.
+bool HasRoute(const Endpoint& endpoint);
 void SendAll(int socket, std::string_view bytes, const Deadline& deadline);
 void ReceiveExactly(int socket, char* bytes, std::size_t size, const Deadline& deadline);
 
