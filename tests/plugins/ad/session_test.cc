@@ -86,6 +86,12 @@ TEST_F(Sessions, WhatWasSaidInClearIsAskedForAgain) {
     EXPECT_EQ(Open().At().facts.netbiosDomain, "CORP");
 }
 
+// A later log-on there may have to tell a refusal apart.
+TEST_F(Sessions, NameForTheCertificateStays) {
+    EXPECT_EQ(Open().At().certifiedName, "corp.test");
+    EXPECT_EQ(Open({"dc1.corp.test"}).At().certifiedName, "dc1.corp.test");
+}
+
 TEST_F(Sessions, ControllerHasOneName) {
     ChangePings(corp.controller, "\3dc1", "\3dc9", 1);
     EXPECT_EQ(StatusOf([&] { Open(); }), kStatusNoSuchDomain);
@@ -199,6 +205,13 @@ TEST_F(LaggingController, WrongPasswordOfAUserIsTriedOnce) {
     const int before = corp.keys.requests + keys.requests;
     EXPECT_EQ(Join("", "wrong"), kStatusLogonFailure);
     EXPECT_EQ(corp.keys.requests + keys.requests, before + 2) << "the question how to prove it, and the proof";
+}
+
+TEST_F(Sessions, ControllerWithoutAKeyThatTheHostMayUseIsPassedOver) {
+    corp.keys.Refuse("ldap/dc1.corp.test/corp.test", KRB5KDC_ERR_ETYPE_NOSUPP);
+    EXPECT_EQ(NameOf(), "1355");
+    const auto second = MakeSecond();
+    EXPECT_EQ(NameOf(), "dc2.corp.test");
 }
 
 TEST_F(Sessions, UserWithoutAKeyThatTheHostMayUseIsTold) {

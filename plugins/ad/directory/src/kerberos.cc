@@ -309,9 +309,17 @@ krb5_creds* Tickets::TicketFor(const std::string& service) {
     wanted.server = server.Get();
     TicketGuard request(Context());
     CheckKerberos(Context(), krb5_tkt_creds_init(Context(), _cache, &wanted, 0, request.Out()), action);
-    RunDialogue(Context(), _exchange, action, [&](krb5_data* reply, Step& step) {
-        return krb5_tkt_creds_step(Context(), request.Get(), reply, &step.request, &step.realm, &step.flags);
-    });
+    try {
+        RunDialogue(Context(), _exchange, action, [&](krb5_data* reply, Step& step) {
+            return krb5_tkt_creds_step(Context(), request.Get(), reply, &step.request, &step.realm, &step.flags);
+        });
+    } catch (const KerberosError& error) {
+        if (error.Code() != KRB5KDC_ERR_ETYPE_NOSUPP) {
+            throw;
+        }
+        // The key that is missing is the service's, and another controller may have one.
+        throw AdError(kStatusNoSuchDomain, "Unable to " + action + ": it has no key that this host may use");
+    }
     krb5_free_cred_contents(Context(), &_ticket);
     _ticket = {};
     CheckKerberos(Context(), krb5_tkt_creds_get_creds(Context(), request.Get(), &_ticket), action);

@@ -70,7 +70,7 @@ class Tickets {
     void LogOnWithKeytab(const Principal& principal, const std::string& keytab);
 
     // A ticket for "ldap/dc1.corp.test@CORP.TEST", in this realm or across a trust; valid until the next call of this, or
-    // the end of the object.
+    // the end of the object. Throws 1355 for a service without an AES key.
     krb5_creds* TicketFor(const std::string& service);
 
     krb5_context Context() const { return _context.get(); }

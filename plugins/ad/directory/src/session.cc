@@ -186,6 +186,7 @@ LocatedController Session::LogIn(LocatedController located) {
     if (proved.name != said.name) {
         throw AdError(kStatusNoSuchDomain, "'" + said.name + "' calls itself '" + proved.name + "' after the log-in");
     }
+    proved.certifiedName = said.certifiedName;
     return {std::move(proved), std::move(located.connection)};
 }
 
