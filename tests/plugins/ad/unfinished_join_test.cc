@@ -15,6 +15,7 @@
 #include "host_state.h"
 #include "joining_host.h"
 #include "keytab.h"
+#include "log_lines.h"
 #include "sockets.h"
 #include "unfinished_join.h"
 
@@ -264,11 +265,40 @@ TEST_F(UnfinishedJoins, LeaveDuringAJoinDoesNotUndoIt) {
     EXPECT_EQ(TheHost().ActiveDomain().dnsName, "corp.test");
 }
 
-TEST_F(UnfinishedJoins, DamagedRecordIsTold) {
-    WriteFile(settings.membership + ".joining", "\x05\x02");
-    std::filesystem::permissions(settings.membership + ".joining", std::filesystem::perms(0600));
-    EXPECT_EQ(Join(), kStatusInternalError);
-    EXPECT_FALSE(Account());
+TEST_F(UnfinishedJoins, DamagedRecordIsToldAndRemovedByALeaveThatAsksNobody) {
+    Prepare();
+    const std::string record = settings.membership + ".joining";
+    for (const std::string& damaged : {std::string("\x05\x02"), std::string(), std::string("\x05\x02\0\0\1", 5)}) {
+        WriteFile(record, damaged);
+        std::filesystem::permissions(record, std::filesystem::perms(0600));
+        EXPECT_EQ(Join(), kStatusInternalError);
+        EXPECT_THAT(JoinText(), ::testing::EndsWith("is damaged; a leave without credentials removes it"));
+        EXPECT_EQ(Leave(), kStatusInternalError) << "of which account?";
+        EXPECT_TRUE(std::filesystem::exists(record));
+        TakeLogLines();
+        EXPECT_EQ(StatusOf([&] { TheHost().Part(std::nullopt); }), 0U);
+        EXPECT_THAT(TakeLogLines(),
+                    ::testing::ElementsAre("The record of an unfinished join was damaged, and is removed: "
+                                           "its keys may be in '" +
+                                           settings.keytab + "' still"));
+        EXPECT_FALSE(std::filesystem::exists(record));
+        EXPECT_EQ(ReadFile(settings.keytab), _keytab);
+    }
+    EXPECT_EQ(Join(), 0U);
+}
+
+// A join that ends is killed before its last step; the host is joined.
+TEST_F(UnfinishedJoins, RecordOfAJoinedHostGoesWithItsNextTrustState) {
+    const UnfinishedJoin record(settings);
+    EXPECT_EQ(Join(), 0U);
+    record.Record({"NODE01", "corp.test"}, KeysOfSecret("NODE01", "corp.test", kit::Secret("secret")));
+    {
+        const FileLock another(settings.membership + ".lock", Deadline::After(std::chrono::seconds(5)));
+        EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+        EXPECT_TRUE(record.Find()) << "a join may be under way";
+    }
+    EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+    EXPECT_FALSE(record.Find());
 }
 
 }  // namespace

@@ -29,7 +29,8 @@ struct Leaving {
 
 [[noreturn]] void FailNotJoined() { throw AdError(kStatusNotJoined, "This host is not joined to a domain"); }
 
-// The membership, or what a join has left that was cut short before there was one.
+// The membership, or what a join has left that was cut short before there was one. Throws `DamagedRecordError` where nobody
+// can tell what that was.
 Leaving WhatToLeave(const Settings& settings) {
     const HostState state = HostState::Load(settings.membership);
     if (state.membership) {
@@ -42,6 +43,15 @@ Leaving WhatToLeave(const Settings& settings) {
     }
     const Membership begun = {left->account.domain, "", "", left->account.computer, ""};
     return {begun, state.preferredControllers, unfinished.Path()};
+}
+
+// A record that nobody can read is to be forgotten all the same, or no join would be possible any more.
+Leaving WhatToForget(const Settings& settings) {
+    try {
+        return WhatToLeave(settings);
+    } catch (const DamagedRecordError&) {
+        return {};
+    }
 }
 
 bool IsRefusalOfKey(const AdError& error) {
@@ -125,7 +135,9 @@ void ForgetLocally(const Settings& settings, LogInSoftware& logIns, const Member
         }
     };
     attempt([&] { logIns.Disable(); });
-    attempt([&] { RemoveRealmFromKeytab(settings.keytab, UpperCase(membership.domain)); });
+    if (!membership.domain.empty()) {
+        attempt([&] { RemoveRealmFromKeytab(settings.keytab, UpperCase(membership.domain)); });
+    }
     attempt([&] { RemoveLeftover(settings.keytab); });
     if (failure) {
         std::rethrow_exception(failure);
@@ -137,10 +149,11 @@ void ForgetLocally(const Settings& settings, LogInSoftware& logIns, const Member
 }  // namespace
 
 void Host::Part(const std::optional<UserCredentials>& credentials) const {
-    const bool wasJoined = WhatToLeave(_settings).isJoined;
+    const auto whatToLeave = [&] { return credentials ? WhatToLeave(_settings) : WhatToForget(_settings); };
+    const bool wasJoined = whatToLeave().isJoined;
     const Deadline deadline = Deadline::After(_settings.leaveBudget);
     const MembershipLock lock(_settings, deadline);
-    const Leaving leaving = WhatToLeave(_settings);
+    const Leaving leaving = whatToLeave();
     // What looked like a join that was cut short was one under way, and whoever wanted to leave did not mean it.
     if (leaving.isJoined && !wasJoined) {
         FailNotJoined();
@@ -149,6 +162,11 @@ void Host::Part(const std::optional<UserCredentials>& credentials) const {
         RemoveAccount(_settings, leaving, *credentials, deadline);
     }
     ForgetLocally(_settings, _logIns, leaving.membership);
+    if (leaving.membership.domain.empty()) {
+        syslog(LOG_WARNING,
+               "The record of an unfinished join was damaged, and is removed: its keys may be in '%s' still",
+               _settings.keytab.c_str());
+    }
 }
 
 }  // namespace nimbrel::ad

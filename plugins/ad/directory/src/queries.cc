@@ -14,6 +14,7 @@
 #include "session.h"
 #include "session_pool.h"
 #include "trusts.h"
+#include "unfinished_join.h"
 
 namespace nimbrel::ad {
 namespace {
@@ -56,6 +57,21 @@ void NoteAccountName(const Settings& settings, const HostState& state, Session& 
     if (now.membership && now.Format() == state.Format()) {
         now.membership->distinguishedName = account->distinguishedName;
         now.Save(settings.membership);
+    }
+}
+
+// A join that was cut short at its very end has made a member of this host, and left its keys behind.
+void ForgetEndedJoin(const Settings& settings) {
+    const UnfinishedJoin record(settings);
+    if (!record.IsThere()) {
+        return;
+    }
+    try {
+        const MembershipLock lock(settings, Deadline::After(std::chrono::milliseconds(0)));
+        if (HostState::Load(settings.membership).membership) {
+            record.Forget();
+        }
+    } catch (const AdError&) {  // the next question does it
     }
 }
 
@@ -282,6 +298,7 @@ std::int32_t Host::TrustState() const {
             }
         }
         GiveBackSession(key, std::move(session));
+        ForgetEndedJoin(_settings);
         return kTrustStateHealthy;
     } catch (const AdError& error) {
         LogReason(error);

@@ -1,21 +1,29 @@
 #include "unfinished_join.h"
 
+#include <unistd.h>
+
 #include <utility>
 
-#include "addirectory/ad_error.h"
 #include "files.h"
 #include "pluginkit/folders.h"
 
 namespace nimbrel::ad {
+
+bool UnfinishedJoin::IsThere() const { return access(_path.c_str(), F_OK) == 0; }
 
 std::optional<UnfinishedJoin::Left> UnfinishedJoin::Find() const {
     auto keytab = ReadTrustedFile(_path);
     if (!keytab) {
         return std::nullopt;
     }
-    auto account = MachineAccountIn(keytab->View());
+    std::optional<KeytabAccount> account;
+    try {
+        account = MachineAccountIn(keytab->View());
+    } catch (const AdError&) {  // told below
+    }
     if (!account) {
-        throw AdError(kStatusInternalError, "The record of an unfinished join, '" + _path + "', is damaged");
+        throw DamagedRecordError(kStatusInternalError, "The record of an unfinished join, '" + _path +
+                                                           "', is damaged; a leave without credentials removes it");
     }
     return Left{std::move(*account), std::move(*keytab)};
 }

@@ -8,7 +8,7 @@
 // the one-time secret is used up; the account would be lost otherwise. For the same reason the file outlives any other
 // join that fails before it has given the account a secret of its own. A leave takes everything away.
 //
-// Threads: any; changes are made under the membership's lock. Errors: `AdError` with 1359 for a damaged file, 5 for one
+// Threads: any; changes are made under the membership's lock. Errors: `DamagedRecordError`, and `AdError` with 5 for a file
 // that may not be used.
 
 #ifndef NIMBREL_AD_UNFINISHED_JOIN_H_
@@ -17,10 +17,17 @@
 #include <optional>
 #include <string>
 
+#include "addirectory/ad_error.h"
 #include "addirectory/settings.h"
 #include "keytab.h"
 
 namespace nimbrel::ad {
+
+// 1359. A leave without credentials removes it.
+class DamagedRecordError : public AdError {
+ public:
+    using AdError::AdError;
+};
 
 class UnfinishedJoin {
  public:
@@ -30,6 +37,7 @@ class UnfinishedJoin {
         KeytabAccount account;
         kit::Secret keytab;  // the file's bytes
     };
+    bool IsThere() const;
     // Unset if there is none.
     std::optional<Left> Find() const;
     // Replaces what is there. Durable when it returns.
