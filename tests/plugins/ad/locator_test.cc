@@ -91,6 +91,18 @@ TEST_F(Locator, NextNameServerIsAskedWhereTheFirstOnesAnswerDoesNotCome) {
     EXPECT_THAT(Services(kServices).services, SizeIs(1));
 }
 
+// It announces the records that it has cut off, and takes no connections.
+TEST_F(Locator, NextNameServerIsAskedWhereTheFirstOnesAnswerCannotBeRead) {
+    const DatagramService cutting("127.0.0.78", corp.names->Port(), [](std::string_view question) {
+        std::string reply(question);
+        reply[2] = static_cast<char>(reply[2] | 0x82);
+        reply[7] = 9;
+        return reply;
+    });
+    settings.nameServers = {"127.0.0.78", "127.0.0.1"};
+    EXPECT_THAT(Services(kServices).services, SizeIs(1));
+}
+
 TEST_F(Locator, FailingNameServerIsNoAnswer) {
     corp.names->refusal = 2;
     EXPECT_EQ(ServicesStatus(kServices), kStatusNoSuchDomain);

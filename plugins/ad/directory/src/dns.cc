@@ -146,15 +146,15 @@ std::optional<std::string> FetchWhole(const Endpoint& server, const std::string&
 }
 
 // Unset if this server gives no answer that can be used. Takes twice the wait at most.
-std::optional<std::string> AskServer(const Endpoint& server, const std::string& question,
-                                     std::chrono::milliseconds wait, const Deadline& deadline) {
+std::optional<DnsAnswer> AskServer(const Endpoint& server, const std::string& question, std::chrono::milliseconds wait,
+                                   const Deadline& deadline) {
     try {
         auto reply = AskByDatagram(server, question, deadline.OrAfter(wait));
         if (reply && IsTruncated(*reply)) {
             reply = FetchWhole(server, question, std::move(*reply), deadline.OrAfter(wait));
         }
         const bool answered = reply && (ResponseCode(*reply) == ns_r_noerror || ResponseCode(*reply) == ns_r_nxdomain);
-        return answered ? reply : std::nullopt;
+        return answered ? std::optional(ParseDnsReply(*reply)) : std::nullopt;
     } catch (const AdError&) {
         return std::nullopt;  // the next server may do better
     }
@@ -246,8 +246,8 @@ DnsAnswer Resolver::Ask(const std::string& name, int type, const Deadline& deadl
     for (auto wait = kFirstWait; !_servers.empty() && !end.HasPassed(); wait *= 2) {
         const auto start = Deadline::Clock::now();
         for (const auto& server : _servers) {
-            if (const auto reply = AskServer(server, question, wait, end)) {
-                return ParseDnsReply(*reply);
+            if (auto answer = AskServer(server, question, wait, end)) {
+                return std::move(*answer);
             }
         }
         // Refused at once by all of them: that will not change within this question.
