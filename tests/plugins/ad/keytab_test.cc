@@ -141,6 +141,19 @@ TEST_F(Keytab, RevertLeavesAFileAloneThatWasNeverReplaced) {
 }
 
 // A join takes as long as the network does.
+TEST_F(Keytab, RevertDoesNotUndoWhatOthersDidToAFileThatWasNeverReplaced) {
+    Write({"NODE01", "corp.test", 1}, "of before");
+    const std::string before = ReadFile(File());
+    KeytabChange change(File());
+    change.SetKeys({"NODE01", "corp.test", 2}, kit::Secret("secret"));
+    WriteFile(File(), before.substr(0, 2));
+    change.Revert();
+    EXPECT_EQ(ReadFile(File()), before.substr(0, 2));
+    std::filesystem::remove(File());
+    change.Revert();
+    EXPECT_FALSE(std::filesystem::exists(File()));
+}
+
 TEST_F(Keytab, KeysThatOthersAddMeanwhileStay) {
     Write({"NODE01", "corp.test", 1});
     KeytabChange change(File());

@@ -51,10 +51,12 @@ class FileReplacement {
     void SetAttributesOf(const WholeFile& file);
     // Durable when it returns.
     void Commit();
+    // Also after a `Commit` that has failed: the folder may not have been synced.
+    bool IsInPlace() const { return _temporary.empty(); }
 
  private:
     std::string _path;
-    std::string _temporary;
+    std::string _temporary;  // empty when it has taken its place
     mode_t _mode = S_IRUSR | S_IWUSR;
     kit::Descriptor _file;
 };

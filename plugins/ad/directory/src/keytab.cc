@@ -336,6 +336,9 @@ void KeytabChange::Commit() {
 }
 
 void KeytabChange::Revert() const {
+    if (!_replacement || !_replacement->IsInPlace()) {
+        return;
+    }
     const auto now = ReadWholeFile(_path);
     if (Contents(now) == Contents(_before)) {
         return;
