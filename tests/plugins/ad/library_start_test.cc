@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <thread>
@@ -23,6 +24,7 @@ using std::chrono::milliseconds;
 // The look-up of the host's name, in a process that is made for one test.
 struct LookUp {
     milliseconds takes{0};
+    std::atomic_flag isUnderWay;
     std::promise<void> begun;
     std::promise<void> mayEnd;  // before that
 };
@@ -82,7 +84,8 @@ extern "C" __attribute__((visibility("default"))) const char* __tsan_default_opt
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char*, const char*, const addrinfo*,
                                                                   addrinfo**) {
     using nimbrel::ad::test::TheLookUp;
-    TheLookUp().begun.set_value();
+    // The library may ask more than once, and so may a child of the fork.
+    if (!TheLookUp().isUnderWay.test_and_set()) TheLookUp().begun.set_value();
     TheLookUp().mayEnd.get_future().wait_for(TheLookUp().takes);
     return EAI_AGAIN;
 }
