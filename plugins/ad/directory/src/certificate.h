@@ -2,8 +2,8 @@
 //
 //     if (!IsCertificateOf(der, "corp.test")) ...   // also for one of "*.test", or with the name as common name only
 //
-// TLS libraries take "*.corp.test" for every host of the domain; a certificate that a web server's administrator gets is
-// no proof of a controller.
+// TLS libraries take "*.corp.test" for every host of the domain; a certificate that a web server's administrator gets
+// is no proof of a controller.
 //
 // Threads: any. No errors: what cannot be read is nobody's.
 

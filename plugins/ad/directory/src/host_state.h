@@ -9,8 +9,9 @@
 //     7  account_sid = "S-1-5-21-1004336348-1177238915-682003330-1105"
 //     8  preferred_controller = "dc1.corp.test"
 //
-// Lines 2 to 7 are there on a joined host only, line 7 not after a join by an earlier version, which takes a file with it
-// for damaged; line 8 may be repeated or missing. No secret: that is in the keytab. A missing file reads as "not joined".
+// Lines 2 to 7 are there on a joined host only, line 7 not after a join by an earlier version, which takes a file with
+// it for damaged; line 8 may be repeated or missing. No secret: that is in the keytab. A missing file reads as "not
+// joined".
 //
 // Threads and processes: reading needs no lock, as the file is replaced as a whole; changes are made under `FileLock`.
 // Errors: `AdError` with 1359 for a damaged file, 5 for one that may not be used.

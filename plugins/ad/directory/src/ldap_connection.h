@@ -93,8 +93,8 @@ class LdapConnection {
     // Logs in with a service ticket and seals the connection. The ticket is used during the call only; the context must
     // outlive the connection.
     void BindSealed(krb5_context context, krb5_creds* ticket);
-    // Starts TLS on a fresh connection, whose certificate must be signed by an authority of the file and have `host` among
-    // its alternative DNS names, as a whole: a wildcard names nobody.
+    // Starts TLS on a fresh connection, whose certificate must be signed by an authority of the file and have `host`
+    // among its alternative DNS names, as a whole: a wildcard names nobody.
     void StartTls(const std::string& authorityFile);
     void BindSimple(const std::string& name, const char* password);
 

@@ -29,8 +29,8 @@ struct Leaving {
 
 [[noreturn]] void FailNotJoined() { throw AdError(kStatusNotJoined, "This host is not joined to a domain"); }
 
-// The membership, or what a join has left that was cut short before there was one. Throws `DamagedRecordError` where nobody
-// can tell what that was.
+// The membership, or what a join has left that was cut short before there was one. Throws `DamagedRecordError` where
+// nobody can tell what that was.
 Leaving WhatToLeave(const Settings& settings) {
     const HostState state = HostState::Load(settings.membership);
     if (state.membership) {
@@ -65,8 +65,8 @@ bool IsWordOnAccount(const AdError& error) {
 }
 
 // Whether the account takes this host's key. A controller that refuses it may not have heard of it yet: another one is
-// asked, and one that takes it is enough. What the domain says of an account that is disabled or the like, or gone since
-// it was looked for, is no sign of another host.
+// asked, and one that takes it is enough. What the domain says of an account that is disabled or the like, or gone
+// since it was looked for, is no sign of another host.
 bool IsKeyTaken(const Settings& settings, const Leaving& leaving, const Deadline& deadline) {
     const auto logOn = MachineLogOn(leaving.membership.computer, "FILE:" + leaving.keytab);
     bool isRefused = false;

@@ -51,8 +51,8 @@ class StaleRefusalError : public AdError {
     using AdError::AdError;
 };
 
-// Does the work at a controller of the domain, and at another one when it throws what that one might do better: a failure
-// after the first answer, another time than this host's, a `StaleRefusalError`. Who has failed is asked last
+// Does the work at a controller of the domain, and at another one when it throws what that one might do better: a
+// failure after the first answer, another time than this host's, a `StaleRefusalError`. Who has failed is asked last
 // for a while. Work that may be done twice only.
 void AtSomeController(const Settings& settings, const std::string& domain, const std::vector<std::string>& preferred,
                       const Deadline& deadline, Patience patience,

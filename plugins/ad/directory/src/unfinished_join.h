@@ -8,8 +8,8 @@
 // the one-time secret is used up; the account would be lost otherwise. For the same reason the file outlives any other
 // join that fails before it has given the account a secret of its own. A leave takes everything away.
 //
-// Threads: any; changes are made under the membership's lock. Errors: `DamagedRecordError`, and `AdError` with 5 for a file
-// that may not be used.
+// Threads: any; changes are made under the membership's lock. Errors: `DamagedRecordError`, and `AdError` with 5 for a
+// file that may not be used.
 
 #ifndef NIMBREL_AD_UNFINISHED_JOIN_H_
 #define NIMBREL_AD_UNFINISHED_JOIN_H_

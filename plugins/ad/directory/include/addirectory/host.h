@@ -64,7 +64,8 @@ class Host {
 
     // Both names empty when not joined.
     DomainNames ActiveDomain() const;
-    // Where the account stood when the trust state was last asked for, or at the join. Empty when not joined. Asks nobody.
+    // Where the account stood when the trust state was last asked for, or at the join. Empty when not joined. Asks
+    // nobody.
     std::string MachineAccountDN() const;
     std::vector<std::string> PreferredControllers() const;
     // Emptied by a leave. Throws 1210 for a malformed name, 87 for more than 256.
