@@ -85,34 +85,41 @@ ad::UnfinishedJoin TheRecord() {
     return ad::UnfinishedJoin(settings);
 }
 
-void RecordJoin(const char* computer) {
+// The keys are 32 times one character.
+void RecordJoin(const char* computer, char key) {
     ad::MachineKeys keys;
-    keys.push_back({kAes256, kit::Secret(std::string(32, 'k'))});
+    keys.push_back({kAes256, kit::Secret(std::string(32, key))});
     TheRecord().Record({computer, "corp.test"}, keys);
 }
 
 Operation OnTheRecord(const char* name, std::function<void()> prepare, std::function<void()> run) {
     Operation operation = OnTheMembership(name, std::move(prepare), std::move(run));
     operation.read = [] {
-        const auto account = TheRecord().Find();
-        return Parts{{"record", account ? account->computer : "none"}};
+        const auto left = TheRecord().Find();
+        if (!left) return Parts{{"record", "none"}};
+        std::string keys;
+        for (const char key : {'a', 'b'}) {
+            if (left->keytab.View().find(std::string(32, key)) != std::string_view::npos) keys += key;
+        }
+        return Parts{{"record", left->account.computer + ' ' + keys}};
     };
     return operation;
 }
 
 Operation BeginJoin() {
     return OnTheRecord(
-        "join under way, recorded", [] {}, [] { RecordJoin("NODE01"); });
+        "join under way, recorded", [] {}, [] { RecordJoin("NODE01", 'a'); });
 }
 
 Operation BeginAnotherJoin() {
     return OnTheRecord(
-        "join under way, after one that was cut short", [] { RecordJoin("NODE01"); }, [] { RecordJoin("NODE02"); });
+        "join under way, after one that was cut short", [] { RecordJoin("NODE01", 'a'); },
+        [] { RecordJoin("NODE02", 'b'); });
 }
 
 Operation EndJoin() {
     return OnTheRecord(
-        "join under way, ended", [] { RecordJoin("NODE01"); }, [] { TheRecord().Forget(); });
+        "join under way, ended", [] { RecordJoin("NODE01", 'a'); }, [] { TheRecord().Forget(); });
 }
 
 // --- Keytab ---
