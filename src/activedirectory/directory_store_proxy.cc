@@ -8,10 +8,10 @@
 #include "authentication/directory_store.h"
 #include "authentication/exceptions.h"
 #include "authentication/proxy.h"
-#include "foundation/no_cancellation.h"
 #include "foundation/system_calls.h"
 #include "hostmgmt/advanced_options.h"
 #include "hostmgmt/network.h"
+#include "internal/no_cancellation.h"
 
 namespace nimbrel::authentication {
 namespace {
@@ -37,7 +37,7 @@ std::int64_t ReadVerifyOption() {
 
 struct CloseFile {
     void operator()(FILE* file) const {
-        const NoCancellation noCancellation;
+        const internal::NoCancellation noCancellation;
         std::fclose(file);
     }
 };

@@ -6,7 +6,7 @@
 
 #include "activedirectory/plugin_file.h"
 #include "authentication/exceptions.h"
-#include "foundation/no_cancellation.h"
+#include "internal/no_cancellation.h"
 
 namespace nimbrel::authentication {
 namespace {
@@ -49,7 +49,7 @@ ActiveDirectoryProvider::ActiveDirectoryProvider(const std::string& name)
 }
 
 ActiveDirectoryProvider::~ActiveDirectoryProvider() {
-    const NoCancellation noCancellation;
+    const internal::NoCancellation noCancellation;
     dlclose(_library);
 }
 

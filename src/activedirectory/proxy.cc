@@ -10,7 +10,7 @@
 #include "activedirectory/plugin_file.h"
 #include "activedirectory/plugin_results.h"
 #include "authentication/exceptions.h"
-#include "foundation/no_cancellation.h"
+#include "internal/no_cancellation.h"
 
 namespace nimbrel::authentication {
 namespace {
@@ -80,7 +80,7 @@ APXProxy::APXProxy(const std::string& providerName, const std::string& server, b
 }
 
 APXProxy::~APXProxy() {
-    const NoCancellation noCancellation;
+    const internal::NoCancellation noCancellation;
     if (_library != nullptr) dlclose(_library);
 }
 

@@ -8,7 +8,7 @@
 #include "authentication/atomic_file_stream.h"
 #include "authentication/exceptions.h"
 #include "foundation/line_reader.h"
-#include "foundation/no_cancellation.h"
+#include "internal/no_cancellation.h"
 
 namespace nimbrel::authentication {
 namespace {
@@ -83,7 +83,7 @@ std::string& Configuration::operator[](const std::string& key) {
 }
 
 void Configuration::Write() const {
-    const NoCancellation noCancellation;
+    const internal::NoCancellation noCancellation;
     errno = 0;
     AtomicFileStream stream(_path.c_str(), std::ios_base::out);
     std::string line;

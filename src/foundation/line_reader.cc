@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "authentication/exceptions.h"
-#include "foundation/no_cancellation.h"
+#include "internal/no_cancellation.h"
 
 namespace nimbrel::authentication {
 namespace {
@@ -31,7 +31,7 @@ LineReader::LineReader(const std::string& path)
 }
 
 LineReader::~LineReader() {
-    const NoCancellation noCancellation;
+    const internal::NoCancellation noCancellation;
     close(_descriptor);
 }
 

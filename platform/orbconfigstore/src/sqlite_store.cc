@@ -6,7 +6,7 @@
 
 #include "checks.h"
 #include "database_file.h"
-#include "no_cancellation.h"
+#include "internal/no_cancellation.h"
 #include "schema.h"
 
 namespace OrbConfigStore {
@@ -34,7 +34,7 @@ class Operation {
     ~Operation() { UnlockOperations(); }
 
  private:
-    const NoCancellation _noCancellation;
+    const nimbrel::internal::NoCancellation _noCancellation;
 };
 
 }  // namespace

@@ -2,8 +2,8 @@
 
 #include <optional>
 
+#include "internal/no_cancellation.h"
 #include "names.h"
-#include "no_cancellation.h"
 #include "resolved_service.h"
 #include "search_domains.h"
 #include "text_file.h"
@@ -52,7 +52,7 @@ void DnsConfigImpl::AddUserSearchDomain(const std::string& domain) {
 
 void DnsConfigImpl::SaveConfig() {
     if (_added.empty()) return;
-    const NoCancellation noCancellation;
+    const nimbrel::internal::NoCancellation noCancellation;
     if (ResolvedManages(kResolvConf)) {
         SaveInDropIn(_added);
     } else {

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "internal/no_cancellation.h"
 #include "names.h"
-#include "no_cancellation.h"
 #include "text_file.h"
 
 namespace SysNet::Network {
@@ -76,7 +76,7 @@ void HostsFile::AddOrReplaceEntry(const std::string& address, const std::string&
     words.insert(words.end(), aliases.begin(), aliases.end());
     for (std::size_t i = 1; i < words.size(); ++i) CheckHostName(words[i]);
 
-    const NoCancellation noCancellation;
+    const nimbrel::internal::NoCancellation noCancellation;
     const std::optional<std::string> old = ReadTextFile(_path);
     std::vector<Line> lines = SplitLines(old.value_or(""));
     Replace(lines, words);

@@ -5,9 +5,9 @@
 #include <utility>
 #include <vector>
 
+#include "internal/no_cancellation.h"
 #include "netlink.h"
 #include "network_conf.h"
-#include "no_cancellation.h"
 #include "system_error.h"
 #include "text_file.h"
 
@@ -101,7 +101,7 @@ NetworkInterface::NetworkInterface(std::string name, IpConfig ipConfig)
 NetworkInfoImpl::NetworkInfoImpl() = default;
 
 std::shared_ptr<NetworkInterface> NetworkInfoImpl::GetManagementInterface() const {
-    const NoCancellation noCancellation;
+    const nimbrel::internal::NoCancellation noCancellation;
     const auto name = ParseManagementInterface(kNetworkConf, ReadTextFile(kNetworkConf).value_or(""));
     const Interfaces interfaces;
     if (name) return Named(interfaces, *name);

@@ -1,12 +1,14 @@
 // A stretch in which the calling thread is not cancelled: closing a file or a library is a cancellation point, and happens
 // in destructors, which a forced unwind may not leave. A cancellation that is asked for meanwhile takes effect afterwards.
+//
+// For the insides of the platform libraries and of the library above them; not installed.
 
-#ifndef NIMAUTH_FOUNDATION_NO_CANCELLATION_H_
-#define NIMAUTH_FOUNDATION_NO_CANCELLATION_H_
+#ifndef NIMBREL_INTERNAL_NO_CANCELLATION_H_
+#define NIMBREL_INTERNAL_NO_CANCELLATION_H_
 
 #include <pthread.h>
 
-namespace nimbrel::authentication {
+namespace nimbrel::internal {
 
 class NoCancellation {
  public:
@@ -19,6 +21,6 @@ class NoCancellation {
     int _before = PTHREAD_CANCEL_ENABLE;
 };
 
-}  // namespace nimbrel::authentication
+}  // namespace nimbrel::internal
 
-#endif  // NIMAUTH_FOUNDATION_NO_CANCELLATION_H_
+#endif  // NIMBREL_INTERNAL_NO_CANCELLATION_H_
