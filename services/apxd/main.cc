@@ -5,7 +5,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
@@ -171,7 +170,7 @@ class Retired {
 
     // `heir` may have the same socket.
     void Take(std::unique_ptr<Generation> generation, const Generation& heir) {
-        std::erase_if(_ends, [](const auto& end) { return IsThere(end, Clock::time_point()); });
+        WaitForNone(Clock::time_point());
         generation->server->Retire();
         if (generation->listener != heir.listener) generation->listener->End();
         try {
@@ -180,9 +179,10 @@ class Retired {
             LogCut(error.what());  // no thread can be had
         }
     }
-    // False if one of them still has requests under way when the time is over.
-    bool WaitForNone(Clock::time_point until) const {
-        return std::all_of(_ends.begin(), _ends.end(), [&](const auto& end) { return IsThere(end, until); });
+    // False if one of them still has requests under way when the time is over. Threads that have ended are joined.
+    bool WaitForNone(Clock::time_point until) {
+        std::erase_if(_ends, [&](const auto& end) { return IsThere(end, until); });
+        return _ends.empty();
     }
 
  private:
@@ -221,13 +221,14 @@ void Reload(const std::string& configFile, std::unique_ptr<Generation>& current,
 
 // Requests that outlast `stop-seconds` end with the process. To the ledger that is no other end than a kill: what they were
 // about to hand out is noted.
-void Stop(Generation& current, const Retired& retired) {
+void Stop(Generation& current, Retired& retired) {
     const auto until = Retired::Clock::now() + std::chrono::seconds(current.config.stopSeconds);
     current.server->Retire();
     current.listener->End();
-    const bool drained = current.server->Drain() && retired.WaitForNone(until);
+    const bool drained = current.server->Drain();
+    const bool noneLeft = retired.WaitForNone(until);
     LogLine("stopped").Write();
-    if (!drained) _exit(0);
+    if (!drained || !noneLeft) _exit(0);
 }
 
 sigset_t ServiceSignals() {
