@@ -37,6 +37,12 @@ class NotingLogIns : public LogInSoftware {
     std::function<void()> onEnable;
 };
 
+inline std::string Utf16(const std::string& text) {
+    std::string value;
+    for (const char letter : text) value += std::string{letter, '\0'};
+    return value;
+}
+
 class JoiningHost : public Sandbox {
  protected:
     JoiningHost() : settings(corp.HostSettings(Folder())) {}
