@@ -197,10 +197,13 @@ std::vector<int> Journal::Ids() const {
 std::vector<Entry> Journal::Entries() const {
     const std::vector<Damage> damages = Damages();
     if (damages.empty()) return ReadableEntries();
-    const std::string folder = EntryFolder(damages.front().id);
-    throw LoginsError(LoginsError::Kind::System,
-                      "change " + std::to_string(damages.front().id) + " cannot be read: " + damages.front().reason,
-                      "once none of its files is needed any more: mv " + folder + " " + _folder + "/damaged");
+    Refuse(damages.front());
+}
+
+void Journal::Refuse(const Damage& damage) const {
+    throw LoginsError(
+        LoginsError::Kind::System, "change " + std::to_string(damage.id) + " cannot be read: " + damage.reason,
+        "once none of its files is needed any more: mv " + EntryFolder(damage.id) + " " + _folder + "/damaged");
 }
 
 std::vector<Entry> Journal::ReadableEntries() const {

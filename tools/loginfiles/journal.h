@@ -95,6 +95,8 @@ class Journal {
     std::vector<Entry> Entries() const;
     std::vector<Entry> ReadableEntries() const;
     std::vector<Damage> Damages() const;
+    // Throws what `Entries` does for this one.
+    [[noreturn]] void Refuse(const Damage& damage) const;
     std::optional<Entry> Find(int id) const;
     // The change that waits for a confirmation, as far as it can be read.
     std::optional<Entry> Waiting() const;

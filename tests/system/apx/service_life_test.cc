@@ -207,14 +207,24 @@ TEST_F(Apx, WhileNoControllerIsFoundNoAccountIsGivenAway) {
     EXPECT_EQ(Count(LedgerText(), "F NODE07 "), Count(LedgerText(), "T NODE07 ")) << "and is nobody's";
 }
 
+// Configured with a directory that does not answer a client's question; the client hears in the end that nobody is there.
+struct HungService {
+    explicit HungService(const Trusted& trusted) {
+        client = std::async(std::launch::async, [trusted] { EXPECT_EQ(AskDomain(kNear, trusted).status, 1229U); });
+        domain.AwaitQuestion();
+    }
+
+    const HungDomain domain;
+    Service service;
+    std::future<void> client;
+};
+
 constexpr char kCut[] = "cut reason=\"requests under way have outlasted stop-seconds\"";
 
 TEST_F(Apx, StopDoesNotWaitForADirectoryThatHangs) {
-    const HungDomain domain;
     Configure(certificate, HungDomain::BackEnd() + "stop-seconds = 1\n");
-    Service service;
-    const auto client = std::async(std::launch::async, [this] { EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U); });
-    domain.AwaitQuestion();
+    HungService hung(Pinned());
+    Service& service = hung.service;
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(service.Stop(), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30)) << "the directory has 60";
@@ -222,11 +232,9 @@ TEST_F(Apx, StopDoesNotWaitForADirectoryThatHangs) {
 }
 
 TEST_F(Apx, ReloadDoesNotWaitForADirectoryThatHangs) {
-    const HungDomain domain;
     Configure(certificate, HungDomain::BackEnd() + "stop-seconds = 1\n");
-    Service service;
-    const auto client = std::async(std::launch::async, [this] { EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U); });
-    domain.AwaitQuestion();
+    HungService hung(Pinned());
+    Service& service = hung.service;
     Configure(certificate, "stop-seconds = 1\n");
     service.Signal(SIGHUP);
     service.WaitForLog("reloaded ");
@@ -241,11 +249,9 @@ TEST_F(Apx, ReloadDoesNotWaitForADirectoryThatHangs) {
 }
 
 TEST_F(Apx, WhatAHungReadingHoldsIsNotRefusedToTheNext) {
-    const HungDomain domain;
     Configure(certificate, HungDomain::BackEnd() + "stop-seconds = 1\n");
-    Service service;
-    const auto client = std::async(std::launch::async, [this] { EXPECT_EQ(AskDomain(kNear, Pinned()).status, 1229U); });
-    domain.AwaitQuestion();
+    HungService hung(Pinned());
+    Service& service = hung.service;
     Configure(certificate, "listen = 127.0.0.1:9443\nledger = /run/apxd/other\nstop-seconds = 1\n");
     service.Signal(SIGHUP);
     service.WaitForLog("reloaded listen=\"127.0.0.1 9443\"");

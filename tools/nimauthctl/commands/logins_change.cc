@@ -39,7 +39,7 @@ void RequireNothingWaits(const logins::Journal& journal) {
                                   "'nimauthctl logins confirm' or 'nimauthctl logins undo' first");
     }
     for (const logins::Damage& damage : journal.Damages()) {
-        if (!damage.isOver) RefuseFor(damage, journal);  // it may wait
+        if (!damage.isOver) journal.Refuse(damage);  // it may wait
     }
 }
 

@@ -82,14 +82,6 @@ void Recover(logins::Journal& journal, Report& report) {
     }
 }
 
-void RefuseFor(const logins::Damage& damage, const logins::Journal& journal) {
-    const std::string folder = journal.EntryFolder(damage.id);
-    const std::string aside = folder.substr(0, folder.rfind('/')) + "/damaged";
-    throw LoginsError(LoginsError::Kind::System,
-                      "change " + std::to_string(damage.id) + " cannot be read: " + damage.reason,
-                      "once none of its files is needed any more: mv " + folder + ' ' + aside);
-}
-
 void ShowEntry(const logins::Entry& entry, Report& report) {
     const logins::Record& record = entry.record;
     Row& row = report.AddRow("change", "changes", std::to_string(record.id));

@@ -24,9 +24,6 @@ std::vector<std::string> NamedServices(const Invocation& invocation);
 // cannot be read.
 void Recover(logins::Journal& journal, Report& report);
 
-// For what cannot be done while this one cannot be read. Throws `LoginsError`, with what would make it go on.
-[[noreturn]] void RefuseFor(const logins::Damage& damage, const logins::Journal& journal);
-
 // What is known of a recorded change, as one row.
 void ShowEntry(const logins::Entry& entry, Report& report);
 

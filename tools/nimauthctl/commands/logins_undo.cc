@@ -17,7 +17,7 @@ bool Stands(const logins::Entry& entry) {
 // A later change that cannot be read may be the one that was meant.
 void RequireNoneBehind(int id, const logins::Journal& journal) {
     for (const logins::Damage& damage : journal.Damages()) {
-        if (damage.id > id) RefuseFor(damage, journal);
+        if (damage.id > id) journal.Refuse(damage);
     }
 }
 
