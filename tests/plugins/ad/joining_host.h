@@ -23,6 +23,7 @@ class NotingLogIns : public LogInSoftware {
         enabled = domain;
     }
     void Disable() override {
+        if (refusesDisable) throw AdError(kStatusDiskFull, "refused");
         enabled.reset();
         services.clear();
     }
@@ -34,6 +35,7 @@ class NotingLogIns : public LogInSoftware {
     std::optional<JoinedDomain> enabled;
     std::vector<std::string> services;
     bool refuses = false;
+    bool refusesDisable = false;
     std::function<void()> onEnable;
 };
 

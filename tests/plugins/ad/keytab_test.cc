@@ -188,6 +188,22 @@ TEST_F(Keytab, RevertOfTheFirstKeysRemovesTheFile) {
     EXPECT_EQ(FileCount(Folder()), 0U);
 }
 
+TEST_F(Keytab, LatestKeyVersionIsThatOfTheHostsOwnKeys) {
+    EXPECT_EQ(KeyVersionIn(File(), "NODE01", "corp.test"), std::nullopt);
+    const auto made = testing::RunProgram(
+        "/usr/bin/ktutil", {.input = "addent -password -p NODE01$@CORP.TEST -k 9 -e arcfour-hmac\nold\n"
+                                     "addent -password -p OTHER$@CORP.TEST -k 8 -e aes256-cts-hmac-sha1-96\nold\n"
+                                     "wkt " +
+                                     File() + "\nquit\n"});
+    ASSERT_EQ(made.exitStatus, 0) << made.errors;
+    EXPECT_EQ(KeyVersionIn(File(), "NODE01", "corp.test"), std::nullopt);
+    for (const std::uint32_t version : {3U, 255U, 256U, 70000U}) {
+        std::filesystem::remove(File());
+        Write({"NODE01", "corp.test", version});
+        EXPECT_EQ(KeyVersionIn(File(), "NODE01", "corp.test"), version);
+    }
+}
+
 TEST_F(Keytab, RealmIsRemovedAtEveryKeyVersion) {
     Write({"NODE01", "other.test", 1});
     const std::string before = ReadFile(File());

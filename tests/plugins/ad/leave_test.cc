@@ -8,6 +8,7 @@
 #include "host_state.h"
 #include "joining_host.h"
 #include "log_lines.h"
+#include "support/run_program.h"
 
 namespace nimbrel::ad::test {
 namespace {
@@ -124,6 +125,25 @@ TEST_F(Leaves, WithoutAKeyAndASidTheAccountStays) {
     }
 }
 
+// The first one has thrown the key away, by which another host's account is told from this one's.
+TEST_F(Leaves, RepeatedLeaveDoesNotTakeAnothersAccount) {
+    for (const bool isSavable : {true, false}) {
+        corp.entries.Modify(kAccount, {{2, "unicodePwd", {Utf16("\"Another-1\"")}}});
+        logIns.refusesDisable = true;
+        if (!isSavable) std::filesystem::create_directory(settings.membership + ".new");
+        EXPECT_EQ(Leave(), kStatusDiskFull);
+        EXPECT_TRUE(Account());
+        EXPECT_TRUE(std::filesystem::exists(settings.membership));
+        EXPECT_EQ(std::filesystem::exists(settings.keytab), !isSavable) << "it is needed again where that is not noted";
+        std::filesystem::remove(settings.membership + ".new");
+        logIns.refusesDisable = false;
+        EXPECT_EQ(Leave(), 0U);
+        EXPECT_TRUE(Account());
+        EXPECT_FALSE(HasTraces());
+        EXPECT_EQ(Join(), 0U);
+    }
+}
+
 TEST_F(Leaves, RefusalOfTheKeyCountsMoreThanTheIgnoranceOfTheNextController) {
     KeyCentre keys{"CORP.TEST"};
     TestController second(corp.entries, keys, {.host = "dc2.corp.test"},
@@ -154,6 +174,36 @@ TEST_F(Leaves, OneControllerThatRefusesTheKeyIsNotBelieved) {
     EXPECT_FALSE(Account());
     settings.avoidance = std::chrono::seconds(0);
     AvoidController(settings, "dc2.corp.test");  // for other tests
+}
+
+// It has not heard yet of the host that has taken the account over.
+TEST_F(Leaves, ControllerThatStillTakesTheKeyIsNotBelievedOnAnotherVersionOfIt) {
+    KeyCentre keys{"CORP.TEST"};
+    keys.SetPassword("admin1", "Secret-1", "CORP.TESTadmin1");
+    keys.SetPassword("NODE01$", "of another host", "salt");
+    TestController second(corp.entries, keys, {.host = "dc2.corp.test"},
+                          {"127.0.0.2", corp.controller.LdapPort(), corp.controller.KerberosPort()});
+    corp.names->AddAddress("dc2.corp.test", "127.0.0.2");
+    settings.avoidance = std::chrono::seconds(60);
+    TheHost().SetPreferredControllers({"dc2.corp.test", "dc1.corp.test"});
+    corp.entries.Put(kAccount, {{"msDS-KeyVersionNumber", {"7"}}});
+    const int before = corp.keys.logOns;
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_EQ(corp.keys.logOns, before + 1);
+    EXPECT_TRUE(Account());
+    EXPECT_FALSE(HasTraces());
+    settings.avoidance = std::chrono::seconds(0);
+    AvoidController(settings, "dc2.corp.test");  // for other tests
+}
+
+TEST_F(Leaves, KeysOfAKindThatNoJoinMakesAreNone) {
+    std::filesystem::remove(settings.keytab);
+    const auto made = testing::RunProgram(
+        "/usr/bin/ktutil", {.input = "addent -password -p NODE01$@CORP.TEST -k 1 -e arcfour-hmac\nold\nwkt " +
+                                     settings.keytab + "\nquit\n"});
+    ASSERT_EQ(made.exitStatus, 0) << made.errors;
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_FALSE(Account()) << "known by its SID";
 }
 
 TEST_F(Leaves, DisabledAccountIsThisHostsAllTheSame) {

@@ -77,6 +77,7 @@ class KeytabReader {
     explicit KeytabReader(std::string_view bytes) : _rest(bytes) {}
 
     bool AtEnd() const { return _rest.empty(); }
+    std::size_t Left() const { return _rest.size(); }
 
     std::string_view Bytes(std::size_t size) {
         if (size > _rest.size()) {
@@ -122,13 +123,16 @@ EntryPrincipal TakePrincipal(KeytabReader& reader) {
     return principal;
 }
 
-// The principal and its key, at whatever version and whenever it was written.
+// The principal and its key, whenever it was written.
 struct EntryKey {
     EntryPrincipal principal;
+    std::uint32_t version = 0;
     std::uint32_t encryption = 0;
     std::string_view bytes;
 
-    bool operator==(const EntryKey&) const = default;
+    bool IsSameKey(const EntryKey& other) const {  // at whatever version
+        return principal == other.principal && encryption == other.encryption && bytes == other.bytes;
+    }
 };
 
 // Of an entry as it stands in the file.
@@ -137,10 +141,19 @@ EntryKey KeyOfEntry(std::string_view entry) {
     EntryKey key;
     reader.Bytes(4);  // the length
     key.principal = TakePrincipal(reader);
-    reader.Bytes(4 + 4 + 1);  // the name's type, the time, the version
+    reader.Bytes(4 + 4);  // the name's type, the time
+    key.version = reader.Number(1);
     key.encryption = reader.Number(2);
     key.bytes = reader.Text();
+    if (const std::uint32_t whole = reader.Left() < 4 ? 0 : reader.Number(4)) {
+        key.version = whole;  // the number before is its last byte
+    }
     return key;
+}
+
+bool IsOfAJoin(std::uint32_t encryption) {
+    return std::any_of(kEncryptions.begin(), kEncryptions.end(),
+                       [&](krb5_enctype ours) { return static_cast<std::uint32_t>(ours) == encryption; });
 }
 
 // Whether it is one of ours: "host/node01.corp.test@CORP.TEST".
@@ -378,13 +391,20 @@ std::optional<KeytabAccount> MachineAccountIn(std::string_view keytab) {
     return found;
 }
 
-bool HasKeyOf(const std::string& path, const std::string& computer, const std::string& domain) {
+std::optional<std::uint32_t> KeyVersionIn(const std::string& path, const std::string& computer,
+                                          const std::string& domain) {
     const auto file = ReadWholeFile(path);
-    bool found = false;
-    ForEachEntry(Contents(file), [&](std::string_view, const EntryPrincipal& principal) {
-        found = found || IsPrincipal(principal, KeytabPrincipals(computer, domain).front());
+    std::optional<std::uint32_t> latest;
+    ForEachEntry(Contents(file), [&](std::string_view entry, const EntryPrincipal& principal) {
+        if (!IsPrincipal(principal, KeytabPrincipals(computer, domain).front())) {
+            return;
+        }
+        const EntryKey key = KeyOfEntry(entry);
+        if (IsOfAJoin(key.encryption)) {
+            latest = std::max(latest.value_or(0), key.version);
+        }
     });
-    return found;
+    return latest;
 }
 
 void RemoveRealmFromKeytab(const std::string& path, const std::string& realm) {
@@ -395,8 +415,9 @@ void RemoveKeysFromKeytab(const std::string& path, std::string_view other) {
     std::vector<EntryKey> keys;
     ForEachEntry(other, [&](std::string_view entry, const auto&) { keys.push_back(KeyOfEntry(entry)); });
     const auto isOneOfThem = [&](std::string_view entry, const EntryPrincipal& principal) {
-        return std::any_of(keys.begin(), keys.end(),
-                           [&](const EntryKey& key) { return key.principal == principal && key == KeyOfEntry(entry); });
+        return std::any_of(keys.begin(), keys.end(), [&](const EntryKey& key) {
+            return key.principal == principal && key.IsSameKey(KeyOfEntry(entry));
+        });
     };
     RemoveEntries(path, isOneOfThem);
 }

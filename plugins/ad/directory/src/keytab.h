@@ -47,8 +47,10 @@ void WriteMachineKeytab(const std::string& path, const KeytabAccount& account, c
 // The machine account whose keys are in these bytes of a keytab; unset if they are not those of one.
 std::optional<KeytabAccount> MachineAccountIn(std::string_view keytab);
 
-// Whether the keytab has a key of the machine account, whichever.
-bool HasKeyOf(const std::string& path, const std::string& computer, const std::string& domain);
+// The latest version of the machine account's key in the keytab, of those of a kind that a join makes; unset if it has
+// none.
+std::optional<std::uint32_t> KeyVersionIn(const std::string& path, const std::string& computer,
+                                          const std::string& domain);
 
 // A new keytab, not yet in place: the old one's entries without those of the account's principals, then the account's
 // keys. Others may add theirs to the old one meanwhile.

@@ -64,10 +64,11 @@ bool IsWordOnAccount(const AdError& error) {
            error.Status() == kStatusPasswordMustChange || error.Status() == kStatusNoTrustAccount;
 }
 
-// Whether the account takes this host's key. A controller that refuses it may not have heard of it yet: another one is
-// asked, and one that takes it is enough. What the domain says of an account that is disabled or the like, or gone
-// since it was looked for, is no sign of another host.
-bool IsKeyTaken(const Settings& settings, const Leaving& leaving, const Deadline& deadline) {
+// Whether the account takes this host's key. A controller that refuses it may not have heard of it yet, and another one
+// is asked; or that one has not heard yet of the other host that has taken the account over, which the account's key
+// version tells. What the domain says of an account that is disabled or the like, or gone since it was looked for, is no
+// sign of another host.
+bool IsKeyTaken(const Settings& settings, const Leaving& leaving, bool isOfThisVersion, const Deadline& deadline) {
     const auto logOn = MachineLogOn(leaving.membership.computer, "FILE:" + leaving.keytab);
     bool isRefused = false;
     const auto tryKey = [&](const LocatedController& located) {
@@ -81,7 +82,7 @@ bool IsKeyTaken(const Settings& settings, const Leaving& leaving, const Deadline
     try {
         AtSomeController(settings, leaving.membership.domain, leaving.preferredControllers, deadline, Patience::Query,
                          tryKey);
-        return true;
+        return !isRefused || isOfThisVersion;
     } catch (const AdError& error) {
         if (!isRefused && !IsWordOnAccount(error)) {
             throw;
@@ -99,10 +100,14 @@ std::string WhyOfAnother(const Settings& settings, const Leaving& leaving, const
     if (!membership.accountSid.empty() && AccountSid(account) != membership.accountSid) {
         return "it is not the one with which this host has joined";
     }
-    if (!HasKeyOf(leaving.keytab, membership.computer, membership.domain)) {
+    const auto version = KeyVersionIn(leaving.keytab, membership.computer, membership.domain);
+    if (!version) {
         return membership.accountSid.empty() ? "this host has no key to show that the account is its own" : "";
     }
-    return IsKeyTaken(settings, leaving, deadline) ? "" : "it does not take the key of this host's keytab";
+    const std::int64_t told = account.Number("msds-keyversionnumber");
+    const bool isOfThisVersion = told != 0 && told <= *version;
+    return IsKeyTaken(settings, leaving, isOfThisVersion, deadline) ? ""
+                                                                    : "it does not take the key of this host's keytab";
 }
 
 void RemoveAccount(const Settings& settings, const Leaving& leaving, const UserCredentials& credentials,
@@ -123,6 +128,22 @@ void RemoveAccount(const Settings& settings, const Leaving& leaving, const UserC
     }
 }
 
+// A host without a key is believed by the SID of its account. One that has thrown its key away itself is not: another host
+// may have taken the account over since. False where that cannot be noted.
+bool NoteThatKeyGoes(const Settings& settings) {
+    HostState state = HostState::Load(settings.membership);
+    if (!state.membership || state.membership->accountSid.empty()) {
+        return true;
+    }
+    try {
+        state.membership->accountSid.clear();
+        state.Save(settings.membership);
+        return true;
+    } catch (const AdError&) {  // a full disk
+        return false;
+    }
+}
+
 // Every step is tried, so that as little as possible stays behind; the first failure is reported, and the membership
 // stays recorded until all others are done, so that the leave can be repeated.
 void ForgetLocally(const Settings& settings, LogInSoftware& logIns, const Membership& membership) {
@@ -134,7 +155,11 @@ void ForgetLocally(const Settings& settings, LogInSoftware& logIns, const Member
             failure = failure ? failure : std::current_exception();
         }
     };
+    const bool isNoted = NoteThatKeyGoes(settings);
     attempt([&] { logIns.Disable(); });
+    if (failure && !isNoted) {
+        std::rethrow_exception(failure);  // the keys are needed again
+    }
     if (!membership.domain.empty()) {
         attempt([&] { RemoveRealmFromKeytab(settings.keytab, UpperCase(membership.domain)); });
     }

@@ -6,7 +6,8 @@
 //
 // The next join takes away what that one has left on the host. One with the same machine account goes on with the keys if
 // the one-time secret is used up; the account would be lost otherwise. For the same reason the file outlives any other
-// join that fails before it has given the account a secret of its own. A leave takes everything away.
+// join that fails before it has given the account a secret of its own, or has keys of its own to leave there: the domain
+// holds those then. A leave takes everything away.
 //
 // Threads: any; changes are made under the membership's lock. Errors: `DamagedRecordError`, and `AdError` with 5 for a
 // file that may not be used.
