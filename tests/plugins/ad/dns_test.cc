@@ -417,7 +417,10 @@ TEST(AddressOrder, BeginsWithOneOfEachFamilyAndWithThoseThatCanBeReached) {
     EXPECT_THAT(order({}), SizeIs(0));
     EXPECT_THAT(order({"255.255.255.255", "127.0.0.2", "127.0.0.1"}),
                 ElementsAre("127.0.0.2", "127.0.0.1", "255.255.255.255"));
-    EXPECT_THAT(order({"127.0.0.1", "127.0.0.2", "fe80::1"}), ElementsAre("127.0.0.1", "fe80::1", "127.0.0.2"));
+    EXPECT_THAT(order({"127.0.0.1", "127.0.0.2", "::1"}), ElementsAre("127.0.0.1", "::1", "127.0.0.2"));
+    EXPECT_THAT(order({"127.0.0.1", "127.0.0.2", "fe80::1"}), ElementsAre("127.0.0.1", "127.0.0.2", "fe80::1"))
+        << "to the last there is no way";
+    EXPECT_THAT(order({"fe80::1", "255.255.255.255"}), ElementsAre("fe80::1", "255.255.255.255"));
 }
 
 TEST(Resolver, AddressAsTextIsNotAskedFor) {

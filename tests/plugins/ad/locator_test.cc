@@ -139,9 +139,9 @@ TEST_F(Locator, AddressesOfVersionSixAreTriedToo) {
     EXPECT_THAT(Services(kServices).services, SizeIs(1)) << "nor there";
 }
 
-TEST_F(Locator, TwoAddressesOfAHostAreTried) {
+TEST_F(Locator, ThreeAddressesOfAHostAreTried) {
     corp.names->Forget("dc1.corp.test");
-    for (const char* address : {"127.0.0.66", "127.0.0.67", "127.0.0.1"}) {
+    for (const char* address : {"127.0.0.66", "127.0.0.67", "127.0.0.68", "127.0.0.1"}) {
         corp.names->AddAddress("many.corp.test", address);
     }
     corp.names->Forget(kServices);

@@ -18,7 +18,7 @@ namespace nimbrel::ad {
 namespace {
 
 constexpr std::size_t kMaximumCandidates = 32;
-constexpr std::size_t kMaximumAddresses = 2;
+constexpr std::size_t kMaximumAddresses = 3;  // two of one version beside one of the other
 
 // --- What the process remembers ---
 

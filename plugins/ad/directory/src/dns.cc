@@ -193,10 +193,10 @@ void OrderServices(std::vector<ServiceRecord>& services, std::minstd_rand& rando
 }
 
 void OrderAddresses(std::vector<Endpoint>& endpoints) {
-    std::stable_partition(endpoints.begin(), endpoints.end(), HasRoute);
+    const auto end = std::stable_partition(endpoints.begin(), endpoints.end(), HasRoute);
     const auto isOther = [&](const Endpoint& one) { return one.Family() != endpoints.front().Family(); };
-    const auto other = std::find_if(endpoints.begin(), endpoints.end(), isOther);
-    if (other != endpoints.end()) {
+    const auto other = std::find_if(endpoints.begin(), end, isOther);
+    if (other != end) {
         std::rotate(endpoints.begin() + 1, other, other + 1);
     }
 }

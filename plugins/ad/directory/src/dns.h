@@ -40,8 +40,8 @@ DnsAnswer ParseDnsReply(std::string_view reply);
 // The order in which to try services: by priority; within one, at random in proportion to the weight.
 void OrderServices(std::vector<ServiceRecord>& services, std::minstd_rand& random);
 
-// The order in which to try addresses of one host: those to which this host has a way first, and the first of each
-// version before all others.
+// The order in which to try addresses of one host: those to which this host has a way first, and of these the first of
+// each version before all others.
 void OrderAddresses(std::vector<Endpoint>& endpoints);
 
 class Resolver {
