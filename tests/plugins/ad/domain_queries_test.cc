@@ -91,6 +91,11 @@ TEST_F(Queries, MachineAccountIsWhereTheTrustStateHasFoundIt) {
     EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
     EXPECT_EQ(TheHost().MachineAccountDN(), moved);
     EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+    corp.entries.Move(moved, kAccount);
+    settings.membership = Folder() + "/./membership";  // a session of its own, which others open
+    TheHost().TrustedDomains();
+    EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+    EXPECT_EQ(TheHost().MachineAccountDN(), kAccount);
     EXPECT_EQ(ModeOf(settings.membership), 0600U);
     EXPECT_EQ(Leave(), 0U);
     EXPECT_FALSE(Account());
@@ -112,14 +117,17 @@ TEST_F(Queries, TrustStateIsGoodWhereverTheAccountCannotBeFoundOrNoted) {
         settings.membership = (folder += "./") + "membership";
     };
     corp.entries.Move(kAccount, "CN=NODE01,OU=Hosts,DC=corp,DC=test");
-    settings.controllerBudget = std::chrono::milliseconds(300);
+    const auto budget = settings.controllerBudget;
     for (const auto& behaviour : {Behaviour::KeepsQuiet, Behaviour::HangsUp}) {
         newSession();
+        TheHost().TrustedDomains();  // with all the time it takes
+        settings.controllerBudget = behaviour == Behaviour::KeepsQuiet ? std::chrono::milliseconds(300) : budget;
         corp.controller.SetBehave([this, behaviour](const std::string&, const std::string& name) {
             return name == corp.base ? behaviour : Behaviour::Answers;
         });
         EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
     }
+    settings.controllerBudget = budget;
     corp.controller.SetBehave({});
     newSession();
     corp.controller.SetRefuse([this](const std::string&, const std::string& name) {
@@ -270,6 +278,22 @@ TEST_F(Queries, ControllerOfATrustedDomainWithoutItsServiceNameIsPassedOver) {
     corp.names->AddService("_ldap._tcp.dc._msdcs.twig.test", "dc1.twig.test", {.priority = 10});
     settings.avoidance = std::chrono::seconds(60);
     EXPECT_EQ(CanonicalName("carol@twig.test"), "Carol@twig.test");
+}
+
+// The ordinary trust of old; none of the other domain's controllers is at fault.
+TEST_F(TrustingQueries, TrustWithoutAnAesKeyIsTold) {
+    corp.AddTrust("branch.test", "BRANCH", 3);
+    corp.keys.Refuse("krbtgt/branch.test", KRB5KDC_ERR_ETYPE_NOSUPP);
+    TakeLogLines();
+    const auto before = branch.controller.Requests().size();
+    try {
+        TheHost().CanonicalUserName("carol@branch.test");
+        ADD_FAILURE() << "found";
+    } catch (const AdError& error) {
+        EXPECT_EQ(error.Status(), kStatusAccountRestriction);
+        EXPECT_THAT(error.what(), HasSubstr("the realm 'CORP.TEST' has no AES key for the trust"));
+    }
+    EXPECT_EQ(branch.controller.Requests().size(), before + 2) << "the two that find it, once";
 }
 
 TEST_F(TrustingQueries, UsersOfADomainThatLetsNobodyInAreKnownToItsKeyCentre) {

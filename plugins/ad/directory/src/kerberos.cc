@@ -309,13 +309,23 @@ krb5_creds* Tickets::TicketFor(const std::string& service) {
     wanted.server = server.Get();
     TicketGuard request(Context());
     CheckKerberos(Context(), krb5_tkt_creds_init(Context(), _cache, &wanted, 0, request.Out()), action);
+    std::string asked;
     try {
         RunDialogue(Context(), _exchange, action, [&](krb5_data* reply, Step& step) {
-            return krb5_tkt_creds_step(Context(), request.Get(), reply, &step.request, &step.realm, &step.flags);
+            const krb5_error_code error =
+                krb5_tkt_creds_step(Context(), request.Get(), reply, &step.request, &step.realm, &step.flags);
+            if (error == 0 && step.realm.length != 0) {
+                asked.assign(step.realm.data, step.realm.length);
+            }
+            return error;
         });
     } catch (const KerberosError& error) {
         if (error.Code() != KRB5KDC_ERR_ETYPE_NOSUPP) {
             throw;
+        }
+        if (asked != service.substr(service.rfind('@') + 1)) {
+            throw AdError(kStatusAccountRestriction,
+                          "Unable to " + action + ": the realm '" + asked + "' has no AES key for the trust");
         }
         // The key that is missing is the service's, and another controller may have one.
         throw AdError(kStatusNoSuchDomain, "Unable to " + action + ": it has no key that this host may use");

@@ -290,12 +290,13 @@ std::int32_t Host::TrustState() const {
         const HostState state = LoadJoined(_settings, kStatusNotJoined);
         const std::string key = SessionKey(_settings, state);
         PooledSession session = TakeSession(key);
+        const Deadline deadline = Deadline::After(_settings.queryBudget);
         if (!session.session || !session.IsYoungerThan(kTrustStateAge)) {
-            const Deadline deadline = Deadline::After(_settings.queryBudget);
             session = LogOnMachine(_settings, state, deadline);
-            if (!IsStillGoodAfterNoting(_settings, state, *session.session, deadline)) {
-                return kTrustStateHealthy;  // it was a moment ago
-            }
+        }
+        if (!std::exchange(session.hasToldName, true) &&
+            !IsStillGoodAfterNoting(_settings, state, *session.session, deadline)) {
+            return kTrustStateHealthy;  // it was a moment ago
         }
         GiveBackSession(key, std::move(session));
         ForgetEndedJoin(_settings);

@@ -26,6 +26,7 @@ namespace nimbrel::ad {
 struct PooledSession {
     std::unique_ptr<Session> session;
     Deadline::Clock::time_point loggedOn;
+    bool hasToldName = false;  // where the account stands
 
     bool IsYoungerThan(std::chrono::seconds age) const { return Deadline::Clock::now() - loggedOn < age; }
 };
