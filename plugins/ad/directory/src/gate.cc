@@ -1,5 +1,6 @@
 #include "gate.h"
 
+#include <openssl/crypto.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -36,8 +37,10 @@ void CloseForGood() {
     pthread_rwlock_timedwrlock(&gate, &end);
 }
 
-// Exit handlers run before the destructors of shared objects, those of the Kerberos library among them.
+// Exit handlers run before the destructors of shared objects, those of the Kerberos library among them, and in the reverse
+// order: libcrypto's, which takes away what those inside use, is to come after this one.
 bool Install() {
+    OPENSSL_init_crypto(0, nullptr);
     return pthread_atfork(CloseForFork, OpenAfterFork, OpenInChild) == 0 && std::atexit(CloseForGood) == 0;
 }
 
