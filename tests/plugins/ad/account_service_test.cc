@@ -7,11 +7,14 @@
 #include <chrono>
 #include <utility>
 
+#include "controller_locator.h"
 #include "joining_host.h"
 #include "keytab.h"
 
 namespace nimbrel::ad::test {
 namespace {
+
+using ::testing::IsEmpty;
 
 constexpr char kMark[] = "0123456789abcdef0123456789abcdef";
 constexpr char kOtherMark[] = "ffffffffffffffffffffffffffffffff";
@@ -77,9 +80,31 @@ class Accounts : public JoiningHost {
         });
     }
 
+    // What the call's failure tells about the accounts.
+    enum class Failure { None, ChangedNothing, Open };
+    template <class Call>
+    static Failure FailureOf(const Call& call) {
+        try {
+            call();
+        } catch (const UnchangedError&) {
+            return Failure::ChangedNothing;
+        } catch (const AdError&) {
+            return Failure::Open;
+        }
+        return Failure::None;
+    }
+    Failure Creating() {
+        return FailureOf([&] { Service().Create("NODE02", "", kMark); });
+    }
+    Failure TakingOver() {
+        return FailureOf([&] { Service().TakeOver("NODE01", kMark); });
+    }
+
     static constexpr int kReferral = 10;
     static constexpr int kNoSuchObject = 32;
+    static constexpr int kBusy = 51;
     static constexpr int kUnavailable = 52;
+    static constexpr int kUnwilling = 53;
 
     const std::string _keytab = Path("service.keytab");
 };
@@ -242,6 +267,115 @@ TEST_F(Accounts, OnlyThatNobodyCanBeAskedIsUnreachable) {
         });
         EXPECT_FALSE(isUnreachable()) << question;
     }
+}
+
+TEST_F(Accounts, FailureBeforeAChangeHasChangedNothing) {
+    MakeAccount();
+    const auto fail = [this] {
+        EXPECT_EQ(Creating(), Failure::ChangedNothing);
+        EXPECT_EQ(TakingOver(), Failure::ChangedNothing);
+    };
+    corp.controller.SetBehave([](const std::string& operation, const std::string& name) {
+        return operation == "search" && !name.empty() ? Behaviour::HangsUp : Behaviour::Answers;
+    });
+    fail();
+    corp.controller.SetBehave(nullptr);
+    for (const int code : {kReferral, kBusy, kUnavailable, kUnwilling}) {
+        RefuseAfter("bind", code);
+        fail();
+    }
+    corp.controller.SetRefuse(nullptr);
+    corp.keys.Remove("APX01$");
+    fail();
+}
+
+TEST_F(Accounts, ChangeThatIsRefusedHasChangedNothing) {
+    MakeAccount();
+    for (const int code : {kReferral, kBusy, kUnavailable, kUnwilling, kInsufficientAccess}) {
+        Refuse("add", {code, ""});
+        EXPECT_EQ(Creating(), Failure::ChangedNothing) << code;
+        Refuse("modify", {code, ""});
+        EXPECT_EQ(TakingOver(), Failure::ChangedNothing) << code;
+    }
+    Refuse("", {}, 0);
+    EXPECT_EQ(TakingOver(), Failure::None);
+}
+
+TEST_F(Accounts, ChangeWithoutAnAnswerIsOpen) {
+    MakeAccount();
+    Behave("add", Behaviour::HangsUp);
+    EXPECT_EQ(Creating(), Failure::Open);
+    Behave("modify", Behaviour::HangsUp);
+    EXPECT_EQ(TakingOver(), Failure::Open);
+}
+
+// --- With a second controller, that the DNS names after the first ---
+
+class AccountsAtTwo : public Accounts {
+ protected:
+    AccountsAtTwo() {
+        settings.avoidance = std::chrono::seconds(60);
+        corp.names->AddService("_ldap._tcp.dc._msdcs.corp.test", "dc2.corp.test", {.priority = 10});
+        BeginAnew();
+    }
+    ~AccountsAtTwo() override { BeginAnew(); }
+
+    // Nobody is avoided, and the first is in use.
+    void BeginAnew() const {
+        Settings forgetting = settings;
+        forgetting.avoidance = std::chrono::seconds(0);
+        for (const char* name : {"dc1.corp.test", "dc2.corp.test"}) AvoidController(forgetting, name);
+        LocateController(settings, "corp.test", {"dc1.corp.test"}, Deadline::After(std::chrono::seconds(20)));
+    }
+    // The first call fails at the first controller, and the next one does not.
+    template <class Call>
+    void ExpectAnotherIsAsked(const Call& call) {
+        EXPECT_EQ(StatusOf(call), kStatusNoSuchDomain);
+        EXPECT_EQ(StatusOf(call), 0U);
+        BeginAnew();
+        corp.entries.Delete(kAccount, true);
+    }
+
+    const std::unique_ptr<TestController> second = corp.MakeController("dc2.corp.test", "127.0.0.2");
+};
+
+TEST_F(AccountsAtTwo, OneThatAnswersNoQuestionIsAskedOnce) {
+    const auto ask = [this] {
+        ExpectAnotherIsAsked([this] { Service().Create("NODE01", "", kMark); });
+        MakeAccount();
+        ExpectAnotherIsAsked([this] { Service().TakeOver("NODE01", kMark); });
+        ExpectAnotherIsAsked([this] { Service().Domain(); });
+    };
+    corp.controller.SetBehave([](const std::string& operation, const std::string& name) {
+        return operation == "search" && !name.empty() ? Behaviour::HangsUp : Behaviour::Answers;
+    });
+    ask();
+    corp.controller.SetBehave(nullptr);
+    for (const int code : {kBusy, kUnavailable}) {
+        RefuseAfter("bind", code);
+        ask();
+    }
+}
+
+TEST_F(AccountsAtTwo, OneThatRefusesChangesIsAskedOnce) {
+    for (const int code : {kBusy, kUnavailable, kReferral}) {
+        Refuse("add", {code, ""});
+        ExpectAnotherIsAsked([this] { Service().Create("NODE01", "", kMark); });
+        MakeAccount();
+        Refuse("modify", {code, ""});
+        ExpectAnotherIsAsked([this] { Service().TakeOver("NODE01", kMark); });
+    }
+}
+
+// The other one need not know of the account yet.
+TEST_F(AccountsAtTwo, AccountWhoseAnswerWasLostIsLookedForWhereItWasMade) {
+    Behave("add", Behaviour::HangsUp);
+    EXPECT_EQ(CreateStatus("NODE01"), kStatusNoSuchDomain);
+    Behave("modify", Behaviour::HangsUp);
+    EXPECT_EQ(RenewStatus(), kStatusNoSuchDomain);
+    corp.controller.SetBehave(nullptr);
+    EXPECT_EQ(RenewStatus(), 0U);
+    EXPECT_THAT(second->Requests(), IsEmpty());
 }
 
 TEST_F(Accounts, ChangesGoToAControllerThatTakesThem) {

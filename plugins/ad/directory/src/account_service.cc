@@ -1,8 +1,10 @@
 #include "addirectory/account_service.h"
 
 #include <ctime>
+#include <type_traits>
 
 #include "computer_account.h"
+#include "controller_locator.h"
 #include "gate.h"
 #include "kerberos.h"
 #include "log_on.h"
@@ -70,14 +72,105 @@ void AfterChange(const std::string& computer, const Step& step) {
 class Work {
  public:
     Work(const Settings& settings, const ServiceAccount& account)
-        : _deadline(Deadline::After(settings.joinBudget)),
+        : _settings(settings),
+          _deadline(Deadline::After(settings.joinBudget)),
           _session(Open(settings, account, _deadline)),
           _accounts(_session.Ldap(), _session.At()) {}
 
-    ComputerAccounts& Accounts() { return _accounts; }
+    ComputerAccounts::Survey Look(const std::string& computer, const std::string& unit) {
+        return Asked([&] { return _accounts.Look(computer, unit); });
+    }
 
     // An enabled host's account, with what tells whether somebody uses it.
     LdapEntry Require(const std::string& computer) {
+        return Asked([&] { return Find(computer); });
+    }
+
+    void Create(const ComputerAccounts::Survey& survey, const std::string& computer, const std::string& mark,
+                const kit::Secret& secret) {
+        ComputerAccount account;
+        account.note = MarkText(mark);
+        Changed([&] { _accounts.Create(survey, computer, secret, account); });
+        AfterChange(computer, [&] {
+            _accounts.Complete(account);
+            NoteKeyVersion(account.distinguishedName, mark, account.keyVersion);
+        });
+    }
+
+    // The secret counts the key version up, and the mark changes with it in one: wherever this is interrupted, the
+    // account carries a mark and the version that belongs to it, the old ones or the new ones.
+    HandedOutAccount SetSecret(const LdapEntry& account, const std::string& computer, const std::string& mark) {
+        kit::Secret secret = kit::Secret::Random();
+        const kit::Secret password = PasswordValue(secret.View());
+        const std::int64_t next = account.Number("msds-keyversionnumber") + 1;
+        const std::string text = MarkText(mark, next);
+        Changed([&] {
+            _session.Ldap().Modify(account.distinguishedName,
+                                   {{LdapChangeKind::Replace, {kMarkAttribute, {text}}},
+                                    {LdapChangeKind::Replace, {"unicodePwd", {password.View()}}}});
+        });
+        AfterChange(computer, [&] {
+            const std::int64_t keyVersion = _accounts.KeyVersion(account.distinguishedName);
+            if (keyVersion != next) {
+                // Another controller, or somebody else meanwhile, has set a secret that had not been seen here.
+                NoteKeyVersion(account.distinguishedName, mark, keyVersion);
+            }
+        });
+        return {computer + "$", std::move(secret)};
+    }
+
+ private:
+    static Session Open(const Settings& settings, const ServiceAccount& account, const Deadline& deadline) {
+        try {
+            return {settings, DnsName(account.domain), {}, LogOn(account), deadline, Patience::Change};
+        } catch (const AdError& error) {
+            if (error.Status() == kStatusNoSuchDomain) {
+                throw UnreachableError(error.what());
+            }
+            throw UnchangedError(error.Status(), error.what());
+        }
+    }
+
+    static Session::LogOn LogOn(const ServiceAccount& account) {
+        return [&account](Tickets& tickets, const Controller& controller) {
+            tickets.LogOnWithKeytab({account.name + "@" + UpperCase(controller.facts.domain), false},
+                                    "FILE:" + account.keytab);
+        };
+    }
+
+    // A question: it changes nothing, whatever becomes of it.
+    template <class Question>
+    std::invoke_result_t<Question> Asked(const Question& question) {
+        try {
+            return question();
+        } catch (const AdError& error) {
+            FailUnchanged(error);
+        }
+    }
+
+    // A change: one that is refused has changed nothing, and one that is not answered may have been made.
+    template <class Change>
+    void Changed(const Change& change) {
+        try {
+            change();
+        } catch (const LdapError& error) {
+            if (!IsAnswered(error)) {
+                throw;
+            }
+            FailUnchanged(error);
+        }
+    }
+
+    // A controller that takes log-ons and fails after them would be found again and again. Only where nothing was
+    // changed: what may have been, another one need not know yet.
+    [[noreturn]] void FailUnchanged(const AdError& error) const {
+        if (error.Status() == kStatusNoSuchDomain) {
+            AvoidController(_settings, _session.At().name);
+        }
+        throw UnchangedError(error.Status(), error.what());
+    }
+
+    LdapEntry Find(const std::string& computer) {
         const auto found =
             _session.Ldap().Search({_session.At().domainDN,
                                     LdapScope::Subtree,
@@ -100,52 +193,14 @@ class Work {
         _session.Ldap().Modify(distinguishedName, {{LdapChangeKind::Replace, {kMarkAttribute, {text}}}});
     }
 
-    // The secret counts the key version up, and the mark changes with it in one: wherever this is interrupted, the
-    // account carries a mark and the version that belongs to it, the old ones or the new ones.
-    HandedOutAccount SetSecret(const LdapEntry& account, const std::string& computer, const std::string& mark) {
-        kit::Secret secret = kit::Secret::Random();
-        const kit::Secret password = PasswordValue(secret.View());
-        const std::int64_t next = account.Number("msds-keyversionnumber") + 1;
-        const std::string text = MarkText(mark, next);
-        _session.Ldap().Modify(account.distinguishedName,
-                               {{LdapChangeKind::Replace, {kMarkAttribute, {text}}},
-                                {LdapChangeKind::Replace, {"unicodePwd", {password.View()}}}});
-        AfterChange(computer, [&] {
-            const std::int64_t keyVersion = _accounts.KeyVersion(account.distinguishedName);
-            if (keyVersion != next) {
-                // Another controller, or somebody else meanwhile, has set a secret that had not been seen here.
-                NoteKeyVersion(account.distinguishedName, mark, keyVersion);
-            }
-        });
-        return {computer + "$", std::move(secret)};
-    }
-
- private:
-    static Session Open(const Settings& settings, const ServiceAccount& account, const Deadline& deadline) {
-        try {
-            return {settings, DnsName(account.domain), {}, LogOn(account), deadline, Patience::Change};
-        } catch (const AdError& error) {
-            if (error.Status() == kStatusNoSuchDomain) {
-                throw UnreachableError(error.what());
-            }
-            throw;
-        }
-    }
-
-    static Session::LogOn LogOn(const ServiceAccount& account) {
-        return [&account](Tickets& tickets, const Controller& controller) {
-            tickets.LogOnWithKeytab({account.name + "@" + UpperCase(controller.facts.domain), false},
-                                    "FILE:" + account.keytab);
-        };
-    }
-
+    const Settings& _settings;
     Deadline _deadline;
     Session _session;
     ComputerAccounts _accounts;
 };
 
 [[noreturn]] void FailInUse(const std::string& computer) {
-    throw AdError(kStatusAccountExists, "The machine account '" + computer + "' exists or is in use");
+    throw UnchangedError(kStatusAccountExists, "The machine account '" + computer + "' exists or is in use");
 }
 
 }  // namespace
@@ -156,7 +211,7 @@ void AccountService::RequireKey() const {
 
 ServiceDomain AccountService::Domain() const {
     const InsideGate gate;
-    const auto facts = Work(_settings, _account).Accounts().Look("", "").domain;
+    const auto facts = Work(_settings, _account).Look("", "").domain;
     return {facts.dnsName, facts.netbiosName, facts.sid};
 }
 
@@ -166,18 +221,12 @@ HandedOutAccount AccountService::Create(const std::string& name, const std::stri
     CheckMark(mark);
     const std::string computer = ComputerName(name);
     Work work(_settings, _account);
-    const auto survey = work.Accounts().Look(computer, unit);
+    const auto survey = work.Look(computer, unit);
     if (survey.existing) {
         FailInUse(computer);
     }
     kit::Secret secret = kit::Secret::Random();
-    ComputerAccount account;
-    account.note = MarkText(mark);
-    work.Accounts().Create(survey, computer, secret, account);
-    AfterChange(computer, [&] {
-        work.Accounts().Complete(account);
-        work.NoteKeyVersion(account.distinguishedName, mark, account.keyVersion);
-    });
+    work.Create(survey, computer, mark, secret);
     return {computer + "$", std::move(secret)};
 }
 

@@ -7,9 +7,13 @@
 // can be made again: an account that it has changed carries the mark of that call.
 //
 // Threads: any calls at once. Every call ends within `Settings::joinBudget`.
-// Errors: `UnreachableError`; `AdError` with 1355 (a controller broke off or would not answer), 1398 (clock), 1326, 1331 or
-// 1787 (the service's own log-on), 5 (no right), 2 or 267 (unit), 1210 (malformed name), 1316 and 1317 as told at each call.
-// Once an account has been changed whatever goes wrong is 1359.
+// Errors: `UnchangedError` with 1355 (a controller broke off or would not answer), 1398 (clock), 1326, 1331 or 1787 (the
+// service's own log-on), 5 (no right), 2 or 267 (unit), 1316 and 1317 as told at each call, and the kind of it that is
+// `UnreachableError`; `AdError` with 1210 for a malformed name, with 1355 where a change was not answered and may have been
+// made, and with 1359 for whatever goes wrong once an account has been changed.
+//
+// A controller that fails after the log-on is asked last for a while, as one that fails before it. One that does not answer
+// a change is not: another one need not know of it yet when the call is made again.
 //
 //     AccountService service(settings, {"corp.test", "apxd", "/etc/nimbrel/apxd.keytab"});
 //     const HandedOutAccount account = service.Create("NODE01", "Hosts", mark);
@@ -26,10 +30,16 @@
 
 namespace nimbrel::ad {
 
-// 1355 because no controller is found, or none lets the service log on: none has been asked for anything.
-class UnreachableError : public AdError {
+// No account was changed: what failed came before the change, or the controller answered that it would not make it.
+class UnchangedError : public AdError {
  public:
-    explicit UnreachableError(const std::string& message) : AdError(kStatusNoSuchDomain, message) {}
+    using AdError::AdError;
+};
+
+// 1355 because no controller is found, or none lets the service log on: none has been asked for anything.
+class UnreachableError : public UnchangedError {
+ public:
+    explicit UnreachableError(const std::string& message) : UnchangedError(kStatusNoSuchDomain, message) {}
 };
 
 // Who the service is in the domain.
