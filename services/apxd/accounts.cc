@@ -27,7 +27,7 @@ bool IsOutcomeKnown(const Refusal& refusal) {
         1331,          1398,          1787,  // the service's own log-on
         1325,          8557,                 // the directory's rules for secrets, and for how many
     };
-    return dynamic_cast<const Unreachable*>(&refusal) != nullptr ||
+    return dynamic_cast<const NothingChanged*>(&refusal) != nullptr ||
            std::find(std::begin(kKnown), std::end(kKnown), refusal.Status()) != std::end(kKnown);
 }
 

@@ -15,6 +15,8 @@ auto Translated(const Call& call) {
         return call();
     } catch (const ad::UnreachableError& error) {
         throw Unreachable(error.what());
+    } catch (const ad::UnchangedError& error) {
+        throw NothingChanged(error.Status(), error.what());
     } catch (const ad::AdError& error) {
         throw Refusal(error.Status(), error.what());
     }

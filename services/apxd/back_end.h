@@ -6,12 +6,12 @@
 // no other account is ever given a new secret.
 //
 // Threads: any calls at once.
-// Errors: `Unreachable`, or `Refusal` with the Windows system error number that the host is to see: 1355 the domain breaks
-// off, 1210 malformed name, 1316 the account exists or is in use, 1317 it does not exist, 2 or 267 the organizational unit
-// is missing or malformed, 5 the service's own account has no right, 1331 the account is disabled, 1359 anything else;
-// besides these, what the directory answers. After a plain 1355, 1359 and those others it is open whether anything was
-// changed; after the rest nothing was, nor after 1326, 1331, 1398 and 1787, with which the service's own log-on is refused, nor after
-// 1325 and 8557, the directory's rules for secrets and for how many accounts.
+// Errors: `Refusal` with the Windows system error number that the host is to see: 1355 the domain breaks off, 1210
+// malformed name, 1316 the account exists or is in use, 1317 it does not exist, 2 or 267 the organizational unit is missing
+// or malformed, 5 the service's own account has no right, 1331 the account is disabled, 1359 anything else; besides these,
+// what the directory answers. After one of the kind `NothingChanged`, and of those `Unreachable`, nothing was changed. Nor
+// was it after 2, 5, 267, 1210, 1316, 1317 and 1331, after 1326, 1398 and 1787, with which the service's own log-on is
+// refused, and after 1325 and 8557, the directory's rules for secrets and for how many accounts. After any other it is open.
 //
 //     const HandOver account = backEnd.Create({"NODE01", "Hosts", mark});
 //     Answer(account.accountName, account.oneTimeSecret.Text());     // "NODE01$", and its secret
@@ -52,10 +52,16 @@ class Refusal : public std::runtime_error {
     std::uint32_t _status;
 };
 
-// 1355 where nobody could be asked: nothing was changed.
-class Unreachable : public Refusal {
+// Nothing was changed, whatever the status: what failed came before the change, or the directory would not make it.
+class NothingChanged : public Refusal {
  public:
-    explicit Unreachable(const std::string& message) : Refusal(kNoSuchDomain, message) {}
+    using Refusal::Refusal;
+};
+
+// 1355 where nobody could be asked.
+class Unreachable : public NothingChanged {
+ public:
+    explicit Unreachable(const std::string& message) : NothingChanged(kNoSuchDomain, message) {}
 };
 
 struct DomainFacts {

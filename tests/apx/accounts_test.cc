@@ -196,6 +196,32 @@ TEST_F(ApxdAccounts, RefusalThatLeavesTheOutcomeOpenLeavesTheEntry) {
     }
 }
 
+// Whatever its status is: a controller that is busy, for one.
+TEST_F(ApxdAccounts, RefusalThatTellsThatNothingWasChangedLeavesNoEntry) {
+    Restart({"NODE07"});
+    backEnd.accounts["NODE07"] = {};
+    for (const std::uint32_t status : {1355U, 1359U, 8U}) {
+        backEnd.beforeTakeOver = backEnd.beforeCreate = [=] { throw NothingChanged(status, "busy"); };
+        EXPECT_EQ(Status("NODE07", "192.0.2.11"), status);
+        EXPECT_EQ(Status("NODE01", "192.0.2.11"), status);
+        EXPECT_EQ(ledger->TakenOverBy("NODE07"), "") << status;
+        EXPECT_FALSE(ledger->Find("NODE01", "192.0.2.11")) << status;
+    }
+    backEnd.beforeTakeOver = nullptr;
+    EXPECT_EQ(Ask("NODE07").way, Accounts::Way::TakenOver);
+}
+
+// The directory may have given it to that client before.
+TEST_F(ApxdAccounts, ClaimOfAnOpenTakeOverOutlivesALaterRefusal) {
+    Restart({"NODE07"});
+    backEnd.accounts["NODE07"] = {};
+    backEnd.beforeTakeOver = [] { throw Refusal(kNoSuchDomain, "interrupted"); };
+    EXPECT_EQ(Status("NODE07"), kNoSuchDomain);
+    backEnd.beforeTakeOver = [] { throw NothingChanged(kNoSuchDomain, "busy"); };
+    EXPECT_EQ(Status("NODE07"), kNoSuchDomain);
+    EXPECT_EQ(ledger->TakenOverBy("NODE07"), "192.0.2.10");
+}
+
 TEST_F(ApxdAccounts, RefusedTakeOverLeavesNoClaim) {
     Restart({"NODE07"});
     backEnd.accounts["NODE07"] = {};

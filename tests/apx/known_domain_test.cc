@@ -132,6 +132,9 @@ TEST_F(ApxdKnownDomain, OtherRefusalsSpareNoQuestion) {
         EXPECT_NO_THROW(domain.RequireReachable());
         now += KnownDomain::kRefusalKeeps;
     }
+    whileAsking = [] { throw NothingChanged(kNoSuchDomain, "no controller answers"); };
+    EXPECT_EQ(Status(), kNoSuchDomain);
+    EXPECT_NO_THROW(domain.RequireReachable());
 }
 
 TEST_F(ApxdKnownDomain, QuestionUnderWayIsNotForestalled) {
