@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
@@ -18,6 +19,8 @@ namespace {
 constexpr char kHeader[] = "nimbrel-apxd ledger 1";
 constexpr std::size_t kMostNewLines = 10000;  // besides as many as there were
 constexpr mode_t kMode = 0600;
+// An earlier reading of the configuration may be giving the file back at this moment.
+constexpr std::chrono::seconds kLockPatience{1};
 
 [[noreturn]] void FailWith(int error, const std::string& path) {
     throw std::system_error(error, std::generic_category(), path);
@@ -57,7 +60,7 @@ std::string Line(const std::pair<std::string, std::string>& key, const Ledger::E
 }  // namespace
 
 Ledger::Ledger(const std::string& path) : _path(path), _lock(path + ".lock", kit::OwnerLock::File::Stays) {
-    if (!_lock.Try()) throw std::runtime_error(path + ": in use by another process");
+    if (!_lock.TryFor(kLockPatience)) throw std::runtime_error(path + ": in use by another process");
     ReadAll();
     Rewrite(_entries);
 }

@@ -10,7 +10,7 @@
 //     F NODE01 192.0.2.10                                                  not so after all
 //
 // A last line without its end is left over from a crash and not read; the service never acted on it. The file is of mode
-// 0600. One process at a time may have it open; a file beside it, ".lock", sees to that.
+// 0600. One process at a time may have it open; a file beside it, ".lock", sees to that. The next one waits a second for it.
 //
 // Threads: any. Errors: `std::system_error`, and `std::runtime_error` for a file that is no ledger or a lock
 // that is refused.

@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +15,8 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
+#include <future>
+#include <memory>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -273,6 +277,37 @@ TEST_F(LongLedger, ThatCannotBeWrittenAnewIsWrittenOn) {
     fs::remove(path + ".new");
     Note(1);
     EXPECT_EQ(Lines(), 1 + 1);
+}
+
+// Tells when somebody opens a file.
+class Opened {
+ public:
+    explicit Opened(const std::string& path) : _events(inotify_init1(IN_CLOEXEC)) {
+        EXPECT_NE(inotify_add_watch(_events.Number(), path.c_str(), IN_OPEN), -1);
+    }
+
+    // False if nobody does for ten seconds.
+    bool Await() const {
+        pollfd one = {_events.Number(), POLLIN, 0};
+        if (poll(&one, 1, 10'000) != 1) return false;
+        char event[1024];
+        return read(_events.Number(), event, sizeof event) > 0;
+    }
+
+ private:
+    const kit::Descriptor _events;
+};
+
+// A thread that brings an earlier reading of the configuration to its end gives its ledger back while the next is made.
+TEST(ApxdLedger, LockThatIsBeingGivenBackIsWaitedFor) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "ledger";
+    auto first = std::make_unique<Ledger>(path);
+    const Opened lock(path + ".lock");
+    auto next = std::async(std::launch::async, [&] { Ledger ledger(path); });
+    EXPECT_TRUE(lock.Await() && lock.Await()) << "refused, and tried again";
+    first.reset();
+    EXPECT_NO_THROW(next.get());
 }
 
 }  // namespace
