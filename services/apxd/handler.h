@@ -4,7 +4,7 @@
 //     if (auto refused = handler.Admit(request, now)) return Send(*refused);      // once its head is there
 //     return Send(handler.Handle(request));                                       // once its body is there
 //
-// Threads: any. Never throws; what goes wrong inside is status 1359 in the answer.
+// Threads: any. Never throws; what goes wrong inside is status 1359 in the answer, and 112 where the disk is full.
 
 #ifndef NIMBREL_APXD_HANDLER_H_
 #define NIMBREL_APXD_HANDLER_H_

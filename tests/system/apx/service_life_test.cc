@@ -172,7 +172,7 @@ TEST_F(Apx, ReloadThatFailsForgetsNothing) {
     EXPECT_EQ(AskAccount(kNear, Pinned(), "node07").status, 0U) << "its own once more";
     Configure(certificate);
     service.Signal(SIGHUP);
-    service.WaitForLog("reloaded ");
+    service.WaitForLog("\nreloaded listen=");
     EXPECT_EQ(service.Stop(), 0);
     EXPECT_THAT(LedgerText(), Not(HasSubstr("NODE07"))) << "nothing needs it now";
 }
