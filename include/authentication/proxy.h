@@ -40,7 +40,8 @@ class NIMAUTH_EXPORT APXProxy {
     // Closes the plug-in.
     ~APXProxy();
 
-    // The domain that the service creates accounts in. Each argument is replaced.
+    // The domain that the service creates accounts in. Each argument is replaced, in order; where a text is missing, those
+    // before it have been.
     void GetDomainInfo(std::string& netbiosDomainName, std::string& dnsDomainName, std::string& domainSid);
 
     // One of the three, each with a call of its own to the service.

@@ -5,7 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <stdexcept>
-#include <utility>
+#include <variant>
 
 #include "activedirectory/plugin_file.h"
 #include "activedirectory/plugin_results.h"
@@ -42,17 +42,16 @@ bool IsComplete(const NimauthProxyOperations* operations) {
            operations->createMachineAccount != nullptr && operations->release != nullptr;
 }
 
-// Copies of all texts that a successful call has handed out, which are given back in the order of the call's parameters.
-// std::string refuses a null text with std::logic_error: the plug-in has broken its word.
+// Copies all texts that a successful call has handed out, one after the other, and gives them back in the same order.
+// std::string refuses a null text with std::logic_error: the plug-in has broken its word. What was copied before stays.
 template <std::size_t count>
-std::array<std::string, count> TakeAll(const NimauthProxyOperations& operations,
-                                       const std::array<char*, count>& texts) {
-    const auto copy = [&texts] {
-        std::array<std::string, count> copies;
-        for (std::size_t i = 0; i < count; ++i) copies[i] = std::string(static_cast<const char*>(texts[i]));
-        return copies;
+void TakeAll(const NimauthProxyOperations& operations, const std::array<char*, count>& texts,
+             const std::array<std::string*, count>& copies) {
+    const auto copy = [&texts, &copies] {
+        for (std::size_t i = 0; i < count; ++i) *copies[i] = std::string(static_cast<const char*>(texts[i]));
+        return std::monostate();
     };
-    return CopyThenGiveBack(copy, [&operations, &texts] {
+    CopyThenGiveBack(copy, [&operations, &texts] {
         for (char* const text : texts) {
             if (text != nullptr) operations.release(text);
         }
@@ -88,10 +87,7 @@ void APXProxy::GetDomainInfo(std::string& netbiosDomainName, std::string& dnsDom
     std::array<char*, 3> texts = {};
     ThrowIfFailed(_operations->getDomainInfo(_server.c_str(), _verifyCertificate, _thumbprint.c_str(),
                                              NullIfEmpty(_certificate), &texts[0], &texts[1], &texts[2]));
-    auto copies = TakeAll(*_operations, texts);
-    netbiosDomainName = std::move(copies[0]);
-    dnsDomainName = std::move(copies[1]);
-    domainSid = std::move(copies[2]);
+    TakeAll(*_operations, texts, {&netbiosDomainName, &dnsDomainName, &domainSid});
 }
 
 std::string APXProxy::GetNetBIOSDomainName() {
@@ -124,8 +120,9 @@ ComputerPrincipalInfo APXProxy::CreateMachineAccount(const std::string& accountN
     ThrowIfFailed(_operations->createMachineAccount(
         _server.c_str(), accountName.c_str(), NullIfEmpty(organizationalUnit), _verifyCertificate, _thumbprint.c_str(),
         NullIfEmpty(_certificate), &texts[0], &texts[1]));
-    const auto copies = TakeAll(*_operations, texts);
-    return {"", copies[0], copies[1]};
+    ComputerPrincipalInfo principal;
+    TakeAll(*_operations, texts, {&principal.principalField2, &principal.principalField3});
+    return principal;
 }
 
 std::string APXProxy::GetDefaultComputerContainer() { return {}; }

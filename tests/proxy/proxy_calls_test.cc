@@ -184,6 +184,14 @@ TEST_P(MissingDomainResult, IsALogicErrorAndTheOthersAreReleased) {
     EXPECT_EQ(Released(), AllBut({"release CORP", "release corp.test", "release S-1-5-21-1-2-3"}, index));
 }
 
+TEST_P(MissingDomainResult, LeavesItsArgumentAndThoseBehindItAsTheyWere) {
+    Domain domain;
+    Ask(domain);
+    EXPECT_EQ(domain.netbios, GetParam() == "netbios" ? "before" : "CORP");
+    EXPECT_EQ(domain.dns, GetParam() == "sid" ? "corp.test" : "before");
+    EXPECT_EQ(domain.sid, "before");
+}
+
 TEST_P(MissingDomainResult, IsALogicErrorEvenForThoseWhoDoNotWantIt) {
     EXPECT_THROW(Proxy().GetNetBIOSDomainName(), std::logic_error);
     EXPECT_THROW(Proxy().GetDNSDomainName(), std::logic_error);

@@ -66,7 +66,7 @@ TEST_F(MisbehavingProxy, ACPlusPlusExceptionPassesAndNothingIsReleased) {
 
 TEST_F(MisbehavingProxy, AnExceptionOfItsReleaseFunctionPassesToo) {
     EXPECT_EQ(Outcome([&] { AskForDomain("throwing_release"); }), "runtime_error: the plug-in lost its temper");
-    EXPECT_EQ(netbios + dns + sid, "beforebeforebefore");
+    EXPECT_EQ(netbios + dns + sid, "SAMESAMESAME") << "the results are copied before they are released";
     EXPECT_EQ(Outcome([&] { CreateAccount("throwing_release"); }), "runtime_error: the plug-in lost its temper");
 }
 
