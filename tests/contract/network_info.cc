@@ -210,6 +210,20 @@ TEST_F(NetworkInfoTest, GlobalAddressComesBeforeAnotherScope) {
     EXPECT_EQ(Management(), "eth1 169.254.7.7");
 }
 
+TEST_F(NetworkInfoTest, LoopbackAddressComesLastWhateverItsScope) {
+    Ip("address flush dev eth1");
+    Ip("address add 127.9.0.1/32 dev eth1 scope global");
+    Ip("address add 198.51.100.8/24 dev eth1");
+    Conf("management-interface = eth1\n");
+    EXPECT_EQ(Management(), "eth1 198.51.100.8");
+    Ip("address delete 198.51.100.8/24 dev eth1");
+    Ip("address add 169.254.7.7/16 dev eth1 scope link");
+    EXPECT_EQ(Management(), "eth1 169.254.7.7");
+    Ip("address delete 169.254.7.7/16 dev eth1");
+    EXPECT_EQ(Management(),
+              "Cannot use /etc/nimbrel/network.conf: the interface 'eth1' has no IPv4 address but a loopback one");
+}
+
 TEST_F(NetworkInfoTest, PointToPointLinkHasItsOwnEndsAddress) {
     Ip("address flush dev eth1");
     Ip("address add 203.0.113.1 peer 203.0.113.2/32 dev eth1");

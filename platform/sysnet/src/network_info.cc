@@ -49,15 +49,20 @@ class Interfaces {
     const std::vector<Link>& Links() const { return _links; }
 
  private:
-    // The first address of global scope, else the first that is no loopback address, else the first.
+    // The first of the lowest rank.
     std::optional<std::string> AddressOf(int index) const {
-        std::optional<std::string> first;
+        const Ipv4OfLink* best = nullptr;
         for (const Ipv4OfLink& candidate : _addresses) {
             if (candidate.index != index) continue;
-            if (candidate.global) return candidate.address;
-            if (!first || (IsLoopback(*first) && !IsLoopback(candidate.address))) first = candidate.address;
+            if (best == nullptr || Rank(candidate) < Rank(*best)) best = &candidate;
         }
-        return first;
+        return best == nullptr ? std::nullopt : std::optional(best->address);
+    }
+
+    // Somebody may have given a loopback address global scope; it is no address of the host's all the same.
+    static int Rank(const Ipv4OfLink& address) {
+        if (IsLoopback(address.address)) return 2;
+        return address.global ? 0 : 1;
     }
 
     const std::vector<Link> _links = QueryLinks();
