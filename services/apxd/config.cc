@@ -114,6 +114,7 @@ const std::map<std::string, Key, std::less<>>& Keys() {
         {"certificate", {File(&Config::certificateFile)}},
         {"key", {File(&Config::keyFile)}},
         {"client-ca", {File(&Config::clientCaFile)}},
+        {"client-crl", {File(&Config::clientCrlFile)}},
         {"client-names", {SetClientNames}},
         {"allow", {AddNetwork, true}},
         {"requests-per-minute", {Number(&Config::requestsPerMinute, 1, 1000000)}},
@@ -195,8 +196,10 @@ void Reader::CheckComplete() {
     if (_config.backEnd == "ad" && _config.keytab.empty())
         Fail("'keytab' is missing: the back end 'ad' logs on with it");
     if (_config.backEnd == "ad" && _config.principal.empty()) Fail("'principal' is missing: the service's own account");
-    if (_seen.contains("client-names") && _config.clientCaFile.empty()) {
-        Fail("'client-ca' is missing: 'client-names' is about the certificates that it asks for");
+    for (const char* const name : {"client-names", "client-crl"}) {
+        if (_seen.contains(name) && _config.clientCaFile.empty()) {
+            Fail("'client-ca' is missing: '" + std::string(name) + "' is about the certificates that it asks for");
+        }
     }
     if (_config.domain.find('.') == std::string::npos) Fail("'domain' is not a DNS name");
 }

@@ -32,6 +32,7 @@ struct Config {
     std::string certificateFile;  // PEM, with the certificates of its issuers behind it, if any
     std::string keyFile;          // PEM
     std::string clientCaFile;     // PEM; empty if clients need no certificate
+    std::string clientCrlFile;    // PEM; empty if no certificate is revoked
     bool anyClientName = false;   // a client's certificate is good for accounts that it does not name, too
 
     std::vector<Network> allowed;

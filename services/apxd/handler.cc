@@ -201,9 +201,10 @@ void Handler::RequireAllowed(const Request& request, Time now) {
     if (!IsAllowed(request.client)) throw Refusal(kAccessDenied, "this address may not ask");
     if (!_limiter.Admit(*request.client, now))
         throw HttpRefusal(429, kRetryLater, "too many requests; try again later");
-    if (!_config.clientCaFile.empty() && !request.certificateVerified) {
+    if (!_config.clientCaFile.empty() && request.certificate.empty()) {
         throw Refusal(kAccessDenied, "a certificate of an allowed client is needed");
     }
+    if (request.certificateFault != nullptr) throw Refusal(kAccessDenied, request.certificateFault);
 }
 
 std::optional<Answer> Handler::Admit(const Request& request, Time now) {

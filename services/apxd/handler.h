@@ -34,8 +34,8 @@ struct Request {
     std::optional<std::uint64_t> contentLength;  // as the head gives it
     std::string body;
     std::optional<Address> client;
-    bool certificateVerified = false;           // the client has shown one that chains to `client-ca`
-    std::string certificate;                    // which one: hexadecimal digits; empty without one
+    std::string certificate;                    // one that chains to `client-ca`: hexadecimal digits; empty without one
+    const char* certificateFault = nullptr;     // why it is not good all the same
     std::vector<std::string> certificateNames;  // of the hosts that it was issued to: "node01.corp.test"
 };
 

@@ -3,6 +3,7 @@
 #include <gnutls/x509.h>
 
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -67,11 +68,12 @@ bool IsTrusted(gnutls_session_t session) {
 
 }  // namespace
 
-std::optional<PeerCertificate> ReadPeerCertificate(gnutls_session_t session) {
+std::optional<PeerCertificate> ReadPeerCertificate(gnutls_session_t session, const RevocationLists& revoked) {
     unsigned count = 0;
     const gnutls_datum_t* const chain = gnutls_certificate_get_peers(session, &count);
     if (chain == nullptr || count == 0 || !IsTrusted(session)) return std::nullopt;
-    PeerCertificate certificate{Fingerprint(chain[0]), NamesOf(chain[0])};
+    PeerCertificate certificate{Fingerprint(chain[0]), NamesOf(chain[0]),
+                                revoked.FaultOf(chain, count, std::time(nullptr))};
     return certificate.fingerprint.empty() ? std::nullopt : std::optional(std::move(certificate));
 }
 

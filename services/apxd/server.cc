@@ -51,24 +51,25 @@ std::optional<std::uint64_t> ContentLengthOf(MHD_Connection* connection) {
     return error == std::errc() && rest == text.data() + text.size() ? std::optional(length) : std::nullopt;
 }
 
-void ReadCertificate(MHD_Connection* connection, Request& request) {
+void ReadCertificate(MHD_Connection* connection, const RevocationLists& revoked, Request& request) {
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
     if (info == nullptr) return;
-    auto certificate = ReadPeerCertificate(static_cast<gnutls_session_t>(info->tls_session));
+    auto certificate = ReadPeerCertificate(static_cast<gnutls_session_t>(info->tls_session), revoked);
     if (!certificate) return;
     request.certificate = std::move(certificate->fingerprint);
     request.certificateNames = std::move(certificate->names);
-    request.certificateVerified = true;
+    request.certificateFault = certificate->fault;
 }
 
-Request HeadOf(MHD_Connection* connection, const char* method, const char* path, bool certificates) {
+// `revoked` is null where clients need no certificate.
+Request HeadOf(MHD_Connection* connection, const char* method, const char* path, const RevocationLists* revoked) {
     Request request;
     request.method = method;
     request.path = path;
     request.contentType = HeaderOf(connection, MHD_HTTP_HEADER_CONTENT_TYPE);
     request.contentLength = ContentLengthOf(connection);
     request.client = ClientOf(connection);
-    if (certificates) ReadCertificate(connection, request);
+    if (revoked != nullptr) ReadCertificate(connection, *revoked, request);
     return request;
 }
 
@@ -153,6 +154,7 @@ class Server::Impl {
 
     const Config& _config;
     Handler& _handler;
+    const RevocationLists _revoked;
     const std::shared_ptr<Listener> _listener;
     Connections _connections;
     LogBudget _refused;       // connections
@@ -166,6 +168,7 @@ class Server::Impl {
 Server::Impl::Impl(const Config& config, Handler& handler, const TlsFiles& files, std::shared_ptr<Listener> listener)
     : _config(config),
       _handler(handler),
+      _revoked(files.revoked),
       _listener(std::move(listener)),
       _connections(std::chrono::seconds(config.requestSeconds), {config.connections, config.connectionsPerClient}) {
     const bool ipv6 = config.address.find(':') != std::string::npos;
@@ -275,7 +278,7 @@ MHD_Result Server::Impl::OnRequest(void* self, MHD_Connection* connection, const
 // A small body is taken in even where the head decides: a client that is still sending would not see the answer.
 MHD_Result Server::Impl::Begin(MHD_Connection* connection, const char* method, const char* path, void** state) {
     auto exchange = std::make_unique<Exchange>();
-    exchange->request = HeadOf(connection, method, path, !_config.clientCaFile.empty());
+    exchange->request = HeadOf(connection, method, path, _config.clientCaFile.empty() ? nullptr : &_revoked);
     const char* const turnedAway = _connections.TurnedAway(SocketOf(connection));
     exchange->served = turnedAway == nullptr && _handler.IsAllowed(exchange->request.client);
     exchange->refused = turnedAway == nullptr ? _handler.Admit(exchange->request, Clock::now())

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 #include <memory>
 #include <new>
 #include <system_error>
@@ -50,6 +51,16 @@ SecretText ReadKey(const std::string& path) {
     return SecretText(std::move(text));
 }
 
+RevocationLists ReadRevoked(const Config& config, const std::string& clientCa) {
+    try {
+        RevocationLists lists = RevocationLists::Read(ReadTextFile(config.clientCrlFile), clientCa);
+        if (!lists.AreOutdated(std::time(nullptr))) return lists;
+        throw RevocationListError("holds a list that is out of date");
+    } catch (const RevocationListError& error) {
+        throw ConfigError(config.clientCrlFile + ": " + error.what());
+    }
+}
+
 Credentials MakeCredentials() {
     gnutls_certificate_credentials_t made = nullptr;
     if (gnutls_certificate_allocate_credentials(&made) != GNUTLS_E_SUCCESS) throw std::bad_alloc();
@@ -76,6 +87,7 @@ TlsFiles TlsFiles::Read(const Config& config) {
                  ? 1
                  : gnutls_certificate_set_x509_trust_mem(credentials.get(), &clientCa, GNUTLS_X509_FMT_PEM);
     if (result <= 0) throw ConfigError(config.clientCaFile + ": holds no certificate");
+    if (!config.clientCrlFile.empty()) files.revoked = ReadRevoked(config, files.clientCa);
     return files;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "services/apxd/config.h"
+#include "services/apxd/revocation_lists.h"
 #include "services/apxd/secret_text.h"
 
 namespace nimbrel::apxd {
@@ -14,8 +15,10 @@ struct TlsFiles {
     std::string certificate;
     SecretText key;
     std::string clientCa;
+    RevocationLists revoked;
 
-    // Throws `ConfigError` if a file cannot be read, the key does not belong to the certificate, or a file holds neither.
+    // Throws `ConfigError` if a file cannot be read, the key does not belong to the certificate, a file holds neither, or
+    // a list of revoked certificates is out of date.
     static TlsFiles Read(const Config& config);
 };
 

@@ -47,7 +47,7 @@ TEST(ApxdConfig, EveryKeyIsTaken) {
                                           "\t# a comment\n"
                                           "\n"
                                           "listen=[2001:db8::1]:9443\n"
-                                          "client-ca = /etc/ca.pem\nclient-names = any\n"
+                                          "client-ca = /etc/ca.pem\nclient-crl = /etc/crl.pem\nclient-names = any\n"
                                           "allow = 2001:db8:1::/64\n"
                                           "requests-per-minute = 6\nburst = 7\nconnections = 8\n"
                                           "connections-per-client = 9\nrequest-seconds = 10\nstop-seconds = 11\n"
@@ -60,6 +60,7 @@ TEST(ApxdConfig, EveryKeyIsTaken) {
     EXPECT_EQ(config.address, "2001:db8::1");
     EXPECT_EQ(config.port, 9443U);
     EXPECT_EQ(config.clientCaFile, "/etc/ca.pem");
+    EXPECT_EQ(config.clientCrlFile, "/etc/crl.pem");
     EXPECT_TRUE(config.anyClientName);
     EXPECT_EQ(config.allowed.size(), 2U);
     EXPECT_EQ(config.requestsPerMinute, 6U);
@@ -219,6 +220,8 @@ TEST(ApxdConfig, NamesOfCertificatesAreThoseOfAccountsUnlessTheyMayBeAny) {
               "apxd.conf:6: 'client-names': the value must be 'account' or 'any'");
     EXPECT_EQ(ErrorOf(std::string(kLeast) + "client-names = account\n"),
               "apxd.conf:0: 'client-ca' is missing: 'client-names' is about the certificates that it asks for");
+    EXPECT_EQ(ErrorOf(std::string(kLeast) + "client-crl = /etc/crl.pem\n"),
+              "apxd.conf:0: 'client-ca' is missing: 'client-crl' is about the certificates that it asks for");
 }
 
 TEST(ApxdConfig, WhatIsMissingIsTold) {

@@ -238,15 +238,14 @@ TEST_F(ApxdHandler, OnlyHoldersOfACertificateMayAskWhereOneIsWanted) {
     Request request = MakeRequest("GET", "/v1/domain");
     EXPECT_EQ(Outcome(request), "403 5");
     request.certificate = "00ff";
-    EXPECT_EQ(Outcome(request), "403 5");
-    request.certificateVerified = true;
     EXPECT_EQ(Outcome(request), "200 0");
+    request.certificateFault = "the client's certificate is revoked";
+    EXPECT_EQ(Outcome(request), "403 5");
 }
 
 TEST_F(ApxdHandler, TheSameAddressWithAnotherCertificateIsAnotherClient) {
     config.clientCaFile = "/etc/ca.pem";
     Request request = Post(R"({"accountName":"node01"})");
-    request.certificateVerified = true;
     request.certificateNames = {"node01"};
     request.certificate = "01";
     EXPECT_EQ(Outcome(request), "201 0");
@@ -262,7 +261,6 @@ TEST_F(ApxdHandler, CertificateIsGoodForTheAccountsThatItNames) {
     const auto outcome = [this](const std::string& account, const std::vector<std::string>& names) {
         backEnd.accounts.clear();
         Request request = Post(R"({"accountName":")" + account + R"("})");
-        request.certificateVerified = true;
         request.certificate = "01";
         request.certificateNames = names;
         return Outcome(request);

@@ -329,8 +329,8 @@ constexpr StatusEntry kProxy[] = {
     {5, Permission, "",
      "the authentication proxy does not admit this host, or hosts in this organizational unit, or its own account has "
      "no right there; or a file of this host may not be used",
-     "check 'allow', 'allow-unit', 'client-ca' and 'client-names' of the proxy and the rights of its account in the "
-     "unit: its log tells which; on this host see the system log and 'nimauthctl check'"},
+     "check 'allow', 'allow-unit', 'client-ca', 'client-crl' and 'client-names' of the proxy and the rights of its "
+     "account in the unit: its log tells which; on this host see the system log and 'nimauthctl check'"},
     {8, Failure, "", "this host, or the authentication proxy, ran out of memory", "free memory and try again"},
     {50, Failure, "", "what answers at this address is no such authentication proxy, or one of another version",
      "check the address and 'port' in apxhttps.conf; compare the versions of host and proxy"},

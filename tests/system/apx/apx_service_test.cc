@@ -145,6 +145,37 @@ TEST_F(Apx, ServiceCanAskItsClientsForACertificate) {
     service.WaitForLog("certificate=");
 }
 
+TEST_F(Apx, RevokedCertificatesAreRefused) {
+    const Certificate authority = MakeCertificate("clients");
+    const Certificate site = MakeCertificate("site", &authority, -3600, 86400, {{"basicConstraints", "CA:TRUE"}});
+    const Certificate good = MakeCertificate("node01", &authority);
+    const Certificate stolen = MakeCertificate("node01", &authority);
+    const Certificate atSite = MakeCertificate("node01", &site);
+    std::ofstream("/etc/nimbrel/apxd/clients.pem") << authority.pem;
+    const auto publish = [](const std::string& lists) { std::ofstream("/etc/nimbrel/apxd/crl.pem") << lists; };
+    const auto ask = [&](const Certificate& client, const std::string& issuers = "") {
+        std::ofstream("/etc/nimbrel/client.pem", std::ios::trunc) << client.pem << issuers << client.key;
+        return AskDomain(kNear, Pinned()).status;
+    };
+    SetPlugin("client-certificate = \"/etc/nimbrel/client.pem\"\nclient-key = \"/etc/nimbrel/client.pem\"\n");
+    Configure(certificate, "client-ca = /etc/nimbrel/apxd/clients.pem\nclient-crl = /etc/nimbrel/apxd/crl.pem\n");
+    publish(MakeRevocationList(authority, {stolen}));
+    Service service;
+    EXPECT_EQ(ask(good), 0U);
+    EXPECT_EQ(ask(stolen), 5U);
+    service.WaitForLog("reason=\"the client's certificate is revoked\"");
+    EXPECT_EQ(ask(atSite, site.pem), 0U);
+    publish(MakeRevocationList(authority, {}, -7200, -3600));
+    service.Signal(SIGHUP);
+    service.WaitForLog("not-reloaded reason=\"/etc/nimbrel/apxd/crl.pem: holds a list that is out of date\"");
+    EXPECT_EQ(ask(stolen), 5U) << "the lists in force stay";
+    publish(MakeRevocationList(authority, {site}));
+    service.Signal(SIGHUP);
+    service.WaitForLog("\nreloaded ");
+    EXPECT_EQ(ask(stolen), 0U);
+    EXPECT_EQ(ask(atSite, site.pem), 5U) << "the authority on the way to it";
+}
+
 TEST_F(Apx, ClientsCertificateIsGoodForTheAccountThatItNames) {
     const Certificate authority = MakeCertificate("clients");
     std::ofstream("/etc/nimbrel/apxd/clients.pem") << authority.pem;

@@ -17,6 +17,9 @@ namespace {
 struct Free {
     void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
     void operator()(X509* certificate) const { X509_free(certificate); }
+    void operator()(X509_CRL* list) const { X509_CRL_free(list); }
+    void operator()(X509_REVOKED* entry) const { X509_REVOKED_free(entry); }
+    void operator()(ASN1_TIME* time) const { ASN1_TIME_free(time); }
     void operator()(BIO* memory) const { BIO_free(memory); }
     void operator()(X509_EXTENSION* extension) const { X509_EXTENSION_free(extension); }
 };
@@ -35,6 +38,12 @@ std::string TextOf(BIO* memory) {
 
 Owned<BIO> Memory(const std::string& text) {
     return Owned<BIO>(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+}
+
+Owned<X509> Read(const Certificate& certificate) {
+    Owned<X509> x509(PEM_read_bio_X509(Memory(certificate.pem).get(), nullptr, nullptr, nullptr));
+    Require(x509 != nullptr);
+    return x509;
 }
 
 std::string Thumbprint(const X509* certificate) {
@@ -73,9 +82,9 @@ Certificate MakeCertificate(const std::string& commonName, const Certificate* is
     SetName(X509_get_subject_name(x509), commonName);
     Owned<EVP_PKEY> issuerKey;
     if (issuer != nullptr) {
-        const Owned<X509> parent(PEM_read_bio_X509(Memory(issuer->pem).get(), nullptr, nullptr, nullptr));
+        const Owned<X509> parent = Read(*issuer);
         issuerKey.reset(PEM_read_bio_PrivateKey(Memory(issuer->key).get(), nullptr, nullptr, nullptr));
-        Require(parent && issuerKey);
+        Require(issuerKey != nullptr);
         X509_set_issuer_name(x509, X509_get_subject_name(parent.get()));
     } else {
         X509_set_issuer_name(x509, X509_get_subject_name(x509));
@@ -94,6 +103,30 @@ Certificate MakeCertificate(const std::string& commonName, const Certificate* is
     Require(PEM_write_bio_X509(pem.get(), x509) == 1);
     Require(PEM_write_bio_PrivateKey(keyText.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr) == 1);
     return {TextOf(pem.get()), TextOf(keyText.get()), Thumbprint(x509)};
+}
+
+std::string MakeRevocationList(const Certificate& issuer, const std::vector<Certificate>& revoked, long lastUpdate,
+                               long nextUpdate) {
+    const auto parent = Read(issuer);
+    const Owned<EVP_PKEY> key(PEM_read_bio_PrivateKey(Memory(issuer.key).get(), nullptr, nullptr, nullptr));
+    const Owned<X509_CRL> list(X509_CRL_new());
+    const Owned<ASN1_TIME> time(ASN1_TIME_new());
+    Require(key && list && time);
+    X509_CRL_set_version(list.get(), 1);
+    X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(parent.get()));
+    X509_CRL_set1_lastUpdate(list.get(), X509_gmtime_adj(time.get(), lastUpdate));
+    if (nextUpdate != 0) X509_CRL_set1_nextUpdate(list.get(), X509_gmtime_adj(time.get(), nextUpdate));
+    X509_gmtime_adj(time.get(), -60);
+    for (const Certificate& one : revoked) {
+        Owned<X509_REVOKED> entry(X509_REVOKED_new());
+        X509_REVOKED_set_serialNumber(entry.get(), X509_get_serialNumber(Read(one).get()));
+        X509_REVOKED_set_revocationDate(entry.get(), time.get());
+        Require(X509_CRL_add0_revoked(list.get(), entry.release()) == 1);
+    }
+    Require(X509_CRL_sign(list.get(), key.get(), EVP_sha256()) != 0);
+    const Owned<BIO> pem(BIO_new(BIO_s_mem()));
+    Require(PEM_write_bio_X509_CRL(pem.get(), list.get()) == 1);
+    return TextOf(pem.get());
 }
 
 std::string EncryptedKey(const Certificate& certificate) {

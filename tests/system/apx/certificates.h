@@ -5,6 +5,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace nimbrel::testing {
 
@@ -19,6 +20,11 @@ struct Certificate {
 using Extensions = std::map<std::string, std::string>;
 Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer = nullptr, long notBefore = -3600,
                             long notAfter = 86400, const Extensions& extensions = {});
+
+// What the issuer says of certificates that it has taken back, in PEM; made and to be renewed in seconds from now. Never to
+// be renewed if `nextUpdate` is 0.
+std::string MakeRevocationList(const Certificate& issuer, const std::vector<Certificate>& revoked,
+                               long lastUpdate = -3600, long nextUpdate = 86400);
 
 // The key as PEM that needs a pass phrase.
 std::string EncryptedKey(const Certificate& certificate);

@@ -1,0 +1,51 @@
+// Client certificates that their authorities have taken back (RFC 5280, section 5), as one or more lists in PEM.
+//
+//     const auto lists = RevocationLists::Read(ReadTextFile("/etc/crl.pem"), ReadTextFile("/etc/ca.pem"));
+//     if (const char* fault = lists.FaultOf(chain, count, std::time(nullptr))) ...
+//
+// Threads: any, once it is read.
+
+#ifndef NIMBREL_APXD_REVOCATION_LISTS_H_
+#define NIMBREL_APXD_REVOCATION_LISTS_H_
+
+#include <gnutls/x509.h>
+
+#include <ctime>
+#include <limits>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+namespace nimbrel::apxd {
+
+// What is wrong with the lists, in words for the administrator.
+class RevocationListError : public std::runtime_error {
+ public:
+    using std::runtime_error::runtime_error;
+};
+
+class RevocationLists {
+ public:
+    // None: holds nothing and is never out of date.
+    RevocationLists() = default;
+
+    // `authorities` are certificates in PEM; each list has to be signed by one of them. Authorities without a list are
+    // taken to have revoked nothing. Throws `RevocationListError`, also for a text without a list.
+    static RevocationLists Read(const std::string& lists, const std::string& authorities);
+
+    // One of them says that a newer one is to be had by now. One that does not say so is never out of date.
+    bool AreOutdated(std::time_t now) const { return now > _lastUntil; }
+    // Why a client with this chain, as it has sent it (DER), is refused; null if it is not. The authorities on the way are
+    // looked for, too.
+    const char* FaultOf(const gnutls_datum_t* chain, unsigned count, std::time_t now) const;
+
+ private:
+    bool Hold(const gnutls_datum_t& der) const;
+
+    std::set<std::string> _revoked;  // issuer's name and serial number
+    std::time_t _lastUntil = std::numeric_limits<std::time_t>::max();
+};
+
+}  // namespace nimbrel::apxd
+
+#endif  // NIMBREL_APXD_REVOCATION_LISTS_H_

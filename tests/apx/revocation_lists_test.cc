@@ -1,0 +1,130 @@
+#include "services/apxd/revocation_lists.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "certificates.h"
+
+namespace nimbrel::apxd::test {
+namespace {
+
+using testing::Certificate;
+using testing::MakeCertificate;
+using testing::MakeRevocationList;
+
+constexpr char kOutdated[] = "the list of revoked certificates is out of date";
+
+class Lists : public ::testing::Test {
+ protected:
+    // Why a client that shows these is refused.
+    static std::string Fault(const RevocationLists& lists, const std::vector<Certificate>& chain, long later = 0) {
+        std::vector<std::string> ders;
+        std::vector<gnutls_datum_t> data;
+        for (const Certificate& one : chain) ders.push_back(DerOf(one));
+        for (std::string& der : ders) {
+            data.push_back({reinterpret_cast<unsigned char*>(der.data()), static_cast<unsigned>(der.size())});
+        }
+        const std::time_t now = std::time(nullptr) + later;
+        const char* const fault = lists.FaultOf(data.data(), static_cast<unsigned>(data.size()), now);
+        return fault == nullptr ? "" : fault;
+    }
+    static std::string DerOf(const Certificate& certificate) {
+        const gnutls_datum_t pem = {reinterpret_cast<unsigned char*>(const_cast<char*>(certificate.pem.data())),
+                                    static_cast<unsigned>(certificate.pem.size())};
+        gnutls_datum_t der = {};
+        EXPECT_EQ(gnutls_pem_base64_decode2("CERTIFICATE", &pem, &der), 0);
+        const std::string text(reinterpret_cast<const char*>(der.data), der.size);
+        gnutls_free(der.data);
+        return text;
+    }
+    static bool Holds(const RevocationLists& lists, const Certificate& certificate) {
+        return Fault(lists, {certificate}) == "the client's certificate is revoked";
+    }
+    std::string ErrorOf(const std::string& lists) const {
+        try {
+            RevocationLists::Read(lists, authority.pem);
+            return "read";
+        } catch (const RevocationListError& error) {
+            return error.what();
+        }
+    }
+
+    const Certificate authority = MakeCertificate("clients");
+    const Certificate other = MakeCertificate("others");
+    const Certificate first = MakeCertificate("node01", &authority);
+    const Certificate second = MakeCertificate("node02", &authority);
+};
+
+TEST_F(Lists, HoldWhatTheyNameAndNothingElse) {
+    EXPECT_FALSE(Holds(RevocationLists(), first));
+    EXPECT_FALSE(Holds(RevocationLists::Read(MakeRevocationList(authority, {}), authority.pem), first));
+    const auto lists = RevocationLists::Read(MakeRevocationList(authority, {first}), authority.pem);
+    EXPECT_TRUE(Holds(lists, first));
+    EXPECT_FALSE(Holds(lists, second));
+}
+
+TEST_F(Lists, SerialNumberOfAnotherAuthorityIsAnotherCertificate) {
+    const auto lists = RevocationLists::Read(MakeRevocationList(other, {first}), authority.pem + other.pem);
+    EXPECT_FALSE(Holds(lists, first));
+}
+
+TEST_F(Lists, SeveralCountTogether) {
+    const Certificate theirs = MakeCertificate("node01", &other);
+    const std::string text = MakeRevocationList(authority, {first}) + MakeRevocationList(other, {theirs}, -3600, 60) +
+                             MakeRevocationList(authority, {second});
+    const auto lists = RevocationLists::Read(text, authority.pem + other.pem);
+    for (const Certificate& one : {first, second, theirs}) EXPECT_TRUE(Holds(lists, one));
+    EXPECT_EQ(Fault(lists, {MakeCertificate("node03", &authority)}), "");
+    EXPECT_EQ(Fault(lists, {MakeCertificate("node03", &authority)}, 61), kOutdated) << "one of them";
+}
+
+TEST_F(Lists, OneThatIsNeverRenewedIsNeverOutOfDate) {
+    EXPECT_EQ(Fault(RevocationLists(), {first}, 1'000'000'000), "");
+    const auto lists = RevocationLists::Read(MakeRevocationList(authority, {first}, -3600, 0), authority.pem);
+    EXPECT_EQ(Fault(lists, {second}, 1'000'000'000), "");
+}
+
+TEST_F(Lists, NobodyIsGoodByOneThatIsOutOfDate) {
+    const auto lists = RevocationLists::Read(MakeRevocationList(authority, {first}, -7200, -3600), authority.pem);
+    EXPECT_TRUE(lists.AreOutdated(std::time(nullptr)));
+    for (const Certificate& one : {first, second}) EXPECT_EQ(Fault(lists, {one}), kOutdated);
+}
+
+TEST_F(Lists, AuthorityOnTheWayIsLookedForToo) {
+    const Certificate site = MakeCertificate("site", &authority, -3600, 86400, {{"basicConstraints", "CA:TRUE"}});
+    const Certificate client = MakeCertificate("node01", &site);
+    const auto lists = RevocationLists::Read(MakeRevocationList(authority, {site}), authority.pem);
+    EXPECT_NE(Fault(lists, {client, site}), "");
+    EXPECT_EQ(Fault(lists, {second, authority}), "");
+}
+
+TEST_F(Lists, CertificateThatCannotBeReadIsNotGood) {
+    const auto lists = RevocationLists::Read(MakeRevocationList(authority, {first}), authority.pem);
+    std::string junk = "junk";
+    const gnutls_datum_t datum = {reinterpret_cast<unsigned char*>(junk.data()), 4};
+    EXPECT_NE(lists.FaultOf(&datum, 1, std::time(nullptr)), nullptr);
+}
+
+TEST_F(Lists, OfSomebodyElseAreRefused) {
+    const std::string unsignedByIt = "holds a list that no authority of 'client-ca' has signed";
+    EXPECT_EQ(ErrorOf(MakeRevocationList(other, {first})), unsignedByIt);
+    EXPECT_EQ(ErrorOf(MakeRevocationList(authority, {}) + MakeRevocationList(other, {})), unsignedByIt);
+    for (const long next : {86400L, -3600L}) {
+        const std::string list = MakeRevocationList(MakeCertificate("clients"), {first}, -7200, next);
+        EXPECT_EQ(ErrorOf(list), unsignedByIt) << "of the same name";
+    }
+}
+
+TEST_F(Lists, TextWithoutAListIsRefused) {
+    for (const std::string& text : {std::string(), std::string("none\n"), authority.pem}) {
+        EXPECT_EQ(ErrorOf(text), "holds no list of revoked certificates") << text;
+    }
+    std::string damaged = MakeRevocationList(authority, {first});
+    damaged.erase(100, 40);
+    EXPECT_NE(ErrorOf(damaged), "read");
+}
+
+}  // namespace
+}  // namespace nimbrel::apxd::test
