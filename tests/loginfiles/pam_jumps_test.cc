@@ -166,14 +166,45 @@ TEST(PamJumpsTest, JumpsIntoMadeFilesAndOverThemAreProvenAlone) {
 }
 
 TEST(PamJumpsTest, RulesThatDifferOtherwiseAreNoProof) {
-    for (const char* const other :
-         {"auth [success=1] b.so\n", "auth [success=1] a.so c\n", "", "auth [success=die] a.so\n"}) {
-        EXPECT_NE("", Refusal([&] {
-                      ProveJumpsKept({{"a", "auth [success=1] a.so\n" + std::string(kDeny)}},
-                                     {{"a", other + std::string(kDeny)}}, "pam_x.so");
-                  }))
-            << other;
+    const struct {
+        const char* was;
+        const char* is;
+    } rows[] = {
+        {"auth [success=1] a.so\n", "auth [success=1] b.so\n"},
+        {"auth [success=1] a.so\n", "auth [success=1] a.so c\n"},
+        {"auth [success=1] a.so\n", ""},
+        {"auth [success=1] a.so\n", "auth [success=die] a.so\n"},
+        {"auth [success=1] a.so\n", "auth [success=1 default=die] a.so\n"},
+        {"auth [success=1] a.so\n", "auth [default=1] a.so\n"},
+        {"auth required a.so\n", "auth sufficient a.so\n"},
+        {"auth required a.so\n", "-auth required a.so\n"},
+        {"auth [success=ignore] a.so\n", "auth [success=1] a.so\n"},
+        {"auth [success=ok] a.so\n", "auth [success=1] a.so\n"},
+    };
+    for (const auto& row : rows) {
+        const PamFiles before = {{"a", row.was + std::string(kDeny)}};
+        const PamFiles after = {{"a", row.is + std::string(kDeny)}};
+        EXPECT_NE("", Refusal([&] { ProveJumpsKept(before, after, "pam_x.so"); })) << row.was << row.is;
+        EXPECT_NE("", Refusal([&] { ProveJumpsKept(after, before, "pam_x.so"); })) << row.is << row.was;
     }
+}
+
+// What comes or goes is the module's; a rule of it that an administrator has written stays, and may jump.
+TEST(PamJumpsTest, RulesOfTheModuleThatStayAreProvenLikeOthers) {
+    const std::string factor = "auth required factor.so\n";
+    const std::string common = "auth required pam_unix.so\n" + std::string(kDeny);
+    const auto sudo = [&](const std::string& control) {
+        return "auth [" + control + " default=ignore] pam_x.so require_cert_auth\nauth include common\n" + factor;
+    };
+    const auto refusal = [&](const std::string& control, const std::string& after) {
+        const PamFiles files = {{"common", common}, {"sudo", sudo(control)}};
+        return Refusal([&] { ProveJumpsKept(files, {{"common", kX + common}, {"sudo", after}}, "pam_x.so"); });
+    };
+    EXPECT_THAT(refusal("success=2", sudo("success=2")), HasSubstr("the rule in line 1 of 'sudo'"));
+    EXPECT_EQ("", refusal("success=2", sudo("success=3")));
+    EXPECT_EQ("", refusal("success=ok", sudo("success=ok")));
+    EXPECT_EQ("", refusal("success=ok", kX + sudo("success=ok"))) << "one comes in front of it";
+    EXPECT_EQ("", refusal("success=2", "auth include common\n" + factor)) << "it goes";
 }
 
 }  // namespace

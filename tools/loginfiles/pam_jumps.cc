@@ -5,6 +5,7 @@
 #include <map>
 #include <string_view>
 
+#include "tools/loginfiles/common_lines.h"
 #include "tools/loginfiles/logins_error.h"
 #include "tools/loginfiles/numbers.h"
 
@@ -40,6 +41,23 @@ std::vector<Action> Actions(std::string_view control) {
     return actions;
 }
 
+// The control with one sign for every jump. One over nothing is "ignore", so that stands for it as well.
+std::string WithoutCounts(std::string control) {
+    const std::vector<Action> actions = Actions(control);
+    for (auto action = actions.rbegin(); action != actions.rend(); ++action) {
+        if (action->count >= 0) control.replace(action->begin, action->size, "N");
+    }
+    return control;
+}
+
+// All that a line says but the numbers of its jumps.
+std::string Meaning(const PamLine& line) {
+    std::string text = std::to_string(static_cast<int>(line.kind)) + (line.optional ? '-' : ' ');
+    for (const std::string& word : {line.type, WithoutCounts(line.control), line.module}) text += word + '\0';
+    for (const std::string& word : line.arguments) text += word + '\0';
+    return text;
+}
+
 // Where a jump by `count` from the rule at `from` goes on: the index of a rule, or of what follows the substack or the
 // chain. Nowhere if it asks for more rules than there are: libpam refuses then.
 std::size_t Landing(const Chain& chain, std::size_t from, int count) {
@@ -53,10 +71,28 @@ std::size_t Landing(const Chain& chain, std::size_t from, int count) {
     return index;
 }
 
+// The numbers of the lines that stand in the other text, too.
+std::set<int> LinesThatStay(const std::vector<PamLine>& lines, const std::vector<PamLine>& others) {
+    const auto meanings = [](const std::vector<PamLine>& all) {
+        std::vector<std::string> texts(all.size());
+        std::transform(all.begin(), all.end(), texts.begin(), Meaning);
+        return texts;
+    };
+    const std::vector<std::string> here = meanings(lines);
+    const std::vector<std::string> there = meanings(others);
+    std::set<int> numbers;
+    for (const auto& [position, other] : CommonLines({here.begin(), here.end()}, {there.begin(), there.end()})) {
+        numbers.insert(lines[position].number);
+    }
+    return numbers;
+}
+
+// The lines that come or go.
 class Own {
  public:
-    Own(const PamFiles& files, const std::string& module) {
-        for (const auto& [name, text] : files) _lines[name] = OwnLines(ParsePam(text), module);
+    // The module's, but those that stand in the other files, too: an administrator's own rule of the module stays.
+    Own(const PamFiles& files, const PamFiles& others, const std::string& module) {
+        for (const auto& [name, text] : files) _lines[name] = LinesOf(text, TextIn(others, name), module);
     }
     Own(const std::string& file, const std::set<int>& lines) { _lines[file] = lines; }
 
@@ -66,6 +102,20 @@ class Own {
     }
 
  private:
+    static std::string TextIn(const PamFiles& files, const std::string& name) {
+        const auto file = files.find(name);
+        return file == files.end() ? "" : file->second;
+    }
+    static std::set<int> LinesOf(const std::string& text, const std::string& other, const std::string& module) {
+        if (text == other) return {};
+        const std::vector<PamLine> lines = ParsePam(text);
+        std::set<int> own = OwnLines(lines, module);
+        const std::vector<PamLine> others = own.empty() ? std::vector<PamLine>() : ParsePam(other);
+        if (OwnLines(others, module).empty()) return own;
+        for (const int number : LinesThatStay(lines, others)) own.erase(number);
+        return own;
+    }
+
     std::map<std::string, std::set<int>> _lines;
 };
 
@@ -78,8 +128,7 @@ class Own {
 }
 
 bool SameRule(const EffectiveRule& a, const EffectiveRule& b) {
-    return a.file == b.file && a.level == b.level && a.line.kind == b.line.kind && a.line.type == b.line.type &&
-           a.line.module == b.line.module && a.line.arguments == b.line.arguments;
+    return a.file == b.file && a.level == b.level && Meaning(a.line) == Meaning(b.line);
 }
 
 // Where a jump ends: at this rule, our own ones left out, or behind the last one.
@@ -93,10 +142,9 @@ struct End {
 // One chain of a service, in which our own rules come and go, made ones may change, and all others have to stay.
 class ProvenChain {
  public:
-    ProvenChain(Chain chain, const Own& own, const IsMade& isMade) : _chain(std::move(chain)) {
+    ProvenChain(Chain chain, const Own& own, const std::set<std::string>& made) : _chain(std::move(chain)) {
         for (const EffectiveRule& rule : _chain) {
-            const bool made = isMade && isMade(rule.file);
-            _kinds.push_back(own.Has(rule) ? Kind::Own : made ? Kind::Made : Kind::Kept);
+            _kinds.push_back(own.Has(rule) ? Kind::Own : made.contains(rule.file) ? Kind::Made : Kind::Kept);
             if (_kinds.back() == Kind::Kept) _kept.push_back(_kinds.size() - 1);
         }
     }
@@ -144,10 +192,8 @@ void ProveChain(const ProvenChain& before, const ProvenChain& after) {
         const std::vector<Action> was = Actions(rule.line.control);
         const std::vector<Action> is = Actions(after.Rule(index).line.control);
         for (std::size_t number = 0; number < was.size(); ++number) {
-            if (was[number].count <= 0) continue;
-            const bool same = number < is.size() && is[number].count >= 0 &&
-                              SameEnd(before.EndOf(index, was[number].count), after.EndOf(index, is[number].count));
-            if (!same) Refuse(rule);
+            if (was[number].count <= 0 && is[number].count <= 0) continue;
+            if (!SameEnd(before.EndOf(index, was[number].count), after.EndOf(index, is[number].count))) Refuse(rule);
         }
     }
     if (after.Size() > before.Size()) Refuse(after.Rule(before.Size()));
@@ -236,13 +282,19 @@ std::string WithJumpsWithout(const PamFiles& files, const std::string& name, con
 }
 
 void ProveJumpsKept(const PamFiles& before, const PamFiles& after, const std::string& module, const IsMade& isMade) {
-    const Own ownBefore(before, module);
-    const Own ownAfter(after, module);
+    const Own ownBefore(before, after, module);
+    const Own ownAfter(after, before, module);
+    std::set<std::string> made;
+    for (const PamFiles* const files : {&before, &after}) {
+        for (const auto& file : *files) {
+            if (isMade && isMade(file.first)) made.insert(file.first);
+        }
+    }
     for (const auto& [name, text] : before) {
-        if (isMade && isMade(name)) continue;
+        if (made.contains(name)) continue;
         for (const char* const type : kTypes) {
-            ProveChain({RuleChain(before, name, type), ownBefore, isMade},
-                       {RuleChain(after, name, type), ownAfter, isMade});
+            ProveChain({RuleChain(before, name, type), ownBefore, made},
+                       {RuleChain(after, name, type), ownAfter, made});
         }
     }
 }

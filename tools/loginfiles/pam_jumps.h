@@ -36,8 +36,9 @@ std::string WithJumpsWithout(const PamFiles& files, const std::string& name, con
 using IsMade = std::function<bool(const std::string&)>;
 
 // Throws `LoginsError` (kind Refused) unless every jump of every service ends at the same rule before and after the
-// module's own lines came or went. Nothing else may differ but numbers of jumps. Files that are made may differ in
-// anything: their own jumps are the tool's affair, but those of services into them or over them are not.
+// module's own lines came or went. Those of the module that stand in both are rules like any other. Of rules that stay,
+// nothing may differ but the numbers of their jumps, where "ignore" is a jump over nothing. Files that are made may
+// differ in anything: their own jumps are the tool's affair, but those of services into them or over them are not.
 void ProveJumpsKept(const PamFiles& before, const PamFiles& after, const std::string& module,
                     const IsMade& isMade = nullptr);
 

@@ -1,9 +1,10 @@
 #include "tools/loginfiles/unified_diff.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <string_view>
 #include <vector>
+
+#include "tools/loginfiles/common_lines.h"
 
 namespace nimbrel::logins {
 namespace {
@@ -31,41 +32,20 @@ std::vector<std::string_view> Lines(const std::string* text) {
     return lines;
 }
 
-// The lengths of the longest common rest from each pair of positions on.
-class CommonRests {
- public:
-    CommonRests(const std::vector<std::string_view>& a, const std::vector<std::string_view>& b)
-        : _columns(b.size() + 1), _lengths((a.size() + 1) * _columns) {
-        for (std::size_t i = a.size(); i-- > 0;) {
-            for (std::size_t j = b.size(); j-- > 0;) {
-                Cell(i, j) = a[i] == b[j] ? Cell(i + 1, j + 1) + 1 : std::max(Cell(i + 1, j), Cell(i, j + 1));
-            }
-        }
-    }
-    std::uint32_t& Cell(std::size_t i, std::size_t j) { return _lengths[i * _columns + j]; }
-
- private:
-    std::size_t _columns;
-    std::vector<std::uint32_t> _lengths;
-};
-
 std::vector<Step> Steps(const std::vector<std::string_view>& a, const std::vector<std::string_view>& b) {
-    CommonRests rests(a, b);
     std::vector<Step> steps;
     std::size_t i = 0;
     std::size_t j = 0;
-    while (i < a.size() || j < b.size()) {
-        if (i < a.size() && j < b.size() && a[i] == b[j]) {
-            steps.push_back({' ', a[i], i, j});
-            ++i, ++j;
-        } else if (i < a.size() && (j == b.size() || rests.Cell(i + 1, j) >= rests.Cell(i, j + 1))) {
-            steps.push_back({'-', a[i], i, j});
-            ++i;
-        } else {
-            steps.push_back({'+', b[j], i, j});
-            ++j;
-        }
+    const auto goTo = [&](std::size_t nextI, std::size_t nextJ) {
+        for (; i < nextI; ++i) steps.push_back({'-', a[i], i, j});
+        for (; j < nextJ; ++j) steps.push_back({'+', b[j], i, j});
+    };
+    for (const auto& [sameI, sameJ] : CommonLines(a, b)) {
+        goTo(sameI, sameJ);
+        steps.push_back({' ', a[i], i, j});
+        ++i, ++j;
     }
+    goTo(a.size(), b.size());
     return steps;
 }
 
