@@ -59,8 +59,35 @@ bool AnyFileHas(const PamFiles& files, const std::string& module) {
     return std::any_of(files.begin(), files.end(), [&](const auto& file) { return HasPamModule(file.second, module); });
 }
 
+// Whose rules somebody else counts: the host's tool, anew. Our copy of a vendor's file gives way to the vendor's again,
+// whatever has become of that since; with its package gone, to nothing.
+IsMade MadeBy(Mechanism mechanism, const std::vector<Change>& changes, bool isWayBack) {
+    return [=, &changes](const std::string& name) {
+        const bool goes = std::any_of(changes.begin(), changes.end(), [&](const Change& change) {
+            return change.path == PathOf(name) && change.after.kind == FileState::Kind::Absent;
+        });
+        return (isWayBack && goes) || (mechanism == Mechanism::PamAuthUpdate && IsMadeByPamAuthUpdate(name)) ||
+               (mechanism == Mechanism::Authselect && IsMadeByAuthselect(name, changes));
+    };
+}
+
+void Prove(const std::vector<Change>& changes, const ProviderModules& provider, bool isWayBack = false) {
+    if (changes.empty()) return;
+    ProveJumpsKept(ReadPamFiles(), FilesAfter(changes), provider.pamModule,
+                   MadeBy(HostMechanism(), changes, isWayBack));
+}
+
+bool IsProvenWayBack(const std::vector<Change>& changes, const ProviderModules& provider) try {
+    Prove(changes, provider, true);
+    return true;
+} catch (const LoginsError& error) {
+    if (error.Reason() != LoginsError::Kind::Refused) throw;
+    return false;
+}
+
 // Walks the journal backwards through every change that still stands and puts its files back, as long as each is what
-// that change left. Unset if somebody else has changed one of them, or if the module is still there in the end.
+// that change left. Unset if somebody else has changed one of them, if the module is still there in the end, or if a
+// jump would not end where it does now.
 std::optional<std::vector<Change>> ExactWayBack(const Journal& journal, const ProviderModules& provider) {
     ChangeSet back;
     std::vector<Entry> entries = journal.Entries();
@@ -74,7 +101,7 @@ std::optional<std::vector<Change>> ExactWayBack(const Journal& journal, const Pr
     }
     std::vector<Change> changes = back.Take();
     if (changes.empty() || AnyFileHas(FilesAfter(changes), provider.pamModule)) return std::nullopt;
-    return changes;
+    return IsProvenWayBack(changes, provider) ? std::optional(std::move(changes)) : std::nullopt;
 }
 
 }  // namespace
@@ -127,24 +154,6 @@ std::vector<Change> ChangeSet::Take() {
 
 namespace {
 
-// Whose rules the host's tool counts, and counts anew.
-IsMade MadeBy(Mechanism mechanism) {
-    switch (mechanism) {
-        case Mechanism::PamAuthUpdate:
-            return IsMadeByPamAuthUpdate;
-        case Mechanism::Authselect:
-            return IsMadeByAuthselect;
-        case Mechanism::Plain:
-            break;
-    }
-    return nullptr;
-}
-
-Plan Proven(Plan plan, const ProviderModules& provider) {
-    ProveJumpsKept(ReadPamFiles(), FilesAfter(plan.changes), provider.pamModule, MadeBy(HostMechanism()));
-    return plan;
-}
-
 Plan EnablingPlan(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
     RequireServices(services);
     const Mechanism mechanism = HostMechanism();
@@ -165,16 +174,9 @@ Plan EnablingPlan(const Journal& journal, const ProviderModules& provider, const
     return {Name(whole ? mechanism : Mechanism::Plain), changes.Take()};
 }
 
+// What has to go, wherever it came from.
 Plan DisablingPlan(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
-    RequireServices(services);
     const Mechanism mechanism = HostMechanism();
-    if (mechanism == Mechanism::Authselect) RequireAllServices(services);
-    if (mechanism == Mechanism::PamAuthUpdate) RequireNoneIsMade(services);
-    if (services.empty()) {
-        if (std::optional<std::vector<Change>> back = ExactWayBack(journal, provider)) {
-            return {Name(mechanism), std::move(*back)};
-        }
-    }
     ChangeSet changes;
     if (mechanism == Mechanism::Authselect) {
         DisableAuthselect(journal, provider, changes);
@@ -195,49 +197,24 @@ Plan DisablingPlan(const Journal& journal, const ProviderModules& provider, cons
 }  // namespace
 
 Plan PlanEnable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
-    return Proven(EnablingPlan(journal, provider, services), provider);
+    Plan plan = EnablingPlan(journal, provider, services);
+    Prove(plan.changes, provider);
+    return plan;
 }
 
 Plan PlanDisable(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
-    return Proven(DisablingPlan(journal, provider, services), provider);
-}
-
-namespace {
-
-using ByPath = std::map<std::string, const FileState*>;
-
-// What a reader of the path would find; unset if nothing, or a link that leads nowhere.
-std::optional<std::string> TextAfter(std::string path, const ByPath& after) {
-    for (int links = 0; links < 8; ++links) {
-        const auto change = after.find(path);
-        const FileState state = change == after.end() ? ReadLinkedState(path) : *change->second;
-        if (state.kind == FileState::Kind::Absent) return std::nullopt;
-        if (state.kind == FileState::Kind::Regular) return state.content;
-        path = (std::filesystem::path(FolderOf(path)) / state.content).lexically_normal();
-    }
-    return std::nullopt;
-}
-
-}  // namespace
-
-PamFiles FilesAfter(const std::vector<Change>& changes) {
-    ByPath after;
-    PamFiles files = ReadPamFiles();
-    for (const Change& change : changes) {
-        after[change.path] = &change.after;
-        const std::string name = change.path.substr(change.path.rfind('/') + 1);
-        if (FolderOf(change.path) == kPamFolder && !IsBackup(name)) files[name];
-    }
-    for (auto file = files.begin(); file != files.end();) {
-        const bool isService = IsService(file->first);
-        std::optional<std::string> text = TextAfter(isService ? PathOf(file->first) : file->first, after);
-        for (const char* const folder : kVendorFolders) {
-            if (!text && isService) text = TextAfter(std::string(folder) + '/' + file->first, after);
+    RequireServices(services);
+    const Mechanism mechanism = HostMechanism();
+    if (mechanism == Mechanism::Authselect) RequireAllServices(services);
+    if (mechanism == Mechanism::PamAuthUpdate) RequireNoneIsMade(services);
+    if (services.empty()) {
+        if (std::optional<std::vector<Change>> back = ExactWayBack(journal, provider)) {
+            return {Name(mechanism), std::move(*back)};
         }
-        if (text) file->second = *text;
-        file = text ? std::next(file) : files.erase(file);
     }
-    return files;
+    Plan plan = DisablingPlan(journal, provider, services);
+    Prove(plan.changes, provider);
+    return plan;
 }
 
 }  // namespace nimbrel::logins

@@ -68,6 +68,8 @@ std::string EditOf(const std::string& path, Edit edit);
 
 // The service files as they would be: with those that come, without those that go, and what links would lead to then.
 PamFiles FilesAfter(const std::vector<Change>& changes);
+// The path at which the file with this name would then be read, links followed to the end; empty if nowhere.
+std::string PlaceAfter(const std::string& name, const std::vector<Change>& changes);
 
 // --- The mechanisms (plan_debian.cc, plan_authselect.cc, plan_plain.cc) ---
 
@@ -75,8 +77,8 @@ void EnablePamAuthUpdate(const Journal& journal, const ProviderModules& provider
 void DisablePamAuthUpdate(const Journal& journal, const ProviderModules& provider, ChangeSet& changes);
 // Whether pam-auth-update makes the file with this name.
 bool IsMadeByPamAuthUpdate(const std::string& name);
-// Whether authselect makes it.
-bool IsMadeByAuthselect(const std::string& name);
+// Whether authselect makes it: its text lies in /etc/authselect now, or with these changes.
+bool IsMadeByAuthselect(const std::string& name, const std::vector<Change>& changes);
 void EnableAuthselect(const Journal& journal, const ProviderModules& provider, ChangeSet& changes);
 void DisableAuthselect(const Journal& journal, const ProviderModules& provider, ChangeSet& changes);
 // The helper's part of both, in a process of its own: lets authselect work on a copy of /etc that only this process sees,

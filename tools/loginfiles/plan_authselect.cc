@@ -5,7 +5,6 @@
 // custom/nimauth, is made from the present one, every time anew: it follows the provider and its base.
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
@@ -21,6 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr char kFolder[] = "/etc/authselect/";
 constexpr char kConfiguration[] = "/etc/authselect/authselect.conf";
 
 std::vector<std::string> LinesOf(const std::string& text) {
@@ -87,10 +87,9 @@ std::vector<std::string> EarlierSelection(const Journal& journal) {
 
 }  // namespace
 
-bool IsMadeByAuthselect(const std::string& name) {
-    constexpr std::array<const char*, 5> kMade = {"system-auth", "password-auth", "fingerprint-auth", "smartcard-auth",
-                                                  "postlogin"};
-    return std::find(kMade.begin(), kMade.end(), name) != kMade.end();
+bool IsMadeByAuthselect(const std::string& name, const std::vector<Change>& changes) {
+    const auto isThere = [](const std::string& path) { return path.starts_with(kFolder); };
+    return isThere(PlaceAfter(name, {})) || isThere(PlaceAfter(name, changes));
 }
 
 void EnableAuthselect(const Journal& journal, const ProviderModules& provider, ChangeSet& changes) {

@@ -7,6 +7,7 @@
 
 #include "logins_host.h"
 #include "tools/loginfiles/journal.h"
+#include "tools/loginfiles/logins_error.h"
 #include "tools/loginfiles/pam_text.h"
 #include "tools/loginfiles/plan.h"
 
@@ -119,6 +120,71 @@ TEST_F(PlainHostTest, FileOfAVendorIsNotCopiedForNothing) {
     EXPECT_THAT(Done({"logins", "enable", "--services", "vendors"}), HasLine("changed: no"));
     EXPECT_FALSE(fs::exists("/etc/pam.d/vendors"));
     fs::remove("/usr/lib/pam.d/vendors");
+}
+
+// Our copy hides the vendor's file while the logins are on; what has become of that meanwhile is the vendor's.
+TEST_F(PlainHostTest, CopyOfAVendorsFileGivesWayToWhatTheVendorHasByThen) {
+    const std::string vendors = "/usr/lib/pam.d/vendors";
+    const std::string rest = "@include common-account\n@include common-session\n";
+    const std::string text = "auth required pam_unix.so\n" + rest;
+    fs::create_directories("/usr/lib/pam.d");
+    for (const std::string& update :
+         {"auth requisite pam_nologin.so\nauth [success=1 default=ignore] pam_unix.so\nauth requisite pam_deny.so\n"
+          "auth required pam_permit.so\n" +
+              rest,
+          text, std::string()}) {
+        WriteFile(vendors, text);
+        Enable();
+        EXPECT_THAT(ReadFile("/etc/pam.d/vendors"), HasSubstr(kModule));
+        WriteFile(vendors, update);
+        if (update.empty()) fs::remove(vendors);
+        Disable();
+        EXPECT_FALSE(fs::exists("/etc/pam.d/vendors"));
+        ExpectUntouched();
+    }
+    fs::remove(vendors);
+}
+
+// A service that is still there would not find what it includes: then the lines alone go.
+TEST_F(PlainHostTest, CopyOfAVendorsFileStaysWhereAServiceStillIncludesIt) {
+    const std::string vendors = "/usr/lib/pam.d/vendors";
+    const std::string text = "auth required pam_unix.so\n";
+    fs::create_directories("/usr/lib/pam.d");
+    WriteFile(vendors, text);
+    WriteFile("/etc/pam.d/taker", "auth include vendors\n@include common-account\n");
+    Enable();
+    fs::remove(vendors);
+    Disable();
+    EXPECT_EQ(text, ReadFile("/etc/pam.d/vendors"));
+    fs::remove("/etc/pam.d/vendors");
+    fs::remove("/etc/pam.d/taker");
+    ExpectUntouched();
+}
+
+// As a unit is masked.
+TEST_F(PlainHostTest, LinkToNothingIsNoHindrance) {
+    fs::create_symlink("/dev/null", "/etc/pam.d/masked");
+    fs::create_directories("/usr/lib/pam.d");
+    WriteFile("/usr/lib/pam.d/masked", "auth required pam_deny.so\n");
+    EXPECT_EQ(logins::ReadPamFiles(), logins::FilesAfter({}));
+    Enable();
+    EXPECT_THAT(Done({"logins", "enable"}), HasLine("changed: no"));
+    Disable();
+    fs::remove("/usr/lib/pam.d/masked");
+    fs::remove("/etc/pam.d/masked");
+}
+
+// With a certificate they pass over the common rules, and end in front of the second factor.
+TEST_F(PlainHostTest, JumpOfAnAdministratorsRuleOfTheModuleIsProvenToo) {
+    const std::string text = ReadFile("/etc/pam.d/common-auth");
+    std::size_t rules = 0;
+    for (const logins::PamLine& line : logins::ParsePam(text)) rules += line.type == "auth" ? 1 : 0;
+    WriteFile("/etc/pam.d/door", "auth [success=" + std::to_string(rules) + " default=ignore] " + kModule +
+                                     " require_cert_auth\n@include common-auth\nauth required pam_warn.so\n"
+                                     "@include common-account\n");
+    EXPECT_THAT(Refused({"logins", "enable"}), HasSubstr("the rule in line 1 of 'door'"));
+    fs::remove("/etc/pam.d/door");
+    ExpectUntouched();
 }
 
 // A stack with jumps, as another distribution has it.
@@ -335,6 +401,25 @@ TEST_F(AuthselectHostTest, WhatAuthselectRefusesIsTold) {
     EXPECT_THAT(Refused({"logins", "enable"}),
                 AllOf(HasSubstr("[error] no, thanks\n"), HasSubstr("remedy: run 'authselect check'")));
     EXPECT_THAT(Differences(_selected, ReadLoginFiles()), IsEmpty());
+}
+
+// A sixth file that only one of the profiles fills, files that lead to the made ones, and one that is included by path.
+TEST_F(AuthselectHostTest, WhateverAuthselectMakesMayDifferInAnything) {
+    const std::string name = "switchable-auth";
+    EXPECT_EQ(std::string::npos, ReadFile("/etc/pam.d/" + name).find("pam_"));
+    fs::create_symlink("system-auth", "/etc/pam.d/system-auth-local");
+    WriteFile("/etc/pam.d/door", "auth include " + name + "\naccount include system-auth-local\n");
+    WriteFile("/etc/pam.d/gate", "auth include system-auth-local\naccount include /etc/authselect/password-auth\n");
+    logins::Journal journal;
+    journal.Lock();
+    const logins::PamFiles after =
+        logins::FilesAfter(logins::PlanEnable(journal, {"pam_sss.so", {}, "sss", {}}, {}).changes);
+    EXPECT_THAT(after.at(name), HasSubstr("pam_sss.so"));
+    EXPECT_EQ(after.at("system-auth"), after.at("system-auth-local"));
+    EXPECT_EQ(after.at("password-auth"), after.at("/etc/authselect/password-auth"));
+    for (const char* const file : {"system-auth-local", "door", "gate"}) {
+        fs::remove(std::string("/etc/pam.d/") + file);
+    }
 }
 
 TEST_F(AuthselectHostTest, SssdHasAProfileAlready) {
