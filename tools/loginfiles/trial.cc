@@ -91,6 +91,18 @@ std::vector<std::string> TypesOf(const std::string& step) {
     return {step == kChangePassword ? "password" : "session"};
 }
 
+// Of a failure: "sshd\tlog in".
+std::pair<std::string, std::string> ServiceAndStep(const std::string& what) {
+    const std::size_t tab = what.find('\t');
+    return {what.substr(0, tab), what.substr(tab + 1)};
+}
+
+[[noreturn]] void RefuseStep(const std::string& who, const std::string& service, const std::string& step,
+                             const std::string& reason) {
+    throw LoginsError(LoginsError::Kind::Refused, who + " could not " + step + " through '" + service + "': " + reason,
+                      "look at the rules of /etc/pam.d/" + service + " that jump or end the stack");
+}
+
 class Trial {
  public:
     Trial(const Journal& journal, const ProviderModules& provider, const Candidate& candidate)
@@ -111,9 +123,8 @@ class Trial {
         if (_services.empty()) return;
         Open();
         for (const char* const directory : {"user_unknown", "authinfo_unavail", "module_unknown"}) {
-            MustEnter("root with the right password", Root(_provider, true, directory, Others::Agree), true);
-            MustEnter("a local user with the right password", LocalUser(_provider, true, directory, Others::Agree),
-                      true);
+            MustEnter("root with the right password", Root(_provider, true, directory, Others::Agree));
+            MustEnter("a local user with the right password", LocalUser(_provider, true, directory, Others::Agree));
         }
         for (const Others others : {Others::Ignore, Others::Agree, Others::AgreeAll}) {
             MustNotEnter("root with a wrong password", Root(_provider, false, "user_unknown", others));
@@ -122,7 +133,7 @@ class Trial {
         }
         if (!_candidate.enable) return;
         _closed = Ask("enter", _candidate.before, LocalUser(_provider, true, "user_unknown", Others::Agree));
-        MustEnter("a directory user with the right password", DirectoryUser(_provider, true, Others::Agree), false);
+        DirectoryUserMustEnter();
     }
 
  private:
@@ -141,10 +152,15 @@ class Trial {
     Failures Ask(const std::string& question, const PamFiles& files, const Answers& answers);
     void LoadModules() const;
     void Open();
-    bool IsForLocalUsersOnly(const std::string& service, const std::string& step) const;
-    bool IsExcused(const std::string& service, const std::string& step, bool failedBefore, bool likeBefore) const;
+    bool IsExcused(const std::string& service, const std::string& step, bool failedBefore) const;
+    bool IsExcusedToDirectory(const std::string& service, const std::string& step, bool failedBefore) const;
     bool AllRefuse(const Failures& failures) const;
-    void MustEnter(const std::string& who, const Answers& answers, bool likeBefore);
+    [[noreturn]] void RefuseLocalOnly(const std::string& who, const std::string& step, const std::string& where,
+                                      const std::string& service) const;
+    std::string FileForLocalUsersOnly(const std::string& service) const;
+    bool LetsADirectoryUserIn(const Failures& failures) const;
+    void MustEnter(const std::string& who, const Answers& answers);
+    void DirectoryUserMustEnter();
     void MustNotEnter(const std::string& who, const Answers& answers);
     std::string RemedyForOpenDoor(const std::string& service) const;
 
@@ -223,42 +239,78 @@ void Trial::Open() {
     std::erase_if(_services, [&](const std::string& service) { return after.contains(service); });
 }
 
-// An administrator's own rule that keeps the directory's users out of the service.
-bool Trial::IsForLocalUsersOnly(const std::string& service, const std::string& step) const {
-    const std::vector<std::string> types = TypesOf(step);
-    return std::any_of(types.begin(), types.end(), [&](const std::string& type) {
-        const std::vector<EffectiveRule> rules = EffectiveStack(_candidate.after, service, type);
-        return std::any_of(rules.begin(), rules.end(),
-                           [](const EffectiveRule& rule) { return logins::IsForLocalUsersOnly(rule.line); });
-    });
+// A failure that was there before, or the service's own.
+bool Trial::IsExcused(const std::string& service, const std::string& step, bool failedBefore) const {
+    const bool mustLetIn = IsNamed(service) && step == kLogIn && AsksForPassword(service);
+    return failedBefore && !mustLetIn;
 }
 
-// A failure that is not the change's: it was there before, or the module has no say in it.
-bool Trial::IsExcused(const std::string& service, const std::string& step, bool failedBefore, bool likeBefore) const {
-    const bool isLogIn = step == kLogIn;
+// The same for a directory user, who got in nowhere before: the module has no say in it, or even local users did not.
+bool Trial::IsExcusedToDirectory(const std::string& service, const std::string& step, bool failedBefore) const {
     if (!IsNamed(service) && _closed.contains(service + '\t' + step)) return true;
-    if (likeBefore) return failedBefore && !(isLogIn && IsNamed(service) && AsksForPassword(service));
-    if (!IsNamed(service) && IsForLocalUsersOnly(service, step)) return true;
     const std::string type = TypesOf(step).front();
     const bool had = Uses(_candidate.before, service, type, _provider.pamModule);
-    return !Uses(_candidate.after, service, type, _provider.pamModule) || (!isLogIn && had && failedBefore);
+    return !Uses(_candidate.after, service, type, _provider.pamModule) || (step != kLogIn && had && failedBefore);
 }
 
-void Trial::MustEnter(const std::string& who, const Answers& answers, bool likeBefore) {
+void Trial::MustEnter(const std::string& who, const Answers& answers) {
     const Failures after = Ask("enter", _candidate.after, answers);
     if (after.empty()) return;
     const Failures before = Ask("enter", _candidate.before, answers);
     for (const auto& [what, reason] : after) {
-        const std::string service = what.substr(0, what.find('\t'));
-        const std::string step = what.substr(service.size() + 1);
-        if (IsExcused(service, step, before.contains(what), likeBefore)) continue;
-        const bool localOnly = !likeBefore && IsForLocalUsersOnly(service, step);
-        throw LoginsError(LoginsError::Kind::Refused,
-                          who + " could not " + step + " through '" + service +
-                              "': " + (localOnly ? "its pam_localuser.so lets in local users only" : reason),
-                          localOnly ? "leave that service out, or take the rule of pam_localuser.so out of its stack"
-                                    : "look at the rules of /etc/pam.d/" + service + " that jump or end the stack");
+        const auto [service, step] = ServiceAndStep(what);
+        if (!IsExcused(service, step, before.contains(what))) RefuseStep(who, service, step, reason);
     }
+}
+
+// The file whose rule keeps directory users out; a service without rules of a type has those of "other".
+std::string Trial::FileForLocalUsersOnly(const std::string& service) const {
+    for (const std::string& name : {service, std::string("other")}) {
+        for (const std::string& type : TypesOf(kLogIn)) {
+            for (const EffectiveRule& rule : EffectiveStack(_candidate.after, name, type)) {
+                if (IsForLocalUsersOnly(rule.line)) return rule.file;
+            }
+        }
+    }
+    return service;
+}
+
+void Trial::RefuseLocalOnly(const std::string& who, const std::string& step, const std::string& where,
+                            const std::string& service) const {
+    const std::string file = FileForLocalUsersOnly(service);
+    throw LoginsError(
+        LoginsError::Kind::Refused,
+        who + " could not " + step + " through " + where + ": pam_localuser.so in '" + file +
+            "' lets in local users only",
+        std::string(IsNamed(service) ? "leave that service out, or " : "") + "take that rule out of '" + file + "'");
+}
+
+bool Trial::LetsADirectoryUserIn(const Failures& failures) const {
+    const std::string& module = _provider.pamModule;
+    const auto hadModule = [&](const auto& file) { return HasPamModule(file.second, module); };
+    if (std::any_of(_candidate.before.begin(), _candidate.before.end(), hadModule)) return true;  // the rest as ever
+    return std::any_of(_services.begin(), _services.end(), [&](const std::string& service) {
+        return Uses(_candidate.after, service, "auth", module) && !failures.contains(service + '\t' + kLogIn);
+    });
+}
+
+// An administrator's own rule may keep the directory's users out of a service, but not of all: nobody wants the logins
+// then, and nothing else would tell.
+void Trial::DirectoryUserMustEnter() {
+    const std::string who = "a directory user with the right password";
+    const Failures after = Ask("enter", _candidate.after, DirectoryUser(_provider, true, Others::Agree));
+    if (after.empty()) return;
+    const Failures before = Ask("enter", _candidate.before, DirectoryUser(_provider, true, Others::Agree));
+    const Failures asLocal = Ask("enter", _candidate.after, DirectoryUserAsLocal(_provider));
+    std::string shut;
+    for (const auto& [what, reason] : after) {
+        const auto [service, step] = ServiceAndStep(what);
+        if (IsExcusedToDirectory(service, step, before.contains(what))) continue;
+        if (asLocal.contains(what)) RefuseStep(who, service, step, reason);
+        if (IsNamed(service)) RefuseLocalOnly(who, step, "'" + service + "'", service);
+        if (shut.empty() && step == kLogIn) shut = service;
+    }
+    if (!shut.empty() && !LetsADirectoryUserIn(after)) RefuseLocalOnly(who, kLogIn, "any service", shut);
 }
 
 bool Trial::AllRefuse(const Failures& failures) const {
@@ -283,8 +335,7 @@ void Trial::MustNotEnter(const std::string& who, const Answers& answers) {
     if (AllRefuse(after)) return;
     const Failures before = Ask("enter", _candidate.before, answers);
     for (const auto& [what, reason] : before) {
-        const std::string service = what.substr(0, what.find('\t'));
-        const std::string step = what.substr(service.size() + 1);
+        const auto [service, step] = ServiceAndStep(what);
         if (after.contains(what) || step == kOpenSession) continue;
         const std::string harm = step == kLogIn ? " would be let in by '" : " could change the password through '";
         throw LoginsError(LoginsError::Kind::Refused, who + harm + service + "'", RemedyForOpenDoor(service));

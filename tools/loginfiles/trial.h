@@ -12,6 +12,10 @@
 //      goes on, and all agree. So a denial that is gone or passed over shows, also where a list of users, a program
 //      that is run or the like still says yes.
 //
+// A directory user with the right password gets in, too, where the change is to let him in. A rule of the administrator's
+// that lets in local users only ("required pam_localuser.so") may keep him out of services that were not named, but not of
+// all: then the logins would be on, and nobody could use them.
+//
 // What a service refused or let through before the change is not held against the candidate. A service that was named is
 // to be opened by libpam, and if it asks for passwords at all (pam_unix.so) to let root and local users in, whatever it did
 // before.

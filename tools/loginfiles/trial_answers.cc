@@ -15,6 +15,7 @@ struct Person {
     bool isLocal = false;
     std::string module;  // the directory's answer
     Others others = Others::Ignore;
+    bool passesAsLocal = false;  // rules for local users only
 };
 
 std::string Always(const std::string& result) {
@@ -72,7 +73,10 @@ std::string Answer(const ProviderModules& provider, const Person& person, const 
     if (IsAny(name, {"pam_deny.so", "pam_permit.so"})) return "";
     if (name == provider.pamModule) return person.isLocal ? Always(person.module) : Password(person.right);
     if (name == "pam_unix.so") return Password(person.right && person.isLocal);
-    if (name == kGuard) return Always(person.isLocal ? "success" : kNotLocal);
+    if (name == kGuard) {
+        const bool passes = person.isLocal || (person.passesAsLocal && IsForLocalUsersOnly(line));
+        return Always(passes ? "success" : kNotLocal);
+    }
     if (name == "pam_usertype.so") return Always(IsOfType(line, person) ? "success" : "auth_err");
     if (name == "pam_rootok.so" && !person.isRoot) return Always("ignore");
     const bool agrees =
@@ -86,12 +90,6 @@ Answers Of(const ProviderModules& provider, const Person& person) {
 
 }  // namespace
 
-bool IsForLocalUsersOnly(const PamLine& line) {
-    if (ModuleName(line) != kGuard) return false;
-    const std::string_view refused = ActionOn(kNotLocal, line.control);
-    return IsAny(line.control, {"required", "requisite"}) || refused == "bad" || refused == "die";
-}
-
 Answers Root(const ProviderModules& provider, bool right, const std::string& directory, Others others) {
     return Of(provider, {right, true, true, directory, others});
 }
@@ -102,6 +100,16 @@ Answers LocalUser(const ProviderModules& provider, bool right, const std::string
 
 Answers DirectoryUser(const ProviderModules& provider, bool right, Others others) {
     return Of(provider, {right, false, false, "", others});
+}
+
+Answers DirectoryUserAsLocal(const ProviderModules& provider) {
+    return Of(provider, {true, false, false, "", Others::Agree, true});
+}
+
+bool IsForLocalUsersOnly(const PamLine& line) {
+    if (ModuleName(line) != kGuard) return false;
+    const std::string_view refused = ActionOn(kNotLocal, line.control);
+    return IsAny(line.control, {"required", "requisite"}) || refused == "bad" || refused == "die";
 }
 
 }  // namespace nimbrel::logins

@@ -25,6 +25,8 @@ enum class Others {
 Answers Root(const ProviderModules& provider, bool right, const std::string& directory, Others others);
 Answers LocalUser(const ProviderModules& provider, bool right, const std::string& directory, Others others);
 Answers DirectoryUser(const ProviderModules& provider, bool right, Others others);
+// One with the right password, whom rules for local users only let in all the same.
+Answers DirectoryUserAsLocal(const ProviderModules& provider);
 
 // Whether the rule refuses whoever has no account in /etc/passwd.
 bool IsForLocalUsersOnly(const PamLine& line);

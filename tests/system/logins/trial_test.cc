@@ -130,9 +130,43 @@ TEST_F(TrialTest, ServiceForLocalUsersOnlyNeedsNotLetTheDirectorysIn) {
         EXPECT_EQ("", refusal(control + std::string(" pam_localuser.so\n"), {})) << control;
     }
     EXPECT_THAT(refusal("account required pam_localuser.so\n", {"door"}),
-                HasSubstr("a directory user with the right password could not log in through 'door': its "
-                          "pam_localuser.so lets in local users only -- leave that service out"));
+                HasSubstr("a directory user with the right password could not log in through 'door': "
+                          "pam_localuser.so in 'door' lets in local users only -- leave that service out, or take"));
     EXPECT_THAT(refusal("auth requisite pam_deny.so\nauth required pam_unix.so\n", {"door"}), HasSubstr("'door'"));
+    // That rule is not why.
+    const std::string notForThem = "auth [success=ignore default=";
+    for (const std::string& rules : {"account required pam_localuser.so\n" + notForThem + "2] pam_localuser.so\n",
+                                     notForThem + "3] pam_localuser.so\nauth required pam_localuser.so\n"}) {
+        EXPECT_THAT(refusal(rules, {}), HasSubstr("a directory user with the right password could not log in through "
+                                                  "'door': "))
+            << rules;
+    }
+}
+
+// With such a rule in what all services share, nobody of the directory would get in anywhere.
+TEST_F(TrialTest, HostForLocalUsersOnlyIsRefused) {
+    const std::string auth =
+        std::string("auth sufficient pam_unix.so\nauth sufficient ") + kModule + "\nauth required pam_deny.so\n";
+    const std::string account = "account required pam_localuser.so\n" + std::string(kAccount);
+    const auto refusal = [&](const PamFiles& after, const std::string& earlier) {
+        PamFiles before = after;
+        for (auto& [name, text] : before) text = Without(kModule, text) + (name == "gate" ? earlier : "");
+        return Refusal(kModule, {before, after, true, {}});
+    };
+    const char* const all = "@include common-auth\n@include common-account\n";
+    const PamFiles split = {{"common-auth", auth}, {"common-account", account}, {"door", all}, {"other", all}};
+    const PamFiles shared = {{"system-auth", auth + account}, {"door", "@include system-auth\n"}, {"other", kNobody}};
+    EXPECT_THAT(refusal(split, ""),
+                EndsWith("a directory user with the right password could not log in through any service: "
+                         "pam_localuser.so in 'common-account' lets in local users only -- take that rule out of "
+                         "'common-account'"));
+    EXPECT_THAT(refusal(shared, ""),
+                HasSubstr("could not log in through any service: pam_localuser.so in 'system-auth'"));
+    PamFiles one = shared;
+    one["gate"] = auth + kAccount;
+    EXPECT_EQ("", refusal(one, "")) << "one is enough";
+    one["gate"] = auth + account;
+    EXPECT_EQ("", refusal(one, std::string("session optional ") + kModule + '\n')) << "it had been on before";
 }
 
 TEST_F(TrialTest, NamedServiceHasToLetUsersInIfItAsksForPasswords) {
