@@ -89,11 +89,14 @@ DomainInfo Directory::AddDomain(const std::string& dnsName, const std::string& n
 }
 
 void Directory::RemoveDomain(const std::string& domain) {
-    Turn turn = _impl->Write();
-    const DomainRow row = RequireDomain(turn.Db(), domain);
-    turn.Db().Prepare("DELETE FROM trusts WHERE partner_dns_name = ?").Bind(row.info.dnsName).Run();
-    turn.Db().Prepare("DELETE FROM domains WHERE id = ?").Bind(row.id).Run();
-    turn.Commit();
+    {
+        Turn turn = _impl->Write();
+        const DomainRow row = RequireDomain(turn.Db(), domain);
+        turn.Db().Prepare("DELETE FROM trusts WHERE partner_dns_name = ?").Bind(row.info.dnsName).Run();
+        turn.Db().Prepare("DELETE FROM domains WHERE id = ?").Bind(row.id).Run();
+        turn.Commit();
+    }
+    _impl->Publish();
 }
 
 std::vector<DomainInfo> Directory::ListDomains() const { return ReadDomains(_impl->Read().Db()); }

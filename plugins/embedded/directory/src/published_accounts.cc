@@ -45,7 +45,9 @@ std::vector<Account> ListDirectory() {
     std::vector<Account> accounts;
     if (domain.empty()) return accounts;
     const ForkGate gate;
-    for (const UserInfo& user : Directory::Open(kDefaultDirectoryPath, OpenMode::LookUp).ListUsers(domain)) {
+    const Directory directory = Directory::Open(kDefaultDirectoryPath, OpenMode::LookUp);
+    if (!directory.FindDomain(domain)) return accounts;  // it was removed: nobody is in it
+    for (const UserInfo& user : directory.ListUsers(domain)) {
         if (auto account = ToAccount(user)) accounts.push_back(std::move(*account));
     }
     return accounts;

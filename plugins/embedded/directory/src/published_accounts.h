@@ -1,8 +1,9 @@
 // The accounts of the joined domain's users, without anything secret, in a file that all may read: the directory's own
 // files are for root. One line for each, "name:uid".
 //
-// Whoever changes who is in it writes it anew: adding and removing a user, a join, a leave. So does the opening of a
-// session, for what was changed in another way, and for a change whose process was killed before it came to this.
+// Whoever changes who is in it writes it anew: adding and removing a user, removing a domain, a join, a leave. So does the
+// opening of a session, for what was changed in another way, and for a change whose process was killed before it came to
+// this.
 //
 // Errors: nothing but `std::bad_alloc`. Threads: any.
 
