@@ -97,14 +97,14 @@ TEST_F(CheckTest, FilesThatOthersMayWriteAreNamed) {
                           "be written by everybody\" remedy=\"see what they hold now, then: chown root:root "
                           "/usr/libexec/nimauth/libembedded.so && chmod go-w "));
     fs::permissions(kProvider, before);
-    fs::permissions(kSettings, fs::perms(0664));
+    fs::permissions(kSettings, fs::perms(0646));
     EXPECT_THAT(Failed(5), HasSubstr("check: settings files result=fail found=\"/etc/nimbrel/nimauth/provider.conf "
-                                     "may be written by its group\""));
+                                     "may be written by everybody\""));
     fs::permissions(kSettings, fs::perms(0644));
-    fs::permissions("/var/lib/nimbrel/directory.db", fs::perms(0640));
+    fs::permissions("/var/lib/nimbrel/directory.db", fs::perms(0604));
     EXPECT_THAT(Failed(5),
                 HasSubstr("check: state files result=fail found=\"/var/lib/nimbrel/directory.db may be read by "
-                          "its group\""));
+                          "everybody\""));
     fs::permissions("/var/lib/nimbrel/directory.db", fs::perms(0600));
     constexpr char kProxySettings[] = "/etc/nimbrel/nimauth/apxhttps.conf";
     WriteFile("/etc/nimbrel/client.pem", "a key\n");

@@ -1,5 +1,8 @@
 #include "tools/nimauthctl/checks/rights.h"
 
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -16,11 +19,31 @@
 namespace nimbrel::nimauthctl {
 namespace {
 
+constexpr char kAccessList[] = "system.posix_acl_access";
+
 // Through links, to what is loaded in the end.
-std::optional<struct stat> StatusOf(const std::string& path) {
+std::optional<FileRights> RightsOf(const std::string& path) {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) return std::nullopt;
-    return status;
+    return FileRights{status.st_uid, status.st_gid, status.st_mode,
+                      getxattr(path.c_str(), kAccessList, nullptr, 0) > 0};
+}
+
+// Of the path itself.
+std::optional<FileRights> OwnRightsOf(const std::string& path) {
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0) return std::nullopt;
+    return FileRights{status.st_uid, status.st_gid, status.st_mode,
+                      lgetxattr(path.c_str(), kAccessList, nullptr, 0) > 0};
+}
+
+// By the group's part of the mode, which on a file with an access list says what those on it may do at most.
+bool OthersInGroupMay(mode_t right, const FileRights& rights) {
+    return (rights.mode & right) != 0 && (rights.group != 0 || rights.hasAccessList);
+}
+
+std::string ByGroup(const FileRights& rights) {
+    return rights.hasAccessList ? "by users on its access list" : "by its group";
 }
 
 // "/", "/usr" and "/usr/libexec" of "/usr/libexec/nimauth".
@@ -51,11 +74,11 @@ std::vector<std::string> FoldersOnTheWay(const std::string& root, const std::str
 std::vector<std::string> FoldersAndFiles(const std::string& root, const std::vector<std::string>& folders) {
     std::vector<std::string> paths = FoldersOnTheWay(root, folders.back());
     for (const std::string& folder : folders) {
-        if (!StatusOf(root + folder)) continue;
+        if (!RightsOf(root + folder)) continue;
         if (std::find(paths.begin(), paths.end(), folder) == paths.end()) paths.push_back(folder);
         for (const std::string& path : AllMatches(root, folder + "/*")) {
-            const auto status = StatusOf(root + path);
-            if (status && S_ISREG(status->st_mode)) paths.push_back(path);
+            const auto rights = RightsOf(root + path);
+            if (rights && S_ISREG(rights->mode)) paths.push_back(path);
         }
     }
     return paths;
@@ -76,8 +99,7 @@ struct Wrong {
 Finding CheckRights(const std::string& root, const std::vector<std::string>& folders) {
     Wrong wrong;
     for (const std::string& path : FoldersAndFiles(root, folders)) {
-        const auto status = StatusOf(root + path);
-        if (status) wrong.Add(path, WhoElseMayWrite(status->st_uid, status->st_mode));
+        if (const auto rights = RightsOf(root + path)) wrong.Add(path, WhoElseMayWrite(*rights));
     }
     if (wrong.found.empty()) return Pass("only root may write " + folders.back());
     return Fail(wrong.found,
@@ -114,8 +136,8 @@ std::vector<std::string> StatePaths(const std::string& root) {
     return paths;
 }
 
-bool IsForAllToRead(const std::string& path, const struct stat& status) {
-    return path == kPublishedAccounts ? S_ISREG(status.st_mode) : S_ISDIR(status.st_mode) && path != kJournal;
+bool IsForAllToRead(const std::string& path, const FileRights& rights) {
+    return path == kPublishedAccounts ? S_ISREG(rights.mode) : S_ISDIR(rights.mode) && path != kJournal;
 }
 
 // What the proxy plug-in's settings name; empty for what they do not.
@@ -158,14 +180,21 @@ std::string GroupName(const std::string& root, gid_t group) {
     return std::to_string(group);
 }
 
-// Some distributions keep keys for a group of programs that may use them all, "ssl-cert"; root's own group is nobody else.
-bool IsForAGroup(const struct stat& key) { return key.st_gid != 0 && (key.st_mode & S_IRGRP) != 0; }
-bool MayHaveBeenRead(const struct stat& key) { return key.st_uid != 0 || (key.st_mode & S_IROTH) != 0; }
+// Some distributions keep keys for a group of programs that may use them all, "ssl-cert".
+bool IsForAGroup(const FileRights& key) { return OthersInGroupMay(S_IRGRP, key); }
+bool MayHaveBeenRead(const FileRights& key) { return key.owner != 0 || (key.mode & S_IROTH) != 0; }
 
-std::string WhoElseMayOpenKey(const struct stat& key) {
-    std::string writes = WhoElseMayWrite(key.st_uid, key.st_mode);
+std::string WhoElseMayOpenKey(const FileRights& key) {
+    std::string writes = WhoElseMayWrite(key);
     if (!writes.empty()) return writes;
-    return (key.st_mode & S_IRWXO) != 0 ? "may be read by everybody" : "";
+    return (key.mode & S_IRWXO) != 0 ? "may be read by everybody" : "";
+}
+
+Finding WarnOfGroup(const std::string& root, const std::string& path, const FileRights& key) {
+    const std::string who = key.hasAccessList ? ByGroup(key) : "by the group " + GroupName(root, key.group);
+    return Warn(path + " may be read " + who, std::string("in order if all ") +
+                                                  (key.hasAccessList ? "whom getfacl shows" : "its members") +
+                                                  " may join as this host; else: chmod g-rwx " + path);
 }
 
 Finding RightsOfNamedFiles(const std::string& root, const NamedFiles& named) {
@@ -176,60 +205,55 @@ Finding RightsOfNamedFiles(const std::string& root, const NamedFiles& named) {
     if (named.certificate != named.key && named.certificate.starts_with('/')) paths.push_back(named.certificate);
     Wrong writable;
     for (const std::string& path : paths) {
-        if (const auto status = StatusOf(root + path)) {
-            writable.Add(path, WhoElseMayWrite(status->st_uid, status->st_mode));
-        }
+        if (const auto rights = RightsOf(root + path)) writable.Add(path, WhoElseMayWrite(*rights));
     }
     Wrong open;
-    const auto key = named.key.starts_with('/') ? StatusOf(root + named.key) : std::nullopt;
+    const auto key = named.key.starts_with('/') ? RightsOf(root + named.key) : std::nullopt;
     if (key) open.Add(named.key, WhoElseMayOpenKey(*key));
     Finding finding = RightsFinding(writable, open, "only root may read " + named.key);
     if (key && MayHaveBeenRead(*key)) finding.remedy += "; if others have read the key, have another one certified";
     if (finding.verdict != Verdict::Pass || !key || !IsForAGroup(*key)) return finding;
-    return Warn(named.key + " may be read by the group " + GroupName(root, key->st_gid),
-                "in order if all its members may join as this host; else: chmod g-rwx " + named.key);
+    return WarnOfGroup(root, named.key, *key);
 }
 
 }  // namespace
 
-std::string WhoElseMayWrite(uid_t owner, mode_t mode) {
-    if (owner != 0) return "belongs to user " + std::to_string(owner);
-    if ((mode & S_IWOTH) != 0) return "may be written by everybody";
-    return (mode & S_IWGRP) != 0 ? "may be written by its group" : "";
+std::string WhoElseMayWrite(const FileRights& rights) {
+    if (rights.owner != 0) return "belongs to user " + std::to_string(rights.owner);
+    if ((rights.mode & S_IWOTH) != 0) return "may be written by everybody";
+    return OthersInGroupMay(S_IWGRP, rights) ? "may be written " + ByGroup(rights) : "";
 }
 
-std::string WhoElseMayOpen(const struct stat& status) {
-    if (S_ISLNK(status.st_mode)) return "is a symbolic link";
-    std::string writes = WhoElseMayWrite(status.st_uid, status.st_mode);
+std::string WhoElseMayOpen(const FileRights& rights) {
+    if (S_ISLNK(rights.mode)) return "is a symbolic link";
+    std::string writes = WhoElseMayWrite(rights);
     if (!writes.empty()) return writes;
-    if ((status.st_mode & S_IRWXO) != 0) return "may be read by everybody";
-    return (status.st_mode & S_IRWXG) != 0 ? "may be read by its group" : "";
+    if ((rights.mode & S_IRWXO) != 0) return "may be read by everybody";
+    return OthersInGroupMay(S_IRWXG, rights) ? "may be read " + ByGroup(rights) : "";
 }
 
 Finding CheckSettingsFiles(const std::string& root) {
     constexpr char kFolder[] = "/etc/nimbrel/nimauth";
-    if (!StatusOf(root + kFolder)) return Fail(std::string(kFolder) + " is missing", "install the library again");
+    if (!RightsOf(root + kFolder)) return Fail(std::string(kFolder) + " is missing", "install the library again");
     return CheckRights(root, {"/etc/nimbrel", kFolder});
 }
 
 Finding CheckStateFiles(const std::string& root) {
-    if (!StatusOf(root + kState)) return Pass(std::string(kState) + " is not there yet");
+    if (!RightsOf(root + kState)) return Pass(std::string(kState) + " is not there yet");
     Wrong writable;
     std::vector<std::string> folders = FoldersOnTheWay(root, kState);
     folders.emplace_back(kState);
     for (const std::string& path : folders) {
-        if (const auto status = StatusOf(root + path)) {
-            writable.Add(path, WhoElseMayWrite(status->st_uid, status->st_mode));
-        }
+        if (const auto rights = RightsOf(root + path)) writable.Add(path, WhoElseMayWrite(*rights));
     }
     Wrong open;
     for (const std::string& path : StatePaths(root)) {
-        struct stat status = {};
-        if (lstat((root + path).c_str(), &status) != 0) continue;
-        if (IsForAllToRead(path, status)) {
-            writable.Add(path, WhoElseMayWrite(status.st_uid, status.st_mode));
+        const auto rights = OwnRightsOf(root + path);
+        if (!rights) continue;
+        if (IsForAllToRead(path, *rights)) {
+            writable.Add(path, WhoElseMayWrite(*rights));
         } else {
-            open.Add(path, WhoElseMayOpen(status));
+            open.Add(path, WhoElseMayOpen(*rights));
         }
     }
     return RightsFinding(writable, open, "only root may write " + std::string(kState));
@@ -259,7 +283,7 @@ Finding CheckProxyFiles(const std::string& root) {
 
 Finding CheckProviderFiles(const std::string& root) {
     constexpr char kFolder[] = "/usr/libexec/nimauth";
-    if (!StatusOf(root + kFolder)) return Fail(std::string(kFolder) + " is missing", "install the library again");
+    if (!RightsOf(root + kFolder)) return Fail(std::string(kFolder) + " is missing", "install the library again");
     return CheckRights(root, {std::string(kFolder) + "/lib64", kFolder});
 }
 

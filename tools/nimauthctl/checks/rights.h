@@ -4,7 +4,6 @@
 #ifndef NIMAUTHCTL_CHECKS_RIGHTS_H_
 #define NIMAUTHCTL_CHECKS_RIGHTS_H_
 
-#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <string>
@@ -13,12 +12,19 @@
 
 namespace nimbrel::nimauthctl {
 
-// How anybody but root could change a file of this owner and mode: "belongs to user 1000", "may be written by everybody".
-// Empty if nobody could.
-std::string WhoElseMayWrite(uid_t owner, mode_t mode);
+struct FileRights {
+    uid_t owner = 0;
+    gid_t group = 0;
+    mode_t mode = 0;
+    bool hasAccessList = false;  // of further users or groups
+};
+
+// How anybody but root could change such a file: "belongs to user 1000", "may be written by everybody". Empty if nobody
+// could. Root's own group is nobody else: a folder made under the umask 002 has that right.
+std::string WhoElseMayWrite(const FileRights& rights);
 
 // The same of a file that holds secrets, and is no link: "may be read by everybody" too.
-std::string WhoElseMayOpen(const struct stat& status);
+std::string WhoElseMayOpen(const FileRights& rights);
 
 // Each looks at the folders on the way from the root, too: who may write one of them may put other files in place.
 //
@@ -28,7 +34,7 @@ Finding CheckSettingsFiles(const std::string& root);
 // log-in files. All but the published accounts are for root alone. What is not there yet is in order.
 Finding CheckStateFiles(const std::string& root);
 // The host's certificate and key for a proxy that asks for one: the files that apxhttps.conf names. The key is for root
-// alone; that a group may read it, as some distributions have it, is a warning that names the group. No file, and no name,
+// alone; that a group may read it, as some distributions have it, or users on an access list, is a warning. No file, and no name,
 // are in order.
 Finding CheckProxyFiles(const std::string& root);
 // /usr/libexec/nimauth and what is in it: the providers, and what else runs with root's rights.

@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -20,24 +23,58 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 struct RightsCase {
-    uid_t owner;
-    mode_t mode;
+    FileRights rights;
     const char* how;
 };
 
 TEST(RightsTest, OnlyRootMayWrite) {
-    constexpr RightsCase kCases[] = {{0, 0755, ""},
-                                     {0, 0600, ""},
-                                     {0, 0, ""},
-                                     {0, 0775, "may be written by its group"},
-                                     {0, 0020, "may be written by its group"},
-                                     {0, 0757, "may be written by everybody"},
-                                     {0, 01777, "may be written by everybody"},
-                                     {1000, 0755, "belongs to user 1000"},
-                                     {1000, 0444, "belongs to user 1000"}};
+    constexpr RightsCase kCases[] = {{{0, 0, 0755}, ""},
+                                     {{0, 0, 0600}, ""},
+                                     {{0, 0, 0}, ""},
+                                     {{0, 0, 0775}, ""},  // root's own group
+                                     {{0, 0, 0755, true}, ""},
+                                     {{0, 0, 0775, true}, "may be written by users on its access list"},
+                                     {{0, 8, 0775}, "may be written by its group"},
+                                     {{0, 8, 0020}, "may be written by its group"},
+                                     {{0, 0, 0757}, "may be written by everybody"},
+                                     {{0, 0, 01777}, "may be written by everybody"},
+                                     {{1000, 0, 0755}, "belongs to user 1000"},
+                                     {{1000, 0, 0444}, "belongs to user 1000"}};
     for (const RightsCase& row : kCases) {
-        EXPECT_EQ(row.how, WhoElseMayWrite(row.owner, row.mode)) << row.owner << ' ' << std::oct << row.mode;
+        const FileRights& rights = row.rights;
+        EXPECT_EQ(row.how, WhoElseMayWrite(rights))
+            << rights.owner << ':' << rights.group << ' ' << std::oct << rights.mode << ' ' << rights.hasAccessList;
     }
+}
+
+TEST(RightsTest, OnlyRootMayOpenWhatHoldsSecrets) {
+    constexpr RightsCase kCases[] = {{{0, 0, 0600}, ""},
+                                     {{0, 0, 0660}, ""},  // root's own group
+                                     {{0, 8, 0640}, "may be read by its group"},
+                                     {{0, 8, 0660}, "may be written by its group"},
+                                     {{0, 0, 0600, true}, ""},
+                                     {{0, 0, 0640, true}, "may be read by users on its access list"},
+                                     {{0, 0, 0604}, "may be read by everybody"},
+                                     {{0, 0, S_IFLNK | 0600}, "is a symbolic link"}};
+    for (const RightsCase& row : kCases) {
+        EXPECT_EQ(row.how, WhoElseMayOpen(row.rights)) << row.rights.group << ' ' << std::oct << row.rights.mode;
+    }
+}
+
+// Gives user 1000 these rights to a file; false if the file system has no such lists.
+bool PutOnAccessList(const std::string& path, std::uint16_t rights) {
+    struct Entry {
+        std::uint16_t tag, rights;
+        std::uint32_t id;
+    };
+    const struct {
+        std::uint32_t version;
+        Entry entries[5];
+    } list = {2, {{0x01, 6, ~0U}, {0x02, rights, 1000}, {0x04, 0, ~0U}, {0x10, rights, ~0U}, {0x20, 0, ~0U}}};
+    const bool listed = setxattr(path.c_str(), "system.posix_acl_access", &list, sizeof list, 0) == 0;
+    const int error = errno;
+    EXPECT_TRUE(listed || error == ENOTSUP) << error;
+    return listed;
 }
 
 // Run by an ordinary user, everything here belongs to that user, and is told so.
@@ -56,11 +93,11 @@ class RightsOfFilesTest : public ::testing::Test {
 TEST_F(RightsOfFilesTest, EachWrongFileIsNamedWithItsRemedy) {
     Put("/usr/libexec/nimauth/libgood.so", 0644);
     Put("/usr/libexec/nimauth/libopen.so", 0666);
-    Put("/usr/libexec/nimauth/lib64/libgroup.so", 0664);
+    Put("/usr/libexec/nimauth/lib64/libopen.so", 0646);
     const Finding finding = CheckProviderFiles(Root());
     EXPECT_EQ(Verdict::Fail, finding.verdict);
     EXPECT_EQ(ExitCode::Permission, finding.exitCode);
-    for (const char* const path : {"/usr/libexec/nimauth/libopen.so", "/usr/libexec/nimauth/lib64/libgroup.so"}) {
+    for (const char* const path : {"/usr/libexec/nimauth/libopen.so", "/usr/libexec/nimauth/lib64/libopen.so"}) {
         EXPECT_THAT(finding.found, HasSubstr(path));
         EXPECT_THAT(finding.remedy, HasSubstr(path));
     }
@@ -89,13 +126,13 @@ TEST_F(RightsOfFilesTest, EveryFolderOnTheWayIsNamedToo) {
     for (const Way& way : kWays) {
         Put(way.file, 0600);
         for (const char* const folder : way.folders) {
-            std::filesystem::permissions(Root() + folder, std::filesystem::perms(0775));
+            std::filesystem::permissions(Root() + folder, std::filesystem::perms(0757));
             const Finding finding = way.check(Root());
             EXPECT_EQ(Verdict::Fail, finding.verdict) << folder;
             EXPECT_THAT(finding.remedy + " ", HasSubstr(std::string(" ") + folder + ' ')) << way.file;
-            std::filesystem::permissions(Root() + folder, std::filesystem::perms(0755));
-            if (geteuid() == 0) {
-                EXPECT_EQ(Verdict::Pass, way.check(Root()).verdict) << folder;
+            for (const mode_t mode : {0775, 0755}) {  // as made under the umask 002: root's own group is nobody else
+                std::filesystem::permissions(Root() + folder, std::filesystem::perms(mode));
+                EXPECT_EQ(geteuid() == 0 ? Verdict::Pass : Verdict::Fail, way.check(Root()).verdict) << folder;
             }
         }
     }
@@ -118,9 +155,9 @@ struct StateCase {
 TEST_F(RightsOfFilesTest, OfTheStateAllButThePublishedAccountsIsForRootAlone) {
     constexpr StateCase kCases[] = {
         {"configstore.db", 0600, ""},
-        {"configstore.db", 0640, "may be read by its group"},
+        {"configstore.db", 0640, ""},  // root's own
         {"configstore.db", 0604, "may be read by everybody"},
-        {"directory.db", 0660, "may be written by its group"},
+        {"directory.db", 0602, "may be written by everybody"},
         {"membership.db-wal", 0644, "may be read by everybody"},
         {".ad-log-ins.lock", 0666, "may be written by everybody"},
         {"ad-log-ins.conf", 0644, "may be read by everybody"},
@@ -184,11 +221,11 @@ TEST_F(ProxyFilesTest, KeyIsForRootAlone) {
                                     {kKey, 0400, ""},
                                     {kKey, 0644, "may be read by everybody"},
                                     {kKey, 0640, ""},  // root's own
-                                    {kKey, 0660, "may be written by its group"},
+                                    {kKey, 0660, ""},
                                     {kKey, 0602, "may be written by everybody"},
                                     {kCertificate, 0644, ""},
                                     {kCertificate, 0666, "may be written by everybody"},
-                                    {kCertificate, 0664, "may be written by its group"}};
+                                    {kCertificate, 0664, ""}};
     NameBoth();
     for (const StateCase& row : kCases) {
         Put(kKey, 0600);
@@ -227,6 +264,26 @@ TEST_F(ProxyFilesTest, KeyThatAGroupMayReadIsAWarning) {
     EXPECT_THAT(finding.remedy, HasSubstr(std::string("chmod g-rwx ") + kKey));
     std::filesystem::remove(Root() + kCertificate);
     EXPECT_THAT(CheckProxyFiles(Root()).found, HasSubstr("client-certificate ")) << "graver";
+}
+
+// Root's own group is on the list's file, and so the mode alone would tell nothing.
+TEST_F(ProxyFilesTest, KeyThatUsersOnAnAccessListMayReadIsAWarning) {
+    NameBoth();
+    Put(kCertificate, 0644);
+    Put(kKey, 0600);
+    if (!PutOnAccessList(Root() + kKey, 4)) return;
+    const Finding finding = CheckProxyFiles(Root());
+    if (geteuid() != 0) {
+        EXPECT_EQ(Verdict::Fail, finding.verdict);  // the key is not root's
+        return;
+    }
+    EXPECT_EQ(Verdict::Warn, finding.verdict);
+    EXPECT_EQ(std::string(kKey) + " may be read by users on its access list", finding.found);
+    EXPECT_THAT(finding.remedy, HasSubstr(std::string("whom getfacl shows may join as this host; else: chmod g-rwx ")));
+    ASSERT_EQ(0, chmod((Root() + kKey).c_str(), 0600));  // the remedy: the list gives nobody anything then
+    EXPECT_EQ(Verdict::Pass, CheckProxyFiles(Root()).verdict);
+    ASSERT_TRUE(PutOnAccessList(Root() + kKey, 6));
+    EXPECT_THAT(CheckProxyFiles(Root()).found, HasSubstr("key.pem may be written by users on its access list"));
 }
 
 TEST_F(ProxyFilesTest, FolderOfTheFilesCountsOnce) {
