@@ -215,9 +215,9 @@ TEST_F(Computers, MachineSecretIsNowhereInTheDirectory) {
 // --- Leaving ---
 
 TEST_F(Computers, DeletionNeedsTheRight) {
-    Join(kAdmin, "Lab");
+    const JoinedComputer joined = Join(kAdmin, "Lab");
     const auto remove = [&](const UserCredentials& credentials) {
-        return StatusOf([&] { directory.DeleteComputer(kDomain, "NODE01", credentials); });
+        return StatusOf([&] { directory.DeleteComputer(kDomain, "NODE01", credentials, joined.secret.View()); });
     };
     EXPECT_EQ(remove(kNobody), 5U);
     EXPECT_EQ(remove(kDelegate), 5U);
@@ -226,6 +226,24 @@ TEST_F(Computers, DeletionNeedsTheRight) {
     EXPECT_EQ(remove(kAdmin), 0U);
     EXPECT_EQ(remove(kAdmin), 0U) << "an account that is gone already is no error";
     EXPECT_THAT(Open().ListComputers(), IsEmpty());
+}
+
+// As in a real domain: whoever has joined under the name since would be locked out.
+TEST_F(Computers, AccountThatIsAnotherHostsByNowIsNotDeleted) {
+    const JoinedComputer first = Join();
+    const JoinedComputer second = Join();
+    const auto remove = [&](const JoinedComputer& host, const UserCredentials& credentials = kAdmin) {
+        return directory.DeleteComputer(kDomain, "NODE01", credentials, host.secret.View()) != nullptr;
+    };
+    EXPECT_FALSE(remove(first));
+    EXPECT_FALSE(remove(first, kNobody)) << "no right is needed for nothing";
+    EXPECT_EQ(StatusOf([&] { remove(first, {"admin1", "wrong"}); }), 1326U);
+    EXPECT_EQ(Check(second), kTrustStateHealthy);
+    directory.SetComputerEnabled(kDomain, "node01", false);
+    EXPECT_TRUE(remove(second)) << "its own, disabled or not";
+    const JoinedComputer third = Join();
+    directory.ResetComputer(kDomain, "node01");
+    EXPECT_FALSE(remove(third)) << "it was reset for whoever joins next";
 }
 
 // --- Taking back ---
@@ -262,7 +280,7 @@ TEST_F(Computers, UndoLeavesALaterChangeAlone) {
 
 TEST_F(Computers, UndoneDeletionBringsTheAccountBack) {
     const JoinedComputer joined = Join(kAdmin, "Hosts");
-    const auto deleted = directory.DeleteComputer(kDomain, "NODE01", kAdmin);
+    const auto deleted = directory.DeleteComputer(kDomain, "NODE01", kAdmin, joined.secret.View());
     ASSERT_NE(deleted, nullptr);
     directory.UndoDelete(*deleted);
     EXPECT_EQ(Check(joined), kTrustStateHealthy);
@@ -272,8 +290,8 @@ TEST_F(Computers, UndoneDeletionBringsTheAccountBack) {
 }
 
 TEST_F(Computers, UndoneDeletionFallsBackToTheDefaultContainer) {
-    Join(kAdmin, "Lab");
-    const auto deleted = directory.DeleteComputer(kDomain, "NODE01", kAdmin);
+    const JoinedComputer joined = Join(kAdmin, "Lab");
+    const auto deleted = directory.DeleteComputer(kDomain, "NODE01", kAdmin, joined.secret.View());
     directory.RemoveOrganizationalUnit(kDomain, "Lab");
     directory.UndoDelete(*deleted);
     EXPECT_EQ(Account().path, "");

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "provider.h"
+#include "support/system_log.h"
 
 namespace nimbrel::embedded::test {
 namespace {
@@ -150,6 +151,19 @@ TEST_F(Provider, JoinedHost) {
     EXPECT_EQ(Part(), 0U);
     EXPECT_EQ(ActiveDomain().text, "|");
     EXPECT_THAT(Open().ListComputers(), IsEmpty());
+}
+
+TEST_F(Provider, LeaveTellsTheLogOfAnAccountThatIsNotItsOwnAnyMore) {
+    ASSERT_EQ(Join(), 0U);
+    Open().ResetComputer(kDomain, "NODE01");
+    authentication::test::SystemLog log;
+    EXPECT_EQ(Part(), 0U);
+    EXPECT_THAT(log.Take(), ElementsAre(authentication::test::LogRecord{
+                                LOG_WARNING,
+                                "This host leaves 'corp.test' and its machine account 'NODE01' stays "
+                                "there: it does not take this host's secret"}));
+    EXPECT_EQ(ActiveDomain().text, "|");
+    EXPECT_EQ(Open().ListComputers().size(), 1U);
 }
 
 TEST_F(Provider, ListsComeBackAsTheyWereSet) {

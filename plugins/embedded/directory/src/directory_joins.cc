@@ -42,6 +42,11 @@ JoinedComputer Outcome(const Database& db, const DomainRow& domain, const Comput
                          "The machine account is unknown, or its one-time secret is wrong or used");
 }
 
+// One that waits for its host takes its one-time secret from a join alone.
+bool TakesSecret(const ComputerRow& computer, std::string_view secret) {
+    return !computer.preStaged && SecretMatches(secret, computer.secretHash);
+}
+
 bool UnitExists(const Database& db, RowId unitId) {
     return db.Prepare("SELECT 1 FROM units WHERE id = ?").Bind(unitId).Step();
 }
@@ -117,14 +122,19 @@ JoinedComputer Directory::JoinPreStagedComputer(const std::string& domain, const
 
 std::shared_ptr<const ComputerBackup> Directory::DeleteComputer(const std::string& domain,
                                                                 const std::string& accountName,
-                                                                const UserCredentials& credentials) {
+                                                                const UserCredentials& credentials,
+                                                                std::string_view secret) {
     const std::string name = ComputerName(accountName);
     const UserRow user = AuthenticateRow(*_impl, domain, credentials);
+    const Found found = FindAccount(*_impl, domain, name);
+    if (!found.computer || !TakesSecret(*found.computer, secret)) {
+        return nullptr;
+    }
     Turn turn = _impl->Write();
     const DomainRow row = RequireReachableDomain(turn.Db(), domain);
     auto before = FindComputerRow(turn.Db(), row.id, name);
-    if (!before) {
-        return nullptr;
+    if (!before || before->secretHash != found.computer->secretHash) {
+        return nullptr;  // another host has joined with it meanwhile, or has deleted it
     }
     RequireRight(turn.Db(), user, row.id, before->unitId);
     DeleteComputerRow(turn.Db(), before->id);
@@ -175,8 +185,7 @@ std::int32_t Directory::CheckComputer(const std::string& domain, const std::stri
     if (!found.computer->enabled) {
         return kTrustStateAccountDisabled;
     }
-    const bool matches = !found.computer->preStaged && SecretMatches(secret, found.computer->secretHash);
-    return matches ? kTrustStateHealthy : kTrustStateSecretMismatch;
+    return TakesSecret(*found.computer, secret) ? kTrustStateHealthy : kTrustStateSecretMismatch;
 }
 
 }  // namespace nimbrel::embedded

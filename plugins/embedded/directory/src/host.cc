@@ -1,5 +1,7 @@
 #include "embeddeddirectory/host.h"
 
+#include <syslog.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -79,6 +81,12 @@ void LogOn(const Directory& directory, const Membership& membership, const Membe
         default:
             throw DirectoryError(kStatusLogonFailure, "This host's secret is no longer that of its account");
     }
+}
+
+bool HasAccount(const Directory& directory, const MembershipInfo& membership) {
+    const auto computers = directory.ListComputers(membership.domain.dnsName);
+    return std::any_of(computers.begin(), computers.end(),
+                       [&](const ComputerInfo& one) { return one.name == membership.accountName; });
 }
 
 bool TrustsUsersOf(const TrustInfo& trust) { return trust.direction != TrustDirection::Inbound; }
@@ -184,6 +192,7 @@ void Host::JoinWithMachineAccount(const MachineAccountJoin& join) const {
 }
 
 void Host::Part(const std::optional<UserCredentials>& credentials) const {
+    std::optional<MembershipInfo> keptAccount;
     InGate([&] {
         Membership membership = Membership::Open(_membershipPath, _mode);
         RequireJoined(membership.Current(), kStatusNotJoined);
@@ -196,7 +205,12 @@ void Host::Part(const std::optional<UserCredentials>& credentials) const {
         Directory directory = Directory::Open(_directoryPath, _mode);
         MembershipChange change = membership.BeginChange();
         const MembershipInfo current = RequireJoined(change.Current(), kStatusNotJoined);
-        const auto deleted = directory.DeleteComputer(current.domain.dnsName, current.accountName, *credentials);
+        const kit::Secret secret = membership.MachineSecret();
+        const auto deleted =
+            directory.DeleteComputer(current.domain.dnsName, current.accountName, *credentials, secret.View());
+        if (!deleted && HasAccount(directory, current)) {
+            keptAccount = current;
+        }
         try {
             change.Forget();
             change.Commit();
@@ -211,6 +225,11 @@ void Host::Part(const std::optional<UserCredentials>& credentials) const {
         }
     });
     Publish();
+    if (keptAccount) {
+        syslog(LOG_WARNING, "This host leaves '%s' and its machine account '%s' stays there: %s",
+               keptAccount->domain.dnsName.c_str(), keptAccount->accountName.c_str(),
+               "it does not take this host's secret");
+    }
 }
 
 DomainInfo Host::ActiveDomain() const {

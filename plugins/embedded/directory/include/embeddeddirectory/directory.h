@@ -151,9 +151,10 @@ class Directory {
     // account, wrong or used secret), 1331.
     JoinedComputer JoinPreStagedComputer(const std::string& domain, const std::string& accountName,
                                          std::string_view oneTimeSecret);
-    // Deletes the account with a user's rights; null if there was none. Throws 1355, the codes of `Authenticate`, 5.
+    // Deletes the account with a user's rights; null if there was none, or one that does not take this secret: another
+    // host has joined with it since, or it was reset. Throws 1355, the codes of `Authenticate`, 5.
     std::shared_ptr<const ComputerBackup> DeleteComputer(const std::string& domain, const std::string& accountName,
-                                                         const UserCredentials& credentials);
+                                                         const UserCredentials& credentials, std::string_view secret);
     // Takes back a join: the account is as it was before, or gone if the join created it. Does nothing if the account
     // has been changed since.
     void UndoJoin(const JoinedComputer& joined);

@@ -42,8 +42,9 @@ class Host {
     // Throws 2691, 1210, 1810 if the SID or the NetBIOS name is not the domain's, and what
     // `Directory::JoinPreStagedComputer` throws.
     void JoinWithMachineAccount(const MachineAccountJoin& join) const;
-    // Leaves. With credentials the account is deleted (5 without the right, and the host stays joined); without, the
-    // host only forgets and the account stays. Throws 2692 (not joined).
+    // Leaves. With credentials the account is deleted (5 without the right, and the host stays joined), as in a real
+    // domain unless it is not this host's any more, which the system log tells; without, the host only forgets and the
+    // account stays. Throws 2692 (not joined).
     void Part(const std::optional<UserCredentials>& credentials) const;
 
     // Both names empty when not joined.
