@@ -1,7 +1,10 @@
 #include "files.h"
 
 #include <sys/file.h>
+#include <sys/xattr.h>
 
+#include <cerrno>
+#include <cstdint>
 #include <thread>
 
 #include "sandbox.h"
@@ -72,6 +75,21 @@ TEST_F(Files, SecondHolderOfTheLockWaitsUntilItsDeadline) {
     const auto start = Deadline::Clock::now();
     EXPECT_EQ(StatusOf([&] { FileLock(Path("a/lock"), Deadline::After(milliseconds(100))); }), kStatusBusy);
     EXPECT_GE(Deadline::Clock::now() - start, milliseconds(100));
+}
+
+TEST_F(Files, UserOnTheAccessListMayNotWriteWhatIsTrusted) {
+    struct Entry {
+        std::uint16_t tag, rights;
+        std::uint32_t id;
+    };
+    const struct {
+        std::uint32_t version;
+        Entry entries[5];
+    } list = {2, {{0x01, 6, ~0U}, {0x02, 6, 1000}, {0x04, 0, ~0U}, {0x10, 6, ~0U}, {0x20, 0, ~0U}}};
+    WriteFile(Path("file"), "text");
+    const bool listed = setxattr(Path("file").c_str(), "system.posix_acl_access", &list, sizeof list, 0) == 0;
+    ASSERT_TRUE(listed || errno == ENOTSUP) << errno;
+    EXPECT_EQ(StatusOf([&] { ReadTrustedFile(Path("file")); }), listed ? kStatusAccessDenied : 0U);
 }
 
 TEST_F(Files, LockThatOthersMayUseIsRefused) {

@@ -1,6 +1,7 @@
 #include "addirectory/settings.h"
 
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include "sandbox.h"
 
@@ -183,6 +184,11 @@ TEST_F(SettingsFile, FileThatOthersMayWriteIsRefused) {
     EXPECT_EQ(Settings::Load(Path("ad.conf")).queryBudget, std::chrono::seconds(5));
     std::filesystem::permissions(Path("ad.conf"), std::filesystem::perms(0666));
     EXPECT_EQ(StatusOf([&] { Settings::Load(Path("ad.conf")); }), kStatusAccessDenied);
+    std::filesystem::permissions(Path("ad.conf"), std::filesystem::perms(0664));
+    EXPECT_EQ(StatusOf([&] { Settings::Load(Path("ad.conf")); }), getegid() == 0 ? 0U : kStatusAccessDenied)
+        << "root's own group has root alone";
+    const bool given = chown(Path("ad.conf").c_str(), 0, 65534) == 0;
+    EXPECT_EQ(StatusOf([&] { Settings::Load(Path("ad.conf")); }), given || getegid() != 0 ? kStatusAccessDenied : 0U);
     std::filesystem::create_directory(Path("folder"));
     EXPECT_EQ(StatusOf([&] { Settings::Load(Path("folder")); }), kStatusAccessDenied);
 }

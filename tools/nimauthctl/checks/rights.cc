@@ -1,7 +1,6 @@
 #include "tools/nimauthctl/checks/rights.h"
 
 #include <sys/stat.h>
-#include <sys/xattr.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -12,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "pluginkit/rights.h"
 #include "pluginkit/whole_file.h"
 #include "tools/nimauthctl/apxhttps_settings.h"
 #include "tools/nimauthctl/checks/login_files.h"
@@ -19,14 +19,11 @@
 namespace nimbrel::nimauthctl {
 namespace {
 
-constexpr char kAccessList[] = "system.posix_acl_access";
-
 // Through links, to what is loaded in the end.
 std::optional<FileRights> RightsOf(const std::string& path) {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) return std::nullopt;
-    return FileRights{status.st_uid, status.st_gid, status.st_mode,
-                      getxattr(path.c_str(), kAccessList, nullptr, 0) > 0};
+    return FileRights{status.st_uid, status.st_gid, status.st_mode, kit::HasAccessList(path)};
 }
 
 // Of the path itself.
@@ -34,12 +31,11 @@ std::optional<FileRights> OwnRightsOf(const std::string& path) {
     struct stat status = {};
     if (lstat(path.c_str(), &status) != 0) return std::nullopt;
     return FileRights{status.st_uid, status.st_gid, status.st_mode,
-                      lgetxattr(path.c_str(), kAccessList, nullptr, 0) > 0};
+                      !S_ISLNK(status.st_mode) && kit::HasAccessList(path)};
 }
 
-// By the group's part of the mode, which on a file with an access list says what those on it may do at most.
 bool OthersInGroupMay(mode_t right, const FileRights& rights) {
-    return (rights.mode & right) != 0 && (rights.group != 0 || rights.hasAccessList);
+    return kit::OthersInGroupMay(right, rights.mode, rights.group, rights.hasAccessList);
 }
 
 std::string ByGroup(const FileRights& rights) {

@@ -14,6 +14,7 @@
 #include "addirectory/ad_error.h"
 #include "gate.h"
 #include "pluginkit/folders.h"
+#include "pluginkit/rights.h"
 
 namespace nimbrel::ad {
 namespace {
@@ -80,8 +81,10 @@ std::optional<kit::Secret> ReadTrustedFile(const std::string& path) {
         return std::nullopt;
     }
     const struct stat info = Examine(file, path);
-    const bool others = (info.st_mode & (S_IWGRP | S_IWOTH)) != 0 || (info.st_uid != 0 && info.st_uid != geteuid());
-    if (others) {
+    const bool isOthers = info.st_uid != 0 && info.st_uid != geteuid();
+    const bool others = (info.st_mode & S_IWOTH) != 0 ||
+                        kit::OthersInGroupMay(S_IWGRP, info.st_mode, info.st_gid, kit::HasAccessList(file));
+    if (isOthers || others) {
         throw AdError(kStatusAccessDenied, "'" + path + "' can be written by others than its owner");
     }
     return ReadAll(file, path, static_cast<std::size_t>(info.st_size));

@@ -29,7 +29,8 @@ struct WholeFile {
 
 // Unset if it does not exist.
 std::optional<WholeFile> ReadWholeFile(const std::string& path);
-// The contents of a file that must be its owner's alone to write, the owner being this user or root.
+// The contents of a file that must be its owner's alone to write, the owner being this user or root; root's own group may,
+// too.
 std::optional<kit::Secret> ReadTrustedFile(const std::string& path);
 
 // Of folders that this provider makes.

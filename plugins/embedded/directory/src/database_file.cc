@@ -3,7 +3,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +17,7 @@
 
 #include "embeddeddirectory/directory_error.h"
 #include "pluginkit/folders.h"
+#include "pluginkit/rights.h"
 
 namespace nimbrel::embedded {
 namespace {
@@ -68,17 +68,9 @@ std::string Octal(mode_t mode) {
     return text;
 }
 
-// Of the mode, the group's part then says what a list of further users may do at most.
-bool HasAccessList(const std::string& folder) {
-    return getxattr(folder.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
-}
-
-// Root's own group may write: it has root alone, and a folder made under the umask 002 has that right.
 bool OthersMayWrite(const std::string& folder, const struct stat& status) {
-    if ((status.st_mode & S_IWOTH) != 0) {
-        return true;
-    }
-    return (status.st_mode & S_IWGRP) != 0 && (status.st_gid != 0 || HasAccessList(folder));
+    return (status.st_mode & S_IWOTH) != 0 ||
+           kit::OthersInGroupMay(S_IWGRP, status.st_mode, status.st_gid, kit::HasAccessList(folder));
 }
 
 // Who writes in the folder can put another file in this one's place, or a log beside it: the sticky bit does not help.
