@@ -33,16 +33,36 @@ Address AddressOf(const std::string& address, std::uint16_t port) {
     return result;
 }
 
-int Bind(int type, const std::string& address, std::uint16_t port) {
+constexpr unsigned kPorts = 16;  // of one process
+
+// Below those that the kernel gives to connections, as a domain wants the same one again: for datagrams and connections,
+// at other addresses, after a while. Each process has ports of its own.
+std::uint16_t NextPort() {
+    constexpr unsigned kFirst = 10240;
+    constexpr unsigned kEnd = 32768;
+    static std::atomic<unsigned> next = 0;
+    const unsigned block = static_cast<unsigned>(getpid()) % ((kEnd - kFirst) / kPorts);
+    return static_cast<std::uint16_t>(kFirst + block * kPorts + next++ % kPorts);
+}
+
+// -1 if the port is taken.
+int TryBind(int type, const std::string& address, std::uint16_t port) {
     const Address bound = AddressOf(address, port);
     const int opened = socket(bound.any.sa_family, type | SOCK_CLOEXEC, 0);
     const int on = 1;
     setsockopt(opened, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (bind(opened, &bound.any, sizeof bound) != 0) {
-        close(opened);
-        throw std::runtime_error("port " + std::to_string(port) + " of " + address + " is taken");
+    if (bind(opened, &bound.any, sizeof bound) == 0) return opened;
+    close(opened);
+    return -1;
+}
+
+int Bind(int type, const std::string& address, std::uint16_t port) {
+    int bound = -1;
+    for (unsigned tries = 0; bound < 0 && tries < (port == 0 ? kPorts : 1); ++tries) {
+        bound = TryBind(type, address, port == 0 ? NextPort() : port);
     }
-    return opened;
+    if (bound < 0) throw std::runtime_error("port " + std::to_string(port) + " of " + address + " is taken");
+    return bound;
 }
 
 Address BoundAddress(int socket) {

@@ -23,7 +23,7 @@ class StreamService {
  public:
     using Converse = std::function<void(int socket)>;
 
-    // Port 0 is one that is free.
+    // Port 0 is one that is free, and that no connection is given.
     StreamService(const std::string& address, std::uint16_t port, Converse converse);
     StreamService(const StreamService&) = delete;
     StreamService& operator=(const StreamService&) = delete;
