@@ -5,20 +5,16 @@
 #include <algorithm>
 #include <memory>
 #include <new>
-#include <optional>
 #include <string_view>
 #include <type_traits>
-#include <utility>
 #include <vector>
+
+#include "services/apxd/datum.h"
 
 namespace nimbrel::apxd {
 namespace {
 
 constexpr std::size_t kLargestSerial = 128;  // RFC 5280 allows 20 bytes
-
-gnutls_datum_t Datum(const std::string& text) {
-    return {reinterpret_cast<unsigned char*>(const_cast<char*>(text.data())), static_cast<unsigned>(text.size())};
-}
 
 std::string_view View(const gnutls_datum_t& datum) { return {reinterpret_cast<const char*>(datum.data), datum.size}; }
 

@@ -15,15 +15,12 @@
 #include <utility>
 
 #include "pluginkit/descriptor.h"
+#include "services/apxd/datum.h"
 
 namespace nimbrel::apxd {
 namespace {
 
 constexpr off_t kLargestKey = 1024L * 1024;
-
-gnutls_datum_t Datum(const std::string& text) {
-    return {reinterpret_cast<unsigned char*>(const_cast<char*>(text.data())), static_cast<unsigned>(text.size())};
-}
 
 struct CredentialsFree {
     void operator()(gnutls_certificate_credentials_t credentials) const {

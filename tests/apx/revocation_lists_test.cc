@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "certificates.h"
+#include "services/apxd/datum.h"
 
 namespace nimbrel::apxd::test {
 namespace {
@@ -16,23 +17,20 @@ using testing::MakeRevocationList;
 
 constexpr char kOutdated[] = "the list of revoked certificates is out of date";
 
-class Lists : public ::testing::Test {
+class ApxdRevocationLists : public ::testing::Test {
  protected:
     // Why a client that shows these is refused.
     static std::string Fault(const RevocationLists& lists, const std::vector<Certificate>& chain, long later = 0) {
         std::vector<std::string> ders;
         std::vector<gnutls_datum_t> data;
         for (const Certificate& one : chain) ders.push_back(DerOf(one));
-        for (std::string& der : ders) {
-            data.push_back({reinterpret_cast<unsigned char*>(der.data()), static_cast<unsigned>(der.size())});
-        }
+        for (const std::string& der : ders) data.push_back(Datum(der));
         const std::time_t now = std::time(nullptr) + later;
         const char* const fault = lists.FaultOf(data.data(), static_cast<unsigned>(data.size()), now);
         return fault == nullptr ? "" : fault;
     }
     static std::string DerOf(const Certificate& certificate) {
-        const gnutls_datum_t pem = {reinterpret_cast<unsigned char*>(const_cast<char*>(certificate.pem.data())),
-                                    static_cast<unsigned>(certificate.pem.size())};
+        const gnutls_datum_t pem = Datum(certificate.pem);
         gnutls_datum_t der = {};
         EXPECT_EQ(gnutls_pem_base64_decode2("CERTIFICATE", &pem, &der), 0);
         const std::string text(reinterpret_cast<const char*>(der.data), der.size);
@@ -57,7 +55,7 @@ class Lists : public ::testing::Test {
     const Certificate second = MakeCertificate("node02", &authority);
 };
 
-TEST_F(Lists, HoldWhatTheyNameAndNothingElse) {
+TEST_F(ApxdRevocationLists, HoldWhatTheyNameAndNothingElse) {
     EXPECT_FALSE(Holds(RevocationLists(), first));
     EXPECT_FALSE(Holds(RevocationLists::Read(MakeRevocationList(authority, {}), authority.pem), first));
     const auto lists = RevocationLists::Read(MakeRevocationList(authority, {first}), authority.pem);
@@ -65,12 +63,12 @@ TEST_F(Lists, HoldWhatTheyNameAndNothingElse) {
     EXPECT_FALSE(Holds(lists, second));
 }
 
-TEST_F(Lists, SerialNumberOfAnotherAuthorityIsAnotherCertificate) {
+TEST_F(ApxdRevocationLists, SerialNumberOfAnotherAuthorityIsAnotherCertificate) {
     const auto lists = RevocationLists::Read(MakeRevocationList(other, {first}), authority.pem + other.pem);
     EXPECT_FALSE(Holds(lists, first));
 }
 
-TEST_F(Lists, SeveralCountTogether) {
+TEST_F(ApxdRevocationLists, SeveralCountTogether) {
     const Certificate theirs = MakeCertificate("node01", &other);
     const std::string text = MakeRevocationList(authority, {first}) + MakeRevocationList(other, {theirs}, -3600, 60) +
                              MakeRevocationList(authority, {second});
@@ -80,19 +78,19 @@ TEST_F(Lists, SeveralCountTogether) {
     EXPECT_EQ(Fault(lists, {MakeCertificate("node03", &authority)}, 61), kOutdated) << "one of them";
 }
 
-TEST_F(Lists, OneThatIsNeverRenewedIsNeverOutOfDate) {
+TEST_F(ApxdRevocationLists, OneThatIsNeverRenewedIsNeverOutOfDate) {
     EXPECT_EQ(Fault(RevocationLists(), {first}, 1'000'000'000), "");
     const auto lists = RevocationLists::Read(MakeRevocationList(authority, {first}, -3600, 0), authority.pem);
     EXPECT_EQ(Fault(lists, {second}, 1'000'000'000), "");
 }
 
-TEST_F(Lists, NobodyIsGoodByOneThatIsOutOfDate) {
+TEST_F(ApxdRevocationLists, NobodyIsGoodByOneThatIsOutOfDate) {
     const auto lists = RevocationLists::Read(MakeRevocationList(authority, {first}, -7200, -3600), authority.pem);
     EXPECT_TRUE(lists.AreOutdated(std::time(nullptr)));
     for (const Certificate& one : {first, second}) EXPECT_EQ(Fault(lists, {one}), kOutdated);
 }
 
-TEST_F(Lists, AuthorityOnTheWayIsLookedForToo) {
+TEST_F(ApxdRevocationLists, AuthorityOnTheWayIsLookedForToo) {
     const Certificate site = MakeCertificate("site", &authority, -3600, 86400, {{"basicConstraints", "CA:TRUE"}});
     const Certificate client = MakeCertificate("node01", &site);
     const auto lists = RevocationLists::Read(MakeRevocationList(authority, {site}), authority.pem);
@@ -100,14 +98,14 @@ TEST_F(Lists, AuthorityOnTheWayIsLookedForToo) {
     EXPECT_EQ(Fault(lists, {second, authority}), "");
 }
 
-TEST_F(Lists, CertificateThatCannotBeReadIsNotGood) {
+TEST_F(ApxdRevocationLists, CertificateThatCannotBeReadIsNotGood) {
     const auto lists = RevocationLists::Read(MakeRevocationList(authority, {first}), authority.pem);
-    std::string junk = "junk";
-    const gnutls_datum_t datum = {reinterpret_cast<unsigned char*>(junk.data()), 4};
+    const std::string junk = "junk";
+    const gnutls_datum_t datum = Datum(junk);
     EXPECT_NE(lists.FaultOf(&datum, 1, std::time(nullptr)), nullptr);
 }
 
-TEST_F(Lists, OfSomebodyElseAreRefused) {
+TEST_F(ApxdRevocationLists, OfSomebodyElseAreRefused) {
     const std::string unsignedByIt = "holds a list that no authority of 'client-ca' has signed";
     EXPECT_EQ(ErrorOf(MakeRevocationList(other, {first})), unsignedByIt);
     EXPECT_EQ(ErrorOf(MakeRevocationList(authority, {}) + MakeRevocationList(other, {})), unsignedByIt);
@@ -117,7 +115,7 @@ TEST_F(Lists, OfSomebodyElseAreRefused) {
     }
 }
 
-TEST_F(Lists, TextWithoutAListIsRefused) {
+TEST_F(ApxdRevocationLists, TextWithoutAListIsRefused) {
     for (const std::string& text : {std::string(), std::string("none\n"), authority.pem}) {
         EXPECT_EQ(ErrorOf(text), "holds no list of revoked certificates") << text;
     }

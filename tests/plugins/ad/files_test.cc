@@ -1,13 +1,11 @@
 #include "files.h"
 
 #include <sys/file.h>
-#include <sys/xattr.h>
 
-#include <cerrno>
-#include <cstdint>
 #include <thread>
 
 #include "sandbox.h"
+#include "support/access_list.h"
 
 namespace nimbrel::ad::test {
 namespace {
@@ -78,17 +76,8 @@ TEST_F(Files, SecondHolderOfTheLockWaitsUntilItsDeadline) {
 }
 
 TEST_F(Files, UserOnTheAccessListMayNotWriteWhatIsTrusted) {
-    struct Entry {
-        std::uint16_t tag, rights;
-        std::uint32_t id;
-    };
-    const struct {
-        std::uint32_t version;
-        Entry entries[5];
-    } list = {2, {{0x01, 6, ~0U}, {0x02, 6, 1000}, {0x04, 0, ~0U}, {0x10, 6, ~0U}, {0x20, 0, ~0U}}};
     WriteFile(Path("file"), "text");
-    const bool listed = setxattr(Path("file").c_str(), "system.posix_acl_access", &list, sizeof list, 0) == 0;
-    ASSERT_TRUE(listed || errno == ENOTSUP) << errno;
+    const bool listed = testing::PutOnAccessList(Path("file"), 6);
     EXPECT_EQ(StatusOf([&] { ReadTrustedFile(Path("file")); }), listed ? kStatusAccessDenied : 0U);
 }
 

@@ -6,17 +6,16 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <cstdint>
 #include <thread>
 #include <vector>
 
 #include "database_file.h"
 #include "sandbox.h"
+#include "support/access_list.h"
 #include "support/umask.h"
 
 namespace nimbrel::embedded::test {
@@ -310,22 +309,11 @@ TEST_F(Files, OtherGroupMayNotWriteInTheFolder) {
     EXPECT_EQ(OpenStatus(), given || getegid() != 0 ? 5U : 0U);
 }
 
-// user::rwx user:0:rwx group::r-x mask::rwx other::r-x, which shows as the mode 0775. A number that every namespace has
-// stands for anybody's.
+// The list shows as the rights of the mode's group.
 TEST_F(Files, UserOnTheFoldersAccessListMayNotWriteInIt) {
-    struct Entry {
-        std::uint16_t tag, rights;
-        std::uint32_t id;
-    };
-    struct List {
-        std::uint32_t version;
-        Entry entries[5];
-    };
     Create();
-    const List list = {2, {{0x01, 7, ~0U}, {0x02, 7, 0}, {0x04, 5, ~0U}, {0x10, 7, ~0U}, {0x20, 5, ~0U}}};
-    const bool listed = setxattr((folder / "").c_str(), "system.posix_acl_access", &list, sizeof list, 0) == 0;
-    ASSERT_TRUE(listed || errno == ENOTSUP) << errno;
-    EXPECT_EQ(ModeOf(folder / ""), listed ? 0775U : 0700U);
+    const bool listed = testing::PutOnAccessList(folder / "", 7);
+    EXPECT_EQ(ModeOf(folder / ""), listed ? 0770U : 0700U);
     EXPECT_EQ(OpenStatus(), listed ? 5U : 0U);
 }
 

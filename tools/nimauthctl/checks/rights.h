@@ -34,8 +34,8 @@ Finding CheckSettingsFiles(const std::string& root);
 // log-in files. All but the published accounts are for root alone. What is not there yet is in order.
 Finding CheckStateFiles(const std::string& root);
 // The host's certificate and key for a proxy that asks for one: the files that apxhttps.conf names. The key is for root
-// alone; that a group may read it, as some distributions have it, or users on an access list, is a warning. No file, and no name,
-// are in order.
+// alone; that a group may read it, as some distributions have it, or users on an access list, is a warning. No file, and
+// no name, are in order.
 Finding CheckProxyFiles(const std::string& root);
 // /usr/libexec/nimauth and what is in it: the providers, and what else runs with root's rights.
 Finding CheckProviderFiles(const std::string& root);

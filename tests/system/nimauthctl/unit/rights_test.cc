@@ -3,16 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
+#include "support/access_list.h"
 #include "support/temporary_folder.h"
 #include "tools/nimauthctl/apxhttps_settings.h"
 
@@ -21,6 +19,7 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
+using testing::PutOnAccessList;
 
 struct RightsCase {
     FileRights rights;
@@ -59,22 +58,6 @@ TEST(RightsTest, OnlyRootMayOpenWhatHoldsSecrets) {
     for (const RightsCase& row : kCases) {
         EXPECT_EQ(row.how, WhoElseMayOpen(row.rights)) << row.rights.group << ' ' << std::oct << row.rights.mode;
     }
-}
-
-// Gives user 1000 these rights to a file; false if the file system has no such lists.
-bool PutOnAccessList(const std::string& path, std::uint16_t rights) {
-    struct Entry {
-        std::uint16_t tag, rights;
-        std::uint32_t id;
-    };
-    const struct {
-        std::uint32_t version;
-        Entry entries[5];
-    } list = {2, {{0x01, 6, ~0U}, {0x02, rights, 1000}, {0x04, 0, ~0U}, {0x10, rights, ~0U}, {0x20, 0, ~0U}}};
-    const bool listed = setxattr(path.c_str(), "system.posix_acl_access", &list, sizeof list, 0) == 0;
-    const int error = errno;
-    EXPECT_TRUE(listed || error == ENOTSUP) << error;
-    return listed;
 }
 
 // Run by an ordinary user, everything here belongs to that user, and is told so.
