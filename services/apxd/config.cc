@@ -16,8 +16,6 @@
 namespace nimbrel::apxd {
 namespace {
 
-constexpr std::size_t kLargestFile = 1024UL * 1024;
-
 // What is wrong with a value; the caller knows where it stands.
 class ValueError : public std::runtime_error {
  public:
@@ -219,8 +217,8 @@ Config Reader::Read(const std::string& text) {
 
 Config ParseConfig(const std::string& text, const std::string& file) { return Reader(file).Read(text); }
 
-std::string ReadTextFile(const std::string& path) {
-    std::optional<std::string> text = kit::ReadWholeFile(path, kLargestFile);
+std::string ReadTextFile(const std::string& path, std::size_t largest) {
+    std::optional<std::string> text = kit::ReadWholeFile(path, largest);
     const int error = errno;
     if (text) return std::move(*text);
     throw ConfigError(path +

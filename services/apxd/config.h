@@ -69,8 +69,8 @@ Config ParseConfig(const std::string& text, const std::string& file);
 // Throws `ConfigError` too if the file cannot be read.
 Config ReadConfig(const std::string& file);
 
-// The contents of a small file that the configuration names. Throws `ConfigError`.
-std::string ReadTextFile(const std::string& path);
+// The contents of a file that the configuration names. Throws `ConfigError`, also if it is larger than so many bytes.
+std::string ReadTextFile(const std::string& path, std::size_t largest = 1024UL * 1024);
 
 }  // namespace nimbrel::apxd
 

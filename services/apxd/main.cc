@@ -39,7 +39,7 @@ constexpr char kUsage[] =
     "Creates machine accounts in a directory on behalf of hosts that join through it.\n"
     "\n"
     "  --config FILE   the configuration, /etc/nimbrel/apxd.conf unless given\n"
-    "  --check-config  read the configuration, and the certificates, the key and the keytab\n"
+    "  --check-config  read the configuration, and the certificates, the key, the lists and the keytab\n"
     "                  that it names, say what is wrong, and end\n"
     "  --version       show the version\n"
     "  --help          show this help\n"

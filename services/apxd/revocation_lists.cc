@@ -62,16 +62,37 @@ std::vector<Owned<gnutls_x509_crt_t>> CertificatesIn(const std::string& text) {
 }
 
 // Whenever it was made: time is looked at when a client shows its certificate.
-bool IsSignedBy(gnutls_x509_crl_t list, const std::vector<Owned<gnutls_x509_crt_t>>& authorities) {
-    std::vector<gnutls_x509_crt_t> certificates;
-    for (const auto& authority : authorities) certificates.push_back(authority.get());
+bool IsSignedBy(gnutls_x509_crl_t list, gnutls_x509_crt_t authority) {
     unsigned status = 0;
-    const int result = gnutls_x509_crl_verify(list, certificates.data(), static_cast<unsigned>(certificates.size()),
-                                              GNUTLS_VERIFY_DISABLE_TIME_CHECKS, &status);
+    const int result = gnutls_x509_crl_verify(list, &authority, 1, GNUTLS_VERIFY_DISABLE_TIME_CHECKS, &status);
     // Versions of the library that check the times all the same add the general fault to these.
     constexpr unsigned kTimes = GNUTLS_CERT_REVOCATION_DATA_SUPERSEDED | GNUTLS_CERT_REVOCATION_DATA_ISSUED_IN_FUTURE;
     const unsigned faults = (status & kTimes) == 0 ? status : status & ~(kTimes | GNUTLS_CERT_INVALID);
     return result >= 0 && faults == 0;
+}
+
+// Each by itself: of several of one name, as an authority has that was renewed with another key, the library looks at the
+// first.
+bool IsSignedByOne(gnutls_x509_crl_t list, const std::vector<Owned<gnutls_x509_crt_t>>& authorities) {
+    return std::any_of(authorities.begin(), authorities.end(),
+                       [list](const auto& authority) { return IsSignedBy(list, authority.get()); });
+}
+
+// A list with a critical extension that is not understood tells nothing (RFC 5280, section 5.2). Those that there are
+// make it one of a part: of what has changed, of some kinds of certificates, of other authorities' certificates.
+void RequireWhole(gnutls_x509_crl_t list) {
+    for (unsigned index = 0;; ++index) {
+        char identifier[128];
+        std::size_t size = sizeof identifier;
+        unsigned isCritical = 0;
+        const int result = gnutls_x509_crl_get_extension_info(list, index, identifier, &size, &isCritical);
+        if (result == GNUTLS_E_REQUESTED_DATA_NOT_AVAILABLE) return;
+        Require(result);
+        if (isCritical != 0) {
+            throw RevocationListError("holds a list of a part of the revoked certificates (critical extension " +
+                                      std::string(identifier) + "): a whole one is needed");
+        }
+    }
 }
 
 std::string KeyOf(std::string_view issuer, std::string_view serial) {
@@ -107,9 +128,10 @@ RevocationLists RevocationLists::Read(const std::string& lists, const std::strin
     const auto signers = CertificatesIn(authorities);
     RevocationLists read;
     for (const auto& list : ListsIn(lists)) {
-        if (!IsSignedBy(list.get(), signers)) {
+        if (!IsSignedByOne(list.get(), signers)) {
             throw RevocationListError("holds a list that no authority of 'client-ca' has signed");
         }
+        RequireWhole(list.get());
         TakeEntries(list.get(), read._revoked);
         const std::time_t next = gnutls_x509_crl_get_next_update(list.get());
         if (next != -1) read._lastUntil = std::min(read._lastUntil, next);
@@ -117,16 +139,32 @@ RevocationLists RevocationLists::Read(const std::string& lists, const std::strin
     return read;
 }
 
+std::string RevocationLists::LeftOf(const std::string& authorities) const {
+    std::string left;
+    for (const auto& authority : CertificatesIn(authorities)) {
+        if (Hold(authority.get())) continue;
+        gnutls_datum_t pem = {};
+        Require(gnutls_x509_crt_export2(authority.get(), GNUTLS_X509_FMT_PEM, &pem));
+        const Owned<unsigned char*> owned(pem.data);
+        left += View(pem);
+    }
+    if (left.empty()) throw RevocationListError("holds every authority of 'client-ca'");
+    return left;
+}
+
 // What cannot be looked for is not good either.
 bool RevocationLists::Hold(const gnutls_datum_t& der) const {
     gnutls_x509_crt_t certificate = nullptr;
     Require(gnutls_x509_crt_init(&certificate));
     const Owned<gnutls_x509_crt_t> owned(certificate);
+    return gnutls_x509_crt_import(certificate, &der, GNUTLS_X509_FMT_DER) < 0 || Hold(certificate);
+}
+
+bool RevocationLists::Hold(gnutls_x509_crt_t certificate) const {
     gnutls_datum_t issuer = {};
     unsigned char serial[kLargestSerial];
     std::size_t size = sizeof serial;
-    if (gnutls_x509_crt_import(certificate, &der, GNUTLS_X509_FMT_DER) < 0 ||
-        gnutls_x509_crt_get_serial(certificate, serial, &size) < 0 ||
+    if (gnutls_x509_crt_get_serial(certificate, serial, &size) < 0 ||
         gnutls_x509_crt_get_raw_issuer_dn(certificate, &issuer) < 0) {
         return true;
     }

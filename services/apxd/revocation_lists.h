@@ -1,6 +1,8 @@
 // Client certificates that their authorities have taken back (RFC 5280, section 5), as one or more lists in PEM.
 //
-//     const auto lists = RevocationLists::Read(ReadTextFile("/etc/crl.pem"), ReadTextFile("/etc/ca.pem"));
+//     const std::string authorities = ReadTextFile("/etc/ca.pem");
+//     const auto lists = RevocationLists::Read(ReadTextFile("/etc/crl.pem"), authorities);
+//     Trust(lists.LeftOf(authorities));
 //     if (const char* fault = lists.FaultOf(chain, count, std::time(nullptr))) ...
 //
 // Threads: any, once it is read.
@@ -30,17 +32,22 @@ class RevocationLists {
     RevocationLists() = default;
 
     // `authorities` are certificates in PEM; each list has to be signed by one of them. Authorities without a list are
-    // taken to have revoked nothing. Throws `RevocationListError`, also for a text without a list.
+    // taken to have revoked nothing. Throws `RevocationListError`, also for a text without a list, and for a list of a part:
+    // of what has changed since another one, or of some kinds of certificates.
     static RevocationLists Read(const std::string& lists, const std::string& authorities);
 
     // One of them says that a newer one is to be had by now. One that does not say so is never out of date.
     bool AreOutdated(std::time_t now) const { return now > _lastUntil; }
+    // The authorities that no list holds, in PEM: those to trust. A client need not send an authority that is trusted for
+    // itself, and then `FaultOf` does not see it. Throws `RevocationListError` if none is left.
+    std::string LeftOf(const std::string& authorities) const;
     // Why a client with this chain, as it has sent it (DER), is refused; null if it is not. The authorities on the way are
     // looked for, too.
     const char* FaultOf(const gnutls_datum_t* chain, unsigned count, std::time_t now) const;
 
  private:
     bool Hold(const gnutls_datum_t& der) const;
+    bool Hold(gnutls_x509_crt_t certificate) const;
 
     std::set<std::string> _revoked;  // issuer's name and serial number
     std::time_t _lastUntil = std::numeric_limits<std::time_t>::max();

@@ -21,6 +21,7 @@ namespace nimbrel::apxd {
 namespace {
 
 constexpr off_t kLargestKey = 1024L * 1024;
+constexpr std::size_t kLargestList = 64UL * 1024 * 1024;  // a million certificates
 
 struct CredentialsFree {
     void operator()(gnutls_certificate_credentials_t credentials) const {
@@ -48,11 +49,13 @@ SecretText ReadKey(const std::string& path) {
     return SecretText(std::move(text));
 }
 
-RevocationLists ReadRevoked(const Config& config, const std::string& clientCa) {
+// Takes what is revoked out of the authorities.
+RevocationLists ReadRevoked(const Config& config, std::string& clientCa) {
     try {
-        RevocationLists lists = RevocationLists::Read(ReadTextFile(config.clientCrlFile), clientCa);
-        if (!lists.AreOutdated(std::time(nullptr))) return lists;
-        throw RevocationListError("holds a list that is out of date");
+        RevocationLists lists = RevocationLists::Read(ReadTextFile(config.clientCrlFile, kLargestList), clientCa);
+        if (lists.AreOutdated(std::time(nullptr))) throw RevocationListError("holds a list that is out of date");
+        clientCa = lists.LeftOf(clientCa);
+        return lists;
     } catch (const RevocationListError& error) {
         throw ConfigError(config.clientCrlFile + ": " + error.what());
     }

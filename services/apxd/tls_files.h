@@ -14,7 +14,7 @@ namespace nimbrel::apxd {
 struct TlsFiles {
     std::string certificate;
     SecretText key;
-    std::string clientCa;
+    std::string clientCa;  // without those that are revoked
     RevocationLists revoked;
 
     // Throws `ConfigError` if a file cannot be read, the key does not belong to the certificate, a file holds neither, or

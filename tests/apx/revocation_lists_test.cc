@@ -98,6 +98,32 @@ TEST_F(ApxdRevocationLists, AuthorityOnTheWayIsLookedForToo) {
     EXPECT_EQ(Fault(lists, {second, authority}), "");
 }
 
+// One that a client need not send.
+TEST_F(ApxdRevocationLists, RevokedAuthorityIsNotTrusted) {
+    const Certificate site = MakeCertificate("site", &authority, -3600, 86400, {{"basicConstraints", "CA:TRUE"}});
+    const std::string all = authority.pem + site.pem + other.pem;
+    EXPECT_EQ(RevocationLists().LeftOf(all), all);
+    EXPECT_EQ(RevocationLists::Read(MakeRevocationList(authority, {first}), all).LeftOf(all), all);
+    const auto lists = RevocationLists::Read(MakeRevocationList(authority, {site}), all);
+    EXPECT_EQ(lists.LeftOf(all), authority.pem + other.pem);
+    EXPECT_THROW(lists.LeftOf(site.pem), RevocationListError);
+}
+
+TEST_F(ApxdRevocationLists, AuthorityMayHaveTwoKeys) {
+    const Certificate renewed = MakeCertificate("clients");
+    const std::string lists = MakeRevocationList(authority, {first}) + MakeRevocationList(renewed, {second});
+    for (const std::string& both : {authority.pem + renewed.pem, renewed.pem + authority.pem}) {
+        EXPECT_TRUE(Holds(RevocationLists::Read(lists, both), first));
+        EXPECT_TRUE(Holds(RevocationLists::Read(lists, both), second));
+    }
+}
+
+TEST_F(ApxdRevocationLists, ListOfAPartIsRefused) {
+    EXPECT_EQ(
+        ErrorOf(MakeRevocationList(authority, {first}, -3600, 86400, true)),
+        "holds a list of a part of the revoked certificates (critical extension 2.5.29.27): a whole one is needed");
+}
+
 TEST_F(ApxdRevocationLists, CertificateThatCannotBeReadIsNotGood) {
     const auto lists = RevocationLists::Read(MakeRevocationList(authority, {first}), authority.pem);
     const std::string junk = "junk";

@@ -145,35 +145,66 @@ TEST_F(Apx, ServiceCanAskItsClientsForACertificate) {
     service.WaitForLog("certificate=");
 }
 
-TEST_F(Apx, RevokedCertificatesAreRefused) {
+// A service with authorities of its clients and their lists.
+class ApxClientLists : public Apx {
+ protected:
+    ApxClientLists() {
+        SetPlugin("client-certificate = \"/etc/nimbrel/client.pem\"\nclient-key = \"/etc/nimbrel/client.pem\"\n");
+        Configure(certificate, "client-ca = /etc/nimbrel/apxd/clients.pem\nclient-crl = /etc/nimbrel/apxd/crl.pem\n");
+        Trust(authority.pem);
+    }
+    static void Trust(const std::string& authorities) { std::ofstream("/etc/nimbrel/apxd/clients.pem") << authorities; }
+    static void Publish(const std::string& lists) { std::ofstream("/etc/nimbrel/apxd/crl.pem") << lists; }
+    std::uint32_t Ask(const Certificate& client, const std::string& issuers = "") const {
+        std::ofstream("/etc/nimbrel/client.pem", std::ios::trunc) << client.pem << issuers << client.key;
+        return AskDomain(kNear, Pinned()).status;
+    }
+
     const Certificate authority = MakeCertificate("clients");
     const Certificate site = MakeCertificate("site", &authority, -3600, 86400, {{"basicConstraints", "CA:TRUE"}});
     const Certificate good = MakeCertificate("node01", &authority);
     const Certificate stolen = MakeCertificate("node01", &authority);
     const Certificate atSite = MakeCertificate("node01", &site);
-    std::ofstream("/etc/nimbrel/apxd/clients.pem") << authority.pem;
-    const auto publish = [](const std::string& lists) { std::ofstream("/etc/nimbrel/apxd/crl.pem") << lists; };
-    const auto ask = [&](const Certificate& client, const std::string& issuers = "") {
-        std::ofstream("/etc/nimbrel/client.pem", std::ios::trunc) << client.pem << issuers << client.key;
-        return AskDomain(kNear, Pinned()).status;
-    };
-    SetPlugin("client-certificate = \"/etc/nimbrel/client.pem\"\nclient-key = \"/etc/nimbrel/client.pem\"\n");
-    Configure(certificate, "client-ca = /etc/nimbrel/apxd/clients.pem\nclient-crl = /etc/nimbrel/apxd/crl.pem\n");
-    publish(MakeRevocationList(authority, {stolen}));
+};
+
+TEST_F(ApxClientLists, RevokedCertificatesAreRefused) {
+    Publish(MakeRevocationList(authority, {stolen}));
     Service service;
-    EXPECT_EQ(ask(good), 0U);
-    EXPECT_EQ(ask(stolen), 5U);
+    EXPECT_EQ(Ask(good), 0U);
+    EXPECT_EQ(Ask(stolen), 5U);
     service.WaitForLog("reason=\"the client's certificate is revoked\"");
-    EXPECT_EQ(ask(atSite, site.pem), 0U);
-    publish(MakeRevocationList(authority, {}, -7200, -3600));
+    EXPECT_EQ(Ask(atSite, site.pem), 0U);
+    Publish(MakeRevocationList(authority, {}, -7200, -3600));
     service.Signal(SIGHUP);
     service.WaitForLog("not-reloaded reason=\"/etc/nimbrel/apxd/crl.pem: holds a list that is out of date\"");
-    EXPECT_EQ(ask(stolen), 5U) << "the lists in force stay";
-    publish(MakeRevocationList(authority, {site}));
+    EXPECT_EQ(Ask(stolen), 5U) << "the lists in force stay";
+    Publish(MakeRevocationList(authority, {site}));
     service.Signal(SIGHUP);
     service.WaitForLog("\nreloaded ");
-    EXPECT_EQ(ask(stolen), 0U);
-    EXPECT_EQ(ask(atSite, site.pem), 5U) << "the authority on the way to it";
+    EXPECT_EQ(Ask(stolen), 0U);
+    EXPECT_EQ(Ask(atSite, site.pem), 5U) << "the authority on the way to it";
+}
+
+TEST_F(ApxClientLists, RevokedAuthorityIsNotTrustedForItself) {
+    Trust(authority.pem + site.pem);
+    Publish(MakeRevocationList(authority, {stolen}));
+    {
+        const Service service;
+        EXPECT_EQ(Ask(atSite), 0U) << "an authority that is trusted need not be sent";
+    }
+    Publish(MakeRevocationList(authority, {site}));
+    const Service service;
+    EXPECT_EQ(Ask(atSite), 5U);
+    EXPECT_EQ(Ask(good), 0U);
+}
+
+// Larger than the configuration's other files may be.
+TEST_F(ApxClientLists, ListOfYearsIsRead) {
+    Publish(MakeRevocationList(authority, std::vector<Certificate>(40000, stolen)));
+    ASSERT_GT(std::filesystem::file_size("/etc/nimbrel/apxd/crl.pem"), 1024U * 1024U);
+    const Service service;
+    EXPECT_EQ(Ask(stolen), 5U);
+    EXPECT_EQ(Ask(good), 0U);
 }
 
 TEST_F(Apx, ClientsCertificateIsGoodForTheAccountThatItNames) {

@@ -19,7 +19,7 @@ struct Free {
     void operator()(X509* certificate) const { X509_free(certificate); }
     void operator()(X509_CRL* list) const { X509_CRL_free(list); }
     void operator()(X509_REVOKED* entry) const { X509_REVOKED_free(entry); }
-    void operator()(ASN1_TIME* time) const { ASN1_TIME_free(time); }
+    void operator()(ASN1_STRING* value) const { ASN1_STRING_free(value); }  // times and numbers, too
     void operator()(BIO* memory) const { BIO_free(memory); }
     void operator()(X509_EXTENSION* extension) const { X509_EXTENSION_free(extension); }
 };
@@ -106,7 +106,7 @@ Certificate MakeCertificate(const std::string& commonName, const Certificate* is
 }
 
 std::string MakeRevocationList(const Certificate& issuer, const std::vector<Certificate>& revoked, long lastUpdate,
-                               long nextUpdate) {
+                               long nextUpdate, bool isDelta) {
     const auto parent = Read(issuer);
     const Owned<EVP_PKEY> key(PEM_read_bio_PrivateKey(Memory(issuer.key).get(), nullptr, nullptr, nullptr));
     const Owned<X509_CRL> list(X509_CRL_new());
@@ -122,6 +122,11 @@ std::string MakeRevocationList(const Certificate& issuer, const std::vector<Cert
         X509_REVOKED_set_serialNumber(entry.get(), X509_get_serialNumber(Read(one).get()));
         X509_REVOKED_set_revocationDate(entry.get(), time.get());
         Require(X509_CRL_add0_revoked(list.get(), entry.release()) == 1);
+    }
+    if (isDelta) {
+        const Owned<ASN1_INTEGER> base(ASN1_INTEGER_new());
+        Require(base && ASN1_INTEGER_set(base.get(), 1) == 1 &&
+                X509_CRL_add1_ext_i2d(list.get(), NID_delta_crl, base.get(), 1, 0) == 1);
     }
     Require(X509_CRL_sign(list.get(), key.get(), EVP_sha256()) != 0);
     const Owned<BIO> pem(BIO_new(BIO_s_mem()));

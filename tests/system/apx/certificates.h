@@ -22,9 +22,9 @@ Certificate MakeCertificate(const std::string& commonName, const Certificate* is
                             long notAfter = 86400, const Extensions& extensions = {});
 
 // What the issuer says of certificates that it has taken back, in PEM; made and to be renewed in seconds from now. Never to
-// be renewed if `nextUpdate` is 0.
+// be renewed if `nextUpdate` is 0. It says that it is a part of a list if `isDelta`.
 std::string MakeRevocationList(const Certificate& issuer, const std::vector<Certificate>& revoked,
-                               long lastUpdate = -3600, long nextUpdate = 86400);
+                               long lastUpdate = -3600, long nextUpdate = 86400, bool isDelta = false);
 
 // The key as PEM that needs a pass phrase.
 std::string EncryptedKey(const Certificate& certificate);
