@@ -371,8 +371,12 @@ TEST_F(AccountsAtTwo, OneThatRefusesChangesIsAskedOnce) {
 TEST_F(AccountsAtTwo, AccountWhoseAnswerWasLostIsLookedForWhereItWasMade) {
     Behave("add", Behaviour::HangsUp);
     EXPECT_EQ(CreateStatus("NODE01"), kStatusNoSuchDomain);
-    Behave("modify", Behaviour::HangsUp);
-    EXPECT_EQ(RenewStatus(), kStatusNoSuchDomain);
+    for (const char* step : {"search", "modify"}) {
+        corp.controller.SetBehave([step](const std::string& operation, const std::string& name) {
+            return operation == step && !name.empty() ? Behaviour::HangsUp : Behaviour::Answers;
+        });
+        EXPECT_EQ(RenewStatus(), kStatusNoSuchDomain) << step;
+    }
     corp.controller.SetBehave(nullptr);
     EXPECT_EQ(RenewStatus(), 0U);
     EXPECT_THAT(second->Requests(), IsEmpty());

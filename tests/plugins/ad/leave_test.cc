@@ -127,74 +127,99 @@ TEST_F(Leaves, WithoutAKeyAndASidTheAccountStays) {
 
 // The first one has thrown the key away, by which another host's account is told from this one's.
 TEST_F(Leaves, RepeatedLeaveDoesNotTakeAnothersAccount) {
-    for (const bool isSavable : {true, false}) {
-        corp.entries.Modify(kAccount, {{2, "unicodePwd", {Utf16("\"Another-1\"")}}});
-        logIns.refusesDisable = true;
-        if (!isSavable) std::filesystem::create_directory(settings.membership + ".new");
-        EXPECT_EQ(Leave(), kStatusDiskFull);
-        EXPECT_TRUE(Account());
-        EXPECT_TRUE(std::filesystem::exists(settings.membership));
-        EXPECT_EQ(std::filesystem::exists(settings.keytab), !isSavable) << "it is needed again where that is not noted";
-        std::filesystem::remove(settings.membership + ".new");
-        logIns.refusesDisable = false;
-        EXPECT_EQ(Leave(), 0U);
-        EXPECT_TRUE(Account());
-        EXPECT_FALSE(HasTraces());
-        EXPECT_EQ(Join(), 0U);
-    }
+    corp.entries.Modify(kAccount, {{2, "unicodePwd", {Utf16("\"Another-1\"")}}});
+    logIns.refusesDisable = true;
+    EXPECT_EQ(Leave(), kStatusDiskFull);
+    EXPECT_TRUE(std::filesystem::exists(settings.membership));
+    EXPECT_FALSE(std::filesystem::exists(settings.keytab));
+    logIns.refusesDisable = false;
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_TRUE(Account());
+    EXPECT_FALSE(HasTraces());
 }
 
-TEST_F(Leaves, RefusalOfTheKeyCountsMoreThanTheIgnoranceOfTheNextController) {
+// Or the next leave would go by the account's SID.
+TEST_F(Leaves, KeyStaysWhereItCannotBeNotedThatItGoes) {
+    corp.entries.Modify(kAccount, {{2, "unicodePwd", {Utf16("\"Another-1\"")}}});
+    std::filesystem::create_directory(settings.membership + ".new");
+    EXPECT_EQ(Leave(), kStatusInternalError);
+    EXPECT_TRUE(std::filesystem::exists(settings.keytab));
+    EXPECT_TRUE(logIns.enabled.has_value());
+    std::filesystem::remove(settings.membership + ".new");
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_TRUE(Account());
+    EXPECT_FALSE(HasTraces());
+}
+
+// --- With a second controller, that has keys of its own ---
+
+class LeavesAtTwo : public Leaves {
+ protected:
+    LeavesAtTwo() {
+        corp.names->AddAddress("dc2.corp.test", "127.0.0.2");
+        settings.avoidance = std::chrono::seconds(60);
+    }
+    ~LeavesAtTwo() override {  // nobody is avoided by other tests
+        settings.avoidance = std::chrono::seconds(0);
+        for (const char* name : {"dc1.corp.test", "dc2.corp.test"}) AvoidController(settings, name);
+    }
+    void Prefer(const std::vector<std::string>& names) { TheHost().SetPreferredControllers(names); }
+    void SetSecondsPassword(const std::string& password) {
+        keys.SetPassword("admin1", "Secret-1", "CORP.TESTadmin1");
+        keys.SetPassword("NODE01$", password, "salt");
+    }
+
     KeyCentre keys{"CORP.TEST"};
-    TestController second(corp.entries, keys, {.host = "dc2.corp.test"},
-                          {"127.0.0.2", corp.controller.LdapPort(), corp.controller.KerberosPort()});
-    corp.names->AddAddress("dc2.corp.test", "127.0.0.2");
-    settings.avoidance = std::chrono::seconds(60);
-    TheHost().SetPreferredControllers({"dc1.corp.test", "dc2.corp.test"});
+    TestController second{corp.entries,
+                          keys,
+                          {.host = "dc2.corp.test"},
+                          {"127.0.0.2", corp.controller.LdapPort(), corp.controller.KerberosPort()}};
+};
+
+TEST_F(LeavesAtTwo, RefusalOfTheKeyCountsMoreThanTheIgnoranceOfTheNextController) {
+    Prefer({"dc1.corp.test", "dc2.corp.test"});
     corp.entries.Modify(kAccount, {{2, "unicodePwd", {Utf16("\"Another-1\"")}}});
     EXPECT_EQ(Leave(), 0U);
     EXPECT_EQ(keys.requests, 1) << "of an account that it does not know";
     EXPECT_TRUE(Account());
-    settings.avoidance = std::chrono::seconds(0);
-    for (const char* name : {"dc1.corp.test", "dc2.corp.test"}) AvoidController(settings, name);  // for other tests
 }
 
 // It has not heard of the key yet, or lies.
-TEST_F(Leaves, OneControllerThatRefusesTheKeyIsNotBelieved) {
-    KeyCentre keys{"CORP.TEST"};
-    keys.SetPassword("admin1", "Secret-1", "CORP.TESTadmin1");
-    keys.SetPassword("NODE01$", "of the join before", "salt");
-    TestController second(corp.entries, keys, {.host = "dc2.corp.test"},
-                          {"127.0.0.2", corp.controller.LdapPort(), corp.controller.KerberosPort()});
-    corp.names->AddAddress("dc2.corp.test", "127.0.0.2");
-    settings.avoidance = std::chrono::seconds(60);
-    TheHost().SetPreferredControllers({"dc2.corp.test", "dc1.corp.test"});
+TEST_F(LeavesAtTwo, OneControllerThatRefusesTheKeyIsNotBelieved) {
+    SetSecondsPassword("of the join before");
+    Prefer({"dc2.corp.test", "dc1.corp.test"});
     EXPECT_EQ(Leave(), 0U);
     EXPECT_THAT(second.Requests(), ::testing::Contains(std::string("delete ") + kAccount));
     EXPECT_FALSE(Account());
-    settings.avoidance = std::chrono::seconds(0);
-    AvoidController(settings, "dc2.corp.test");  // for other tests
 }
 
 // It has not heard yet of the host that has taken the account over.
-TEST_F(Leaves, ControllerThatStillTakesTheKeyIsNotBelievedOnAnotherVersionOfIt) {
-    KeyCentre keys{"CORP.TEST"};
-    keys.SetPassword("admin1", "Secret-1", "CORP.TESTadmin1");
-    keys.SetPassword("NODE01$", "of another host", "salt");
-    TestController second(corp.entries, keys, {.host = "dc2.corp.test"},
-                          {"127.0.0.2", corp.controller.LdapPort(), corp.controller.KerberosPort()});
-    corp.names->AddAddress("dc2.corp.test", "127.0.0.2");
-    settings.avoidance = std::chrono::seconds(60);
-    TheHost().SetPreferredControllers({"dc2.corp.test", "dc1.corp.test"});
+TEST_F(LeavesAtTwo, ControllerThatStillTakesTheKeyIsNotBelievedOnAnotherVersionOfIt) {
+    SetSecondsPassword("of another host");
+    Prefer({"dc2.corp.test", "dc1.corp.test"});
     corp.entries.Put(kAccount, {{"msDS-KeyVersionNumber", {"7"}}});
     const int before = corp.keys.logOns;
     EXPECT_EQ(Leave(), 0U);
     EXPECT_EQ(corp.keys.logOns, before + 1);
     EXPECT_TRUE(Account());
     EXPECT_FALSE(HasTraces());
-    settings.avoidance = std::chrono::seconds(0);
-    AvoidController(settings, "dc2.corp.test");  // for other tests
 }
+
+// It keeps the secrets that it has seen, and is good for log-ons only.
+TEST_F(LeavesAtTwo, ReadOnlyControllerIsAskedAfterTheOneThatTellsOfTheAccount) {
+    SetSecondsPassword("of another host");
+    corp.controller.SetChangePing([](std::string reply) {
+        reply[5] = static_cast<char>(reply[5] & ~1);
+        return reply;
+    });
+    Prefer({"dc1.corp.test", "dc2.corp.test"});
+    corp.entries.Put(kAccount, {{"msDS-KeyVersionNumber", {"7"}}});
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_THAT(second.Requests(), ::testing::Contains("bind "));
+    EXPECT_TRUE(Account());
+}
+
+// --- Keys that are none, and faults ---
 
 TEST_F(Leaves, KeysOfAKindThatNoJoinMakesAreNone) {
     std::filesystem::remove(settings.keytab);

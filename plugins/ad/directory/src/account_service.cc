@@ -86,6 +86,16 @@ class Work {
         return Asked([&] { return Find(computer); });
     }
 
+    // The same of one that was made a while ago. A controller that fails is not avoided: another one need not know of the
+    // account yet, and by its word the account would be made once more.
+    LdapEntry RequireAgain(const std::string& computer) {
+        try {
+            return Find(computer);
+        } catch (const AdError& error) {
+            throw UnchangedError(error.Status(), error.what());
+        }
+    }
+
     void Create(const ComputerAccounts::Survey& survey, const std::string& computer, const std::string& mark,
                 const kit::Secret& secret) {
         ComputerAccount account;
@@ -235,7 +245,7 @@ HandedOutAccount AccountService::Renew(const std::string& name, const std::strin
     CheckMark(mark);
     const std::string computer = ComputerName(name);
     Work work(_settings, _account);
-    const LdapEntry account = work.Require(computer);
+    const LdapEntry account = work.RequireAgain(computer);
     if (!IsUnusedUnderMark(account, mark)) {
         FailInUse(computer);
     }

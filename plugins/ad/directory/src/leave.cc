@@ -64,25 +64,35 @@ bool IsWordOnAccount(const AdError& error) {
            error.Status() == kStatusPasswordMustChange || error.Status() == kStatusNoTrustAccount;
 }
 
-// Whether the account takes this host's key. A controller that refuses it may not have heard of it yet, and another one
-// is asked; or that one has not heard yet of the other host that has taken the account over, which the account's key
-// version tells. What the domain says of an account that is disabled or the like, or gone since it was looked for, is no
-// sign of another host.
-bool IsKeyTaken(const Settings& settings, const Leaving& leaving, bool isOfThisVersion, const Deadline& deadline) {
+// Whether the account takes this host's key. The controller that has told of the account is asked first. One that refuses
+// the key may not have heard of it yet, and another one is asked; or that one has not heard yet of the other host that has
+// taken the account over, which the account's key version tells. What the domain says of an account that is disabled or
+// the like, or gone since it was looked for, is no sign of another host.
+bool IsKeyTaken(const Settings& settings, const Leaving& leaving, const Controller& teller, bool isOfThisVersion,
+                const Deadline& deadline) {
     const auto logOn = MachineLogOn(leaving.membership.computer, "FILE:" + leaving.keytab);
     bool isRefused = false;
-    const auto tryKey = [&](const LocatedController& located) {
+    const auto tryKey = [&](const Controller& controller) {
         try {
-            TryLogOn(settings, located.controller, logOn, deadline);
+            TryLogOn(settings, controller, logOn, deadline);
         } catch (const AdError& error) {
             isRefused = isRefused || IsRefusalOfKey(error);
             throw;
         }
     };
     try {
+        try {
+            tryKey(teller);
+            return true;
+        } catch (const AdError& error) {
+            if (IsWordOnAccount(error)) {
+                throw;
+            }
+            AvoidController(settings, teller.name);
+        }
         AtSomeController(settings, leaving.membership.domain, leaving.preferredControllers, deadline, Patience::Query,
-                         tryKey);
-        return !isRefused || isOfThisVersion;
+                         [&](const LocatedController& located) { tryKey(located.controller); });
+        return isOfThisVersion;
     } catch (const AdError& error) {
         if (!isRefused && !IsWordOnAccount(error)) {
             throw;
@@ -93,9 +103,9 @@ bool IsKeyTaken(const Settings& settings, const Leaving& leaving, bool isOfThisV
 
 // Why the account that bears this host's name is not this host's; empty if it is. Another host of the name has made an
 // account of its own, or has taken this one over and set another secret. A host that has lost its key cannot tell the
-// latter, but knows the account with which it has joined.
+// latter, but knows the account with which it has joined. `teller` is the controller that has told of the account.
 std::string WhyOfAnother(const Settings& settings, const Leaving& leaving, const LdapEntry& account,
-                         const Deadline& deadline) {
+                         const Controller& teller, const Deadline& deadline) {
     const Membership& membership = leaving.membership;
     if (!membership.accountSid.empty() && AccountSid(account) != membership.accountSid) {
         return "it is not the one with which this host has joined";
@@ -105,9 +115,10 @@ std::string WhyOfAnother(const Settings& settings, const Leaving& leaving, const
         return membership.accountSid.empty() ? "this host has no key to show that the account is its own" : "";
     }
     const std::int64_t told = account.Number("msds-keyversionnumber");
-    const bool isOfThisVersion = told != 0 && told <= *version;
-    return IsKeyTaken(settings, leaving, isOfThisVersion, deadline) ? ""
-                                                                    : "it does not take the key of this host's keytab";
+    // A join that was cut short has keys of a version that it did not know yet.
+    const bool isOfThisVersion = !leaving.isJoined || (told != 0 && told <= *version);
+    const bool isTaken = IsKeyTaken(settings, leaving, teller, isOfThisVersion, deadline);
+    return isTaken ? "" : "it does not take the key of this host's keytab";
 }
 
 void RemoveAccount(const Settings& settings, const Leaving& leaving, const UserCredentials& credentials,
@@ -119,7 +130,7 @@ void RemoveAccount(const Settings& settings, const Leaving& leaving, const UserC
     if (!account) {
         return;
     }
-    const std::string reason = WhyOfAnother(settings, leaving, *account, deadline);
+    const std::string reason = WhyOfAnother(settings, leaving, *account, session.At(), deadline);
     if (reason.empty()) {
         accounts.DeleteOrDisable(*account);
     } else {
@@ -129,23 +140,17 @@ void RemoveAccount(const Settings& settings, const Leaving& leaving, const UserC
 }
 
 // A host without a key is believed by the SID of its account. One that has thrown its key away itself is not: another host
-// may have taken the account over since. False where that cannot be noted.
-bool NoteThatKeyGoes(const Settings& settings) {
+// may have taken the account over since.
+void NoteThatKeyGoes(const Settings& settings) {
     HostState state = HostState::Load(settings.membership);
-    if (!state.membership || state.membership->accountSid.empty()) {
-        return true;
-    }
-    try {
+    if (state.membership && !state.membership->accountSid.empty()) {
         state.membership->accountSid.clear();
         state.Save(settings.membership);
-        return true;
-    } catch (const AdError&) {  // a full disk
-        return false;
     }
 }
 
-// Every step is tried, so that as little as possible stays behind; the first failure is reported, and the membership
-// stays recorded until all others are done, so that the leave can be repeated.
+// Nothing goes where that cannot be noted. Then every step is tried, so that as little as possible stays behind; the first
+// failure is reported, and the membership stays recorded until all others are done, so that the leave can be repeated.
 void ForgetLocally(const Settings& settings, LogInSoftware& logIns, const Membership& membership) {
     std::exception_ptr failure;
     const auto attempt = [&](const std::function<void()>& step) {
@@ -155,11 +160,8 @@ void ForgetLocally(const Settings& settings, LogInSoftware& logIns, const Member
             failure = failure ? failure : std::current_exception();
         }
     };
-    const bool isNoted = NoteThatKeyGoes(settings);
+    NoteThatKeyGoes(settings);
     attempt([&] { logIns.Disable(); });
-    if (failure && !isNoted) {
-        std::rethrow_exception(failure);  // the keys are needed again
-    }
     if (!membership.domain.empty()) {
         attempt([&] { RemoveRealmFromKeytab(settings.keytab, UpperCase(membership.domain)); });
     }

@@ -49,8 +49,8 @@ std::uint16_t NextPort() {
 int TryBind(int type, const std::string& address, std::uint16_t port) {
     const Address bound = AddressOf(address, port);
     const int opened = socket(bound.any.sa_family, type | SOCK_CLOEXEC, 0);
-    const int on = 1;
-    setsockopt(opened, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    const int on = 1;  // for connections that have ended; two sockets for datagrams would share the port
+    if (type == SOCK_STREAM) setsockopt(opened, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (bind(opened, &bound.any, sizeof bound) == 0) return opened;
     close(opened);
     return -1;

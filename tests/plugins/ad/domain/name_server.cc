@@ -50,10 +50,16 @@ unsigned Type(std::string_view question, std::size_t at) {
 }  // namespace
 
 NameServer::NameServer() {
-    _datagrams = std::make_unique<DatagramService>(
-        "127.0.0.1", 0, [this](std::string_view question) { return Answer(question, true); });
-    _streams =
-        std::make_unique<StreamService>("127.0.0.1", _datagrams->Port(), [this](int socket) { Converse(socket); });
+    for (int tries = 1; !_streams; ++tries) {  // the port that is free for one may be taken for the other
+        _datagrams = std::make_unique<DatagramService>(
+            "127.0.0.1", 0, [this](std::string_view question) { return Answer(question, true); });
+        try {
+            _streams = std::make_unique<StreamService>("127.0.0.1", _datagrams->Port(),
+                                                       [this](int socket) { Converse(socket); });
+        } catch (const std::runtime_error&) {
+            if (tries == 4) throw;
+        }
+    }
 }
 
 void NameServer::AddService(const std::string& name, const std::string& host, const ServiceOptions& options) {

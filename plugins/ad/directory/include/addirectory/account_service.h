@@ -13,7 +13,8 @@
 // made, and with 1359 for whatever goes wrong once an account has been changed.
 //
 // A controller that fails after the log-on is asked last for a while, as one that fails before it. One that does not answer
-// a change is not: another one need not know of it yet when the call is made again.
+// a change is not, nor one that fails a renewal's question: another one need not know of the account yet when the call is
+// made again.
 //
 //     AccountService service(settings, {"corp.test", "apxd", "/etc/nimbrel/apxd.keytab"});
 //     const HandedOutAccount account = service.Create("NODE01", "Hosts", mark);
