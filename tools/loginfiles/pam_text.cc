@@ -140,11 +140,13 @@ bool IsFile(const std::string& path) {
     return std::filesystem::is_regular_file(path, error);
 }
 
-void ReadFolder(const std::string& folder, PamFiles& files) {
+// `root` and a folder in it. What is masked is left out, here and in the folders of vendors.
+void ReadFolder(const std::string& root, const std::string& folder, PamFiles& files) {
     std::error_code error;
-    for (std::filesystem::directory_iterator item(folder, error), end; !error && item != end; item.increment(error)) {
+    for (std::filesystem::directory_iterator item(root + folder, error), end; !error && item != end;
+         item.increment(error)) {
         const std::string name = item->path().filename().string();
-        if (IsBackup(name)) continue;
+        if (IsBackup(name) || IsMasked(root + PathOf(name))) continue;
         if (!files.contains(name) && IsFile(item->path())) files[name] = ReadWhole(Resolve(item->path().string()));
     }
 }
@@ -152,6 +154,7 @@ void ReadFolder(const std::string& folder, PamFiles& files) {
 // Where libpam looks for it.
 std::vector<std::string> PlacesOf(const std::string& root, const std::string& name) {
     if (!IsService(name)) return {root + name};
+    if (IsMasked(root + PathOf(name))) return {};
     std::vector<std::string> places = {root + PathOf(name)};
     for (const char* const folder : kVendorFolders) places.push_back(root + folder + '/' + name);
     return places;
@@ -226,6 +229,12 @@ std::vector<PamLine> ParsePam(const std::string& text) {
     return lines;
 }
 
+bool IsMasked(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
+}
+
 bool IsBackup(const std::string& name) {
     constexpr std::array<const char*, 10> kEndings = {".bak",   ".orig", ".old",  ".save", ".rpm",
                                                       ".dpkg-", ".ucf-", ".pam-", ".pac",  ".aug"};
@@ -247,8 +256,8 @@ int LongestJump(const std::string& control) {
 
 PamFiles ReadPamFiles(const std::string& root) {
     PamFiles files;
-    ReadFolder(root + kPamFolder, files);
-    for (const char* const folder : kVendorFolders) ReadFolder(root + folder, files);
+    ReadFolder(root, kPamFolder, files);
+    for (const char* const folder : kVendorFolders) ReadFolder(root, folder, files);
     const PamFiles services = files;
     for (const auto& [name, text] : services) ReadIncluded(root, text, files);
     return files;

@@ -62,6 +62,9 @@ std::string IncludedName(const std::string& module);
 inline std::string PathOf(const std::string& name) { return std::string(kPamFolder) + '/' + name; }
 // What editors and package managers leave beside a file: nobody logs in through it, and it has to stay what it is.
 bool IsBackup(const std::string& name);
+// Leads to a device or the like ("/etc/pam.d/x -> /dev/null"): no rules for libpam, which does not look for a vendor's file
+// then. The service has those of "other".
+bool IsMasked(const std::string& path);
 // Not a file elsewhere.
 inline bool IsService(const std::string& name) { return name.find('/') == std::string::npos; }
 

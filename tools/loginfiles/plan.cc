@@ -174,6 +174,21 @@ Plan EnablingPlan(const Journal& journal, const ProviderModules& provider, const
     return {Name(whole ? mechanism : Mechanism::Plain), changes.Take()};
 }
 
+// Of the files that only lose lines, which may be copies of ours: nothing but the journal knew.
+void NoteHidden(Plan& plan) {
+    for (const Change& change : plan.changes) {
+        const std::string name = change.path.substr(change.path.rfind('/') + 1);
+        const bool isService = FolderOf(change.path) == kPamFolder && change.after.kind == FileState::Kind::Regular;
+        for (const char* const folder : kVendorFolders) {
+            const std::string vendors = std::string(folder) + '/' + name;
+            if (!isService || access(vendors.c_str(), F_OK) != 0) continue;
+            plan.notes.push_back("'" + change.path + "' goes on hiding the vendor's '" + vendors +
+                                 "': remove it unless it is a file of your own");
+            break;
+        }
+    }
+}
+
 // What has to go, wherever it came from.
 Plan DisablingPlan(const Journal& journal, const ProviderModules& provider, const std::vector<std::string>& services) {
     const Mechanism mechanism = HostMechanism();
@@ -191,6 +206,7 @@ Plan DisablingPlan(const Journal& journal, const ProviderModules& provider, cons
     if (unused) EditNsswitch(provider, false, changes);
     Plan plan = {Name(mechanism), changes.Take()};
     if (!unused) plan.notes.emplace_back("other services still have the module, so the name services stay");
+    NoteHidden(plan);
     return plan;
 }
 

@@ -149,7 +149,11 @@ class Trial {
     }
     std::string Write(const PamFiles& files, const Answers& answers);
     Failures Ask(const std::string& question, const std::vector<std::string>& words) const;
-    Failures Ask(const std::string& question, const PamFiles& files, const Answers& answers);
+    Failures Ask(const std::string& question, const PamFiles& files, const Answers& answers) {
+        return Ask(question, files, answers, _services);
+    }
+    Failures Ask(const std::string& question, const PamFiles& files, const Answers& answers,
+                 const std::vector<std::string>& services);
     void LoadModules() const;
     void Open();
     bool IsExcused(const std::string& service, const std::string& step, bool failedBefore) const;
@@ -157,8 +161,8 @@ class Trial {
     bool AllRefuse(const Failures& failures) const;
     [[noreturn]] void RefuseLocalOnly(const std::string& who, const std::string& step, const std::string& where,
                                       const std::string& service) const;
-    std::string FileForLocalUsersOnly(const std::string& service) const;
-    bool LetsADirectoryUserIn(const Failures& failures) const;
+    std::string FileForLocalUsersOnly(const std::string& service, const std::string& step) const;
+    bool LetsADirectoryUserIn();
     void MustEnter(const std::string& who, const Answers& answers);
     void DirectoryUserMustEnter();
     void MustNotEnter(const std::string& who, const Answers& answers);
@@ -208,9 +212,10 @@ Trial::Failures Trial::Ask(const std::string& question, const std::vector<std::s
     return failures;
 }
 
-Trial::Failures Trial::Ask(const std::string& question, const PamFiles& files, const Answers& answers) {
+Trial::Failures Trial::Ask(const std::string& question, const PamFiles& files, const Answers& answers,
+                           const std::vector<std::string>& services) {
     std::vector<std::string> words = {Write(files, answers)};
-    words.insert(words.end(), _services.begin(), _services.end());
+    words.insert(words.end(), services.begin(), services.end());
     return Ask(question, words);
 }
 
@@ -264,9 +269,9 @@ void Trial::MustEnter(const std::string& who, const Answers& answers) {
 }
 
 // The file whose rule keeps directory users out; a service without rules of a type has those of "other".
-std::string Trial::FileForLocalUsersOnly(const std::string& service) const {
+std::string Trial::FileForLocalUsersOnly(const std::string& service, const std::string& step) const {
     for (const std::string& name : {service, std::string("other")}) {
-        for (const std::string& type : TypesOf(kLogIn)) {
+        for (const std::string& type : TypesOf(step)) {
             for (const EffectiveRule& rule : EffectiveStack(_candidate.after, name, type)) {
                 if (IsForLocalUsersOnly(rule.line)) return rule.file;
             }
@@ -277,7 +282,7 @@ std::string Trial::FileForLocalUsersOnly(const std::string& service) const {
 
 void Trial::RefuseLocalOnly(const std::string& who, const std::string& step, const std::string& where,
                             const std::string& service) const {
-    const std::string file = FileForLocalUsersOnly(service);
+    const std::string file = FileForLocalUsersOnly(service, step);
     throw LoginsError(
         LoginsError::Kind::Refused,
         who + " could not " + step + " through " + where + ": pam_localuser.so in '" + file +
@@ -285,13 +290,17 @@ void Trial::RefuseLocalOnly(const std::string& who, const std::string& step, con
         std::string(IsNamed(service) ? "leave that service out, or " : "") + "take that rule out of '" + file + "'");
 }
 
-bool Trial::LetsADirectoryUserIn(const Failures& failures) const {
-    const std::string& module = _provider.pamModule;
-    const auto hadModule = [&](const auto& file) { return HasPamModule(file.second, module); };
-    if (std::any_of(_candidate.before.begin(), _candidate.before.end(), hadModule)) return true;  // the rest as ever
-    return std::any_of(_services.begin(), _services.end(), [&](const std::string& service) {
-        return Uses(_candidate.after, service, "auth", module) && !failures.contains(service + '\t' + kLogIn);
-    });
+// Also through a service that had the module before.
+bool Trial::LetsADirectoryUserIn() {
+    std::vector<std::string> services;
+    for (const auto& [name, text] : _candidate.after) {
+        const bool mayLetIn = IsService(name) && Uses(_candidate.after, name, "auth", _provider.pamModule);
+        if (mayLetIn) services.push_back(name);
+    }
+    const Answers answers = DirectoryUser(_provider, true, Others::Agree);
+    const Failures failures = Ask("enter", _candidate.after, answers, services);
+    return std::any_of(services.begin(), services.end(),
+                       [&](const std::string& service) { return !failures.contains(service + '\t' + kLogIn); });
 }
 
 // An administrator's own rule may keep the directory's users out of a service, but not of all: nobody wants the logins
@@ -310,7 +319,7 @@ void Trial::DirectoryUserMustEnter() {
         if (IsNamed(service)) RefuseLocalOnly(who, step, "'" + service + "'", service);
         if (shut.empty() && step == kLogIn) shut = service;
     }
-    if (!shut.empty() && !LetsADirectoryUserIn(after)) RefuseLocalOnly(who, kLogIn, "any service", shut);
+    if (!shut.empty() && !LetsADirectoryUserIn()) RefuseLocalOnly(who, kLogIn, "any service", shut);
 }
 
 bool Trial::AllRefuse(const Failures& failures) const {

@@ -145,6 +145,21 @@ TEST_F(PlainHostTest, CopyOfAVendorsFileGivesWayToWhatTheVendorHasByThen) {
     fs::remove(vendors);
 }
 
+// That is not known to be a copy where the way back is not exact.
+TEST_F(PlainHostTest, CopyThatGoesOnHidingAVendorsFileIsTold) {
+    fs::create_directories("/usr/lib/pam.d");
+    WriteFile("/usr/lib/pam.d/vendors", "auth required pam_unix.so\n@include common-account\n");
+    Enable();
+    fs::remove_all("/var/lib/nimbrel/logins");
+    EXPECT_THAT(
+        Done({"logins", "disable", "--confirm-within", "0"}),
+        HasSubstr("'/etc/pam.d/vendors' goes on hiding the vendor's '/usr/lib/pam.d/vendors': remove it unless"));
+    EXPECT_EQ(ReadFile("/usr/lib/pam.d/vendors"), ReadFile("/etc/pam.d/vendors"));
+    fs::remove("/etc/pam.d/vendors");
+    fs::remove("/usr/lib/pam.d/vendors");
+    ExpectUntouched();
+}
+
 // A service that is still there would not find what it includes: then the lines alone go.
 TEST_F(PlainHostTest, CopyOfAVendorsFileStaysWhereAServiceStillIncludesIt) {
     const std::string vendors = "/usr/lib/pam.d/vendors";
@@ -165,11 +180,15 @@ TEST_F(PlainHostTest, CopyOfAVendorsFileStaysWhereAServiceStillIncludesIt) {
 TEST_F(PlainHostTest, LinkToNothingIsNoHindrance) {
     fs::create_symlink("/dev/null", "/etc/pam.d/masked");
     fs::create_directories("/usr/lib/pam.d");
-    WriteFile("/usr/lib/pam.d/masked", "auth required pam_deny.so\n");
+    WriteFile("/usr/lib/pam.d/masked", "auth required pam_unix.so\n");
+    EXPECT_FALSE(logins::ReadPamFiles().contains("masked"));
     EXPECT_EQ(logins::ReadPamFiles(), logins::FilesAfter({}));
+    EXPECT_THAT(Refused({"logins", "enable", "--services", "masked"}), HasSubstr("'masked'"));
     Enable();
     EXPECT_THAT(Done({"logins", "enable"}), HasLine("changed: no"));
+    fs::remove_all("/var/lib/nimbrel/logins");  // so that the lines alone go
     Disable();
+    EXPECT_TRUE(fs::is_symlink("/etc/pam.d/masked"));
     fs::remove("/usr/lib/pam.d/masked");
     fs::remove("/etc/pam.d/masked");
 }

@@ -165,8 +165,33 @@ TEST_F(TrialTest, HostForLocalUsersOnlyIsRefused) {
     PamFiles one = shared;
     one["gate"] = auth + kAccount;
     EXPECT_EQ("", refusal(one, "")) << "one is enough";
+    PamFiles before = shared;
+    before["system-auth"] = Without(kModule, auth + account);
+    before["gate"] = one["gate"];
+    EXPECT_EQ("", Refusal(kModule, {before, one, true, {}})) << "nor need it be a service that changes";
     one["gate"] = auth + account;
-    EXPECT_EQ("", refusal(one, std::string("session optional ") + kModule + '\n')) << "it had been on before";
+    EXPECT_NE("", refusal(one, std::string("session optional ") + kModule + '\n')) << "nobody got in by that rule";
+    PamFiles card = split;
+    card["card"] = std::string("auth required ") + kModule + "\n@include common-account\n";
+    before = card;
+    before["common-auth"] = Without(kModule, auth);
+    EXPECT_NE("", Refusal(kModule, {before, card, true, {}})) << "nor by that service";
+}
+
+TEST_F(TrialTest, RuleForLocalUsersOnlyIsToldWhereItStands) {
+    const std::string module = kModule;
+    const PamFiles after = {{"door", "auth sufficient pam_unix.so\nauth sufficient " + module +
+                                         "\nauth required pam_deny.so\naccount required pam_permit.so\n"
+                                         "password include secrets\n"},
+                            {"secrets",
+                             "password requisite pam_localuser.so\npassword sufficient pam_unix.so\n"
+                             "password sufficient " +
+                                 module + "\npassword required pam_deny.so\n"},
+                            {"other", std::string("auth required pam_localuser.so\n") + kNobody}};
+    PamFiles before = after;
+    for (auto& [name, text] : before) text = Without(kModule, text);
+    EXPECT_THAT(Refusal(kModule, {before, after, true, {"door"}}),
+                HasSubstr("could not change the password through 'door': pam_localuser.so in 'secrets' lets"));
 }
 
 TEST_F(TrialTest, NamedServiceHasToLetUsersInIfItAsksForPasswords) {
