@@ -9,7 +9,7 @@
 #                 configuration files lie at their real absolute paths
 #   ROOT_OPTIONS  further options for scripts/private-root
 #   OWN_FLAGS     the program gets compiler flags of its own, and so cannot use the precompiled header; it is compiled as
-#                 the preset says, others without optimisation
+#                 the preset says, others without optimisation with every preset
 #
 # Build trees are shown at their own path inside a private root.
 function(nimauth_add_test name)

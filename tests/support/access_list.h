@@ -13,8 +13,8 @@
 
 namespace nimbrel::testing {
 
-// Gives user 1000 these rights (4 to read, 2 to write, 1 to search) besides those of the mode, whose group has none. False
-// if the file system has no such lists.
+// Gives a user these rights (4 to read, 2 to write, 1 to search) besides those of the mode, whose group has none. False
+// if the file system has no such lists. The user stands for any: a number that every user namespace has.
 inline bool PutOnAccessList(const std::string& path, std::uint16_t rights) {
     struct Entry {
         std::uint16_t tag, rights;
@@ -26,7 +26,7 @@ inline bool PutOnAccessList(const std::string& path, std::uint16_t rights) {
     const struct {
         std::uint32_t version;
         Entry entries[5];
-    } list = {2, {{0x01, owner, ~0U}, {0x02, rights, 1000}, {0x04, 0, ~0U}, {0x10, rights, ~0U}, {0x20, 0, ~0U}}};
+    } list = {2, {{0x01, owner, ~0U}, {0x02, rights, 0}, {0x04, 0, ~0U}, {0x10, rights, ~0U}, {0x20, 0, ~0U}}};
     const bool listed = setxattr(path.c_str(), "system.posix_acl_access", &list, sizeof list, 0) == 0;
     const int error = errno;
     EXPECT_TRUE(listed || error == ENOTSUP) << error;
