@@ -24,8 +24,20 @@ struct Frame {
     std::string_view after;
 };
 
-// Calls `visit` for the texts of `length` symbols and all shorter ones, the empty one included, until it returns false.
-// Returns the number of calls.
+// How many texts there are of that many symbols at most.
+constexpr std::size_t CountTexts(std::size_t symbols, std::size_t length) {
+    return length == 0 ? 1 : 1 + symbols * CountTexts(symbols, length - 1);
+}
+
+// How far a text was read; nothing behind that place can matter.
+struct Visited {
+    bool goOn;
+    std::size_t readUpTo = std::string::npos;
+};
+
+// Calls `visit` for the texts of `length` symbols and all shorter ones, the empty one included, until it says not to go on.
+// A text whose last two symbols were not read stands for all that begin with it: they would be refused at the same place.
+// Returns the number of texts, those stood for included.
 class AllTexts {
  public:
     AllTexts(const Symbols& symbols, Frame frame) : _symbols(symbols), _frame(frame), _text(frame.before) {}
@@ -33,21 +45,29 @@ class AllTexts {
     template <typename Visitor>
     std::size_t Visit(std::size_t length, Visitor visit) {
         _count = 0;
-        VisitFrom(length, visit);
+        VisitFrom(length, visit, {});
         return _count;
     }
 
  private:
+    // Where the last symbols begin; 0 for one that is not there.
+    struct Last {
+        std::size_t two = 0;
+        std::size_t one = 0;
+    };
+
     template <typename Visitor>
-    bool VisitFrom(std::size_t length, Visitor& visit) {
+    bool VisitFrom(std::size_t length, Visitor& visit, Last last) {
         const std::size_t size = _text.size();
         _text += _frame.after;
-        ++_count;
-        bool goOn = visit(_text);
+        const Visited visited = visit(_text);
         _text.resize(size);
-        for (std::size_t index = 0; goOn && length > 0 && index < _symbols.size(); ++index) {
+        const bool standsForMore = last.two != 0 && visited.readUpTo <= last.two;
+        _count += standsForMore ? CountTexts(_symbols.size(), length) : 1;
+        bool goOn = visited.goOn;
+        for (std::size_t index = 0; goOn && !standsForMore && length > 0 && index < _symbols.size(); ++index) {
             _text += _symbols[index];
-            goOn = VisitFrom(length - 1, visit);
+            goOn = VisitFrom(length - 1, visit, {last.one, size});
             _text.resize(size);
         }
         return goOn;
@@ -58,11 +78,6 @@ class AllTexts {
     std::string _text;
     std::size_t _count = 0;
 };
-
-// How many texts there are.
-constexpr std::size_t CountTexts(std::size_t symbols, std::size_t length) {
-    return length == 0 ? 1 : 1 + symbols * CountTexts(symbols, length - 1);
-}
 
 // A change to a stream before it is read.
 struct Setting {
@@ -129,9 +144,9 @@ class Agreement {
         const std::size_t count = AllTexts(symbols, frame).Visit(length, [&](const std::string& text) {
             const Outcome expected = OutcomeOf<Literal>(Source{text});
             for (const Source& source : Sources(text)) {
-                if (!Agrees(source, expected, OutcomeOf<Library>(source))) return false;
+                if (!Agrees(source, expected, OutcomeOf<Library>(source))) return Visited{false};
             }
-            return true;
+            return VisitedOf(expected);
         });
         EXPECT_EQ(count, CountTexts(symbols.size(), length));
     }
@@ -142,9 +157,9 @@ class Agreement {
             AllTexts(symbols, frame).Visit(length, [&](const std::string& text) {
                 for (const Source& source : {Source{text}, Source{text, 5}}) {
                     const Outcome expected = OutcomeOf<Literal>(source, setting.prepare);
-                    if (!Agrees(source, expected, OutcomeOf<Library>(source, setting.prepare))) return false;
+                    if (!Agrees(source, expected, OutcomeOf<Library>(source, setting.prepare))) return Visited{false};
                 }
-                return true;
+                return Visited{true};
             });
         }
     }
@@ -170,21 +185,26 @@ class Agreement {
             for (std::size_t place = 0; place <= text.size(); ++place) {
                 for (const std::size_t slice : {kNever, std::size_t{1}}) {
                     const Source source{text, slice, place};
-                    if (!Agrees(source, OutcomeOf<Literal>(source), OutcomeOf<Library>(source))) return false;
+                    if (!Agrees(source, OutcomeOf<Literal>(source), OutcomeOf<Library>(source))) return Visited{false};
                 }
             }
-            return true;
+            return Visited{true};
         });
     }
 
     static void OnText(const Symbols& symbols, std::size_t length, Frame frame = {}) {
         AllTexts(symbols, frame).Visit(length, [&](const std::string& text) {
             const Source source{text};
-            return Agrees(source, OutcomeOf<Literal>(source), OutcomeOf<Library>(source));
+            const Outcome expected = OutcomeOf<Literal>(source);
+            return Agrees(source, expected, OutcomeOf<Library>(source)) ? VisitedOf(expected) : Visited{false};
         });
     }
 
  private:
+    static Visited VisitedOf(const Outcome& outcome) {
+        return {true, outcome.error.empty() ? std::string::npos : outcome.position};
+    }
+
     static std::array<Source, 5> Sources(const std::string& text) {
         return {Source{text}, Source{text, kNever, kNever, false}, Source{text, 1}, Source{text, 2}, Source{text, 7}};
     }

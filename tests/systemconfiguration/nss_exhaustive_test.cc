@@ -18,8 +18,9 @@ const Frame kFrames[] = {{"passwd: ", "\nhosts: files x\n"},
 
 class NssExhaustiveFrom : public ::testing::TestWithParam<std::string_view> {};
 
-TEST_P(NssExhaustiveFrom, EveryTextInSlices) {
-    NssAgreement::OnSlices(kSymbols, EXHAUSTIVE_LENGTH - 1, {GetParam(), ""});
+TEST_P(NssExhaustiveFrom, EveryTextAndShorterOnesInSlices) {
+    NssAgreement::OnSlices(kSymbols, EXHAUSTIVE_LENGTH - 2, {GetParam(), ""});
+    NssAgreement::OnText(kSymbols, EXHAUSTIVE_LENGTH - 1, {GetParam(), ""});
 }
 
 INSTANTIATE_TEST_SUITE_P(EverySymbol, NssExhaustiveFrom, ::testing::ValuesIn(kSymbols));

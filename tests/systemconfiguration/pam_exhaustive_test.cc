@@ -19,8 +19,9 @@ const Frame kFrames[] = {{"auth required m p\n", "\naccount include x y\n"},
 
 class PamExhaustiveFrom : public ::testing::TestWithParam<std::string_view> {};
 
-TEST_P(PamExhaustiveFrom, EveryTextInSlices) {
-    PamAgreement::OnSlices(kSymbols, EXHAUSTIVE_LENGTH - 1, {GetParam(), ""});
+TEST_P(PamExhaustiveFrom, EveryTextAndShorterOnesInSlices) {
+    PamAgreement::OnSlices(kSymbols, EXHAUSTIVE_LENGTH - 2, {GetParam(), ""});
+    PamAgreement::OnText(kSymbols, EXHAUSTIVE_LENGTH - 1, {GetParam(), ""});
 }
 
 INSTANTIATE_TEST_SUITE_P(EverySymbol, PamExhaustiveFrom, ::testing::ValuesIn(kSymbols));
