@@ -85,7 +85,7 @@ TEST(WriterAgreement, EveryShortPolicy) {
     const Symbols symbols = {"auth", "account", "required", "[", "]", " ", "\n", "x"};
     AllTexts(symbols, {"session optional m ", "\nauth required m"}).Visit(4, [](const std::string& text) {
         PamPair(text).ExpectSameOutput(kNever, LeaveAsItIs);
-        return !::testing::Test::HasFailure();
+        return Visited{!::testing::Test::HasFailure()};
     });
 }
 
@@ -93,7 +93,7 @@ TEST(WriterAgreement, EveryShortConfiguration) {
     const Symbols symbols = {"passwd:", "files", "[", "]", " ", "\n", "x"};
     AllTexts(symbols, {"hosts: files ", "\npasswd: y  "}).Visit(4, [](const std::string& text) {
         NssPair(text).ExpectSameOutput(kNever, LeaveAsItIs);
-        return !::testing::Test::HasFailure();
+        return Visited{!::testing::Test::HasFailure()};
     });
 }
 
