@@ -198,10 +198,9 @@ TEST_F(ApxClientLists, RevokedAuthorityIsNotTrustedForItself) {
     EXPECT_EQ(Ask(good), 0U);
 }
 
-// Larger than the configuration's other files may be.
-TEST_F(ApxClientLists, ListOfYearsIsRead) {
-    Publish(MakeRevocationList(authority, std::vector<Certificate>(40000, stolen)));
-    ASSERT_GT(std::filesystem::file_size("/etc/nimbrel/apxd/crl.pem"), 1024U * 1024U);
+// Larger than the configuration's other files may be, as lists of years are. Text in front of a list says nothing.
+TEST_F(ApxClientLists, LargeListIsRead) {
+    Publish(std::string(2U << 20U, '#') + '\n' + MakeRevocationList(authority, {stolen}));
     const Service service;
     EXPECT_EQ(Ask(stolen), 5U);
     EXPECT_EQ(Ask(good), 0U);
