@@ -1,175 +1,180 @@
 #include "services/apxd/revocation_lists.h"
 
-#include <gnutls/gnutls.h>
+#include <openssl/asn1.h>
+#include <openssl/err.h>
+#include <openssl/objects.h>
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
 
 #include <algorithm>
 #include <memory>
 #include <new>
-#include <string_view>
-#include <type_traits>
+#include <utility>
 #include <vector>
 
-#include "services/apxd/datum.h"
+// GnuTLS takes minutes for a list of some megabytes whose entries have reasons; libcrypto a part of a second.
 
 namespace nimbrel::apxd {
 namespace {
 
-constexpr std::size_t kLargestSerial = 128;  // RFC 5280 allows 20 bytes
-
-std::string_view View(const gnutls_datum_t& datum) { return {reinterpret_cast<const char*>(datum.data), datum.size}; }
-
 struct Free {
-    void operator()(gnutls_x509_crt_t certificate) const { gnutls_x509_crt_deinit(certificate); }
-    void operator()(gnutls_x509_crl_t list) const { gnutls_x509_crl_deinit(list); }
-    void operator()(gnutls_x509_crl_iter_t iterator) const { gnutls_x509_crl_iter_deinit(iterator); }
-    void operator()(unsigned char* bytes) const { gnutls_free(bytes); }
+    void operator()(BIO* memory) const { BIO_free(memory); }
+    void operator()(X509* certificate) const { X509_free(certificate); }
+    void operator()(X509_CRL* list) const { X509_CRL_free(list); }
 };
-template <class Handle>
-using Owned = std::unique_ptr<std::remove_pointer_t<Handle>, Free>;
+template <class Object>
+using Owned = std::unique_ptr<Object, Free>;
+using Certificates = std::vector<Owned<X509>>;
 
-// Takes over what a function of the library has allocated.
-template <class Handle>
-std::vector<Owned<Handle>> Taken(Handle* handles, unsigned count) {
-    const std::unique_ptr<Handle, decltype(gnutls_free)> array(handles, gnutls_free);
-    std::vector<Owned<Handle>> owned(count);
-    for (unsigned index = 0; index < count; ++index) owned[index].reset(handles[index]);
-    return owned;
+Owned<BIO> Reading(const std::string& text) {
+    Owned<BIO> memory(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+    if (!memory) throw std::bad_alloc();
+    return memory;
 }
 
-void Require(int result) {
-    if (result == GNUTLS_E_MEMORY_ERROR) throw std::bad_alloc();
-    if (result < 0) throw RevocationListError(gnutls_strerror(result));
-}
-
-std::vector<Owned<gnutls_x509_crl_t>> ListsIn(const std::string& text) {
-    const gnutls_datum_t pem = Datum(text);
-    gnutls_x509_crl_t* lists = nullptr;
-    unsigned count = 0;
-    const int result = gnutls_x509_crl_list_import2(&lists, &count, &pem, GNUTLS_X509_FMT_PEM, 0);
-    if (result == GNUTLS_E_NO_CERTIFICATE_FOUND || result == GNUTLS_E_BASE64_DECODING_ERROR) {
-        throw RevocationListError("holds no list of revoked certificates");
+// What `read` takes from the text, one after the other. Null ends it: there is no more, or what comes is damaged.
+template <class Object>
+std::vector<Owned<Object>> AllIn(const std::string& text, Object* (*read)(BIO*, Object**, pem_password_cb*, void*)) {
+    const Owned<BIO> memory = Reading(text);
+    std::vector<Owned<Object>> all;
+    ERR_clear_error();
+    while (Owned<Object> one{read(memory.get(), nullptr, nullptr, nullptr)}) all.push_back(std::move(one));
+    const unsigned long error = ERR_peek_last_error();
+    ERR_clear_error();
+    if (ERR_GET_REASON(error) == ERR_R_MALLOC_FAILURE) throw std::bad_alloc();
+    if (ERR_GET_LIB(error) != ERR_LIB_PEM || ERR_GET_REASON(error) != PEM_R_NO_START_LINE) {
+        throw RevocationListError("holds something that cannot be read");
     }
-    Require(result);
-    return Taken(lists, count);
+    return all;
 }
 
-std::vector<Owned<gnutls_x509_crt_t>> CertificatesIn(const std::string& text) {
-    const gnutls_datum_t pem = Datum(text);
-    gnutls_x509_crt_t* certificates = nullptr;
-    unsigned count = 0;
-    Require(gnutls_x509_crt_list_import2(&certificates, &count, &pem, GNUTLS_X509_FMT_PEM, 0));
-    return Taken(certificates, count);
+bool MaySignLists(X509* authority) { return (X509_get_key_usage(authority) & KU_CRL_SIGN) != 0; }
+
+// Whom a digest that is broken might let sign.
+bool IsDigestGood(const X509_CRL* list) {
+    int digest = NID_undef;
+    if (OBJ_find_sigid_algs(X509_CRL_get_signature_nid(list), &digest, nullptr) != 1) return false;
+    return digest != NID_md2 && digest != NID_md4 && digest != NID_md5 && digest != NID_sha1;
 }
 
-// Whenever it was made: time is looked at when a client shows its certificate.
-bool IsSignedBy(gnutls_x509_crl_t list, gnutls_x509_crt_t authority) {
-    unsigned status = 0;
-    const int result = gnutls_x509_crl_verify(list, &authority, 1, GNUTLS_VERIFY_DISABLE_TIME_CHECKS, &status);
-    // Versions of the library that check the times all the same add the general fault to these.
-    constexpr unsigned kTimes = GNUTLS_CERT_REVOCATION_DATA_SUPERSEDED | GNUTLS_CERT_REVOCATION_DATA_ISSUED_IN_FUTURE;
-    const unsigned faults = (status & kTimes) == 0 ? status : status & ~(kTimes | GNUTLS_CERT_INVALID);
-    return result >= 0 && faults == 0;
-}
-
-// Each by itself: of several of one name, as an authority has that was renewed with another key, the library looks at the
-// first.
-bool IsSignedByOne(gnutls_x509_crl_t list, const std::vector<Owned<gnutls_x509_crt_t>>& authorities) {
-    return std::any_of(authorities.begin(), authorities.end(),
-                       [list](const auto& authority) { return IsSignedBy(list, authority.get()); });
+// Each by itself: an authority that was renewed with another key stands there twice.
+bool IsSignedByOne(X509_CRL* list, const Certificates& authorities) {
+    const bool isSigned = std::any_of(authorities.begin(), authorities.end(), [list](const auto& authority) {
+        return X509_NAME_cmp(X509_CRL_get_issuer(list), X509_get_subject_name(authority.get())) == 0 &&
+               MaySignLists(authority.get()) && X509_CRL_verify(list, X509_get0_pubkey(authority.get())) == 1;
+    });
+    ERR_clear_error();
+    return isSigned && IsDigestGood(list);
 }
 
 // A list with a critical extension that is not understood tells nothing (RFC 5280, section 5.2). Those that there are
 // make it one of a part: of what has changed, of some kinds of certificates, of other authorities' certificates.
-void RequireWhole(gnutls_x509_crl_t list) {
-    for (unsigned index = 0;; ++index) {
-        char identifier[128];
-        std::size_t size = sizeof identifier;
-        unsigned isCritical = 0;
-        const int result = gnutls_x509_crl_get_extension_info(list, index, identifier, &size, &isCritical);
-        if (result == GNUTLS_E_REQUESTED_DATA_NOT_AVAILABLE) return;
-        Require(result);
-        if (isCritical != 0) {
-            throw RevocationListError("holds a list of a part of the revoked certificates (critical extension " +
-                                      std::string(identifier) + "): a whole one is needed");
-        }
+void RequireWhole(const X509_CRL* list) {
+    for (int index = 0; index < X509_CRL_get_ext_count(list); ++index) {
+        X509_EXTENSION* const extension = X509_CRL_get_ext(list, index);
+        if (X509_EXTENSION_get_critical(extension) == 0) continue;
+        char identifier[128] = {};
+        OBJ_obj2txt(identifier, sizeof identifier, X509_EXTENSION_get_object(extension), 1);
+        throw RevocationListError("holds a list of a part of the revoked certificates (critical extension " +
+                                  std::string(identifier) + "): a whole one is needed");
     }
 }
 
-std::string KeyOf(std::string_view issuer, std::string_view serial) {
-    return std::to_string(issuer.size()).append(1, ' ').append(issuer).append(serial);
+// Of a certificate: the issuer's name, as it stands there, and its serial number.
+std::string KeyOf(const X509_NAME* issuer, const ASN1_INTEGER* serial) {
+    const unsigned char* name = nullptr;
+    std::size_t size = 0;
+    if (X509_NAME_get0_der(issuer, &name, &size) != 1) throw std::bad_alloc();
+    std::string key = std::to_string(size).append(1, ' ').append(reinterpret_cast<const char*>(name), size);
+    key += ASN1_STRING_type(serial) == V_ASN1_NEG_INTEGER ? '-' : '+';
+    return key.append(reinterpret_cast<const char*>(ASN1_STRING_get0_data(serial)),
+                      static_cast<std::size_t>(ASN1_STRING_length(serial)));
 }
 
-std::string IssuerOf(gnutls_x509_crl_t list) {
-    gnutls_datum_t name = {};
-    Require(gnutls_x509_crl_get_raw_issuer_dn(list, &name));
-    const Owned<unsigned char*> owned(name.data);
-    return std::string(View(name));
+std::string KeyOf(const X509* certificate) {
+    return KeyOf(X509_get_issuer_name(certificate), X509_get0_serialNumber(certificate));
 }
 
-void TakeEntries(gnutls_x509_crl_t list, std::set<std::string>& revoked) {
-    const std::string issuer = IssuerOf(list);
-    gnutls_x509_crl_iter_t iterator = nullptr;
-    Owned<gnutls_x509_crl_iter_t> owned;
-    for (;;) {
-        unsigned char serial[kLargestSerial];
-        std::size_t size = sizeof serial;
-        std::time_t since = 0;
-        const int result = gnutls_x509_crl_iter_crt_serial(list, &iterator, serial, &size, &since);
-        if (!owned) owned.reset(iterator);
-        if (result == GNUTLS_E_REQUESTED_DATA_NOT_AVAILABLE) return;
-        Require(result);
-        revoked.insert(KeyOf(issuer, {reinterpret_cast<const char*>(serial), size}));
+void TakeEntries(X509_CRL* list, std::set<std::string>& revoked) {
+    const STACK_OF(X509_REVOKED)* const entries = X509_CRL_get_REVOKED(list);
+    for (int index = 0; index < sk_X509_REVOKED_num(entries); ++index) {
+        const X509_REVOKED* const entry = sk_X509_REVOKED_value(entries, index);
+        revoked.insert(KeyOf(X509_CRL_get_issuer(list), X509_REVOKED_get0_serialNumber(entry)));
     }
+}
+
+// The last moment for which the list is good.
+std::time_t EndOf(const X509_CRL* list) {
+    const ASN1_TIME* const next = X509_CRL_get0_nextUpdate(list);
+    if (next == nullptr) return std::numeric_limits<std::time_t>::max();
+    std::tm time = {};
+    if (ASN1_TIME_to_tm(next, &time) != 1) throw RevocationListError("holds a list with a time that cannot be read");
+    return timegm(&time);
+}
+
+// Whether one of them has signed the certificate; one that has signed itself counts as its own signer.
+bool HasSigner(X509* certificate, const Certificates& others) {
+    const bool has = std::any_of(others.begin(), others.end(), [certificate](const auto& other) {
+        return X509_NAME_cmp(X509_get_issuer_name(certificate), X509_get_subject_name(other.get())) == 0 &&
+               X509_verify(certificate, X509_get0_pubkey(other.get())) == 1;
+    });
+    ERR_clear_error();
+    return has;
+}
+
+std::string PemOf(X509* certificate) {
+    const Owned<BIO> memory(BIO_new(BIO_s_mem()));
+    if (!memory || PEM_write_bio_X509(memory.get(), certificate) != 1) throw std::bad_alloc();
+    char* text = nullptr;
+    const long size = BIO_get_mem_data(memory.get(), &text);
+    return {text, static_cast<std::size_t>(size)};
 }
 
 }  // namespace
 
 RevocationLists RevocationLists::Read(const std::string& lists, const std::string& authorities) {
-    const auto signers = CertificatesIn(authorities);
+    const auto signers = AllIn(authorities, PEM_read_bio_X509);
     RevocationLists read;
-    for (const auto& list : ListsIn(lists)) {
+    const auto all = AllIn(lists, PEM_read_bio_X509_CRL);
+    if (all.empty()) throw RevocationListError("holds no list of revoked certificates");
+    for (const auto& list : all) {
         if (!IsSignedByOne(list.get(), signers)) {
             throw RevocationListError("holds a list that no authority of 'client-ca' has signed");
         }
         RequireWhole(list.get());
         TakeEntries(list.get(), read._revoked);
-        const std::time_t next = gnutls_x509_crl_get_next_update(list.get());
-        if (next != -1) read._lastUntil = std::min(read._lastUntil, next);
+        read._lastUntil = std::min(read._lastUntil, EndOf(list.get()));
     }
     return read;
 }
 
 std::string RevocationLists::LeftOf(const std::string& authorities) const {
-    std::string left;
-    for (const auto& authority : CertificatesIn(authorities)) {
-        if (Hold(authority.get())) continue;
-        gnutls_datum_t pem = {};
-        Require(gnutls_x509_crt_export2(authority.get(), GNUTLS_X509_FMT_PEM, &pem));
-        const Owned<unsigned char*> owned(pem.data);
-        left += View(pem);
+    Certificates left;
+    Certificates gone;
+    for (auto& authority : AllIn(authorities, PEM_read_bio_X509)) {
+        (_revoked.contains(KeyOf(authority.get())) ? gone : left).push_back(std::move(authority));
     }
-    if (left.empty()) throw RevocationListError("holds every authority of 'client-ca'");
-    return left;
+    for (auto next = left.begin(); next != left.end();) {
+        next = std::find_if(left.begin(), left.end(), [&](const auto& authority) {
+            return HasSigner(authority.get(), gone) && !HasSigner(authority.get(), left);
+        });
+        if (next == left.end()) break;
+        gone.push_back(std::move(*next));
+        left.erase(next);
+        next = left.begin();
+    }
+    std::string text;
+    for (const auto& authority : left) text += PemOf(authority.get());
+    if (text.empty()) throw RevocationListError("holds every authority of 'client-ca'");
+    return text;
 }
 
 // What cannot be looked for is not good either.
 bool RevocationLists::Hold(const gnutls_datum_t& der) const {
-    gnutls_x509_crt_t certificate = nullptr;
-    Require(gnutls_x509_crt_init(&certificate));
-    const Owned<gnutls_x509_crt_t> owned(certificate);
-    return gnutls_x509_crt_import(certificate, &der, GNUTLS_X509_FMT_DER) < 0 || Hold(certificate);
-}
-
-bool RevocationLists::Hold(gnutls_x509_crt_t certificate) const {
-    gnutls_datum_t issuer = {};
-    unsigned char serial[kLargestSerial];
-    std::size_t size = sizeof serial;
-    if (gnutls_x509_crt_get_serial(certificate, serial, &size) < 0 ||
-        gnutls_x509_crt_get_raw_issuer_dn(certificate, &issuer) < 0) {
-        return true;
-    }
-    const Owned<unsigned char*> ownedName(issuer.data);
-    return _revoked.contains(KeyOf(View(issuer), {reinterpret_cast<const char*>(serial), size}));
+    const unsigned char* bytes = der.data;
+    const Owned<X509> certificate(d2i_X509(nullptr, &bytes, static_cast<long>(der.size)));
+    ERR_clear_error();
+    return !certificate || _revoked.contains(KeyOf(certificate.get()));
 }
 
 const char* RevocationLists::FaultOf(const gnutls_datum_t* chain, unsigned count, std::time_t now) const {

@@ -10,7 +10,7 @@
 #ifndef NIMBREL_APXD_REVOCATION_LISTS_H_
 #define NIMBREL_APXD_REVOCATION_LISTS_H_
 
-#include <gnutls/x509.h>
+#include <gnutls/gnutls.h>
 
 #include <ctime>
 #include <limits>
@@ -38,8 +38,9 @@ class RevocationLists {
 
     // One of them says that a newer one is to be had by now. One that does not say so is never out of date.
     bool AreOutdated(std::time_t now) const { return now > _lastUntil; }
-    // The authorities that no list holds, in PEM: those to trust. A client need not send an authority that is trusted for
-    // itself, and then `FaultOf` does not see it. Throws `RevocationListError` if none is left.
+    // The authorities that no list holds, nor any that these alone have signed, in PEM: those to trust. A client need not
+    // send an authority that is trusted for itself, and then `FaultOf` does not see it. Throws `RevocationListError` if none
+    // is left.
     std::string LeftOf(const std::string& authorities) const;
     // Why a client with this chain, as it has sent it (DER), is refused; null if it is not. The authorities on the way are
     // looked for, too.
@@ -47,7 +48,6 @@ class RevocationLists {
 
  private:
     bool Hold(const gnutls_datum_t& der) const;
-    bool Hold(gnutls_x509_crt_t certificate) const;
 
     std::set<std::string> _revoked;  // issuer's name and serial number
     std::time_t _lastUntil = std::numeric_limits<std::time_t>::max();

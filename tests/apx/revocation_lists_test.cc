@@ -12,6 +12,7 @@ namespace nimbrel::apxd::test {
 namespace {
 
 using testing::Certificate;
+using testing::Extensions;
 using testing::MakeCertificate;
 using testing::MakeRevocationList;
 
@@ -107,6 +108,11 @@ TEST_F(ApxdRevocationLists, RevokedAuthorityIsNotTrusted) {
     const auto lists = RevocationLists::Read(MakeRevocationList(authority, {site}), all);
     EXPECT_EQ(lists.LeftOf(all), authority.pem + other.pem);
     EXPECT_THROW(lists.LeftOf(site.pem), RevocationListError);
+    // Nor are those that it alone has signed.
+    const Extensions mayIssue = {{"basicConstraints", "CA:TRUE"}};
+    const Certificate below = MakeCertificate("below", &site, -3600, 86400, mayIssue);
+    const Certificate furtherBelow = MakeCertificate("further", &below, -3600, 86400, mayIssue);
+    EXPECT_EQ(lists.LeftOf(furtherBelow.pem + below.pem + all), authority.pem + other.pem);
 }
 
 TEST_F(ApxdRevocationLists, AuthorityMayHaveTwoKeys) {
@@ -120,8 +126,22 @@ TEST_F(ApxdRevocationLists, AuthorityMayHaveTwoKeys) {
 
 TEST_F(ApxdRevocationLists, ListOfAPartIsRefused) {
     EXPECT_EQ(
-        ErrorOf(MakeRevocationList(authority, {first}, -3600, 86400, true)),
+        ErrorOf(MakeRevocationList(authority, {first}, -3600, 86400, {.isDelta = true})),
         "holds a list of a part of the revoked certificates (critical extension 2.5.29.27): a whole one is needed");
+}
+
+// As authorities of years have them, with a reason for each.
+TEST_F(ApxdRevocationLists, LargeListIsRead) {
+    const std::string list = MakeRevocationList(authority, {first}, -3600, 86400, {.times = 40'000});
+    EXPECT_GT(list.size(), 2'000'000U);
+    EXPECT_TRUE(Holds(RevocationLists::Read(list, authority.pem), first));
+}
+
+TEST_F(ApxdRevocationLists, DamageIsTold) {
+    std::string list = MakeRevocationList(authority, {first});
+    list.insert(list.size() / 2, "!");
+    EXPECT_EQ(ErrorOf(list), "holds something that cannot be read");
+    EXPECT_EQ(ErrorOf(MakeRevocationList(authority, {}) + list), "holds something that cannot be read");
 }
 
 TEST_F(ApxdRevocationLists, CertificateThatCannotBeReadIsNotGood) {
@@ -139,6 +159,15 @@ TEST_F(ApxdRevocationLists, OfSomebodyElseAreRefused) {
         const std::string list = MakeRevocationList(MakeCertificate("clients"), {first}, -7200, next);
         EXPECT_EQ(ErrorOf(list), unsignedByIt) << "of the same name";
     }
+}
+
+TEST_F(ApxdRevocationLists, SignatureThatProvesNothingIsRefused) {
+    const std::string unsignedByIt = "holds a list that no authority of 'client-ca' has signed";
+    EXPECT_EQ(ErrorOf(MakeRevocationList(authority, {first}, -3600, 86400, {.digest = "SHA1"})), unsignedByIt);
+    const Certificate issuesOnly = MakeCertificate("clients", nullptr, -3600, 86400, {{"keyUsage", "keyCertSign"}});
+    EXPECT_THROW(RevocationLists::Read(MakeRevocationList(issuesOnly, {first}), issuesOnly.pem), RevocationListError);
+    const Certificate signsLists = MakeCertificate("clients", nullptr, -3600, 86400, {{"keyUsage", "cRLSign"}});
+    EXPECT_TRUE(Holds(RevocationLists::Read(MakeRevocationList(signsLists, {first}), signsLists.pem), first));
 }
 
 TEST_F(ApxdRevocationLists, TextWithoutAListIsRefused) {

@@ -106,7 +106,7 @@ Certificate MakeCertificate(const std::string& commonName, const Certificate* is
 }
 
 std::string MakeRevocationList(const Certificate& issuer, const std::vector<Certificate>& revoked, long lastUpdate,
-                               long nextUpdate, bool isDelta) {
+                               long nextUpdate, const ListShape& shape) {
     const auto parent = Read(issuer);
     const Owned<EVP_PKEY> key(PEM_read_bio_PrivateKey(Memory(issuer.key).get(), nullptr, nullptr, nullptr));
     const Owned<X509_CRL> list(X509_CRL_new());
@@ -117,18 +117,24 @@ std::string MakeRevocationList(const Certificate& issuer, const std::vector<Cert
     X509_CRL_set1_lastUpdate(list.get(), X509_gmtime_adj(time.get(), lastUpdate));
     if (nextUpdate != 0) X509_CRL_set1_nextUpdate(list.get(), X509_gmtime_adj(time.get(), nextUpdate));
     X509_gmtime_adj(time.get(), -60);
+    const Owned<ASN1_ENUMERATED> reason(ASN1_ENUMERATED_new());
+    Require(reason && ASN1_ENUMERATED_set(reason.get(), CRL_REASON_KEY_COMPROMISE) == 1);
     for (const Certificate& one : revoked) {
-        Owned<X509_REVOKED> entry(X509_REVOKED_new());
-        X509_REVOKED_set_serialNumber(entry.get(), X509_get_serialNumber(Read(one).get()));
-        X509_REVOKED_set_revocationDate(entry.get(), time.get());
-        Require(X509_CRL_add0_revoked(list.get(), entry.release()) == 1);
+        const Owned<X509> certificate = Read(one);
+        for (unsigned count = 0; count < shape.times; ++count) {
+            Owned<X509_REVOKED> entry(X509_REVOKED_new());
+            X509_REVOKED_set_serialNumber(entry.get(), X509_get_serialNumber(certificate.get()));
+            X509_REVOKED_set_revocationDate(entry.get(), time.get());
+            Require(X509_REVOKED_add1_ext_i2d(entry.get(), NID_crl_reason, reason.get(), 0, 0) == 1);
+            Require(X509_CRL_add0_revoked(list.get(), entry.release()) == 1);
+        }
     }
-    if (isDelta) {
+    if (shape.isDelta) {
         const Owned<ASN1_INTEGER> base(ASN1_INTEGER_new());
         Require(base && ASN1_INTEGER_set(base.get(), 1) == 1 &&
                 X509_CRL_add1_ext_i2d(list.get(), NID_delta_crl, base.get(), 1, 0) == 1);
     }
-    Require(X509_CRL_sign(list.get(), key.get(), EVP_sha256()) != 0);
+    Require(X509_CRL_sign(list.get(), key.get(), EVP_get_digestbyname(shape.digest)) != 0);
     const Owned<BIO> pem(BIO_new(BIO_s_mem()));
     Require(PEM_write_bio_X509_CRL(pem.get(), list.get()) == 1);
     return TextOf(pem.get());

@@ -21,10 +21,16 @@ using Extensions = std::map<std::string, std::string>;
 Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer = nullptr, long notBefore = -3600,
                             long notAfter = 86400, const Extensions& extensions = {});
 
+struct ListShape {
+    bool isDelta = false;  // it says that it is a part of a list
+    unsigned times = 1;    // each certificate stands there so often, with a reason
+    const char* digest = "SHA256";
+};
+
 // What the issuer says of certificates that it has taken back, in PEM; made and to be renewed in seconds from now. Never to
-// be renewed if `nextUpdate` is 0. It says that it is a part of a list if `isDelta`.
+// be renewed if `nextUpdate` is 0.
 std::string MakeRevocationList(const Certificate& issuer, const std::vector<Certificate>& revoked,
-                               long lastUpdate = -3600, long nextUpdate = 86400, bool isDelta = false);
+                               long lastUpdate = -3600, long nextUpdate = 86400, const ListShape& shape = {});
 
 // The key as PEM that needs a pass phrase.
 std::string EncryptedKey(const Certificate& certificate);
