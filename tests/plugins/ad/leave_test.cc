@@ -138,6 +138,13 @@ TEST_F(Leaves, RepeatedLeaveDoesNotTakeAnothersAccount) {
     EXPECT_FALSE(HasTraces());
 }
 
+TEST_F(Leaves, NothingNeedsToBeNotedWhereTheAccountGoes) {
+    std::filesystem::create_directory(settings.membership + ".new");
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_FALSE(Account());
+    EXPECT_FALSE(HasTraces());
+}
+
 // Or the next leave would go by the account's SID.
 TEST_F(Leaves, KeyStaysWhereItCannotBeNotedThatItGoes) {
     corp.entries.Modify(kAccount, {{2, "unicodePwd", {Utf16("\"Another-1\"")}}});

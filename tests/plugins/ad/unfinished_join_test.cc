@@ -11,7 +11,6 @@
 #include <csignal>
 #include <thread>
 
-#include "controller_locator.h"
 #include "files.h"
 #include "host_state.h"
 #include "joining_host.h"
@@ -147,27 +146,6 @@ TEST_F(UnfinishedJoins, LeaveWithCredentialsTakesTheAccountToo) {
     ASSERT_TRUE(KilledAt(kAtTheLogIns, Behaviour::Answers, [this] { return Join(); }));
     EXPECT_EQ(Leave(), 0U);
     EXPECT_FALSE(Account());
-}
-
-// The version of its keys is not known yet.
-TEST_F(UnfinishedJoins, LeaveFindsAControllerThatKnowsTheKeysOfAResetAccount) {
-    Prepare();
-    MakeAccount({{"msDS-KeyVersionNumber", {"5"}}});
-    ASSERT_TRUE(KilledAt(kAtTheLogIns, Behaviour::Answers, [this] { return Join(); }));
-    KeyCentre keys{"CORP.TEST"};
-    keys.SetPassword("admin1", "Secret-1", "CORP.TESTadmin1");
-    keys.SetPassword("NODE01$", "of the time before", "salt");
-    const TestController second(corp.entries, keys, {.host = "dc2.corp.test"},
-                                {"127.0.0.2", corp.controller.LdapPort(), corp.controller.KerberosPort()});
-    corp.names->AddAddress("dc2.corp.test", "127.0.0.2");
-    settings.avoidance = std::chrono::seconds(60);
-    TheHost().SetPreferredControllers({"dc2.corp.test", "dc1.corp.test"});
-    const int before = corp.keys.logOns;
-    EXPECT_EQ(Leave(), 0U);
-    EXPECT_EQ(corp.keys.logOns, before + 1);
-    EXPECT_FALSE(Account());
-    settings.avoidance = std::chrono::seconds(0);
-    AvoidController(settings, "dc2.corp.test");  // for other tests
 }
 
 TEST_F(UnfinishedJoins, FailedJoinAfterwardsLeavesTheHostCleanAndTheKeysForTheNext) {

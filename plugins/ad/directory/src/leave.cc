@@ -115,28 +115,29 @@ std::string WhyOfAnother(const Settings& settings, const Leaving& leaving, const
         return membership.accountSid.empty() ? "this host has no key to show that the account is its own" : "";
     }
     const std::int64_t told = account.Number("msds-keyversionnumber");
-    // A join that was cut short has keys of a version that it did not know yet.
-    const bool isOfThisVersion = !leaving.isJoined || (told != 0 && told <= *version);
+    const bool isOfThisVersion = told != 0 && told <= *version;
     const bool isTaken = IsKeyTaken(settings, leaving, teller, isOfThisVersion, deadline);
     return isTaken ? "" : "it does not take the key of this host's keytab";
 }
 
-void RemoveAccount(const Settings& settings, const Leaving& leaving, const UserCredentials& credentials,
+// False where an account stays that bears this host's name.
+bool RemoveAccount(const Settings& settings, const Leaving& leaving, const UserCredentials& credentials,
                    const Deadline& deadline) {
     Session session(settings, leaving.membership.domain, leaving.preferredControllers,
                     UserLogOn(settings, credentials, deadline), deadline, Patience::Change);
     ComputerAccounts accounts(session.Ldap(), session.At());
     const auto account = accounts.Find(leaving.membership.computer);
     if (!account) {
-        return;
+        return true;
     }
     const std::string reason = WhyOfAnother(settings, leaving, *account, session.At(), deadline);
     if (reason.empty()) {
         accounts.DeleteOrDisable(*account);
-    } else {
-        syslog(LOG_WARNING, "This host leaves '%s' and its machine account '%s' stays there: %s",
-               leaving.membership.domain.c_str(), leaving.membership.computer.c_str(), reason.c_str());
+        return true;
     }
+    syslog(LOG_WARNING, "This host leaves '%s' and its machine account '%s' stays there: %s",
+           leaving.membership.domain.c_str(), leaving.membership.computer.c_str(), reason.c_str());
+    return false;
 }
 
 // A host without a key is believed by the SID of its account. One that has thrown its key away itself is not: another host
@@ -149,9 +150,10 @@ void NoteThatKeyGoes(const Settings& settings) {
     }
 }
 
-// Nothing goes where that cannot be noted. Then every step is tried, so that as little as possible stays behind; the first
-// failure is reported, and the membership stays recorded until all others are done, so that the leave can be repeated.
-void ForgetLocally(const Settings& settings, LogInSoftware& logIns, const Membership& membership) {
+// Where the account stays, nothing goes before it is noted that the key does. Then every step is tried, so that as little
+// as possible stays behind; the first failure is reported, and the membership stays recorded until all others are done, so
+// that the leave can be repeated.
+void ForgetLocally(const Settings& settings, LogInSoftware& logIns, const Membership& membership, bool accountStays) {
     std::exception_ptr failure;
     const auto attempt = [&](const std::function<void()>& step) {
         try {
@@ -160,7 +162,9 @@ void ForgetLocally(const Settings& settings, LogInSoftware& logIns, const Member
             failure = failure ? failure : std::current_exception();
         }
     };
-    NoteThatKeyGoes(settings);
+    if (accountStays) {
+        NoteThatKeyGoes(settings);
+    }
     attempt([&] { logIns.Disable(); });
     if (!membership.domain.empty()) {
         attempt([&] { RemoveRealmFromKeytab(settings.keytab, UpperCase(membership.domain)); });
@@ -185,10 +189,8 @@ void Host::Part(const std::optional<UserCredentials>& credentials) const {
     if (leaving.isJoined && !wasJoined) {
         FailNotJoined();
     }
-    if (credentials) {
-        RemoveAccount(_settings, leaving, *credentials, deadline);
-    }
-    ForgetLocally(_settings, _logIns, leaving.membership);
+    const bool accountGoes = credentials && RemoveAccount(_settings, leaving, *credentials, deadline);
+    ForgetLocally(_settings, _logIns, leaving.membership, !accountGoes);
     if (leaving.membership.domain.empty()) {
         syslog(LOG_WARNING,
                "The record of an unfinished join was damaged, and is removed: its keys may be in '%s' still",

@@ -14,7 +14,7 @@
 //
 // A controller that fails after the log-on is asked last for a while, as one that fails before it. One that does not answer
 // a change is not, nor one that fails a renewal's question: another one need not know of the account yet when the call is
-// made again.
+// made again. Other calls may have it avoided all the same.
 //
 //     AccountService service(settings, {"corp.test", "apxd", "/etc/nimbrel/apxd.keytab"});
 //     const HandedOutAccount account = service.Create("NODE01", "Hosts", mark);
