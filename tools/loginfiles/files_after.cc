@@ -43,7 +43,7 @@ std::optional<Found> FindAfter(std::string path, const ByPath& after) {
 // The same of a service, in the first folder that has it, or of a file elsewhere.
 std::optional<Found> FindPam(const std::string& name, const ByPath& after) {
     if (!IsService(name)) return FindAfter(name, after);
-    if (IsMasked(PathOf(name))) return std::nullopt;
+    if (IsMasked(PathOf(name))) return Found{PathOf(name), ""};
     std::optional<Found> found = FindAfter(PathOf(name), after);
     for (const char* const folder : kVendorFolders) {
         if (!found) found = FindAfter(std::string(folder) + '/' + name, after);

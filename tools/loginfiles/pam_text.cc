@@ -140,7 +140,7 @@ bool IsFile(const std::string& path) {
     return std::filesystem::is_regular_file(path, error);
 }
 
-// `root` and a folder in it. What is masked is left out, here and in the folders of vendors.
+// `root` and a folder in it. A masked service is left out, here and in the folders of vendors.
 void ReadFolder(const std::string& root, const std::string& folder, PamFiles& files) {
     std::error_code error;
     for (std::filesystem::directory_iterator item(root + folder, error), end; !error && item != end;
@@ -154,7 +154,6 @@ void ReadFolder(const std::string& root, const std::string& folder, PamFiles& fi
 // Where libpam looks for it.
 std::vector<std::string> PlacesOf(const std::string& root, const std::string& name) {
     if (!IsService(name)) return {root + name};
-    if (IsMasked(root + PathOf(name))) return {};
     std::vector<std::string> places = {root + PathOf(name)};
     for (const char* const folder : kVendorFolders) places.push_back(root + folder + '/' + name);
     return places;
@@ -168,6 +167,10 @@ void ReadIncluded(const std::string& root, const std::string& text, PamFiles& fi
         for (const PamLine& line : lines) {
             const std::string name = line.IncludesAnother() ? IncludedName(line.module) : "";
             if (name.empty() || files.contains(name)) continue;
+            if (IsService(name) && IsMasked(root + PathOf(name))) {
+                files[name];  // without a line
+                continue;
+            }
             const std::vector<std::string> places = PlacesOf(root, name);
             const auto found = std::find_if(places.begin(), places.end(), IsFile);
             if (found == places.end()) continue;

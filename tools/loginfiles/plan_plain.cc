@@ -41,12 +41,12 @@ void RemovePlain(const ProviderModules& provider, const std::vector<std::string>
     const bool debian = HostMechanism() == Mechanism::PamAuthUpdate;
     PamFiles files = ReadPamFiles();
     for (auto& [name, text] : files) {
-        if (IsService(name)) text = changes.Content(PathOf(name)).value_or(text);
+        if (IsService(name) && !IsMasked(PathOf(name))) text = changes.Content(PathOf(name)).value_or(text);
     }
     const PamFiles before = files;
     for (const auto& file : before) {
         const std::string& name = file.first;
-        if (!IsService(name)) continue;
+        if (!IsService(name) || IsMasked(PathOf(name))) continue;
         if (debian && IsMadeByPamAuthUpdate(name)) continue;  // another profile's rules are not ours
         const bool meant = services.empty() || std::find(services.begin(), services.end(), name) != services.end();
         const bool there = changes.Content(PathOf(name)).has_value();  // a vendor's own file is not ours to edit

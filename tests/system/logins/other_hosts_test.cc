@@ -182,13 +182,16 @@ TEST_F(PlainHostTest, LinkToNothingIsNoHindrance) {
     fs::create_directories("/usr/lib/pam.d");
     WriteFile("/usr/lib/pam.d/masked", "auth required pam_unix.so\n");
     EXPECT_FALSE(logins::ReadPamFiles().contains("masked"));
-    EXPECT_EQ(logins::ReadPamFiles(), logins::FilesAfter({}));
     EXPECT_THAT(Refused({"logins", "enable", "--services", "masked"}), HasSubstr("'masked'"));
+    WriteFile("/etc/pam.d/door", "@include masked\n@include common-auth\n@include common-account\n");
+    EXPECT_EQ("", logins::ReadPamFiles().at("masked")) << "what others include";
+    EXPECT_EQ(logins::ReadPamFiles(), logins::FilesAfter({}));
     Enable();
     EXPECT_THAT(Done({"logins", "enable"}), HasLine("changed: no"));
     fs::remove_all("/var/lib/nimbrel/logins");  // so that the lines alone go
     Disable();
     EXPECT_TRUE(fs::is_symlink("/etc/pam.d/masked"));
+    fs::remove("/etc/pam.d/door");
     fs::remove("/usr/lib/pam.d/masked");
     fs::remove("/etc/pam.d/masked");
 }
