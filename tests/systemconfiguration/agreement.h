@@ -45,9 +45,12 @@ class AllTexts {
     template <typename Visitor>
     std::size_t Visit(std::size_t length, Visitor visit) {
         _count = 0;
+        _calls = 0;
         VisitFrom(length, visit, {});
         return _count;
     }
+    // How many were visited themselves.
+    std::size_t Calls() const { return _calls; }
 
  private:
     // Where the last symbols begin; 0 for one that is not there.
@@ -61,6 +64,7 @@ class AllTexts {
         const std::size_t size = _text.size();
         _text += _frame.after;
         const Visited visited = visit(_text);
+        ++_calls;
         _text.resize(size);
         const bool standsForMore = last.two != 0 && visited.readUpTo <= last.two;
         _count += standsForMore ? CountTexts(_symbols.size(), length) : 1;
@@ -77,6 +81,7 @@ class AllTexts {
     Frame _frame;
     std::string _text;
     std::size_t _count = 0;
+    std::size_t _calls = 0;
 };
 
 // A change to a stream before it is read.
@@ -141,7 +146,8 @@ class Agreement {
  public:
     // Whole texts, and lines split at every place: the slices do not change what the literal reader gives.
     static void OnSlices(const Symbols& symbols, std::size_t length, Frame frame = {}) {
-        const std::size_t count = AllTexts(symbols, frame).Visit(length, [&](const std::string& text) {
+        AllTexts texts(symbols, frame);
+        const std::size_t count = texts.Visit(length, [&](const std::string& text) {
             const Outcome expected = OutcomeOf<Literal>(Source{text});
             for (const Source& source : Sources(text)) {
                 if (!Agrees(source, expected, OutcomeOf<Library>(source))) return Visited{false};
@@ -149,6 +155,7 @@ class Agreement {
             return VisitedOf(expected);
         });
         EXPECT_EQ(count, CountTexts(symbols.size(), length));
+        EXPECT_GT(texts.Calls(), count / 4);
     }
 
     static void OnSettings(const Symbols& symbols, std::size_t length, Frame frame = {}) {
