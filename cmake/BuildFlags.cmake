@@ -24,6 +24,12 @@ if(NIMAUTH_SANITIZE)
     target_compile_options(nimauth_build_flags INTERFACE
         -fsanitize=${NIMAUTH_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     target_link_options(nimauth_build_flags INTERFACE -fsanitize=${NIMAUTH_SANITIZE})
+    # Takes a quarter of the time. What is not instrumented is linked as what is shipped.
+    find_program(NIMAUTH_LLD ld.lld)
+    mark_as_advanced(NIMAUTH_LLD)
+    if(NIMAUTH_LLD)
+        target_link_options(nimauth_build_flags INTERFACE -fuse-ld=lld)
+    endif()
     if(NIMAUTH_SANITIZE MATCHES "undefined")
         # Type information is matched by name across shared objects, so that the checks work with plug-ins too.
         target_compile_options(nimauth_build_flags INTERFACE -fno-sanitize=vptr,function)
