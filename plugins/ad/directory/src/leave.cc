@@ -120,7 +120,7 @@ std::string WhyOfAnother(const Settings& settings, const Leaving& leaving, const
     return isTaken ? "" : "it does not take the key of this host's keytab";
 }
 
-// False where an account stays that bears this host's name.
+// False where the account that bears this host's name stays, as it is another host's.
 bool RemoveAccount(const Settings& settings, const Leaving& leaving, const UserCredentials& credentials,
                    const Deadline& deadline) {
     Session session(settings, leaving.membership.domain, leaving.preferredControllers,

@@ -1,7 +1,8 @@
 // Who else than its owner may do something with a file or a folder.
 //
 // Root's own group is nobody else: what is made under the umask 002 has its rights, and whoever is put in it is to have
-// what root has left to it. On a file with an access list (acl(5)) the group's part of the mode says what everybody on that list may do at most.
+// what root has left to it. On a file with an access list (acl(5)) the group's part of the mode says what everybody on
+// that list may do at most.
 
 #ifndef NIMBREL_PLUGINKIT_RIGHTS_H_
 #define NIMBREL_PLUGINKIT_RIGHTS_H_

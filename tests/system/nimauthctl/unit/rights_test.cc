@@ -254,13 +254,14 @@ TEST_F(ProxyFilesTest, KeyThatUsersOnAnAccessListMayReadIsAWarning) {
     NameBoth();
     Put(kCertificate, 0644);
     Put(kKey, 0600);
-    if (!PutOnAccessList(Root() + kKey, 4)) GTEST_SKIP() << "this file system has no access lists";
+    const bool listed = PutOnAccessList(Root() + kKey, 4);
     const Finding finding = CheckProxyFiles(Root());
     if (geteuid() != 0) {
         EXPECT_EQ(Verdict::Fail, finding.verdict);  // the key is not root's
         return;
     }
-    EXPECT_EQ(Verdict::Warn, finding.verdict);
+    EXPECT_EQ(listed ? Verdict::Warn : Verdict::Pass, finding.verdict);
+    if (!listed) return;  // the file system has no such lists
     EXPECT_EQ(std::string(kKey) + " may be read by users on its access list", finding.found);
     EXPECT_THAT(finding.remedy, HasSubstr(std::string("whom getfacl shows may join as this host; else: chmod g-rwx ")));
     ASSERT_EQ(0, chmod((Root() + kKey).c_str(), 0600));  // the remedy: the list gives nobody anything then
