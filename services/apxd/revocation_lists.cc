@@ -80,29 +80,6 @@ void RequireWhole(const X509_CRL* list) {
     }
 }
 
-// Of a certificate: the issuer's name, as it stands there, and its serial number.
-std::string KeyOf(const X509_NAME* issuer, const ASN1_INTEGER* serial) {
-    const unsigned char* name = nullptr;
-    std::size_t size = 0;
-    if (X509_NAME_get0_der(issuer, &name, &size) != 1) throw std::bad_alloc();
-    std::string key = std::to_string(size).append(1, ' ').append(reinterpret_cast<const char*>(name), size);
-    key += ASN1_STRING_type(serial) == V_ASN1_NEG_INTEGER ? '-' : '+';
-    return key.append(reinterpret_cast<const char*>(ASN1_STRING_get0_data(serial)),
-                      static_cast<std::size_t>(ASN1_STRING_length(serial)));
-}
-
-std::string KeyOf(const X509* certificate) {
-    return KeyOf(X509_get_issuer_name(certificate), X509_get0_serialNumber(certificate));
-}
-
-void TakeEntries(X509_CRL* list, std::set<std::string>& revoked) {
-    const STACK_OF(X509_REVOKED)* const entries = X509_CRL_get_REVOKED(list);
-    for (int index = 0; index < sk_X509_REVOKED_num(entries); ++index) {
-        const X509_REVOKED* const entry = sk_X509_REVOKED_value(entries, index);
-        revoked.insert(KeyOf(X509_CRL_get_issuer(list), X509_REVOKED_get0_serialNumber(entry)));
-    }
-}
-
 // The last moment for which the list is good.
 std::time_t EndOf(const X509_CRL* list) {
     const ASN1_TIME* const next = X509_CRL_get0_nextUpdate(list);
@@ -135,16 +112,15 @@ std::string PemOf(X509* certificate) {
 RevocationLists RevocationLists::Read(const std::string& lists, const std::string& authorities) {
     const auto signers = AllIn(authorities, PEM_read_bio_X509);
     RevocationLists read;
-    const auto all = AllIn(lists, PEM_read_bio_X509_CRL);
-    if (all.empty()) throw RevocationListError("holds no list of revoked certificates");
-    for (const auto& list : all) {
+    for (auto& list : AllIn(lists, PEM_read_bio_X509_CRL)) {
         if (!IsSignedByOne(list.get(), signers)) {
             throw RevocationListError("holds a list that no authority of 'client-ca' has signed");
         }
         RequireWhole(list.get());
-        TakeEntries(list.get(), read._revoked);
         read._lastUntil = std::min(read._lastUntil, EndOf(list.get()));
+        read._lists.emplace_back(std::move(list));
     }
+    if (read._lists.empty()) throw RevocationListError("holds no list of revoked certificates");
     return read;
 }
 
@@ -152,7 +128,7 @@ std::string RevocationLists::LeftOf(const std::string& authorities) const {
     Certificates left;
     Certificates gone;
     for (auto& authority : AllIn(authorities, PEM_read_bio_X509)) {
-        (_revoked.contains(KeyOf(authority.get())) ? gone : left).push_back(std::move(authority));
+        (Hold(authority.get()) ? gone : left).push_back(std::move(authority));
     }
     for (auto next = left.begin(); next != left.end();) {
         next = std::find_if(left.begin(), left.end(), [&](const auto& authority) {
@@ -169,18 +145,26 @@ std::string RevocationLists::LeftOf(const std::string& authorities) const {
     return text;
 }
 
+// By the number, and by the issuer's name, however a list spells it.
+bool RevocationLists::Hold(X509* certificate) const {
+    return std::any_of(_lists.begin(), _lists.end(), [certificate](const auto& list) {
+        X509_REVOKED* entry = nullptr;
+        return X509_CRL_get0_by_cert(list.get(), &entry, certificate) != 0;
+    });
+}
+
 // What cannot be looked for is not good either.
 bool RevocationLists::Hold(const gnutls_datum_t& der) const {
     const unsigned char* bytes = der.data;
     const Owned<X509> certificate(d2i_X509(nullptr, &bytes, static_cast<long>(der.size)));
     ERR_clear_error();
-    return !certificate || _revoked.contains(KeyOf(certificate.get()));
+    return !certificate || Hold(certificate.get());
 }
 
 const char* RevocationLists::FaultOf(const gnutls_datum_t* chain, unsigned count, std::time_t now) const {
     if (AreOutdated(now)) return "the list of revoked certificates is out of date";
     const auto isHeld = [this](const gnutls_datum_t& der) { return Hold(der); };
-    const bool isRevoked = !_revoked.empty() && std::any_of(chain, chain + count, isHeld);
+    const bool isRevoked = !_lists.empty() && std::any_of(chain, chain + count, isHeld);
     return isRevoked ? "the client's certificate is revoked" : nullptr;
 }
 

@@ -11,12 +11,14 @@
 #define NIMBREL_APXD_REVOCATION_LISTS_H_
 
 #include <gnutls/gnutls.h>
+#include <openssl/types.h>
 
 #include <ctime>
 #include <limits>
-#include <set>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace nimbrel::apxd {
 
@@ -47,9 +49,10 @@ class RevocationLists {
     const char* FaultOf(const gnutls_datum_t* chain, unsigned count, std::time_t now) const;
 
  private:
+    bool Hold(X509* certificate) const;
     bool Hold(const gnutls_datum_t& der) const;
 
-    std::set<std::string> _revoked;  // issuer's name and serial number
+    std::vector<std::shared_ptr<X509_CRL>> _lists;
     std::time_t _lastUntil = std::numeric_limits<std::time_t>::max();
 };
 

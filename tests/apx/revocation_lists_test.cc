@@ -69,6 +69,14 @@ TEST_F(ApxdRevocationLists, SerialNumberOfAnotherAuthorityIsAnotherCertificate) 
     EXPECT_FALSE(Holds(lists, first));
 }
 
+// Names are alike however they are encoded, and whatever the case of their letters (RFC 5280, section 7.1).
+TEST_F(ApxdRevocationLists, NameOfTheIssuerMayBeSpelledOtherwise) {
+    const std::string list = MakeRevocationList(authority, {first}, -3600, 86400, {.issuer = "Clients"});
+    const auto lists = RevocationLists::Read(list, authority.pem);
+    EXPECT_TRUE(Holds(lists, first));
+    EXPECT_FALSE(Holds(lists, second));
+}
+
 TEST_F(ApxdRevocationLists, SeveralCountTogether) {
     const Certificate theirs = MakeCertificate("node01", &other);
     const std::string text = MakeRevocationList(authority, {first}) + MakeRevocationList(other, {theirs}, -3600, 60) +

@@ -19,6 +19,7 @@ struct Free {
     void operator()(X509* certificate) const { X509_free(certificate); }
     void operator()(X509_CRL* list) const { X509_CRL_free(list); }
     void operator()(X509_REVOKED* entry) const { X509_REVOKED_free(entry); }
+    void operator()(X509_NAME* name) const { X509_NAME_free(name); }
     void operator()(ASN1_STRING* value) const { ASN1_STRING_free(value); }  // times and numbers, too
     void operator()(BIO* memory) const { BIO_free(memory); }
     void operator()(X509_EXTENSION* extension) const { X509_EXTENSION_free(extension); }
@@ -114,6 +115,13 @@ std::string MakeRevocationList(const Certificate& issuer, const std::vector<Cert
     Require(key && list && time);
     X509_CRL_set_version(list.get(), 1);
     X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(parent.get()));
+    if (shape.issuer != nullptr) {
+        const Owned<X509_NAME> name(X509_NAME_new());
+        Require(name &&
+                X509_NAME_add_entry_by_NID(name.get(), NID_commonName, V_ASN1_PRINTABLESTRING,
+                                           reinterpret_cast<const unsigned char*>(shape.issuer), -1, -1, 0) == 1);
+        X509_CRL_set_issuer_name(list.get(), name.get());
+    }
     X509_CRL_set1_lastUpdate(list.get(), X509_gmtime_adj(time.get(), lastUpdate));
     if (nextUpdate != 0) X509_CRL_set1_nextUpdate(list.get(), X509_gmtime_adj(time.get(), nextUpdate));
     X509_gmtime_adj(time.get(), -60);

@@ -25,6 +25,8 @@ struct ListShape {
     bool isDelta = false;  // it says that it is a part of a list
     unsigned times = 1;    // each certificate stands there so often, with a reason
     const char* digest = "SHA256";
+    const char* issuer =
+        nullptr;  // the issuer's common name as a PrintableString, if spelled otherwise than by the issuer
 };
 
 // What the issuer says of certificates that it has taken back, in PEM; made and to be renewed in seconds from now. Never to
