@@ -4,11 +4,16 @@
 #include <openssl/err.h>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
+#include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
 #include <memory>
 #include <new>
+#include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -32,51 +37,128 @@ Owned<BIO> Reading(const std::string& text) {
     return memory;
 }
 
-// What `read` takes from the text, one after the other. Null ends it: there is no more, or what comes is damaged.
+std::size_t BlocksOf(const std::string& text) {
+    constexpr std::string_view kBegin = "-----BEGIN";
+    std::size_t count = 0;
+    for (std::size_t at = text.find(kBegin); at != std::string::npos; at = text.find(kBegin, at + 1)) ++count;
+    return count;
+}
+
+int NoPassPhrase(char* /*room*/, int /*size*/, int /*isWriting*/, void* /*data*/) { return -1; }
+
+// What `read` takes from the text, one after the other; unset if there is more in it. The reader passes over whatever does
+// not begin a line as it should.
 template <class Object>
-std::vector<Owned<Object>> AllIn(const std::string& text, Object* (*read)(BIO*, Object**, pem_password_cb*, void*)) {
+std::optional<std::vector<Owned<Object>>> AllIn(const std::string& text,
+                                                Object* (*read)(BIO*, Object**, pem_password_cb*, void*)) {
     const Owned<BIO> memory = Reading(text);
     std::vector<Owned<Object>> all;
     ERR_clear_error();
-    while (Owned<Object> one{read(memory.get(), nullptr, nullptr, nullptr)}) all.push_back(std::move(one));
-    const unsigned long error = ERR_peek_last_error();
+    while (Owned<Object> one{read(memory.get(), nullptr, NoPassPhrase, nullptr)}) all.push_back(std::move(one));
+    const bool isOutOfMemory = ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE;
     ERR_clear_error();
-    if (ERR_GET_REASON(error) == ERR_R_MALLOC_FAILURE) throw std::bad_alloc();
-    if (ERR_GET_LIB(error) != ERR_LIB_PEM || ERR_GET_REASON(error) != PEM_R_NO_START_LINE) {
-        throw RevocationListError("holds something that cannot be read");
-    }
-    return all;
+    if (isOutOfMemory) throw std::bad_alloc();
+    return all.size() == BlocksOf(text) ? std::optional(std::move(all)) : std::nullopt;
 }
 
-bool MaySignLists(X509* authority) { return (X509_get_key_usage(authority) & KU_CRL_SIGN) != 0; }
+Certificates AuthoritiesIn(const std::string& text) {
+    auto all = AllIn(text, PEM_read_bio_X509);
+    if (!all) throw AuthoritiesError("holds something that cannot be read as a certificate, as 'client-crl' requires");
+    return std::move(*all);
+}
+
+// RFC 2253.
+std::string TextOf(const X509_NAME* name) {
+    const Owned<BIO> memory(BIO_new(BIO_s_mem()));
+    if (!memory || X509_NAME_print_ex(memory.get(), name, 0, XN_FLAG_RFC2253) < 0) throw std::bad_alloc();
+    char* text = nullptr;
+    const long size = BIO_get_mem_data(memory.get(), &text);
+    return {text, static_cast<std::size_t>(size)};
+}
+
+[[noreturn]] void Fail(const X509_CRL* list, const std::string& fault) {
+    throw RevocationListError("holds a list of '" + TextOf(X509_CRL_get_issuer(list)) + "' " + fault);
+}
+
+// Of a signature whose parameters name it.
+int DigestIn(const X509_ALGOR* algorithm) {
+    struct FreeParameters {
+        void operator()(RSA_PSS_PARAMS* parameters) const { RSA_PSS_PARAMS_free(parameters); }
+    };
+    int type = V_ASN1_UNDEF;
+    const void* value = nullptr;
+    X509_ALGOR_get0(nullptr, &type, &value, algorithm);
+    if (type != V_ASN1_SEQUENCE) return NID_undef;
+    const auto* const sequence = static_cast<const ASN1_STRING*>(value);
+    const unsigned char* bytes = ASN1_STRING_get0_data(sequence);
+    const std::unique_ptr<RSA_PSS_PARAMS, FreeParameters> parameters(
+        d2i_RSA_PSS_PARAMS(nullptr, &bytes, ASN1_STRING_length(sequence)));
+    ERR_clear_error();
+    return parameters && parameters->hashAlgorithm != nullptr ? OBJ_obj2nid(parameters->hashAlgorithm->algorithm)
+                                                              : NID_undef;  // or SHA-1
+}
 
 // Whom a digest that is broken might let sign.
 bool IsDigestGood(const X509_CRL* list) {
     int digest = NID_undef;
-    if (OBJ_find_sigid_algs(X509_CRL_get_signature_nid(list), &digest, nullptr) != 1) return false;
-    return digest != NID_md2 && digest != NID_md4 && digest != NID_md5 && digest != NID_sha1;
+    int key = NID_undef;
+    if (OBJ_find_sigid_algs(X509_CRL_get_signature_nid(list), &digest, &key) != 1) return false;
+    if (key == NID_ED25519 || key == NID_ED448) return true;
+    if (key == NID_rsassaPss) {
+        const X509_ALGOR* algorithm = nullptr;
+        X509_CRL_get0_signature(list, nullptr, &algorithm);
+        digest = DigestIn(algorithm);
+    }
+    constexpr int kGood[] = {NID_sha224,   NID_sha256,   NID_sha384,   NID_sha512,
+                             NID_sha3_224, NID_sha3_256, NID_sha3_384, NID_sha3_512};
+    return std::find(std::begin(kGood), std::end(kGood), digest) != std::end(kGood);
 }
 
-// Each by itself: an authority that was renewed with another key stands there twice.
-bool IsSignedByOne(X509_CRL* list, const Certificates& authorities) {
-    const bool isSigned = std::any_of(authorities.begin(), authorities.end(), [list](const auto& authority) {
-        return X509_NAME_cmp(X509_CRL_get_issuer(list), X509_get_subject_name(authority.get())) == 0 &&
-               MaySignLists(authority.get()) && X509_CRL_verify(list, X509_get0_pubkey(authority.get())) == 1;
-    });
+bool IsNamedAs(const X509_NAME* name, const X509* authority) {
+    return X509_NAME_cmp(name, X509_get_subject_name(authority)) == 0;
+}
+
+// Each authority by itself: one that was renewed with another key stands there twice.
+void RequireSigned(X509_CRL* list, const Certificates& authorities) {
+    bool isSigned = false;
+    bool maySign = false;
+    for (const auto& authority : authorities) {
+        if (!IsNamedAs(X509_CRL_get_issuer(list), authority.get())) continue;
+        if (X509_CRL_verify(list, X509_get0_pubkey(authority.get())) != 1) continue;
+        isSigned = true;
+        maySign = maySign || (X509_get_key_usage(authority.get()) & KU_CRL_SIGN) != 0;
+    }
     ERR_clear_error();
-    return isSigned && IsDigestGood(list);
+    if (!isSigned) Fail(list, "that no authority of 'client-ca' has signed");
+    if (!maySign) Fail(list, "that may not sign lists: the keyUsage of its certificate lacks cRLSign");
+    if (!IsDigestGood(list)) Fail(list, "whose signature proves nothing: it needs a digest of SHA-2 or SHA-3");
+}
+
+[[noreturn]] void FailAsPart(const X509_CRL* list, X509_EXTENSION* extension) {
+    char identifier[128] = {};
+    OBJ_obj2txt(identifier, sizeof identifier, X509_EXTENSION_get_object(extension), 1);
+    Fail(list,
+         "of a part of the revoked certificates (extension " + std::string(identifier) + "): a whole one is needed");
 }
 
 // A list with a critical extension that is not understood tells nothing (RFC 5280, section 5.2). Those that there are
-// make it one of a part: of what has changed, of some kinds of certificates, of other authorities' certificates.
-void RequireWhole(const X509_CRL* list) {
+// make it one of a part: of what has changed, of some kinds of certificates, of other authorities' certificates. The
+// latter stands with the entries.
+void RequireWhole(X509_CRL* list) {
     for (int index = 0; index < X509_CRL_get_ext_count(list); ++index) {
         X509_EXTENSION* const extension = X509_CRL_get_ext(list, index);
-        if (X509_EXTENSION_get_critical(extension) == 0) continue;
-        char identifier[128] = {};
-        OBJ_obj2txt(identifier, sizeof identifier, X509_EXTENSION_get_object(extension), 1);
-        throw RevocationListError("holds a list of a part of the revoked certificates (critical extension " +
-                                  std::string(identifier) + "): a whole one is needed");
+        const int kind = OBJ_obj2nid(X509_EXTENSION_get_object(extension));
+        if (X509_EXTENSION_get_critical(extension) != 0 || kind == NID_delta_crl ||
+            kind == NID_issuing_distribution_point) {
+            FailAsPart(list, extension);
+        }
+    }
+    const STACK_OF(X509_REVOKED)* const entries = X509_CRL_get_REVOKED(list);
+    for (int index = 0; index < sk_X509_REVOKED_num(entries); ++index) {
+        const X509_REVOKED* const entry = sk_X509_REVOKED_value(entries, index);
+        int fault = X509_REVOKED_get_ext_by_critical(entry, 1, -1);
+        if (fault < 0) fault = X509_REVOKED_get_ext_by_NID(entry, NID_certificate_issuer, -1);
+        if (fault >= 0) FailAsPart(list, X509_REVOKED_get_ext(entry, fault));
     }
 }
 
@@ -85,18 +167,59 @@ std::time_t EndOf(const X509_CRL* list) {
     const ASN1_TIME* const next = X509_CRL_get0_nextUpdate(list);
     if (next == nullptr) return std::numeric_limits<std::time_t>::max();
     std::tm time = {};
-    if (ASN1_TIME_to_tm(next, &time) != 1) throw RevocationListError("holds a list with a time that cannot be read");
+    if (ASN1_TIME_to_tm(next, &time) != 1) Fail(list, "with a time that cannot be read");
     return timegm(&time);
 }
 
-// Whether one of them has signed the certificate; one that has signed itself counts as its own signer.
-bool HasSigner(X509* certificate, const Certificates& others) {
-    const bool has = std::any_of(others.begin(), others.end(), [certificate](const auto& other) {
-        return X509_NAME_cmp(X509_get_issuer_name(certificate), X509_get_subject_name(other.get())) == 0 &&
-               X509_verify(certificate, X509_get0_pubkey(other.get())) == 1;
-    });
+// ISO 8601.
+std::string TextOf(std::time_t time) {
+    std::tm parts = {};
+    gmtime_r(&time, &parts);
+    char text[32] = {};
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
+bool HasSigned(const X509* signer, X509* certificate) {
+    const bool has =
+        IsNamedAs(X509_get_issuer_name(certificate), signer) && X509_verify(certificate, X509_get0_pubkey(signer)) == 1;
     ERR_clear_error();
     return has;
+}
+
+// Without those that are revoked, and those that only they vouch for: with nobody, or only each other, besides.
+Certificates LeftOf(Certificates all, const std::function<bool(X509*)>& isRevoked) {
+    enum class Standing { Open, Good, Gone };
+    std::vector<Standing> standings(all.size(), Standing::Open);
+    const auto isSignedByOne = [&](X509* certificate, Standing standing) {
+        for (std::size_t index = 0; index < all.size(); ++index) {
+            if (standings[index] == standing && HasSigned(all[index].get(), certificate)) return true;
+        }
+        return false;
+    };
+    const auto settleOne = [&](Standing standing, const std::function<bool(X509*)>& isSo) {
+        for (std::size_t index = 0; index < all.size(); ++index) {
+            if (standings[index] != Standing::Open || !isSo(all[index].get())) continue;
+            standings[index] = standing;
+            return true;
+        }
+        return false;
+    };
+    const auto settle = [&](Standing standing, const std::function<bool(X509*)>& isSo) {
+        while (settleOne(standing, isSo)) continue;
+    };
+    settle(Standing::Gone, isRevoked);
+    const auto isFirst = [&](X509* one) {
+        return HasSigned(one, one) || !(isSignedByOne(one, Standing::Open) || isSignedByOne(one, Standing::Gone));
+    };
+    settle(Standing::Good, [&](X509* one) { return isSignedByOne(one, Standing::Good) || isFirst(one); });
+    settle(Standing::Gone, [&](X509* one) { return isSignedByOne(one, Standing::Gone); });
+    Certificates left;
+    for (std::size_t index = 0; index < all.size(); ++index) {
+        if (standings[index] != Standing::Gone) left.push_back(std::move(all[index]));
+    }
+    if (left.empty()) throw RevocationListError("holds every authority of 'client-ca'");
+    return left;
 }
 
 std::string PemOf(X509* certificate) {
@@ -109,39 +232,33 @@ std::string PemOf(X509* certificate) {
 
 }  // namespace
 
-RevocationLists RevocationLists::Read(const std::string& lists, const std::string& authorities) {
-    const auto signers = AllIn(authorities, PEM_read_bio_X509);
+RevocationLists RevocationLists::Read(const std::string& lists, const std::string& authorities, std::time_t now) {
+    Certificates signers = AuthoritiesIn(authorities);
+    auto all = AllIn(lists, PEM_read_bio_X509_CRL);
+    if (!all) throw RevocationListError("holds something that cannot be read as a list of revoked certificates");
+    if (all->empty()) throw RevocationListError("holds no list of revoked certificates in PEM");
     RevocationLists read;
-    for (auto& list : AllIn(lists, PEM_read_bio_X509_CRL)) {
-        if (!IsSignedByOne(list.get(), signers)) {
-            throw RevocationListError("holds a list that no authority of 'client-ca' has signed");
-        }
+    for (auto& list : *all) {
+        RequireSigned(list.get(), signers);
         RequireWhole(list.get());
-        read._lastUntil = std::min(read._lastUntil, EndOf(list.get()));
+        X509_CRL_sort(list.get());  // or the first look-up would, in some thread
         read._lists.emplace_back(std::move(list));
     }
-    if (read._lists.empty()) throw RevocationListError("holds no list of revoked certificates");
+    const Certificates left = apxd::LeftOf(std::move(signers), [&](X509* authority) { return read.Hold(authority); });
+    for (const auto& list : read._lists) {
+        const auto isIssuer = [&](const auto& one) { return IsNamedAs(X509_CRL_get_issuer(list.get()), one.get()); };
+        if (std::none_of(left.begin(), left.end(), isIssuer)) continue;
+        const std::time_t until = EndOf(list.get());
+        if (now > until) Fail(list.get(), "that is out of date since " + TextOf(until) + ": the next one is needed");
+        read._lastUntil = std::min(read._lastUntil, until);
+    }
     return read;
 }
 
 std::string RevocationLists::LeftOf(const std::string& authorities) const {
-    Certificates left;
-    Certificates gone;
-    for (auto& authority : AllIn(authorities, PEM_read_bio_X509)) {
-        (Hold(authority.get()) ? gone : left).push_back(std::move(authority));
-    }
-    for (auto next = left.begin(); next != left.end();) {
-        next = std::find_if(left.begin(), left.end(), [&](const auto& authority) {
-            return HasSigner(authority.get(), gone) && !HasSigner(authority.get(), left);
-        });
-        if (next == left.end()) break;
-        gone.push_back(std::move(*next));
-        left.erase(next);
-        next = left.begin();
-    }
     std::string text;
-    for (const auto& authority : left) text += PemOf(authority.get());
-    if (text.empty()) throw RevocationListError("holds every authority of 'client-ca'");
+    const auto isRevoked = [this](X509* authority) { return Hold(authority); };
+    for (const auto& one : apxd::LeftOf(AuthoritiesIn(authorities), isRevoked)) text += PemOf(one.get());
     return text;
 }
 
@@ -153,19 +270,17 @@ bool RevocationLists::Hold(X509* certificate) const {
     });
 }
 
-// What cannot be looked for is not good either.
-bool RevocationLists::Hold(const gnutls_datum_t& der) const {
-    const unsigned char* bytes = der.data;
-    const Owned<X509> certificate(d2i_X509(nullptr, &bytes, static_cast<long>(der.size)));
-    ERR_clear_error();
-    return !certificate || Hold(certificate.get());
-}
-
 const char* RevocationLists::FaultOf(const gnutls_datum_t* chain, unsigned count, std::time_t now) const {
-    if (AreOutdated(now)) return "the list of revoked certificates is out of date";
-    const auto isHeld = [this](const gnutls_datum_t& der) { return Hold(der); };
-    const bool isRevoked = !_lists.empty() && std::any_of(chain, chain + count, isHeld);
-    return isRevoked ? "the client's certificate is revoked" : nullptr;
+    if (AreOutdated(now)) return "a list of revoked certificates is out of date";
+    for (unsigned index = 0; index < count && !_lists.empty(); ++index) {
+        const unsigned char* bytes = chain[index].data;
+        const Owned<X509> certificate(d2i_X509(nullptr, &bytes, static_cast<long>(chain[index].size)));
+        ERR_clear_error();
+        if (!certificate) return "a certificate that the client has sent cannot be read";
+        if (!Hold(certificate.get())) continue;
+        return index == 0 ? "the client's certificate is revoked" : "an authority that the client has sent is revoked";
+    }
+    return nullptr;
 }
 
 }  // namespace nimbrel::apxd

@@ -52,12 +52,14 @@ SecretText ReadKey(const std::string& path) {
 // Takes what is revoked out of the authorities.
 RevocationLists ReadRevoked(const Config& config, std::string& clientCa) {
     try {
-        RevocationLists lists = RevocationLists::Read(ReadTextFile(config.clientCrlFile, kLargestList), clientCa);
-        if (lists.AreOutdated(std::time(nullptr))) throw RevocationListError("holds a list that is out of date");
+        const std::string text = ReadTextFile(config.clientCrlFile, kLargestList);
+        RevocationLists lists = RevocationLists::Read(text, clientCa, std::time(nullptr));
         clientCa = lists.LeftOf(clientCa);
         return lists;
     } catch (const RevocationListError& error) {
         throw ConfigError(config.clientCrlFile + ": " + error.what());
+    } catch (const AuthoritiesError& error) {
+        throw ConfigError(config.clientCaFile + ": " + error.what());
     }
 }
 

@@ -176,7 +176,8 @@ TEST_F(ApxClientLists, RevokedCertificatesAreRefused) {
     EXPECT_EQ(Ask(atSite, site.pem), 0U);
     Publish(MakeRevocationList(authority, {}, -7200, -3600));
     service.Signal(SIGHUP);
-    service.WaitForLog("not-reloaded reason=\"/etc/nimbrel/apxd/crl.pem: holds a list that is out of date\"");
+    service.WaitForLog(
+        "not-reloaded reason=\"/etc/nimbrel/apxd/crl.pem: holds a list of 'CN=clients' that is out of date");
     EXPECT_EQ(Ask(stolen), 5U) << "the lists in force stay";
     Publish(MakeRevocationList(authority, {site}));
     service.Signal(SIGHUP);

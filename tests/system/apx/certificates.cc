@@ -4,6 +4,7 @@
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
+#include <openssl/rsa.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
@@ -15,6 +16,7 @@ namespace nimbrel::testing {
 namespace {
 
 struct Free {
+    void operator()(EVP_MD_CTX* signing) const { EVP_MD_CTX_free(signing); }
     void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
     void operator()(X509* certificate) const { X509_free(certificate); }
     void operator()(X509_CRL* list) const { X509_CRL_free(list); }
@@ -60,6 +62,24 @@ std::string Thumbprint(const X509* certificate) {
     return text;
 }
 
+std::string TextOf(EVP_PKEY* key) {
+    const Owned<BIO> text(BIO_new(BIO_s_mem()));
+    Require(PEM_write_bio_PrivateKey(text.get(), key, nullptr, nullptr, 0, nullptr, nullptr) == 1);
+    return TextOf(text.get());
+}
+
+Owned<EVP_PKEY> ReadKey(const std::string& pem) {
+    Owned<EVP_PKEY> key(PEM_read_bio_PrivateKey(Memory(pem).get(), nullptr, nullptr, nullptr));
+    Require(key != nullptr);
+    return key;
+}
+
+Owned<X509_EXTENSION> MakeExtension(const std::string& name, const std::string& value) {
+    Owned<X509_EXTENSION> extension(X509V3_EXT_conf(nullptr, nullptr, name.c_str(), value.c_str()));
+    Require(extension != nullptr);
+    return extension;
+}
+
 void SetName(X509_NAME* name, const std::string& commonName) {
     const auto* const text = reinterpret_cast<const unsigned char*>(commonName.c_str());
     Require(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8, text, -1, -1, 0) == 1);
@@ -68,8 +88,9 @@ void SetName(X509_NAME* name, const std::string& commonName) {
 }  // namespace
 
 Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer, long notBefore, long notAfter,
-                            const Extensions& extensions) {
-    const Owned<EVP_PKEY> key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+                            const Extensions& extensions, const std::string& keyText) {
+    const Owned<EVP_PKEY> key(keyText.empty() ? Owned<EVP_PKEY>(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"))
+                                              : ReadKey(keyText));
     const Owned<X509> certificate(X509_new());
     Require(key && certificate);
     X509* const x509 = certificate.get();
@@ -84,35 +105,34 @@ Certificate MakeCertificate(const std::string& commonName, const Certificate* is
     Owned<EVP_PKEY> issuerKey;
     if (issuer != nullptr) {
         const Owned<X509> parent = Read(*issuer);
-        issuerKey.reset(PEM_read_bio_PrivateKey(Memory(issuer->key).get(), nullptr, nullptr, nullptr));
-        Require(issuerKey != nullptr);
+        issuerKey = ReadKey(issuer->key);
         X509_set_issuer_name(x509, X509_get_subject_name(parent.get()));
     } else {
         X509_set_issuer_name(x509, X509_get_subject_name(x509));
         // May sign others.
-        const Owned<X509_EXTENSION> authority(X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "CA:TRUE"));
-        Require(authority && X509_add_ext(x509, authority.get(), -1) == 1);
+        Require(X509_add_ext(x509, MakeExtension("basicConstraints", "CA:TRUE").get(), -1) == 1);
     }
     for (const auto& [name, value] : extensions) {
-        const Owned<X509_EXTENSION> extension(X509V3_EXT_conf(nullptr, nullptr, name.c_str(), value.c_str()));
-        Require(extension && X509_add_ext(x509, extension.get(), -1) == 1);
+        Require(X509_add_ext(x509, MakeExtension(name, value).get(), -1) == 1);
     }
     Require(X509_sign(x509, issuerKey ? issuerKey.get() : key.get(), EVP_sha256()) != 0);
 
     const Owned<BIO> pem(BIO_new(BIO_s_mem()));
-    const Owned<BIO> keyText(BIO_new(BIO_s_mem()));
     Require(PEM_write_bio_X509(pem.get(), x509) == 1);
-    Require(PEM_write_bio_PrivateKey(keyText.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr) == 1);
-    return {TextOf(pem.get()), TextOf(keyText.get()), Thumbprint(x509)};
+    return {TextOf(pem.get()), TextOf(key.get()), Thumbprint(x509)};
+}
+
+std::string MakeRsaKey() {
+    return TextOf(Owned<EVP_PKEY>(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", std::size_t{2048})).get());
 }
 
 std::string MakeRevocationList(const Certificate& issuer, const std::vector<Certificate>& revoked, long lastUpdate,
                                long nextUpdate, const ListShape& shape) {
     const auto parent = Read(issuer);
-    const Owned<EVP_PKEY> key(PEM_read_bio_PrivateKey(Memory(issuer.key).get(), nullptr, nullptr, nullptr));
+    const Owned<EVP_PKEY> key = ReadKey(issuer.key);
     const Owned<X509_CRL> list(X509_CRL_new());
     const Owned<ASN1_TIME> time(ASN1_TIME_new());
-    Require(key && list && time);
+    Require(list && time);
     X509_CRL_set_version(list.get(), 1);
     X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(parent.get()));
     if (shape.issuer != nullptr) {
@@ -137,23 +157,30 @@ std::string MakeRevocationList(const Certificate& issuer, const std::vector<Cert
             Require(X509_CRL_add0_revoked(list.get(), entry.release()) == 1);
         }
     }
-    if (shape.isDelta) {
-        const Owned<ASN1_INTEGER> base(ASN1_INTEGER_new());
-        Require(base && ASN1_INTEGER_set(base.get(), 1) == 1 &&
-                X509_CRL_add1_ext_i2d(list.get(), NID_delta_crl, base.get(), 1, 0) == 1);
+    for (const auto& [name, value] : shape.extensions) {
+        Require(X509_CRL_add_ext(list.get(), MakeExtension(name, value).get(), -1) == 1);
     }
-    Require(X509_CRL_sign(list.get(), key.get(), EVP_get_digestbyname(shape.digest)) != 0);
+    for (const auto& [name, value] : shape.entryExtensions) {
+        X509_REVOKED* const first = sk_X509_REVOKED_value(X509_CRL_get_REVOKED(list.get()), 0);
+        Require(first != nullptr && X509_REVOKED_add_ext(first, MakeExtension(name, value).get(), -1) == 1);
+    }
+    const Owned<EVP_MD_CTX> signing(EVP_MD_CTX_new());
+    EVP_PKEY_CTX* parameters = nullptr;
+    const EVP_MD* const digest = EVP_get_digestbyname(shape.digest);
+    Require(EVP_DigestSignInit(signing.get(), &parameters, digest, nullptr, key.get()) == 1);
+    Require(!shape.isPss || EVP_PKEY_CTX_set_rsa_padding(parameters, RSA_PKCS1_PSS_PADDING) == 1);
+    Require(X509_CRL_sign_ctx(list.get(), signing.get()) != 0);
     const Owned<BIO> pem(BIO_new(BIO_s_mem()));
     Require(PEM_write_bio_X509_CRL(pem.get(), list.get()) == 1);
     return TextOf(pem.get());
 }
 
 std::string EncryptedKey(const Certificate& certificate) {
-    const Owned<EVP_PKEY> key(PEM_read_bio_PrivateKey(Memory(certificate.key).get(), nullptr, nullptr, nullptr));
+    const Owned<EVP_PKEY> key = ReadKey(certificate.key);
     const Owned<BIO> text(BIO_new(BIO_s_mem()));
     const unsigned char phrase[] = "pass phrase";
-    Require(key && PEM_write_bio_PrivateKey(text.get(), key.get(), EVP_aes_128_cbc(), phrase, sizeof phrase - 1,
-                                            nullptr, nullptr) == 1);
+    Require(PEM_write_bio_PrivateKey(text.get(), key.get(), EVP_aes_128_cbc(), phrase, sizeof phrase - 1, nullptr,
+                                     nullptr) == 1);
     return TextOf(text.get());
 }
 

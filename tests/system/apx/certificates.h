@@ -15,16 +15,22 @@ struct Certificate {
     std::string thumbprint;  // "0A:1B:...:FF"
 };
 
-// With a new P-256 key; valid from `notBefore` to `notAfter`, in seconds from now. Signed by `issuer`, or by itself.
+// With this key, in PEM, or a new P-256 one; valid from `notBefore` to `notAfter`, in seconds from now. Signed by `issuer`,
+// or by itself.
 // `extensions` are name and value as OpenSSL writes them: {"subjectAltName", "DNS:node01.corp.test"}.
 using Extensions = std::map<std::string, std::string>;
 Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer = nullptr, long notBefore = -3600,
-                            long notAfter = 86400, const Extensions& extensions = {});
+                            long notAfter = 86400, const Extensions& extensions = {}, const std::string& key = "");
+
+// 2048 bits, in PEM.
+std::string MakeRsaKey();
 
 struct ListShape {
-    bool isDelta = false;  // it says that it is a part of a list
-    unsigned times = 1;    // each certificate stands there so often, with a reason
+    unsigned times = 1;  // each certificate stands there so often, with a reason
     const char* digest = "SHA256";
+    bool isPss = false;               // an RSA key's signature
+    Extensions extensions = {};       // of the list, as OpenSSL writes them
+    Extensions entryExtensions = {};  // of its first entry
     const char* issuer =
         nullptr;  // the issuer's common name as a PrintableString, if spelled otherwise than by the issuer
 };
