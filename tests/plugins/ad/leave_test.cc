@@ -93,7 +93,7 @@ TEST_F(Leaves, AccountThatAnotherHostHasTakenOverStays) {
     corp.entries.Modify(kAccount, {{2, "unicodePwd", {Utf16("\"Another-1\"")}}});
     TakeLogLines();
     EXPECT_EQ(Leave(), 0U);
-    EXPECT_THAT(TakeLogLines(), ElementsAre(HasSubstr("it does not take the key of this host's keytab")));
+    EXPECT_THAT(TakeLogLines(), ElementsAre(HasSubstr("its key is not the one of this host's keytab")));
     EXPECT_TRUE(Account());
     EXPECT_FALSE(HasTraces());
 }
@@ -135,6 +135,19 @@ TEST_F(Leaves, RepeatedLeaveDoesNotTakeAnothersAccount) {
     logIns.refusesDisable = false;
     EXPECT_EQ(Leave(), 0U);
     EXPECT_TRUE(Account());
+    EXPECT_FALSE(HasTraces());
+}
+
+// As above, but nobody had it yet when it was disabled for want of the right to delete it.
+TEST_F(Leaves, RepeatedLeaveDoesNotTakeAnAccountThatAnotherHostHasEnabledAgain) {
+    Refuse("delete", {kInsufficientAccess});
+    logIns.refusesDisable = true;
+    EXPECT_EQ(Leave(), kStatusDiskFull);
+    EXPECT_EQ(Account()->Text("useraccountcontrol"), "4098");
+    corp.entries.Modify(kAccount, {{2, "unicodePwd", {Utf16("\"Another-1\"")}}, {2, "userAccountControl", {"4096"}}});
+    logIns.refusesDisable = false;
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_EQ(Account()->Text("useraccountcontrol"), "4096");
     EXPECT_FALSE(HasTraces());
 }
 
@@ -242,6 +255,15 @@ TEST_F(Leaves, DisabledAccountIsThisHostsAllTheSame) {
     corp.keys.Refuse("NODE01$", KRB5KDC_ERR_CLIENT_REVOKED);
     EXPECT_EQ(Leave(), 0U);
     EXPECT_FALSE(Account());
+}
+
+// Nobody's key is taken there, and its version tells whose it is.
+TEST_F(Leaves, DisabledAccountOfAnotherHostStays) {
+    corp.keys.Refuse("NODE01$", KRB5KDC_ERR_CLIENT_REVOKED);
+    corp.entries.Put(kAccount, {{"msDS-KeyVersionNumber", {"7"}}});
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_TRUE(Account());
+    EXPECT_FALSE(HasTraces());
 }
 
 TEST_F(Leaves, AccountThatTheKeyCentreDoesNotKnowAnyMoreIsNoSignOfAnotherHost) {

@@ -148,6 +148,16 @@ TEST_F(UnfinishedJoins, LeaveWithCredentialsTakesTheAccountToo) {
     EXPECT_FALSE(Account());
 }
 
+// It may have been another host's, and disabled, before this join.
+TEST_F(UnfinishedJoins, LeaveWithCredentialsKeepsAnAccountThatIsDisabled) {
+    Prepare();
+    ASSERT_TRUE(KilledAt(kAtTheLogIns, Behaviour::Answers, [this] { return Join(); }));
+    corp.keys.Refuse("NODE01$", KRB5KDC_ERR_CLIENT_REVOKED);
+    EXPECT_EQ(Leave(), 0U);
+    EXPECT_TRUE(Account());
+    EXPECT_EQ(FileCount(Folder()), 2U) << "the keytab and the lock";
+}
+
 TEST_F(UnfinishedJoins, FailedJoinAfterwardsLeavesTheHostCleanAndTheKeysForTheNext) {
     Prepare();
     ASSERT_TRUE(KilledAt(kAtTheLogIns, Behaviour::Answers, [this] { return JoinAsMachine(); }));

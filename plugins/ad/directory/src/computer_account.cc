@@ -361,18 +361,21 @@ void ComputerAccounts::DeleteWithChildren(const std::string& distinguishedName) 
     }
 }
 
-void ComputerAccounts::DeleteOrDisable(const LdapEntry& account) {
+bool ComputerAccounts::DeleteOrDisable(const LdapEntry& account) {
     try {
         DeleteWithChildren(account.distinguishedName);
+        return true;
     } catch (const LdapError& error) {
-        if (IsRefusal(error)) {
-            const std::string control = std::to_string(account.Number("useraccountcontrol") | kAccountDisabled);
-            _connection.Modify(account.distinguishedName,
-                               {{LdapChangeKind::Replace, {"userAccountControl", {control}}}});
-        } else if (error.Code() != LDAP_NO_SUCH_OBJECT) {
+        if (error.Code() == LDAP_NO_SUCH_OBJECT) {
+            return true;
+        }
+        if (!IsRefusal(error)) {
             throw;
         }
     }
+    const std::string control = std::to_string(account.Number("useraccountcontrol") | kAccountDisabled);
+    _connection.Modify(account.distinguishedName, {{LdapChangeKind::Replace, {"userAccountControl", {control}}}});
+    return false;
 }
 
 }  // namespace nimbrel::ad

@@ -67,8 +67,8 @@ class ComputerAccounts {
 
     // The machine account of that name, if there is one.
     std::optional<LdapEntry> Find(const std::string& computer);
-    // Deletes the account with what hangs below it, or disables it where any of that may not be deleted.
-    void DeleteOrDisable(const LdapEntry& account);
+    // Deletes the account with what hangs below it, or disables it where any of that may not be deleted, and returns false.
+    bool DeleteOrDisable(const LdapEntry& account);
 
  private:
     std::vector<LdapEntry> FinishContainer(int question);

@@ -66,8 +66,9 @@ bool IsWordOnAccount(const AdError& error) {
 
 // Whether the account takes this host's key. The controller that has told of the account is asked first. One that refuses
 // the key may not have heard of it yet, and another one is asked; or that one has not heard yet of the other host that has
-// taken the account over, which the account's key version tells. What the domain says of an account that is disabled or
-// the like, or gone since it was looked for, is no sign of another host.
+// taken the account over, which the account's key version tells. An account that is disabled or the like takes no key at
+// all: there the version alone tells, of a host that has joined. Of a join that was cut short it tells nothing, as the
+// account may have been disabled before.
 bool IsKeyTaken(const Settings& settings, const Leaving& leaving, const Controller& teller, bool isOfThisVersion,
                 const Deadline& deadline) {
     const auto logOn = MachineLogOn(leaving.membership.computer, "FILE:" + leaving.keytab);
@@ -97,7 +98,7 @@ bool IsKeyTaken(const Settings& settings, const Leaving& leaving, const Controll
         if (!isRefused && !IsWordOnAccount(error)) {
             throw;
         }
-        return !isRefused;
+        return !isRefused && isOfThisVersion && leaving.isJoined;
     }
 }
 
@@ -117,10 +118,10 @@ std::string WhyOfAnother(const Settings& settings, const Leaving& leaving, const
     const std::int64_t told = account.Number("msds-keyversionnumber");
     const bool isOfThisVersion = told != 0 && told <= *version;
     const bool isTaken = IsKeyTaken(settings, leaving, teller, isOfThisVersion, deadline);
-    return isTaken ? "" : "it does not take the key of this host's keytab";
+    return isTaken ? "" : "its key is not the one of this host's keytab";
 }
 
-// False where the account that bears this host's name stays, as it is another host's.
+// False where the account that bears this host's name stays, as it is another host's, or may not be deleted.
 bool RemoveAccount(const Settings& settings, const Leaving& leaving, const UserCredentials& credentials,
                    const Deadline& deadline) {
     Session session(settings, leaving.membership.domain, leaving.preferredControllers,
@@ -132,8 +133,7 @@ bool RemoveAccount(const Settings& settings, const Leaving& leaving, const UserC
     }
     const std::string reason = WhyOfAnother(settings, leaving, *account, session.At(), deadline);
     if (reason.empty()) {
-        accounts.DeleteOrDisable(*account);
-        return true;
+        return accounts.DeleteOrDisable(*account);
     }
     syslog(LOG_WARNING, "This host leaves '%s' and its machine account '%s' stays there: %s",
            leaving.membership.domain.c_str(), leaving.membership.computer.c_str(), reason.c_str());
