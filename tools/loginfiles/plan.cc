@@ -35,7 +35,8 @@ void EditNsswitch(const ProviderModules& provider, bool enable, ChangeSet& chang
 void RequireServices(const std::vector<std::string>& services) {
     const PamFiles files = ReadPamFiles();
     for (const std::string& service : services) {
-        if (files.contains(service)) continue;
+        // One that others include is read all the same.
+        if (files.contains(service) && !IsMasked(PathOf(service))) continue;
         throw LoginsError(LoginsError::Kind::Refused, "there is no PAM service '" + service + "'",
                           "'nimauthctl logins show' lists the services");
     }

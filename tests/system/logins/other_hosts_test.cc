@@ -182,8 +182,10 @@ TEST_F(PlainHostTest, LinkToNothingIsNoHindrance) {
     fs::create_directories("/usr/lib/pam.d");
     WriteFile("/usr/lib/pam.d/masked", "auth required pam_unix.so\n");
     EXPECT_FALSE(logins::ReadPamFiles().contains("masked"));
-    EXPECT_THAT(Refused({"logins", "enable", "--services", "masked"}), HasSubstr("'masked'"));
+    const std::vector<std::string> onlyThere = {"logins", "enable", "--services", "masked"};
+    EXPECT_THAT(Refused(onlyThere), HasSubstr("there is no PAM service 'masked'"));
     WriteFile("/etc/pam.d/door", "@include masked\n@include common-auth\n@include common-account\n");
+    EXPECT_THAT(Refused(onlyThere), HasSubstr("there is no PAM service 'masked'"));
     EXPECT_EQ("", logins::ReadPamFiles().at("masked")) << "what others include";
     EXPECT_EQ(logins::ReadPamFiles(), logins::FilesAfter({}));
     Enable();
