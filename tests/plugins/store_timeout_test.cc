@@ -69,12 +69,12 @@ TEST_F(StoreTimeOut, ANegativeTimeOutHasPassedToo) {
     EXPECT_THAT(log.Take(), ElementsAre(kDomainsLine));
 }
 
-TEST_F(StoreTimeOut, OneSecondIsWaitedForAndOnlyTheHungQuestionTimesOut) {
+TEST_F(StoreTimeOut, TheSecondsAreWaitedForAndOnlyTheHungQuestionTimesOut) {
     plugin->setTexts(kGetTrustedDomains, kLab);
     plugin->hold(kGetDomainTrustState);
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(MakeStore(1)->GetDomainTrustState(), 2);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_EQ(MakeStore(3)->GetDomainTrustState(), 2);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
     EXPECT_EQ(Cache().GetTrustedDomains().front().DNSName(), "lab.test");
     EXPECT_THAT(log.Take(), ElementsAre(kStateLine));
 }

@@ -39,7 +39,7 @@ function(nimauth_add_test name)
             --bind "${PROJECT_BINARY_DIR}" ${arg_ROOT_OPTIONS} -- $<TARGET_FILE:${name}>)
     endif()
     add_test(NAME ${name} COMMAND ${command})
-    set_tests_properties(${name} PROPERTIES LABELS ${arg_RING} TIMEOUT 400
+    set_tests_properties(${name} PROPERTIES LABELS ${arg_RING} TIMEOUT 1200
         ENVIRONMENT "${NIMAUTH_SANITIZER_ENVIRONMENT}")
     if(arg_STAGED)
         set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED staged)

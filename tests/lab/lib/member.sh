@@ -4,6 +4,8 @@
 #   member_end NAME
 #   probe NAME ARGUMENT...         calls one slot of the provider, without the library's pauses and retries
 #   ctl NAME ARGUMENT...           the shipped nimauthctl
+#   limits NAME KEY=SECONDS...     how long the provider waits; what is not named as by default
+#   with_patience NAME             far longer than by default, where a busy machine must make no difference
 #   with_clock NAME OFFSET COMMAND...   the same with the clock off, `+20m` or `-20m`
 #
 # krb5.conf and smb.conf are there for the oracles and the other tools only; the provider reads neither.
@@ -51,4 +53,8 @@ next_number() {  # unique in the whole lab, also among scenarios that run at the
 
 probe() { in_box "$1" /mnt/probe /usr/libexec/nimauth/libad.so "${@:2}"; }
 ctl() { in_box "$1" nimauthctl "${@:2}"; }
+limits() {
+    in_box "$1" bash -c 'sed -i /_seconds/d "$0" && printf "%s\n" "$@" >>"$0"' /etc/nimbrel/nimauth/ad.conf "${@:2}"
+}
+with_patience() { limits "$1" controller_seconds=20 join_seconds=300 query_seconds=60; }
 with_clock() { in_box "$1" faketime -f "$2" "${@:3}"; }

@@ -29,7 +29,7 @@ name_server_start() {
         --port=53 --listen-address="$address" --bind-interfaces --cache-size=0 --local=/test/ --local=/arpa/ \
         --log-queries --log-facility=- "${records[@]}" </dev/null >"/mnt/lab/dns/$address.log" 2>&1 &
     printf '%s\n' "$!" >"/mnt/lab/dns/$address.pid"
-    box_wait 5 grep -q started "/mnt/lab/dns/$address.log" || { cat "/mnt/lab/dns/$address.log" >&2; return 1; }
+    box_wait 30 grep -q started "/mnt/lab/dns/$address.log" || { cat "/mnt/lab/dns/$address.log" >&2; return 1; }
 }
 
 name_server_stop() {

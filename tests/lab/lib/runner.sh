@@ -4,7 +4,7 @@
 #   sweep_NAME      uses several hosts at once by itself; two at a time
 #   alone_NAME      changes what others see of the directory
 
-scenario_seconds=150
+scenario_seconds=600
 lanes=3
 
 load_scenarios() {

@@ -12,6 +12,7 @@ for_every_step() {  # for_every_step LAST BODY [ARGUMENT]...
     shift
     for ((lane = 0; lane < fault_lanes; lane++)); do
         member
+        with_patience "$node"
         hosts+=("$node")
     done
     for ((lane = 0; lane < fault_lanes; lane++)); do
@@ -89,7 +90,7 @@ loses_controller_at_step() {  # loses_controller_at_step WAY HOST STEP
     "$1" "$2" 10.99.0.2
     join_let_go "$2"
     reachable "$2" 10.99.0.2
-    patient "$2"
+    with_patience "$2"
     output=/mnt/lab/fault.$2
     if [ "$(join_status "$2")" != 0 ]; then
         is_not_joined
@@ -101,21 +102,16 @@ loses_controller_at_step() {  # loses_controller_at_step WAY HOST STEP
 }
 
 # As join_held, of a join that does not try what cannot succeed for as long as it would on a wide network. On a busy
-# machine such haste can end the join before the step, which does not tell that there is none: a patient join does.
+# machine such haste can end the join before the step, which does not tell that there is none: one that has time tells.
 join_held_in_haste() {  # join_held_in_haste HOST STEP
-    impatient "$1"
+    in_haste "$1"
     ! join_held "$1" "$2" || return 0
-    patient "$1"
+    with_patience "$1"
     [ "$(join_status "$1")" != 0 ] || return 1
     join_held "$1" "$2"
 }
 
-impatient() {
-    patient "$1"
-    in_box "$1" sed -i '$a controller_seconds = 1\njoin_seconds = 3\nroll_back_seconds = 1' /etc/nimbrel/nimauth/ad.conf
-}
-
-patient() { in_box "$1" sed -i '/_seconds/d' /etc/nimbrel/nimauth/ad.conf; }
+in_haste() { limits "$1" controller_seconds=1 join_seconds=3 roll_back_seconds=1; }
 
 sweep_interrupted_join_controller_vanishes() {
     for_every_step 200 loses_controller_at_step black_hole
@@ -131,16 +127,17 @@ sweep_interrupted_join_controller_closes() {
 alone_interrupted_join_controller_stops() {
     local step
     member
+    with_patience "$node"
     for ((step = 1; ; step += 3 * fault_stride)); do
         join_held_in_haste "$node" "$step" || no_such_step "$node" || break
         stop dc1
         join_let_go "$node"
         continue_box dc1
-        patient "$node"
+        with_patience "$node"
         output=/mnt/lab/fault.$node
         if [ "$(join_status "$node")" != 0 ]; then
             is_not_joined
-            box_wait 10 controller_answers dc1
+            box_wait 60 controller_answers dc1
             join_gives 0 corp.test joiner Hosts
         fi
         trust_state_is "$trust_healthy"

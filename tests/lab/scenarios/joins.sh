@@ -158,6 +158,7 @@ alone_fifty_hosts_join_at_once() {
     local number hosts=() host failed=() start
     for number in {1..50}; do
         member
+        with_patience "$node"
         hosts+=("$node")
     done
     start=$EPOCHREALTIME

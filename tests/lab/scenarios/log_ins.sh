@@ -42,7 +42,11 @@ logs_in() {
     equals "exit status of a log-in of $1" 0 "$result"
 }
 
-is_known() { succeeds getent passwd "$1"; }
+# Its first look at the domain may come too late on a busy machine; the next one follows a minute later.
+is_known() {
+    box_wait 90 in_box "$node" getent passwd "$1" || true
+    succeeds getent passwd "$1"
+}
 is_unknown() {
     capture in_box "$node" getent passwd "$1"
     equals "$1 is unknown" 2 "$result"
@@ -59,7 +63,7 @@ scenario_log_in_users_of_the_domain() {
     is_unknown alice@corp.test
     join_host
     is_known alice@corp.test
-    within 5 logs_in alice@corp.test
+    within 20 logs_in alice@corp.test
     output_has "account management done"
     log_in_says "Authentication failure" alice@corp.test Wrong-Secret
     log_in_says "User not known" nobody@corp.test
@@ -94,7 +98,7 @@ scenario_log_in_while_no_controller_answers() {
     # Was never here, so nothing is kept of her.
     capture in_box "$node" timeout 60 pamtester domain bob@corp.test authenticate <<<"$secret"
     equals "exit status of a log-in of bob" 1 "$result"
-    within 10 logs_in alice@corp.test
+    within 20 logs_in alice@corp.test
     # A leave that only forgets needs no controller, and takes the kept password along.
     tool 0 leave
     log_in_says "Authentication" alice@corp.test
@@ -224,9 +228,9 @@ scenario_log_in_enabled_and_disabled_by_the_tool() {
     tool 0 logins enable --confirm-within 0
     cut_off
     within 30 common_log_in_says "account management done" alice@corp.test "$secret"
-    within 5 common_log_in_says "account management done" keeper Local-Secret-1
+    within 10 common_log_in_says "account management done" keeper Local-Secret-1
     in_box "$node" pkill -x sssd
-    within 5 common_log_in_says "account management done" keeper Local-Secret-1
+    within 10 common_log_in_says "account management done" keeper Local-Secret-1
     tool 0 logins disable --confirm-within 0
     equals "files after disable" "$(</mnt/lab/before.$node)" "$(log_in_files)"
     is_unknown alice@corp.test
@@ -260,7 +264,7 @@ scenario_log_in_check_names_what_is_missing() {
     check_finds 5 "sssd configuration" fail
     in_box "$node" chmod 600 /etc/sssd/conf.d/50-nimauth-domain.conf
     in_box "$node" pkill -x sssd
-    box_wait 5 in_box "$node" bash -c '! pgrep -x sssd'
+    box_wait 60 in_box "$node" bash -c '! pgrep -x sssd'
     check_finds 1 "sssd runs" fail
     in_box "$node" mv /etc/krb5.keytab /etc/krb5.keytab.away
     check_finds 1 keytab fail

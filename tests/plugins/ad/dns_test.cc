@@ -5,10 +5,12 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <thread>
 
+#include "plugins/ad/domain/loopback.h"
 #include "sandbox.h"
 
 namespace nimbrel::ad::test {
@@ -239,71 +241,79 @@ TEST(ServiceOrder, NothingIsLost) {
     }
 }
 
-// A name server on loopback that answers questions with the datagrams that `makeReplies` makes of them.
-class OneAnswer {
+// A name server on loopback that answers questions with the datagrams that `makeReplies` makes of them. A client that has
+// not waited for them asks the same again, and is told the same; none are made anew.
+class NameServer {
  public:
     using MakeReplies = std::function<std::vector<std::string>(const std::string& question)>;
 
-    // After `questions` of them it takes one connection if there is a reply for it.
-    explicit OneAnswer(MakeReplies makeReplies, int questions = 1, MakeReplies makeLongReply = nullptr)
-        : _listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
+    // `makeLongReply` is for connections. Without it they are closed.
+    explicit NameServer(MakeReplies makeReplies, MakeReplies makeLongReply = nullptr)
+        : _makeReplies(std::move(makeReplies)),
+          _connections("127.0.0.1", 0,
+                       [make = std::move(makeLongReply)](int connection) {
+                           if (make) Converse(connection, make);
+                       }),
           _socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        EXPECT_EQ(bind(_listener.Number(), reinterpret_cast<sockaddr*>(&address), size), 0);
-        EXPECT_EQ(getsockname(_listener.Number(), reinterpret_cast<sockaddr*>(&address), &size), 0);
-        EXPECT_EQ(listen(_listener.Number(), 1), 0);
-        EXPECT_EQ(bind(_socket.Number(), reinterpret_cast<sockaddr*>(&address), size), 0);
+        const Endpoint address = Address();
+        EXPECT_EQ(bind(_socket.Number(), address.Address(), address.Size()), 0);
         _settings.nameServers = {"127.0.0.1"};
-        _settings.nameServerPort = ntohs(address.sin_port);
-        _settings.nameBudget = std::chrono::seconds(5);
-        _thread = std::thread([=, this] {
-            for (int i = 0; i < questions; ++i) Answer(makeReplies);
-            if (makeLongReply) AnswerConnection(makeLongReply);
-        });
+        _settings.nameServerPort = _connections.Port();
+        _settings.nameBudget = std::chrono::seconds(30);
+        _thread = std::thread([this] { TakeQuestions(); });
     }
-    ~OneAnswer() { _thread.join(); }
+    ~NameServer() {
+        _ending = true;
+        const Endpoint self = Address();
+        sendto(_socket.Number(), "", 0, 0, self.Address(), self.Size());
+        _thread.join();
+    }
 
     DnsAnswer Ask() const {
-        return Resolver(_settings).Services("_ldap._tcp.corp.test", Deadline::After(std::chrono::seconds(10)));
+        return Resolver(_settings).Services("_ldap._tcp.corp.test", Deadline::After(std::chrono::seconds(60)));
     }
     std::vector<std::string> Addresses() const {
         std::vector<std::string> texts;
-        for (const auto& one : Resolver(_settings).Addresses("dc1.test", Deadline::After(std::chrono::seconds(10)))) {
+        for (const auto& one : Resolver(_settings).Addresses("dc1.test", Deadline::After(std::chrono::seconds(60)))) {
             texts.push_back(one.Text());
         }
         return texts;
     }
 
  private:
-    void Answer(const MakeReplies& makeReplies) const {
-        char buffer[1024];
-        sockaddr_in client = {};
-        socklen_t size = sizeof client;
-        const ssize_t got =
-            recvfrom(_socket.Number(), buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&client), &size);
-        ASSERT_GT(got, 0);
-        for (const std::string& reply : makeReplies(std::string(buffer, static_cast<std::size_t>(got)))) {
-            sendto(_socket.Number(), reply.data(), reply.size(), 0, reinterpret_cast<const sockaddr*>(&client), size);
+    Endpoint Address() const { return Endpoint::FromText("127.0.0.1", _connections.Port()).value(); }
+
+    void TakeQuestions() {
+        std::map<std::string, std::vector<std::string>> told;
+        while (true) {
+            char buffer[1024];
+            sockaddr_in client = {};
+            auto* const from = reinterpret_cast<sockaddr*>(&client);
+            socklen_t size = sizeof client;
+            const ssize_t got = recvfrom(_socket.Number(), buffer, sizeof buffer, 0, from, &size);
+            if (_ending || got < 0) return;
+            auto& replies = told[std::string(buffer, static_cast<std::size_t>(got))];
+            if (replies.empty()) replies = _makeReplies(std::string(buffer, static_cast<std::size_t>(got)));
+            for (const std::string& reply : replies) {
+                sendto(_socket.Number(), reply.data(), reply.size(), 0, from, size);
+            }
         }
     }
 
-    void AnswerConnection(const MakeReplies& makeReply) const {
-        const kit::Descriptor connection(accept4(_listener.Number(), nullptr, nullptr, SOCK_CLOEXEC));
-        const Deadline deadline = Deadline::After(std::chrono::seconds(10));
+    static void Converse(int connection, const MakeReplies& makeReply) {
         std::string size(2, '\0');
-        ReceiveExactly(connection.Number(), size.data(), size.size(), deadline);
+        if (!ReadExactly(connection, size.data(), size.size())) return;
         std::string question(static_cast<unsigned char>(size[1]), '\0');
-        ReceiveExactly(connection.Number(), question.data(), question.size(), deadline);
+        if (!ReadExactly(connection, question.data(), question.size())) return;
         const std::string reply = makeReply(question).front();
-        SendAll(connection.Number(), Number(static_cast<unsigned>(reply.size()), 2) + reply, deadline);
+        WriteAll(connection, Number(static_cast<unsigned>(reply.size()), 2) + reply);
     }
 
-    kit::Descriptor _listener;
+    MakeReplies _makeReplies;
+    StreamService _connections;
     kit::Descriptor _socket;
     Settings _settings;
+    std::atomic<bool> _ending = false;
     std::thread _thread;
 };
 
@@ -319,7 +329,7 @@ std::string ReplyTo(const std::string& question, const std::string& host) {
 TEST(Resolver, AsksForServicesAndAnnouncesRoomForLongAnswers) {
     std::string asked;
     {
-        const OneAnswer server([&](const std::string& question) {
+        const NameServer server([&](const std::string& question) {
             asked = question;
             return std::vector<std::string>{ReplyTo(question, "dc1.corp.test")};
         });
@@ -332,7 +342,7 @@ TEST(Resolver, AsksForServicesAndAnnouncesRoomForLongAnswers) {
 }
 
 TEST(Resolver, OnlyTheReplyToItsOwnQuestionIsTaken) {
-    const OneAnswer server([](const std::string& question) {
+    const NameServer server([](const std::string& question) {
         const std::string good = ReplyTo(question, "dc1.corp.test");
         const std::string other = ReplyTo(question, "dc2.corp.test");
         std::vector<std::string> replies = {"", "x", other.substr(0, question.size() - 12)};
@@ -349,21 +359,22 @@ TEST(Resolver, OnlyTheReplyToItsOwnQuestionIsTaken) {
 }
 
 TEST(Resolver, TruncatedReplyIsFetchedByConnection) {
-    const auto truncated = [](const std::string& question) {
-        std::string reply = ReplyTo(question, "dc9.corp.test");
-        reply[2] = static_cast<char>(reply[2] | 0x02);
-        return std::vector<std::string>{reply};
-    };
-    const auto hostsWith = [&](char changed) {
-        const OneAnswer server(truncated, 1, [changed](const std::string& question) {
+    const auto hostsWith = [&](char answersLeft, char changed) {
+        const auto truncated = [answersLeft](const std::string& question) {
+            std::string reply = ReplyTo(question, "dc9.corp.test");
+            reply[2] = static_cast<char>(reply[2] | 0x02);
+            reply[7] = answersLeft;
+            return std::vector<std::string>{reply};
+        };
+        const NameServer server(truncated, [changed](const std::string& question) {
             std::string reply = ReplyTo(question, "dc1.corp.test");
             reply[0] = static_cast<char>(reply[0] ^ changed);
             return std::vector<std::string>{reply};
         });
         return Hosts(server.Ask().services);
     };
-    EXPECT_THAT(hostsWith(0), ElementsAre("dc1.corp.test"));
-    EXPECT_THAT(hostsWith(1), ElementsAre("dc9.corp.test")) << "the reply to another question is none";
+    EXPECT_THAT(hostsWith(0, 0), ElementsAre("dc1.corp.test"));
+    EXPECT_THAT(hostsWith(1, 1), ElementsAre("dc9.corp.test")) << "the reply to another question is none";
 }
 
 std::vector<std::string> WithAddress(const std::string& question, ns_type type, const std::string& address) {
@@ -378,30 +389,26 @@ std::vector<std::string> WithAddress(const std::string& question, ns_type type, 
 }
 
 TEST(Resolver, SecondFamilyIsAskedForWhereNoAddressOfTheFirstCanBeReached) {
-    const OneAnswer first([](const auto& question) { return WithAddress(question, ns_t_a, "\x7f\x63\x01\x02"); });
+    const NameServer first([](const auto& question) { return WithAddress(question, ns_t_a, "\x7f\x63\x01\x02"); });
     EXPECT_THAT(first.Addresses(), ElementsAre("127.99.1.2"));
     const std::string ipv6 = std::string("\xfd\0\0\0\0\0\0\0\0\0\0\0\0\0\0\2", 16);
-    const OneAnswer second([&](const auto& question) { return WithAddress(question, ns_t_aaaa, ipv6); }, 2);
+    const NameServer second([&](const auto& question) { return WithAddress(question, ns_t_aaaa, ipv6); });
     EXPECT_THAT(second.Addresses(), ElementsAre("fd00::2"));
-    const OneAnswer neither([&](const auto& question) { return WithAddress(question, ns_t_txt, ""); }, 2);
+    const NameServer neither([&](const auto& question) { return WithAddress(question, ns_t_txt, ""); });
     EXPECT_THAT(neither.Addresses(), SizeIs(0));
     // As on a host with addresses of version 6 alone: to all at once there is no way from anywhere.
-    const OneAnswer both(
-        [&, count = 0](const auto& question) mutable {
-            return count++ == 0 ? WithAddress(question, ns_t_a, std::string("\xff\xff\xff\xff", 4))
-                                : WithAddress(question, ns_t_aaaa, ipv6);
-        },
-        2);
+    const NameServer both([&, count = 0](const auto& question) mutable {
+        return count++ == 0 ? WithAddress(question, ns_t_a, std::string("\xff\xff\xff\xff", 4))
+                            : WithAddress(question, ns_t_aaaa, ipv6);
+    });
     EXPECT_THAT(both.Addresses(), UnorderedElementsAre("255.255.255.255", "fd00::2"));
 }
 
 TEST(Resolver, AddressThatCanBeReachedIsGoodWithoutTheSecondFamily) {
-    const OneAnswer cut(
-        [count = 0](const auto& question) mutable {
-            return count++ == 0 ? WithAddress(question, ns_t_a, std::string("\xff\xff\xff\xff", 4))
-                                : std::vector<std::string>{std::string(question).replace(2, 2, "\x81\x82")};
-        },
-        2);
+    const NameServer cut([count = 0](const auto& question) mutable {
+        return count++ == 0 ? WithAddress(question, ns_t_a, std::string("\xff\xff\xff\xff", 4))
+                            : std::vector<std::string>{std::string(question).replace(2, 2, "\x81\x82")};
+    });
     EXPECT_THAT(cut.Addresses(), ElementsAre("255.255.255.255")) << "the name server fails at the second question";
 }
 
@@ -455,7 +462,7 @@ TEST(Resolver, NobodyIsAskedBehindTheDeadline) {
     Settings settings;
     settings.nameServers = {"127.0.0.1"};
     settings.nameServerPort = ntohs(address.sin_port);
-    const auto ask = [&] { Resolver(settings).Services("a.test", Deadline::After(std::chrono::milliseconds(120))); };
+    const auto ask = [&] { Resolver(settings).Services("a.test", Deadline::After(std::chrono::milliseconds(300))); };
     EXPECT_EQ(StatusOf(ask), kStatusNoSuchDomain);
     char byte = 0;
     EXPECT_GE(recv(silent.Number(), &byte, 1, MSG_DONTWAIT), 0);
@@ -483,14 +490,14 @@ TEST(Resolver, SilentServerIsAskedAgainWithMorePatience) {
         return ++questions < 3 ? std::vector<std::string>() : std::vector{ReplyTo(question, "dc1.corp.test")};
     };
     {
-        const OneAnswer server(answerTheThird, 3);
+        const NameServer server(answerTheThird);
         EXPECT_THAT(Hosts(server.Ask().services), ElementsAre("dc1.corp.test"));
     }
     EXPECT_GE(Deadline::Clock::now() - start, std::chrono::milliseconds(400 + 800));
 }
 
 TEST(Resolver, NameInOtherLettersIsTheSameQuestion) {
-    const OneAnswer server([](const std::string& question) {
+    const NameServer server([](const std::string& question) {
         std::string reply = ReplyTo(question, "dc1.corp.test");
         reply[14] = 'L';
         return std::vector<std::string>{reply};
@@ -500,7 +507,7 @@ TEST(Resolver, NameInOtherLettersIsTheSameQuestion) {
 
 TEST(Resolver, ServerThatFailsGivesNoAnswer) {
     const auto statusWith = [](char code) {
-        const OneAnswer server([code](const std::string& question) {
+        const NameServer server([code](const std::string& question) {
             std::string reply = ReplyTo(question, "dc1.corp.test");
             reply[3] = static_cast<char>((reply[3] & 0xf0) | code);
             return std::vector<std::string>{reply};

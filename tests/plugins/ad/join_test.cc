@@ -11,6 +11,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
@@ -156,8 +157,9 @@ TEST_F(Joins, UserIsNamedInEveryWay) {
 
 TEST_F(Joins, ClockThatIsOffIsToldBeforeThePasswordIsUsed) {
     corp.controller.clockOffset = -301;
-    EXPECT_EQ(JoinText(),
-              "This host's clock and that of 'dc1.corp.test' are " + std::to_string(-301) + " seconds apart");
+    // Some seconds may pass until they are compared.
+    EXPECT_THAT(JoinText(),
+                MatchesRegex("This host's clock and that of 'dc1.corp.test' are -3[0-5][0-9] seconds apart"));
     EXPECT_EQ(corp.keys.requests, 0);
 }
 
@@ -332,7 +334,6 @@ TEST_F(Joins, TakingBackIsDoneWhereTheJoinWasOrTold) {
     TestController dc2(lagging, corp.keys, ControllerFacts{"dc2.corp.test", "corp.test", "CORP"},
                        ControllerAddress{"127.0.0.2", corp.controller.LdapPort(), corp.controller.KerberosPort()});
     corp.names->AddService("_ldap._tcp.dc._msdcs.corp.test", "dc2.corp.test", {.priority = 10});
-    settings.controllerBudget = std::chrono::milliseconds(300);
     settings.rollBackBudget = std::chrono::milliseconds(600);
     corp.controller.SetBehave([isGone = false](const std::string& operation, const std::string&) mutable {
         if (isGone) return Behaviour::Vanishes;
@@ -510,12 +511,13 @@ TEST_F(MachineJoins, RefusedChangeOfTheSecretLeavesNothingBehind) {
 
 TEST_F(MachineJoins, ChangeWithoutAnAnswerIsTakenBackWhereItWasMade) {
     for (const auto silence : {Behaviour::HangsUp, Behaviour::KeepsQuiet}) {
-        settings.controllerBudget = std::chrono::milliseconds(100);
+        settings.controllerBudget = std::chrono::milliseconds(300);
         Behave("modify", silence, 1);
         TakeLogLines();
         EXPECT_EQ(JoinAsMachine(), kStatusNoSuchDomain);
         EXPECT_THAT(TakeLogLines(), ::testing::IsEmpty());
     }
+    corp.controller.SetBehave({});
     settings.controllerBudget = std::chrono::seconds(10);
     EXPECT_EQ(JoinAsMachine(), 0U) << "the one-time secret is good again";
 }

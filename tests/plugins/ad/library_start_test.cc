@@ -63,7 +63,7 @@ std::uint32_t UseInAChild(milliseconds lookUp) {
 }
 
 TEST(LibraryStart, ForkWaitsForIt) {
-    EXPECT_EQ(InAHost([] { return static_cast<int>(UseInAChild(milliseconds(300))); }), 0);
+    EXPECT_EQ(InAHost([] { return static_cast<int>(UseInAChild(milliseconds(100))); }), 0);
 }
 
 TEST(LibraryStart, ChildOfAForkThatCouldNotWaitIsToldSo) {

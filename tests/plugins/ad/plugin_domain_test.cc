@@ -33,8 +33,8 @@ class JoinedProvider : public ::testing::Test {
         std::filesystem::remove("/etc/krb5.keytab");
         WriteFile("/etc/nimbrel/nimauth/ad.conf",
                   "name_servers = 127.0.0.1\nname_server_port = " + std::to_string(corp.names->Port()) +
-                      "\nldap_port = " + std::to_string(corp.controller.LdapPort()) +
-                      "\nkerberos_port = " + std::to_string(corp.controller.KerberosPort()) + "\n");
+                      "\nldap_port = " + std::to_string(corp.controller.LdapPort()) + "\nkerberos_port = " +
+                      std::to_string(corp.controller.KerberosPort()) + "\ncontroller_seconds = 20\n");
         const Credentials credentials = {"admin1", "Secret-1"};
         EXPECT_EQ(Table().joinDomain("corp.test", "Hosts", &credentials), 0U);
     }

@@ -159,7 +159,7 @@ TEST_F(AdProvider, NotJoined) {
 TEST_F(AdProvider, JoinWithoutADomainEndsSoon) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(Join(), 1355U);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30)) << "half of what a join has";
     EXPECT_EQ(Join("no good"), 1212U);
     EXPECT_EQ(Join("corp.test", "a//b"), 267U);
     EXPECT_EQ(Table().getDomainTrustState(), kTrustStateNotMember);

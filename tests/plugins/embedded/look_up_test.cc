@@ -69,7 +69,7 @@ TEST_F(StoppableLookUps, StoppedReaderHoldsUpNobody) {
     Open().AddDomain("two.test");
     EXPECT_EQ(Open().ListDomains().size(), 2U);
     EXPECT_EQ(LookUp().ListDomains().size(), 2U);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(9)) << "less than a change waits";
     kill(child, SIGCONT);
     ASSERT_EQ(waitpid(child, &result, 0), child);
     EXPECT_EQ(result, 0) << "it goes on with what is committed now";
@@ -110,7 +110,7 @@ TEST_P(LookUps, WaitAFractionOfASecondForALockedFile) {
     ASSERT_EQ(fcntl(file.Number(), F_OFD_SETLK, &lock), 0);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(StatusOf([&] { LookUp(); }), 1359U);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(9)) << "less than a change waits";
 }
 
 TEST_P(LookUps, MissingAndRefusedFilesAreToldAsEver) {

@@ -111,7 +111,7 @@ TEST_F(ApxProtocol, ListensOnBothKindsOfAddress) {
 }
 
 TEST_F(ApxProtocol, ClientThatTricklesIsCutOff) {
-    Configure(certificate, "request-seconds = 1\n");
+    Configure(certificate, "request-seconds = 3\n");
     Service service;
     TlsClient client(kNear);
     const auto begin = std::chrono::steady_clock::now();

@@ -58,6 +58,9 @@ TEST_F(Apx, SlowClientIsCutOff) {
     char byte = 0;
     EXPECT_LE(recv(connection, &byte, 1, 0), 0);
     close(connection);
+    Configure(certificate, "");
+    service.Signal(SIGHUP);
+    service.WaitForLog("\nreloaded ");
     EXPECT_EQ(AskDomain(kNear, Pinned()).status, 0U);
 }
 

@@ -33,7 +33,7 @@ class ApxAtASickController : public Apx {
         std::ofstream("/etc/nimbrel/nimauth/ad.conf")
             << "name_servers = 127.0.0.1\nname_server_port = " << corp.names->Port()
             << "\nldap_port = " << corp.controller.LdapPort() << "\nkerberos_port = " << corp.controller.KerberosPort()
-            << '\n';
+            << "\ncontroller_seconds = 20\n";
         WriteServiceKeytab();
         Configure(certificate, HungDomain::BackEnd() + "pre-staged = NODE07\n");
     }

@@ -57,7 +57,7 @@ TEST_F(LoginsRevertTest, ToolIsKilledHalfWay) {
         const ProgramResult result =
             RunProgram("/usr/bin/strace", {.arguments = {"-qq", "-o", "/dev/null", "-e", "trace=rename", "-e",
                                                          "inject=rename:signal=KILL:when=" + std::to_string(number),
-                                                         kTool, "logins", "enable", "--confirm-within", "2"}});
+                                                         kTool, "logins", "enable", "--confirm-within", "5"}});
         const std::size_t changed = Differences(Before(), ReadLoginFiles()).size();
         // Prepared files lie about as well.
         half = result.signal == 9 &&
@@ -71,7 +71,7 @@ TEST_F(LoginsRevertTest, ToolIsKilledHalfWay) {
 }
 
 TEST_F(LoginsRevertTest, ConfirmedChangeStays) {
-    Enable({"--confirm-within", "1"});
+    Enable({"--confirm-within", "3600"});
     EXPECT_THAT(Done({"logins", "confirm"}), HasLine("confirmed: 1"));
     const LoginFiles enabled = ReadLoginFiles();
     // What the timer does when the time is over.
@@ -103,7 +103,7 @@ TEST_F(LoginsRevertTest, RescueSystemTakesItBack) {
 // What the watcher cannot read may come back: a disk that was away, a file that somebody edits.
 TEST_F(LoginsRevertTest, JournalThatCannotBeReadForAWhileIsTakenBackAfterwards) {
     authentication::test::SystemLog log;
-    Enable({"--confirm-within", "2"});
+    Enable({"--confirm-within", "5"});
     const std::string path = std::string(kJournal) + "/1/record";
     const std::string record = ReadFile(path);
     WriteFile(path, "damaged\n");

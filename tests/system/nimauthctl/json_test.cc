@@ -132,7 +132,7 @@ TEST_F(JsonTest, UsageErrorsAreObjectsToo) {
 TEST_F(JsonTest, StaleAnswersAreNamed) {
     HaveJoined();
     Done({"directory", "rehearse", "get-trusted-domains", "--delay", "10m"});
-    const json status = Parsed({"status", "--timeout", "1"}, 6);
+    const json status = Parsed({"status", "--timeout", "3"}, 6);
     EXPECT_EQ(json::array({"trustedDomains"}), status["stale"]);
     EXPECT_TRUE(status["trustedDomains"].is_null());
     EXPECT_EQ(true, status["joined"]);

@@ -23,7 +23,7 @@ class StaleAnswersTest : public ToolHost {
     static void Hang(const std::string& operation) { Done({"directory", "rehearse", operation, "--delay", "10m"}); }
 
     static std::string StaleStatus() {
-        const ProgramResult result = Ctl({"status", "--timeout", "1"});
+        const ProgramResult result = Ctl({"status", "--timeout", "3"});
         EXPECT_THAT(result, ExitsWith(6));
         EXPECT_EQ("", result.errors);
         EXPECT_LT(result.took, kSoon);
@@ -86,7 +86,7 @@ TEST_F(StaleAnswersTest, ClearedRehearsalIsOver) {
 TEST_F(StaleAnswersTest, FailureWeighsMoreThanAStaleAnswer) {
     Hang("get-domain-trust-state");
     Done({"directory", "rehearse", "get-smart-card-enabled-services", "--status", "1311"});
-    const ProgramResult result = Ctl({"status", "--timeout", "1"});
+    const ProgramResult result = Ctl({"status", "--timeout", "3"});
     EXPECT_THAT(result, ExitsWith(9));
     EXPECT_THAT(result.output, AllOf(HasLine("smart-card services: unavailable"),
                                      HasSubstr("trust state: 2 (no answer in time) [stale]")));
