@@ -118,27 +118,37 @@ bool IsNamedAs(const X509_NAME* name, const X509* authority) {
     return X509_NAME_cmp(name, X509_get_subject_name(authority)) == 0;
 }
 
+bool IsSignedBy(X509_CRL* list, X509* authority) {
+    const bool isSigned =
+        IsNamedAs(X509_CRL_get_issuer(list), authority) && X509_CRL_verify(list, X509_get0_pubkey(authority)) == 1;
+    ERR_clear_error();
+    return isSigned;
+}
+
 // Each authority by itself: one that was renewed with another key stands there twice.
 void RequireSigned(X509_CRL* list, const Certificates& authorities) {
+    bool isNamed = false;
     bool isSigned = false;
     bool maySign = false;
     for (const auto& authority : authorities) {
-        if (!IsNamedAs(X509_CRL_get_issuer(list), authority.get())) continue;
-        if (X509_CRL_verify(list, X509_get0_pubkey(authority.get())) != 1) continue;
+        isNamed = isNamed || IsNamedAs(X509_CRL_get_issuer(list), authority.get());
+        if (!IsSignedBy(list, authority.get())) continue;
         isSigned = true;
         maySign = maySign || (X509_get_key_usage(authority.get()) & KU_CRL_SIGN) != 0;
     }
-    ERR_clear_error();
+    // libcrypto may refuse to check some of them.
+    if (isNamed && !IsDigestGood(list)) {
+        Fail(list, "whose signature proves nothing: it needs a digest of SHA-2 or SHA-3");
+    }
     if (!isSigned) Fail(list, "that no authority of 'client-ca' has signed");
     if (!maySign) Fail(list, "that may not sign lists: the keyUsage of its certificate lacks cRLSign");
-    if (!IsDigestGood(list)) Fail(list, "whose signature proves nothing: it needs a digest of SHA-2 or SHA-3");
 }
 
 [[noreturn]] void FailAsPart(const X509_CRL* list, X509_EXTENSION* extension) {
     char identifier[128] = {};
     OBJ_obj2txt(identifier, sizeof identifier, X509_EXTENSION_get_object(extension), 1);
     Fail(list,
-         "of a part of the revoked certificates (extension " + std::string(identifier) + "): a whole one is needed");
+         "with the extension " + std::string(identifier) + ", which may make it one of a part: a whole one is needed");
 }
 
 // A list with a critical extension that is not understood tells nothing (RFC 5280, section 5.2). Those that there are
@@ -241,13 +251,15 @@ RevocationLists RevocationLists::Read(const std::string& lists, const std::strin
     for (auto& list : *all) {
         RequireSigned(list.get(), signers);
         RequireWhole(list.get());
-        X509_CRL_sort(list.get());  // or the first look-up would, in some thread
         read._lists.emplace_back(std::move(list));
     }
     const Certificates left = apxd::LeftOf(std::move(signers), [&](X509* authority) { return read.Hold(authority); });
     for (const auto& list : read._lists) {
-        const auto isIssuer = [&](const auto& one) { return IsNamedAs(X509_CRL_get_issuer(list.get()), one.get()); };
-        if (std::none_of(left.begin(), left.end(), isIssuer)) continue;
+        const auto isSigner = [&](const auto& one) { return IsSignedBy(list.get(), one.get()); };
+        const bool counts = std::any_of(left.begin(), left.end(), isSigner);
+        // Or the first look-up would, in some thread. The signature cannot be checked any more after that.
+        X509_CRL_sort(list.get());
+        if (!counts) continue;
         const std::time_t until = EndOf(list.get());
         if (now > until) Fail(list.get(), "that is out of date since " + TextOf(until) + ": the next one is needed");
         read._lastUntil = std::min(read._lastUntil, until);

@@ -17,8 +17,8 @@ using testing::Certificate;
 using ::testing::ContainsRegex;
 using testing::Extensions;
 using testing::MakeCertificate;
+using testing::MakeKey;
 using testing::MakeRevocationList;
-using testing::MakeRsaKey;
 
 const Extensions kMayIssue = {{"basicConstraints", "CA:TRUE"}};
 constexpr char kOutdated[] = "a list of revoked certificates is out of date";
@@ -116,6 +116,11 @@ TEST_F(ApxdRevocationLists, ListOfARevokedAuthorityDoesNotAge) {
     const Certificate site = MakeCertificate("site", &authority, -3600, 86400, kMayIssue);
     const std::string lists = MakeRevocationList(authority, {site}) + MakeRevocationList(site, {}, -7200, -3600);
     EXPECT_EQ(Fault(Read(lists, authority.pem + site.pem), {second}), "");
+    // Nor where another one has its name.
+    const Certificate renewed = MakeCertificate("site", &authority, -3600, 86400, kMayIssue);
+    const std::string all = authority.pem + site.pem + renewed.pem;
+    EXPECT_EQ(Fault(Read(lists + MakeRevocationList(renewed, {}), all), {second}), "");
+    EXPECT_NE(ErrorOf(lists + MakeRevocationList(renewed, {}, -7200, -3600), all), "read");
 }
 
 TEST_F(ApxdRevocationLists, AuthorityOnTheWayIsLookedForToo) {
@@ -177,8 +182,8 @@ TEST_F(ApxdRevocationLists, ListOfAPartIsRefused) {
                                           {.extensions = extensions, .entryExtensions = entryExtensions}));
     };
     const auto partBy = [](const std::string& identifier) {
-        return "holds a list of 'CN=clients' of a part of the revoked certificates (extension " + identifier +
-               "): a whole one is needed";
+        return "holds a list of 'CN=clients' with the extension " + identifier +
+               ", which may make it one of a part: a whole one is needed";
     };
     const std::string number = "DER:02:01:01";
     const std::string authoritiesOnly = "DER:30:03:82:01:FF";
@@ -262,12 +267,13 @@ TEST_F(ApxdRevocationLists, SignatureThatProvesNothingIsRefused) {
     };
     EXPECT_EQ(errorWith(authority, "SHA1", false), provesNothing);
     EXPECT_EQ(errorWith(authority, "SHA384", false), "read");
-    const Certificate rsa = MakeCertificate("clients", nullptr, -3600, 86400, {}, MakeRsaKey());
+    const Certificate rsa = MakeCertificate("clients", nullptr, -3600, 86400, {}, MakeKey("RSA"));
     for (const bool isPss : {false, true}) {
         EXPECT_EQ(errorWith(rsa, "SHA1", isPss), provesNothing) << isPss;
         EXPECT_EQ(errorWith(rsa, "SHA256", isPss), "read") << isPss;
     }
     EXPECT_EQ(errorWith(rsa, "RIPEMD160", false), provesNothing);
+    EXPECT_EQ(errorWith(MakeCertificate("clients", nullptr, -3600, 86400, {}, MakeKey("ED25519")), "", false), "read");
 }
 
 TEST_F(ApxdRevocationLists, AuthorityThatMaySignCertificatesOnlyIsNotBelieved) {

@@ -199,6 +199,14 @@ TEST_F(ApxClientLists, RevokedAuthorityIsNotTrustedForItself) {
     EXPECT_EQ(Ask(good), 0U);
 }
 
+TEST_F(ApxClientLists, FileThatIsAtFaultIsNamed) {
+    Publish(MakeRevocationList(authority, {}));
+    Service service;
+    Trust(authority.pem + site.key);
+    service.Signal(SIGHUP);
+    service.WaitForLog("not-reloaded reason=\"/etc/nimbrel/apxd/clients.pem: holds something that cannot be read");
+}
+
 // Larger than the configuration's other files may be, as lists of years are. Text in front of a list says nothing.
 TEST_F(ApxClientLists, LargeListIsRead) {
     Publish(std::string(2U << 20U, '#') + '\n' + MakeRevocationList(authority, {stolen}));

@@ -115,15 +115,19 @@ Certificate MakeCertificate(const std::string& commonName, const Certificate* is
     for (const auto& [name, value] : extensions) {
         Require(X509_add_ext(x509, MakeExtension(name, value).get(), -1) == 1);
     }
-    Require(X509_sign(x509, issuerKey ? issuerKey.get() : key.get(), EVP_sha256()) != 0);
+    EVP_PKEY* const signing = issuerKey ? issuerKey.get() : key.get();
+    Require(X509_sign(x509, signing, EVP_PKEY_is_a(signing, "ED25519") == 1 ? nullptr : EVP_sha256()) != 0);
 
     const Owned<BIO> pem(BIO_new(BIO_s_mem()));
     Require(PEM_write_bio_X509(pem.get(), x509) == 1);
     return {TextOf(pem.get()), TextOf(key.get()), Thumbprint(x509)};
 }
 
-std::string MakeRsaKey() {
-    return TextOf(Owned<EVP_PKEY>(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", std::size_t{2048})).get());
+std::string MakeKey(const std::string& kind) {
+    const Owned<EVP_PKEY> key(kind == "RSA" ? EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", std::size_t{2048})
+                                            : EVP_PKEY_Q_keygen(nullptr, nullptr, kind.c_str()));
+    Require(key != nullptr);
+    return TextOf(key.get());
 }
 
 std::string MakeRevocationList(const Certificate& issuer, const std::vector<Certificate>& revoked, long lastUpdate,

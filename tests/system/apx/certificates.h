@@ -22,8 +22,8 @@ using Extensions = std::map<std::string, std::string>;
 Certificate MakeCertificate(const std::string& commonName, const Certificate* issuer = nullptr, long notBefore = -3600,
                             long notAfter = 86400, const Extensions& extensions = {}, const std::string& key = "");
 
-// 2048 bits, in PEM.
-std::string MakeRsaKey();
+// "RSA" (of 2048 bits) or "ED25519", in PEM.
+std::string MakeKey(const std::string& kind);
 
 struct ListShape {
     unsigned times = 1;  // each certificate stands there so often, with a reason
