@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+
 #include "joining_host.h"
 #include "keytab.h"
 #include "log_lines.h"
@@ -512,12 +514,19 @@ TEST_F(MachineJoins, RefusedChangeOfTheSecretLeavesNothingBehind) {
 TEST_F(MachineJoins, ChangeWithoutAnAnswerIsTakenBackWhereItWasMade) {
     for (const auto silence : {Behaviour::HangsUp, Behaviour::KeepsQuiet}) {
         settings.controllerBudget = std::chrono::milliseconds(300);
-        Behave("modify", silence, 1);
-        TakeLogLines();
-        EXPECT_EQ(JoinAsMachine(), kStatusNoSuchDomain);
+        std::atomic<int> changes = 0;
+        // On a busy machine a join may end before the change.
+        for (int tries = 0; tries < 10 && changes == 0; ++tries) {
+            corp.controller.SetBehave([&, silence](const std::string& operation, const std::string&) {
+                return operation == "modify" && changes++ == 0 ? silence : Behaviour::Answers;
+            });
+            TakeLogLines();
+            EXPECT_EQ(JoinAsMachine(), kStatusNoSuchDomain);
+        }
         EXPECT_THAT(TakeLogLines(), ::testing::IsEmpty());
+        EXPECT_GT(changes, 1) << "made, and taken back";
+        corp.controller.SetBehave({});
     }
-    corp.controller.SetBehave({});
     settings.controllerBudget = std::chrono::seconds(10);
     EXPECT_EQ(JoinAsMachine(), 0U) << "the one-time secret is good again";
 }

@@ -65,8 +65,9 @@ TEST_F(Locator, CutAnswerIsGoodWhereTheWholeOneDoesNotCome) {
     corp.names->AddService(kServices, "dc2.corp.test");
     corp.names->truncates = true;
     corp.names->keepsOfCut = 1;
-    for (int tries = 0; Services(kServices).services.size() < 2 && tries < 10; ++tries) continue;  // on a busy machine
-    EXPECT_THAT(Services(kServices).services, SizeIs(2));
+    auto found = Services(kServices).services;
+    for (int tries = 0; found.size() < 2 && tries < 10; ++tries) found = Services(kServices).services;  // busy machines
+    EXPECT_THAT(found, SizeIs(2));
     corp.names->confusesConnections = true;
     EXPECT_THAT(Services(kServices).services, SizeIs(1));
     corp.names->keepsConnectionsWaiting = true;

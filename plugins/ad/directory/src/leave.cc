@@ -67,8 +67,7 @@ bool IsWordOnAccount(const AdError& error) {
 // Whether the account takes this host's key. The controller that has told of the account is asked first. One that refuses
 // the key may not have heard of it yet, and another one is asked; or that one has not heard yet of the other host that has
 // taken the account over, which the account's key version tells. An account that is disabled or the like takes no key at
-// all: there the version alone tells, of a host that has joined. Of a join that was cut short it tells nothing, as the
-// account may have been disabled before.
+// all: there the version alone tells, where the SID shows that it is still the same account.
 bool IsKeyTaken(const Settings& settings, const Leaving& leaving, const Controller& teller, bool isOfThisVersion,
                 const Deadline& deadline) {
     const auto logOn = MachineLogOn(leaving.membership.computer, "FILE:" + leaving.keytab);
@@ -98,7 +97,7 @@ bool IsKeyTaken(const Settings& settings, const Leaving& leaving, const Controll
         if (!isRefused && !IsWordOnAccount(error)) {
             throw;
         }
-        return !isRefused && isOfThisVersion && leaving.isJoined;
+        return !isRefused && isOfThisVersion && !leaving.membership.accountSid.empty();
     }
 }
 
@@ -118,7 +117,7 @@ std::string WhyOfAnother(const Settings& settings, const Leaving& leaving, const
     const std::int64_t told = account.Number("msds-keyversionnumber");
     const bool isOfThisVersion = told != 0 && told <= *version;
     const bool isTaken = IsKeyTaken(settings, leaving, teller, isOfThisVersion, deadline);
-    return isTaken ? "" : "its key is not the one of this host's keytab";
+    return isTaken ? "" : "nothing shows that its key is the one of this host's keytab";
 }
 
 // False where the account that bears this host's name stays, as it is another host's, or may not be deleted.
@@ -131,9 +130,12 @@ bool RemoveAccount(const Settings& settings, const Leaving& leaving, const UserC
     if (!account) {
         return true;
     }
-    const std::string reason = WhyOfAnother(settings, leaving, *account, session.At(), deadline);
+    std::string reason = WhyOfAnother(settings, leaving, *account, session.At(), deadline);
     if (reason.empty()) {
-        return accounts.DeleteOrDisable(*account);
+        if (accounts.DeleteOrDisable(*account)) {
+            return true;
+        }
+        reason = "the user may not delete it, so that it is disabled";
     }
     syslog(LOG_WARNING, "This host leaves '%s' and its machine account '%s' stays there: %s",
            leaving.membership.domain.c_str(), leaving.membership.computer.c_str(), reason.c_str());
