@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <regex>
+#include <string_view>
 
 #include "apx/service.h"
 #include "logins/logins_host.h"
@@ -60,6 +61,7 @@ const Exception kNotExclusive[] = {
 
 // "openat(AT_FDCWD, <what>, <flags>, 0600) = 3"
 bool Fits(const Call& call, const Exception& one) {
+    if (std::string_view(one.flags).starts_with("O_") && !call.Has(one.flags)) return false;
     const std::string flags = std::regex_replace(std::string(one.flags), std::regex(R"(\|)"), R"(\|)");
     return std::regex_match(call.arguments,
                             std::regex("(AT_FDCWD, )?\"?" + std::string(one.what) + "\"?, " + flags + "(, [0-7]+)?"));

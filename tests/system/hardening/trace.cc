@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <map>
-#include <regex>
+#include <optional>
 #include <set>
 #include <sstream>
 
@@ -48,13 +48,30 @@ class Parser {
     std::vector<Call> Calls() && { return std::move(_calls); }
 
  private:
+    // "name(arguments)   = 3" and perhaps more after a blank or in angle brackets; unset if it failed, or is no call. A
+    // regular expression would take longer for all of them than the programs run.
+    static std::optional<Call> CallIn(const std::string& text) {
+        const std::size_t open = text.find('(');
+        const std::size_t name = text.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_");
+        if (open == 0 || open == std::string::npos || name != open) return std::nullopt;
+        for (std::size_t close = text.rfind(')'); close != std::string::npos && close > open;
+             close = text.rfind(')', close - 1)) {
+            const std::size_t sign = text.find_first_not_of(' ', close + 1);
+            if (sign == close + 1 || sign == std::string::npos || text.compare(sign, 2, "= ") != 0) continue;
+            const std::size_t end = std::min(text.find_first_not_of("0123456789", sign + 2), text.size());
+            if (end == sign + 2 || (end < text.size() && text[end] != ' ' && text[end] != '<')) continue;
+            return Call{text.substr(0, open), text.substr(open + 1, close - open - 1),
+                        std::stoi(text.substr(sign + 2))};
+        }
+        return std::nullopt;
+    }
+
     void Take(const std::string& process, const std::string& text) {
-        static const std::regex form(R"(([a-z0-9_]+)\((.*)\) += (\d+)(<.*>)?( .*)?)");
-        std::smatch match;
-        if (!std::regex_match(text, match, form)) return;  // it failed, or is no call
-        const Call call{match[1], match[2], std::stoi(match[3])};
+        const std::optional<Call> taken = CallIn(text);
+        if (!taken) return;
+        const Call& call = *taken;
         if (IsOneOf(call.name, {"clone", "clone3", "fork", "vfork"})) {
-            if (_foreign.contains(process)) _foreign.insert(match[3]);
+            if (_foreign.contains(process)) _foreign.insert(std::to_string(call.result));
         } else if (call.name == "execve") {
             const bool isOwn = std::any_of(_own.begin(), _own.end(), [&](const std::string& program) {
                 return call.arguments.rfind('"' + program + '"', 0) == 0;
