@@ -67,13 +67,17 @@ Certificates AuthoritiesIn(const std::string& text) {
     return std::move(*all);
 }
 
+std::string TextIn(BIO* memory) {
+    char* text = nullptr;
+    const long size = BIO_get_mem_data(memory, &text);
+    return {text, static_cast<std::size_t>(size)};
+}
+
 // RFC 2253.
 std::string TextOf(const X509_NAME* name) {
     const Owned<BIO> memory(BIO_new(BIO_s_mem()));
     if (!memory || X509_NAME_print_ex(memory.get(), name, 0, XN_FLAG_RFC2253) < 0) throw std::bad_alloc();
-    char* text = nullptr;
-    const long size = BIO_get_mem_data(memory.get(), &text);
-    return {text, static_cast<std::size_t>(size)};
+    return TextIn(memory.get());
 }
 
 [[noreturn]] void Fail(const X509_CRL* list, const std::string& fault) {
@@ -207,16 +211,16 @@ Certificates LeftOf(Certificates all, const std::function<bool(X509*)>& isRevoke
         }
         return false;
     };
-    const auto settleOne = [&](Standing standing, const std::function<bool(X509*)>& isSo) {
-        for (std::size_t index = 0; index < all.size(); ++index) {
-            if (standings[index] != Standing::Open || !isSo(all[index].get())) continue;
-            standings[index] = standing;
-            return true;
-        }
-        return false;
-    };
+    // What is settled may settle others, before and behind it.
     const auto settle = [&](Standing standing, const std::function<bool(X509*)>& isSo) {
-        while (settleOne(standing, isSo)) continue;
+        for (bool goesOn = true; goesOn;) {
+            goesOn = false;
+            for (std::size_t index = 0; index < all.size(); ++index) {
+                if (standings[index] != Standing::Open || !isSo(all[index].get())) continue;
+                standings[index] = standing;
+                goesOn = true;
+            }
+        }
     };
     settle(Standing::Gone, isRevoked);
     const auto isFirst = [&](X509* one) {
@@ -235,9 +239,7 @@ Certificates LeftOf(Certificates all, const std::function<bool(X509*)>& isRevoke
 std::string PemOf(X509* certificate) {
     const Owned<BIO> memory(BIO_new(BIO_s_mem()));
     if (!memory || PEM_write_bio_X509(memory.get(), certificate) != 1) throw std::bad_alloc();
-    char* text = nullptr;
-    const long size = BIO_get_mem_data(memory.get(), &text);
-    return {text, static_cast<std::size_t>(size)};
+    return TextIn(memory.get());
 }
 
 }  // namespace
