@@ -1,13 +1,11 @@
 // The provider "embedded": joins, leaves and settings of a host, over the directory's file and the host's own.
 
-#include <memory>
-
 #include "crash/files.h"
 #include "crash/operation.h"
 #include "embeddeddirectory/host.h"
+#include "plugins/embedded/cheap_passwords.h"
 #include "plugins/embedded/directory/src/database.h"
 #include "plugins/embedded/directory/src/published_accounts.h"
-#include "plugins/embedded/directory/src/secret_hash.h"
 
 namespace nimbrel::crash {
 namespace {
@@ -24,23 +22,11 @@ constexpr char kAccount[] = "NODE01";
 constexpr char kPassword[] = "Winter-2031!";
 constexpr embedded::UserCredentials kAdmin = {"admin1", kPassword};
 
-// The costs of a hash are read back from it, so a person's password can have a cheap one.
-void MakePasswordsCheap() {
-    sqlite3* handle = nullptr;
-    const int opened = sqlite3_open(embedded::kDefaultDirectoryPath, &handle);
-    const std::unique_ptr<sqlite3, int (*)(sqlite3*)> database(handle, sqlite3_close);
-    const std::string hash = embedded::HashSecret(kPassword, embedded::HashCost::RandomSecret);
-    const std::string sql = "UPDATE users SET password_hash = '" + hash + "'";
-    if (opened != SQLITE_OK || sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
-        throw std::runtime_error(sqlite3_errmsg(handle));
-    }
-}
-
 void MakeDirectory() {
     Directory directory = Directory::Open(embedded::kDefaultDirectoryPath, embedded::OpenMode::CreateIfMissing);
     directory.AddDomain(kDomain);
     directory.AddUser(kDomain, "admin1", kPassword, {.mayJoin = true});
-    MakePasswordsCheap();
+    embedded::test::MakePasswordsCheap(embedded::kDefaultDirectoryPath, kPassword);
 }
 
 bool IsJoined() { return !Host().ActiveDomain().dnsName.empty(); }
@@ -79,6 +65,7 @@ Operation OnTheHost(const char* name, std::function<void()> prepare, std::functi
     operation.run = std::move(run);
     operation.read = ReadHost;
     operation.isDocumented = IsOneOf<DirectoryError>;
+    operation.killStride = 5;
     operation.powerStride = 5;
     operation.failureStride = 11;
     operation.allocationStride = 20;

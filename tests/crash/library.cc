@@ -100,6 +100,7 @@ Operation OnTheStore(const char* name) {
     operation.name = name;
     operation.folders = {kStoreFolder};
     operation.isDocumented = IsOneOf<ConfigStoreException>;
+    operation.killStride = 5;
     operation.powerStride = 3;
     operation.read = ReadObject;
     operation.failureStride = 7;

@@ -11,6 +11,7 @@
 
 #include "embeddeddirectory/directory.h"
 #include "embeddeddirectory/membership.h"
+#include "plugins/embedded/cheap_passwords.h"
 #include "support/temporary_folder.h"
 
 namespace nimbrel::embedded::test {
@@ -45,6 +46,7 @@ inline const std::string& TemplateDirectory() {
         directory.AddUser(kDomain, "admin1", kPassword, {.mayJoin = true});
         directory.AddUser(kDomain, "delegate1", kPassword, {}, {"Hosts"});
         directory.AddUser(kDomain, "user1", kPassword);
+        MakePasswordsCheap(made, kPassword);
         return made;
     }();
     return path;

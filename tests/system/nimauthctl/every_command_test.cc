@@ -12,8 +12,10 @@
 #include <fstream>
 #include <functional>
 
+#include "embeddeddirectory/directory.h"
 #include "forked_tool.h"
 #include "json_schema.h"
+#include "plugins/embedded/cheap_passwords.h"
 #include "support/files.h"
 #include "tools/nimauthctl/command_table.h"
 
@@ -79,6 +81,7 @@ class EveryCommandTest : public ::testing::Test {
         Do({"directory", "domain", "add", "corp.test"});
         if (domain != "corp.test") Do({"directory", "domain", "add", domain});
         Do({"directory", "user", "add", domain, "administrator", "--may-join", "--password-stdin"});
+        embedded::test::MakePasswordsCheap(embedded::kDefaultDirectoryPath, kPassword);
         Do({"join", domain, "-U", "administrator", "--password-stdin"});
     }
 

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <memory>
 #include <stdexcept>
+#include <tuple>
 
 #include "plugins/ad/domain/ber.h"
 
@@ -112,12 +113,18 @@ krb5_keyblock KeyCentre::Block(const Key& key) const {
     return block;
 }
 
+// libkrb5 takes 4,096 rounds for a key, and the same few passwords are given to hundreds of domains.
 KeyCentre::Key KeyCentre::KeyOf(const std::string& secret, const std::string& salt) const {
+    static std::mutex lock;
+    static std::map<std::tuple<krb5_enctype, std::string, std::string>, Key> made;
+    const std::lock_guard guard(lock);
+    Key& bytes = made[{_encryption, secret, salt}];
+    if (!bytes.empty()) return bytes;
     const krb5_data secretData = Data(secret);
     const krb5_data saltData = Data(salt);
     krb5_keyblock key = {};
     Check(krb5_c_string_to_key(_context, _encryption, &secretData, &saltData, &key), "a key");
-    const Key bytes(key.contents, key.contents + key.length);
+    bytes.assign(key.contents, key.contents + key.length);
     krb5_free_keyblock_contents(_context, &key);
     return bytes;
 }
