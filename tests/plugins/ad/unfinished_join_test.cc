@@ -233,6 +233,15 @@ TEST_F(UnfinishedJoins, KeysOfAnAccountThatIsResetMeanwhileAreGone) {
     EXPECT_FALSE(UnfinishedJoin(settings).Find());
 }
 
+// Another host's join may have taken the account over.
+TEST_F(UnfinishedJoins, UsedSecretIsRefusedWhereTheDomainHasOtherKeys) {
+    Prepare();
+    ASSERT_TRUE(KilledAt(kAtTheLogIns, Behaviour::Answers, [this] { return JoinAsMachine(); }));
+    corp.keys.SetPassword("NODE01$", "another's", MachineSalt("NODE01", "corp.test"));
+    EXPECT_EQ(JoinAsMachine(), kStatusLogonFailure);
+    EXPECT_EQ(TheHost().ActiveDomain().dnsName, "");
+}
+
 TEST_F(UnfinishedJoins, KeysThatTheDomainHasNeverTakenAreGoneWithTheNextJoin) {
     Prepare();
     int request = 1;

@@ -123,14 +123,22 @@ class JoinTransaction {
             } catch (const KerberosError& error) {
                 const bool isRefused =
                     error.Code() == KRB5KDC_ERR_PREAUTH_FAILED || error.Code() == KRB5_PREAUTH_FAILED;
-                if (!_mayGoOn || !isRefused ||
-                    !IsAccountOfKeytab(_settings, controller, _computer, _unfinished.Keytab(), _deadline)) {
+                if (!_mayGoOn || !isRefused || !LogOnAsRecorded(tickets, controller)) {
                     throw;
                 }
-                MachineLogOn(_computer, _unfinished.Keytab())(tickets, controller);
                 _goesOn = true;
             }
         };
+    }
+
+    // False where the domain has other keys by now.
+    bool LogOnAsRecorded(Tickets& tickets, const Controller& controller) const {
+        try {
+            MachineLogOn(_computer, _unfinished.Keytab())(tickets, controller);
+            return true;
+        } catch (const StaleRefusalError&) {
+            return false;
+        }
     }
 
     // The keytab's own problems show before the domain is touched.

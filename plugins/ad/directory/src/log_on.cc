@@ -1,7 +1,6 @@
 #include "log_on.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 
 #include "addirectory/ad_error.h"
@@ -119,25 +118,6 @@ void TryLogOn(const Settings& settings, const Controller& controller, const Sess
     Tickets tickets(realm,
                     [&](const std::string& to, std::string_view request) { return carrier.Exchange(to, request); });
     logOn(tickets, controller);
-}
-
-bool IsAccountOfKeytab(const Settings& settings, const Controller& controller, const std::string& computer,
-                       const std::string& keytab, const Deadline& deadline) {
-    try {
-        TryLogOn(settings, controller, MachineLogOn(computer, keytab), deadline);
-        return true;
-    } catch (const KerberosError& error) {
-        const bool hasNoKey = error.Code() == ENOENT || error.Code() == KRB5_KT_NOTFOUND;
-        return error.Status() != kStatusLogonFailure && !hasNoKey;
-    } catch (const AdError& error) {
-        if (error.Status() == kStatusLogonFailure) {
-            return false;
-        }
-        if (error.Status() != kStatusNoTrustAccount) {
-            throw;
-        }
-        return true;  // gone since it was looked for, which is no sign of another host
-    }
 }
 
 }  // namespace nimbrel::ad

@@ -26,10 +26,6 @@ Session::LogOn MachineLogOn(const std::string& computer, const std::string& keyt
 // Logs on at that controller, and forgets the ticket.
 void TryLogOn(const Settings& settings, const Controller& controller, const Session::LogOn& logOn,
               const Deadline& deadline);
-// Whether the machine account takes the key of a keytab, as libkrb5 names it. Also true if the controller does not tell
-// because the account is disabled or the like; false where there is no key.
-bool IsAccountOfKeytab(const Settings& settings, const Controller& controller, const std::string& computer,
-                       const std::string& keytab, const Deadline& deadline);
 
 // The Windows status in a controller's diagnostic text ("80090308: LdapErr: ..., data 533, v1db1"), or 0.
 std::uint32_t StatusOfDiagnostic(std::string_view diagnostic);
