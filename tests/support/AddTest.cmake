@@ -1,3 +1,14 @@
+# nimauth_test_flags(<target>): what makes a test's program quicker to build than the product.
+function(nimauth_test_flags target)
+    # Takes a quarter of the time, and is meant for the product.
+    if(NIMAUTH_SANITIZE MATCHES "undefined")
+        target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
+    endif()
+    if(NIMAUTH_LLD AND NOT NIMAUTH_SANITIZE)
+        target_link_options(${target} PRIVATE -fuse-ld=lld)
+    endif()
+endfunction()
+
 # nimauth_add_test(<name> RING <ring> SOURCES <file>... [LIBRARIES <target>...] [PRIVATE_ROOT | STAGED]
 #                  [ROOT_OPTIONS <option>...] [OWN_FLAGS])
 #
@@ -23,6 +34,7 @@ function(nimauth_add_test name)
     if(NOT arg_OWN_FLAGS)
         set_target_properties(${name} PROPERTIES NIMAUTH_UNOPTIMISED ON)
     endif()
+    nimauth_test_flags(${name})
     if(NIMAUTH_COVERAGE)
         target_link_options(${name} PRIVATE LINKER:--undefined=__gcov_dump)  # for leave_child.h
     endif()
@@ -51,6 +63,7 @@ if(NIMAUTH_PRECOMPILE)
     add_executable(nimauth_test_headers "${CMAKE_CURRENT_BINARY_DIR}/test_headers.cc")
     target_link_libraries(nimauth_test_headers PRIVATE nimauth_build_flags GTest::gmock_main)
     set_target_properties(nimauth_test_headers PROPERTIES NIMAUTH_UNOPTIMISED ON)
+    nimauth_test_flags(nimauth_test_headers)
     target_precompile_headers(nimauth_test_headers PRIVATE "${CMAKE_CURRENT_LIST_DIR}/precompiled.h")
 endif()
 

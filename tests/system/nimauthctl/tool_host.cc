@@ -87,7 +87,10 @@ void ToolHost::AddUser(const std::string& name, const Words& flags) {
 }
 
 void ToolHost::HaveDomain() {
-    const bool isFresh = !std::filesystem::exists(kState);
+    // Copied files would have the modes of the copy.
+    const mode_t mask = umask(022);
+    umask(mask);
+    const bool isFresh = mask == 022 && !std::filesystem::exists(kState);
     if (isFresh && std::filesystem::exists(kPrepared)) {
         std::filesystem::copy(kPrepared, kState, kAll);
         return;
