@@ -34,11 +34,15 @@ equals() {
 }
 
 differs() {
-    local frame=0 place
-    while place=$(caller "$frame") && [[ $place != */scenarios/* ]]; do frame=$((frame + 1)); done
+    local frame=0 place way=()  # the lines of scenarios that led here, the innermost first
+    while place=$(caller "$frame"); do
+        [[ $place != */scenarios/* ]] || way+=("$(basename "${place##* }"):${place%% *}")
+        frame=$((frame + 1))
+    done
     {
-        printf '%s:%s: %s\n' "$(basename "${place##* }")" "${place%% *}" "$1"
+        printf '%s: %s\n' "${way[*]}" "$1"
         printf '  expected: %s\n  actual:   %s\n' "$2" "$3"
+        [ -z "${result-}" ] || printf '  the last command ended with %s after %s ms\n' "$result" "$took"
         show_last "$output" "output of the last command"
         [ -z "${node-}" ] || show_last "$boxes/$node/log" "$node"
         show_last "$boxes/dc1/log" dc1

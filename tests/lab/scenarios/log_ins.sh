@@ -52,6 +52,12 @@ is_unknown() {
     equals "$1 is unknown" 2 "$result"
 }
 
+# A request that SSSD holds while it ends is waited for by SSSD's client for five minutes, so none is made meanwhile.
+sssd_ends() {
+    in_box "$node" pkill -x sssd
+    box_wait 60 in_box "$node" bash -c '! pgrep sssd' || differs "SSSD's processes" none "$(in_box "$node" pgrep -l sssd)"
+}
+
 # No controller of any forest answers this host.
 cut_off() {
     local address
@@ -229,7 +235,7 @@ scenario_log_in_enabled_and_disabled_by_the_tool() {
     cut_off
     within 30 common_log_in_says "account management done" alice@corp.test "$secret"
     within 10 common_log_in_says "account management done" keeper Local-Secret-1
-    in_box "$node" pkill -x sssd
+    sssd_ends
     within 10 common_log_in_says "account management done" keeper Local-Secret-1
     tool 0 logins disable --confirm-within 0
     equals "files after disable" "$(</mnt/lab/before.$node)" "$(log_in_files)"
@@ -263,8 +269,7 @@ scenario_log_in_check_names_what_is_missing() {
     in_box "$node" chmod 644 /etc/sssd/conf.d/50-nimauth-domain.conf
     check_finds 5 "sssd configuration" fail
     in_box "$node" chmod 600 /etc/sssd/conf.d/50-nimauth-domain.conf
-    in_box "$node" pkill -x sssd
-    box_wait 60 in_box "$node" bash -c '! pgrep -x sssd'
+    sssd_ends
     check_finds 1 "sssd runs" fail
     in_box "$node" mv /etc/krb5.keytab /etc/krb5.keytab.away
     check_finds 1 keytab fail
