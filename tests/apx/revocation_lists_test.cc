@@ -43,6 +43,23 @@ class ApxdRevocationLists : public ::testing::Test {
         gnutls_free(der.data);
         return text;
     }
+    // A list that RSA has signed, with the name of RSA-PSS for it; its parameters stay: there are none.
+    static std::string WithSignatureOfPss(const std::string& list) {
+        const gnutls_datum_t pem = Datum(list);
+        gnutls_datum_t der = {};
+        EXPECT_EQ(gnutls_pem_base64_decode2("X509 CRL", &pem, &der), 0);
+        std::string text(reinterpret_cast<const char*>(der.data), der.size);
+        gnutls_free(der.data);
+        const std::string rsa = "\x2a\x86\x48\x86\xf7\x0d\x01\x01";  // what the names begin with
+        for (auto at = text.find(rsa + '\x0b'); at != std::string::npos; at = text.find(rsa + '\x0b')) {
+            text[at + rsa.size()] = '\x0a';
+        }
+        const gnutls_datum_t changed = Datum(text);
+        EXPECT_EQ(gnutls_pem_base64_encode2("X509 CRL", &changed, &der), 0);
+        const std::string encoded(reinterpret_cast<const char*>(der.data), der.size);
+        gnutls_free(der.data);
+        return encoded;
+    }
     static bool Holds(const RevocationLists& lists, const Certificate& certificate) {
         return Fault(lists, {certificate}) == "the client's certificate is revoked";
     }
@@ -109,6 +126,24 @@ TEST_F(ApxdRevocationLists, NobodyIsGoodByOneThatIsOutOfDate) {
     for (const Certificate& one : {first, second}) EXPECT_EQ(Fault(lists, {one}), kOutdated);
     EXPECT_THAT(ErrorOf(text), ContainsRegex("^holds a list of 'CN=clients' that is out of date since "
                                              "20..-..-..T..:..:..Z: the next one is needed$"));
+}
+
+TEST_F(ApxdRevocationLists, LastMomentIsTheNextListsTime) {
+    const std::string text = MakeRevocationList(authority, {first}, -3600, 60);
+    const std::time_t now = std::time(nullptr);
+    std::time_t last = now;
+    for (const auto lists = RevocationLists::Read(text, authority.pem, now); !lists.AreOutdated(last + 1);) ++last;
+    EXPECT_NEAR(static_cast<double>(last - now), 60, 30);
+    EXPECT_NO_THROW(RevocationLists::Read(text, authority.pem, last));
+    EXPECT_THROW(RevocationLists::Read(text, authority.pem, last + 1), RevocationListError);
+}
+
+TEST_F(ApxdRevocationLists, TimeThatIsNoneIsTold) {
+    for (const char* const time : {"", "261399999999Z", "soon"}) {
+        EXPECT_EQ(ErrorOf(MakeRevocationList(authority, {}, -3600, 86400, {.nextUpdate = time})),
+                  "holds a list of 'CN=clients' with a time that cannot be read")
+            << time;
+    }
 }
 
 // Nobody of it gets in, and it makes no lists any more.
@@ -195,6 +230,8 @@ TEST_F(ApxdRevocationLists, ListOfAPartIsRefused) {
     }
     EXPECT_EQ(errorWith({{"1.2.3.4", "critical," + nobody}}, {}), partBy("1.2.3.4"));
     EXPECT_EQ(errorWith({}, {{"1.2.3.4", "critical," + nobody}}), partBy("1.2.3.4"));
+    EXPECT_EQ(errorWith({}, {{"1.2.3.4", "critical," + nobody}, {"1.2.3.5", nobody}}), partBy("1.2.3.4"))
+        << "the second";
     EXPECT_EQ(errorWith({{"1.2.3.4", nobody}}, {{"1.2.3.4", nobody}}), "read");
     EXPECT_EQ(errorWith({{"2.5.29.20", number}}, {}), "read") << "the list's own number";
 }
@@ -273,6 +310,8 @@ TEST_F(ApxdRevocationLists, SignatureThatProvesNothingIsRefused) {
         EXPECT_EQ(errorWith(rsa, "SHA256", isPss), "read") << isPss;
     }
     EXPECT_EQ(errorWith(rsa, "RIPEMD160", false), provesNothing);
+    const std::string ofPss = WithSignatureOfPss(MakeRevocationList(rsa, {}));
+    EXPECT_EQ(ErrorOf(ofPss, rsa.pem), provesNothing) << "whose digest nothing names";
     EXPECT_EQ(errorWith(MakeCertificate("clients", nullptr, -3600, 86400, {}, MakeKey("ED25519")), "", false), "read");
 }
 

@@ -122,6 +122,7 @@ TEST(NssEditTest, OnlySourceOfADatabaseIsNotTakenAway) {
         } catch (const LoginsError& error) {
             EXPECT_EQ(LoginsError::Kind::Refused, error.Reason());
             EXPECT_STREQ("the database 'group' has no other source than 'x'", error.what());
+            EXPECT_EQ("name the source that it shall have then in front of it, as 'files'", error.Remedy());
         }
     }
 }
@@ -154,12 +155,13 @@ TEST(NssEditTest, FilesOfRealSystemsSurviveOnAndOff) {
 }
 
 TEST(NssEditTest, LinesThatCannotBeReadAreRefusedWithTheirNumber) {
-    try {
-        WithNssService("passwd: files\n= nonsense\n", kProvider);
-        ADD_FAILURE() << "not refused";
-    } catch (const LoginsError& error) {
-        EXPECT_EQ(LoginsError::Kind::Refused, error.Reason());
-        EXPECT_THAT(error.what(), HasSubstr("line 2"));
+    for (const char* const line : {"= nonsense\n", "group:\n", "group: # files\n"}) {
+        try {
+            ADD_FAILURE() << "not refused: " << WithNssService(std::string("passwd: files\n") + line, kProvider);
+        } catch (const LoginsError& error) {
+            EXPECT_EQ(LoginsError::Kind::Refused, error.Reason());
+            EXPECT_THAT(error.what(), HasSubstr("line 2"));
+        }
     }
 }
 

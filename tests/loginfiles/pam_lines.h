@@ -48,6 +48,8 @@ inline const PamLinesRow kPamLines[] = {
     {"-[auth] required a.so", "?"},
     {"auth required [a.so] [b]", "auth required a.so|[b]"},
     {"auth required []", "?"},
+    {"auth required [a\\].so] b", "auth required a].so|b"},
+    {"auth required [\\a\\]\\] b] c", "auth required \\a]] b|c"},
     {"auth success=ok a.so", "auth success=ok a.so"},
     {"auth [success = ok] a.so", "auth [success = ok] a.so"},
     {"auth required a.so [b c] d[e f]", "auth required a.so|[b c]|d[e|f]"},

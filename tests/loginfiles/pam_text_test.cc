@@ -197,10 +197,11 @@ TEST(PamTextTest, BackupCopiesAreNoServices) {
                                      ".rpmsave", ".rpmnew", ".rpmorig", ".dpkg-old", ".dpkg-dist",
                                      ".ucf-new", ".pacnew", ".pacsave", ".pam-old",  ".pam-config-backup",
                                      ".augsave", "~",       "-l",       ".d",        ".v2",
-                                     "bak"}) {
+                                     "bak",      ".au"}) {
         WriteFile(root / ("etc/pam.d/su" + std::string(ending)), "");
     }
-    EXPECT_EQ((PamFiles{{"su-l", ""}, {"su.d", ""}, {"su.v2", ""}, {"subak", ""}}), ReadPamFiles(root / ""));
+    EXPECT_EQ((PamFiles{{"su-l", ""}, {"su.au", ""}, {"su.d", ""}, {"su.v2", ""}, {"subak", ""}}),
+              ReadPamFiles(root / ""));
 }
 
 TEST(PamTextTest, IncludedFilesAreReadWhereverTheyAre) {

@@ -34,13 +34,9 @@ void AddCriteria(AugeasText& tree, const std::string& reaction, const std::vecto
 }
 
 void AddService(AugeasText& tree, const std::string& database, const ProviderModules& provider) {
-    const std::vector<std::string> members = tree.Match(database + "/*[label() != '#comment']");
-    if (members.empty()) {
-        tree.Set(database + "/service", provider.nssService);
-    } else {
-        tree.InsertBehind(members.back(), "service");
-        tree.Set(database + "/service[last()]", provider.nssService);
-    }
+    // A line has a member: libaugeas reads none without.
+    tree.InsertBehind(database + "/*[label() != '#comment'][last()]", "service");
+    tree.Set(database + "/service[last()]", provider.nssService);
     if (provider.nssParameters.empty()) return;
     tree.InsertBehind(database + "/service[last()]", "reaction");
     AddCriteria(tree, database + "/reaction[last()]", provider.nssParameters);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "kerberos.h"
 #include "sandbox.h"
 #include "support/run_program.h"
 #include "unit/without_file_capabilities.h"
@@ -254,6 +255,29 @@ std::string Entry(const std::string& realm, const std::vector<std::string>& part
     }
     entry += std::string("\0\0\0\1\0\0\0\0\1\0\x12\0\x20", 13) + std::string(32, '\0');
     return std::string(3, '\0') + static_cast<char>(entry.size()) + entry;
+}
+
+TEST_F(Keytab, KeysAreReadAsTheyWereMade) {
+    Write({"NODE01", "corp.test", 3}, "secret");
+    const MachineKeys made = KeysOfSecret("NODE01", "corp.test", kit::Secret("secret"));
+    const MachineKeys read = KeysInKeytab("FILE:" + File(), "NODE01", "corp.test");
+    ASSERT_THAT(read, SizeIs(2));
+    for (std::size_t i = 0; i < read.size(); ++i) {
+        EXPECT_EQ(read[i].encryption, made[i].encryption);
+        EXPECT_EQ(read[i].bytes.View(), made[i].bytes.View());
+    }
+    EXPECT_THAT([&] { KeysInKeytab("FILE:" + File(), "WEB", "corp.test"); },
+                ::testing::ThrowsMessage<KerberosError>(HasSubstr("read a key of 'WEB$@CORP.TEST'")));
+}
+
+TEST_F(Keytab, MachineAccountIsKnownByItsName) {
+    const std::string others = "\x05\x02" + Entry("CORP.TEST", {"host", "NODE01$"}) + Entry("CORP.TEST", {"alice"}) +
+                               Entry("CORP.TEST", {"$"});
+    EXPECT_FALSE(MachineAccountIn(others).has_value());
+    const auto found = MachineAccountIn(others + Entry("CORP.TEST", {"A$"}) + Entry("OTHER.TEST", {"NODE01$"}));
+    ASSERT_TRUE(found.has_value());
+    EXPECT_EQ(found->computer, "A");
+    EXPECT_EQ(found->domain, "corp.test");
 }
 
 TEST_F(Keytab, NamesThatOnlyReadLikeOursStay) {

@@ -148,6 +148,10 @@ std::string MakeRevocationList(const Certificate& issuer, const std::vector<Cert
     }
     X509_CRL_set1_lastUpdate(list.get(), X509_gmtime_adj(time.get(), lastUpdate));
     if (nextUpdate != 0) X509_CRL_set1_nextUpdate(list.get(), X509_gmtime_adj(time.get(), nextUpdate));
+    if (shape.nextUpdate != nullptr) {
+        Require(ASN1_STRING_set(time.get(), shape.nextUpdate, -1) == 1);
+        X509_CRL_set1_nextUpdate(list.get(), time.get());
+    }
     X509_gmtime_adj(time.get(), -60);
     const Owned<ASN1_ENUMERATED> reason(ASN1_ENUMERATED_new());
     Require(reason && ASN1_ENUMERATED_set(reason.get(), CRL_REASON_KEY_COMPROMISE) == 1);
@@ -166,7 +170,7 @@ std::string MakeRevocationList(const Certificate& issuer, const std::vector<Cert
     }
     for (const auto& [name, value] : shape.entryExtensions) {
         X509_REVOKED* const first = sk_X509_REVOKED_value(X509_CRL_get_REVOKED(list.get()), 0);
-        Require(first != nullptr && X509_REVOKED_add_ext(first, MakeExtension(name, value).get(), -1) == 1);
+        Require(first != nullptr && X509_REVOKED_add_ext(first, MakeExtension(name, value).get(), 0) == 1);
     }
     const Owned<EVP_MD_CTX> signing(EVP_MD_CTX_new());
     EVP_PKEY_CTX* parameters = nullptr;

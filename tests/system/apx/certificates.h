@@ -28,11 +28,11 @@ std::string MakeKey(const std::string& kind);
 struct ListShape {
     unsigned times = 1;  // each certificate stands there so often, with a reason
     const char* digest = "SHA256";
-    bool isPss = false;               // an RSA key's signature
-    Extensions extensions = {};       // of the list, as OpenSSL writes them
-    Extensions entryExtensions = {};  // of its first entry
-    const char* issuer =
-        nullptr;  // the issuer's common name as a PrintableString, if spelled otherwise than by the issuer
+    bool isPss = false;                // an RSA key's signature
+    Extensions extensions = {};        // of the list, as OpenSSL writes them
+    Extensions entryExtensions = {};   // of its first entry, each in front of those before
+    const char* issuer = nullptr;      // its common name as a PrintableString, if spelled otherwise than by the issuer
+    const char* nextUpdate = nullptr;  // the time's text, whatever it says
 };
 
 // What the issuer says of certificates that it has taken back, in PEM; made and to be renewed in seconds from now. Never to

@@ -33,7 +33,7 @@ class Service {
     ~Service();
 
     void Signal(int number) const;
-    // Waits for its end; the exit status, or minus the signal's number.
+    // Waits for its end and its log's; the exit status, or minus the signal's number.
     int Wait();
     int Stop();
 
