@@ -1,6 +1,7 @@
 // The questions that a joined host asks its domain.
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include "files.h"
 #include "joining_host.h"
@@ -99,6 +100,19 @@ TEST_F(Queries, MachineAccountIsWhereTheTrustStateHasFoundIt) {
     EXPECT_EQ(ModeOf(settings.membership), 0600U);
     EXPECT_EQ(Leave(), 0U);
     EXPECT_FALSE(Account());
+}
+
+TEST_F(Queries, MembershipIsNotWrittenAgainWhereTheAccountIsStillThere) {
+    const auto fileNumber = [this] {
+        struct stat status = {};
+        EXPECT_EQ(stat(settings.membership.c_str(), &status), 0);
+        return status.st_ino;
+    };
+    const auto written = fileNumber();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+        EXPECT_EQ(fileNumber(), written);
+    }
 }
 
 // A configuration is asked for with all that this host knows by itself, above all while the domain is away.
@@ -238,6 +252,19 @@ TEST_F(Queries, UsersAreFoundByPrincipalNameToo) {
     corp.entries.Put("CN=Bob,CN=Users,DC=corp,DC=test", {{"userPrincipalName", {"robert@example.com"}}});
     EXPECT_EQ(CanonicalName("robert@example.com"), "Bob@corp.test");
     EXPECT_EQ(CanonicalStatus("nobody@example.com"), kStatusNoSuchAccount);
+}
+
+// Whoever has the account's name is meant, whatever others call themselves.
+TEST_F(Queries, AccountNameComesBeforePrincipalNames) {
+    for (const char* other : {"Aaron", "Zoe"}) {
+        corp.entries.Put(std::string("CN=") + other + ",CN=Users,DC=corp,DC=test",
+                         {{"objectClass", {"user"}},
+                          {"objectCategory", {"person"}},
+                          {"sAMAccountName", {other}},
+                          {"userPrincipalName", {"alice@corp.test"}}});
+    }
+    EXPECT_EQ(CanonicalName("alice@corp.test"), "Alice@corp.test");
+    EXPECT_EQ(CanonicalName("alice"), "Alice@corp.test");
 }
 
 // Two domains on one machine.

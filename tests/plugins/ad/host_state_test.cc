@@ -29,6 +29,29 @@ TEST_F(HostStateFile, IsReadAsWritten) {
     EXPECT_EQ(again.Format(), state.Format());
 }
 
+// What one version has written another one reads.
+TEST_F(HostStateFile, LinesHaveTheirNames) {
+    const std::string text =
+        "format = \"1\"\n"
+        "domain = \"corp.test\"\n"
+        "netbios_name = \"CORP\"\n"
+        "sid = \"S-1-5-21-1-2-3\"\n"
+        "computer = \"NODE01\"\n"
+        "distinguished_name = \"CN=NODE01,DC=corp,DC=test\"\n"
+        "account_sid = \"S-1-5-21-1-2-3-1105\"\n"
+        "preferred_controller = \"dc1.corp.test\"\n";
+    const HostState state = HostState::Parse(text);
+    ASSERT_TRUE(state.membership);
+    EXPECT_EQ(state.membership->domain, "corp.test");
+    EXPECT_EQ(state.membership->netbiosName, "CORP");
+    EXPECT_EQ(state.membership->sid, "S-1-5-21-1-2-3");
+    EXPECT_EQ(state.membership->computer, "NODE01");
+    EXPECT_EQ(state.membership->distinguishedName, "CN=NODE01,DC=corp,DC=test");
+    EXPECT_EQ(state.membership->accountSid, "S-1-5-21-1-2-3-1105");
+    EXPECT_THAT(state.preferredControllers, ElementsAre("dc1.corp.test"));
+    EXPECT_EQ(state.Format(), text);
+}
+
 TEST_F(HostStateFile, FileWithoutTheAccountsSidIsGood) {
     HostState state;
     state.membership = kMembership;
@@ -65,6 +88,16 @@ TEST_F(HostStateFile, DamageIsNotReadAsNotJoined) {
     for (const std::string& text : {good + "x\n", good + "other = \"1\"\n", good + good, "\n" + good,
                                     std::string("format = \"2\"\n"), std::string(1, '\0')}) {
         EXPECT_EQ(StatusOf([&] { HostState::Parse(text); }), kStatusInternalError) << text;
+    }
+    const std::string preferred = "format = \"1\"\npreferred_controller = \"dc1\"\n";
+    EXPECT_THAT(HostState::Parse(preferred).preferredControllers, ElementsAre("dc1"));
+    for (const std::size_t cut : {1U, 2U, 3U, 5U, 6U}) {
+        EXPECT_EQ(StatusOf([&] { HostState::Parse(preferred.substr(0, preferred.size() - cut)); }),
+                  kStatusInternalError)
+            << cut;
+        EXPECT_EQ(StatusOf([&] { HostState::Parse(preferred.substr(0, preferred.size() - cut) + "\n"); }),
+                  cut == 1 ? 0U : kStatusInternalError)
+            << cut;
     }
 }
 

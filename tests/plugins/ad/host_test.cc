@@ -174,6 +174,11 @@ TEST_F(HostAlone, SmartCardServicesAreCheckedAndPassedOn) {
     for (const std::string& name : {std::string(), std::string(256, 'x'), std::string("a\nb"), std::string("\xff")}) {
         EXPECT_EQ(StatusOf([&] { TheHost().SetSmartCardServices({name}); }), kStatusInvalidParameter);
     }
+    const std::vector<std::string> most(256, std::string(255, 'x'));
+    TheHost().SetSmartCardServices(most);
+    EXPECT_EQ(TheHost().SmartCardServices(), most);
+    EXPECT_EQ(StatusOf([&] { TheHost().SetSmartCardServices(std::vector<std::string>(257, "x")); }),
+              kStatusInvalidParameter);
 }
 
 TEST_F(HostAlone, MachineAccountJoinChecksItsTexts) {

@@ -395,6 +395,12 @@ TEST_F(Joins, ControllerThatTakesOnlyShortMessagesGetsShortOnes) {
     EXPECT_EQ(Account()->attributes.at("serviceprincipalname").size(), 4U);
 }
 
+TEST_F(Joins, ControllerThatTakesLongMessagesGetsEachInOnePiece) {
+    corp.controller.maximumMessage = 0x10000;
+    EXPECT_EQ(Join(), 0U);
+    EXPECT_GT(corp.controller.largestMessage, 400U);
+}
+
 TEST_F(Joins, MessagesInPiecesArePutTogether) {
     corp.controller.dribblesMessages = true;
     EXPECT_EQ(Join(), 0U);

@@ -128,6 +128,21 @@ TEST(Names, UnitsThatCannotBe) {
     }
 }
 
+TEST(Names, UnitsAreAsLongAndAsDeepAsADirectoryTakesThem) {
+    const auto statusOf = [](const std::string& unit) { return StatusOf([&] { UnitDN(unit, "corp.test"); }); };
+    const auto path = [](std::size_t depth, std::size_t length) {
+        std::string unit = std::string(length, 'x');
+        for (std::size_t i = 1; i < depth; ++i) unit += '/' + std::string(length, 'x');
+        return unit;
+    };
+    EXPECT_EQ(statusOf(path(1, 64)), 0U);
+    EXPECT_EQ(statusOf(path(1, 65)), kStatusInvalidUnitName);
+    EXPECT_EQ(statusOf(path(32, 63)), 0U) << "2047 bytes";
+    EXPECT_EQ(statusOf(path(33, 2)), kStatusInvalidUnitName);
+    EXPECT_EQ(statusOf(path(31, 63) + '/' + std::string(64, 'x')), 0U) << "2048 bytes";
+    EXPECT_EQ(statusOf(path(30, 63) + '/' + path(2, 64)), kStatusInvalidUnitName) << "2049 bytes";
+}
+
 TEST(Names, UnitsOfOtherDomainsHoweverTheyAreSpelt) {
     for (const char* unit :
          {"OU=a,DC=other,DC=test", "OU=a,DC=child,DC=corp,DC=test", "OU=a,domaincomponent=child,DC=corp,DC=test",

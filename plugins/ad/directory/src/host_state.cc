@@ -92,7 +92,7 @@ HostState HostState::Parse(std::string_view text) {
     std::map<std::string, std::string, std::less<>> values;
     while (!text.empty()) {
         const auto end = text.find('\n');
-        if (end == std::string_view::npos || end == 0) {
+        if (end == std::string_view::npos) {
             FailDamaged();
         }
         const Line line = ParseLine(text.substr(0, end));

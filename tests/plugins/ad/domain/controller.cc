@@ -116,7 +116,9 @@ class Conversation {
         unsigned char length[4] = {};
         if (!ReadExactly(_socket, length, sizeof length)) return false;
         std::string token(static_cast<std::size_t>(length[1]) << 16 | length[2] << 8 | length[3], '\0');
+        if (token.size() > _controller.maximumMessage) return false;
         if (!ReadExactly(_socket, token.data(), token.size())) return false;
+        _controller.largestMessage = std::max(_controller.largestMessage.load(), token.size());
         _received += _acceptor->Unwrap(token);
         return true;
     }
@@ -246,7 +248,10 @@ class Conversation {
                                       Number(_controller.maximumMessage.load(), 3);
             return SendResult(0x61, {kBindInProgress}, MakeElement(0x87, _acceptor->Wrap(offer, false)));
         }
-        _acceptor->Unwrap(token);
+        // Sealing, and how large the messages may be that come back (RFC 4752, section 3.1).
+        if (_acceptor->Unwrap(token) != std::string("\4\0\xff\xff", 4)) {
+            return SendResult(0x61, {kInvalidCredentials, "not the layer of this controller"});
+        }
         SendResult(0x61, {});
         _sealed = true;
     }

@@ -70,8 +70,9 @@ class TestController {
     std::atomic<int> clockOffset = 0;
     // The protection that it offers for a connection; 4 is sealing.
     std::atomic<int> layers = 4;
-    // How large a sealed message may be.
+    // How large a sealed message may be; it hangs up at a larger one. And how large the largest was.
     std::atomic<unsigned> maximumMessage = 0xffffff;
+    std::atomic<std::size_t> largestMessage = 0;
     // The next key exchanges end without an answer.
     std::atomic<int> hangUpsOfKerberos = 0;
     std::atomic<bool> takesNoTickets = false;
