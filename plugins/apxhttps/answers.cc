@@ -21,11 +21,10 @@ class Parsed {
     Parsed(const Parsed&) = delete;
     Parsed& operator=(const Parsed&) = delete;
     ~Parsed() {
-        if (!_object.is_object()) return;
-        for (auto& member : _object) {
-            if (!member.is_string()) continue;
-            auto& text = member.get_ref<std::string&>();
-            OPENSSL_cleanse(text.data(), text.size());
+        auto* const members = _object.get_ptr<json::object_t*>();
+        if (members == nullptr) return;
+        for (auto& [name, member] : *members) {
+            if (auto* const text = member.get_ptr<json::string_t*>()) OPENSSL_cleanse(text->data(), text->size());
         }
     }
 

@@ -67,7 +67,7 @@ Options ParseOptions(int count, char** words) {
         } else if (word == "--config" && index + 1 < count) {
             options.configFile = words[++index];
         } else if (word == "--help" || word == "--version") {
-            std::fputs(word == "--help" ? kUsage : "apxd " NIMAUTH_VERSION "\n", stdout);
+            static_cast<void>(std::fputs(word == "--help" ? kUsage : "apxd " NIMAUTH_VERSION "\n", stdout));
             std::exit(std::fflush(stdout) == 0 ? 0 : 1);
         } else {
             throw UsageError(word == "--config" ? "--config needs a value" : "unknown option '" + word + "'");
@@ -82,7 +82,7 @@ void Notify(const std::string& state) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     if (path == nullptr || std::strlen(path) < 2 || std::strlen(path) >= sizeof address.sun_path) return;
-    std::strcpy(address.sun_path, path);
+    std::memcpy(address.sun_path, path, std::strlen(path));
     if (address.sun_path[0] == '@') address.sun_path[0] = '\0';
     const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (socket < 0) return;
@@ -241,7 +241,7 @@ sigset_t ServiceSignals() {
 int Serve(const std::string& configFile) {
     const sigset_t signals = ServiceSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // for the threads to come, too
-    std::signal(SIGPIPE, SIG_IGN);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     Ledgers ledgers;
     std::unique_ptr<Generation> current = Start(configFile, nullptr, ledgers);
     PruneLedger(*current);
@@ -260,7 +260,7 @@ int Check(const std::string& configFile) {
     const Config config = ReadConfig(configFile);
     TlsFiles::Read(config);
     MakeBackEnd(config);
-    std::printf("%s: in order\n", configFile.c_str());
+    static_cast<void>(std::printf("%s: in order\n", configFile.c_str()));
     return std::fflush(stdout) == 0 ? 0 : 1;
 }
 
@@ -269,10 +269,10 @@ int Run(int count, char** words) {
         const Options options = ParseOptions(count, words);
         return options.checkOnly ? Check(options.configFile) : Serve(options.configFile);
     } catch (const UsageError& error) {
-        std::fprintf(stderr, "apxd: %s\n%s", error.what(), kUsage);
+        static_cast<void>(std::fprintf(stderr, "apxd: %s\n%s", error.what(), kUsage));
         return 2;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "apxd: %s\n", error.what());
+        static_cast<void>(std::fprintf(stderr, "apxd: %s\n", error.what()));
         return 1;
     }
 }

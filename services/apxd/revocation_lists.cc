@@ -190,7 +190,7 @@ std::string TextOf(std::time_t time) {
     std::tm parts = {};
     gmtime_r(&time, &parts);
     char text[32] = {};
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    static_cast<void>(std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts));
     return text;
 }
 

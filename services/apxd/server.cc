@@ -228,7 +228,7 @@ void Server::Impl::OnMessage(void* self, const char* format, va_list arguments) 
 
 Visitor Server::Impl::VisitorAt(std::optional<Address> address) const {
     const bool allowed = _handler.IsAllowed(address);
-    return {std::move(address), allowed};
+    return {address, allowed};
 }
 
 bool Server::Impl::Accepts(const sockaddr& address) {

@@ -38,7 +38,7 @@ std::int64_t ReadVerifyOption() {
 struct CloseFile {
     void operator()(FILE* file) const {
         const internal::NoCancellation noCancellation;
-        std::fclose(file);
+        static_cast<void>(std::fclose(file));
     }
 };
 

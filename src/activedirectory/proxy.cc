@@ -86,7 +86,7 @@ APXProxy::~APXProxy() {
 void APXProxy::GetDomainInfo(std::string& netbiosDomainName, std::string& dnsDomainName, std::string& domainSid) {
     std::array<char*, 3> texts = {};
     ThrowIfFailed(_operations->getDomainInfo(_server.c_str(), _verifyCertificate, _thumbprint.c_str(),
-                                             NullIfEmpty(_certificate), &texts[0], &texts[1], &texts[2]));
+                                             NullIfEmpty(_certificate), texts.data(), &texts[1], &texts[2]));
     TakeAll(*_operations, texts, {&netbiosDomainName, &dnsDomainName, &domainSid});
 }
 
@@ -119,7 +119,7 @@ ComputerPrincipalInfo APXProxy::CreateMachineAccount(const std::string& accountN
     std::array<char*, 2> texts = {};
     ThrowIfFailed(_operations->createMachineAccount(
         _server.c_str(), accountName.c_str(), NullIfEmpty(organizationalUnit), _verifyCertificate, _thumbprint.c_str(),
-        NullIfEmpty(_certificate), &texts[0], &texts[1]));
+        NullIfEmpty(_certificate), texts.data(), &texts[1]));
     ComputerPrincipalInfo principal;
     TakeAll(*_operations, texts, {&principal.principalField2, &principal.principalField3});
     return principal;

@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <atomic>
+#include <set>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -66,6 +68,21 @@ TEST_F(ApxdAccounts, NewNameIsCreated) {
     EXPECT_EQ(result.way, Accounts::Way::Created);
     EXPECT_EQ(result.account.accountName, "NODE01$");
     EXPECT_EQ(backEnd.accounts.at("NODE01").unit, "Hosts");
+}
+
+// By its mark the service knows an account as its own: nobody is to guess one.
+TEST_F(ApxdAccounts, MarksAreDrawnFromAllHexadecimalDigits) {
+    std::set<std::string> marks;
+    std::array<std::set<char>, 32> digits;
+    for (int i = 0; i < 500; ++i) {
+        const std::string name = "NODE" + std::to_string(i);
+        Ask(name);
+        const std::string mark = backEnd.accounts.at(name).mark;
+        ASSERT_THAT(mark, ::testing::SizeIs(32));
+        for (std::size_t place = 0; place < mark.size(); ++place) digits[place].insert(mark[place]);
+        EXPECT_TRUE(marks.insert(mark).second);
+    }
+    for (const auto& place : digits) EXPECT_EQ(std::string(place.begin(), place.end()), "0123456789abcdef");
 }
 
 TEST_F(ApxdAccounts, SameClientGetsAFreshSecretUntilItIsUsed) {

@@ -49,6 +49,7 @@ inline const PamLinesRow kPamLines[] = {
     {"auth required [a.so] [b]", "auth required a.so|[b]"},
     {"auth required []", "?"},
     {"auth required [a\\].so] b", "auth required a].so|b"},
+    {"auth required [\\]\\]a.so] b", "auth required ]]a.so|b"},
     {"auth required [\\a\\]\\] b] c", "auth required \\a]] b|c"},
     {"auth success=ok a.so", "auth success=ok a.so"},
     {"auth [success = ok] a.so", "auth [success = ok] a.so"},

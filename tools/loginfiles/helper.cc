@@ -11,12 +11,12 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <string>
 #include <vector>
 
 #include "tools/loginfiles/logins_error.h"
+#include "tools/loginfiles/numbers.h"
 #include "tools/loginfiles/plan.h"
 #include "tools/loginfiles/trial.h"
 #include "tools/loginfiles/watch.h"
@@ -28,7 +28,7 @@ int CarryOut(const std::vector<std::string>& words) {
     const std::string task = words.empty() ? "" : words[0];
     const std::string first = words.size() < 2 ? "" : words[1];
     const std::vector<std::string> rest(words.begin() + (words.size() < 2 ? 0 : 2), words.end());
-    if (task == "watch" || task == "watch-over") return Watch(std::atoi(first.c_str()), task == "watch-over");
+    if (task == "watch" || task == "watch-over") return Watch(LeadingNumber<int>(first), task == "watch-over");
     if (task == "open") return OpenServices(first, rest);
     if (task == "enter") return EnterServices(first, rest);
     if (task == "load") return LoadLibraries({words.begin() + 1, words.end()});
@@ -36,7 +36,7 @@ int CarryOut(const std::vector<std::string>& words) {
         MakeAuthselectCandidate(first, rest);
         return 0;
     }
-    std::fputs("logins-helper belongs to 'nimauthctl logins'\n", stderr);
+    static_cast<void>(std::fputs("logins-helper belongs to 'nimauthctl logins'\n", stderr));
     return 2;
 }
 
@@ -44,13 +44,13 @@ int Guarded(const std::vector<std::string>& words) {
     try {
         return CarryOut(words);
     } catch (const nimbrel::logins::LoginsError& error) {
-        std::fprintf(stderr, "logins-helper: %s\n", error.what());
+        static_cast<void>(std::fprintf(stderr, "logins-helper: %s\n", error.what()));
         if (!error.Remedy().empty()) {
-            std::fprintf(stderr, "%s%s\n", nimbrel::logins::kRemedyMark, error.Remedy().c_str());
+            static_cast<void>(std::fprintf(stderr, "%s%s\n", nimbrel::logins::kRemedyMark, error.Remedy().c_str()));
         }
         return 1;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "logins-helper: %s\n", error.what());
+        static_cast<void>(std::fprintf(stderr, "logins-helper: %s\n", error.what()));
         return 1;
     }
 }
@@ -61,6 +61,6 @@ int main(int argc, char** argv) {
     umask(022);  // for the programs that it runs, too
     const int status = Guarded({argv + (argc > 0 ? 1 : 0), argv + argc});
     // Handlers that a module has left for the exit do not run.
-    std::fflush(nullptr);
+    static_cast<void>(std::fflush(nullptr));
     _exit(status);
 }

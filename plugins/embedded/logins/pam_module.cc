@@ -145,28 +145,28 @@ int CheckFlags(const std::optional<UserFlags>& flags) {
 
 extern "C" {
 
-int pam_sm_authenticate(pam_handle_t* handle, int, int count, const char** words) {
+int pam_sm_authenticate(pam_handle_t* pamh, int, int argc, const char** argv) {
     std::optional<Account> account;
-    if (const int status = AskForAccount(handle, account); status != PAM_SUCCESS) return status;
+    if (const int status = AskForAccount(pamh, account); status != PAM_SUCCESS) return status;
     const char* password = nullptr;
-    const int status = GetPassword(handle, !Has(count, words, "use_first_pass"), &password);
+    const int status = GetPassword(pamh, !Has(argc, argv, "use_first_pass"), &password);
     if (status != PAM_SUCCESS) return status;
-    return Guarded(handle, [&] { return Authenticate(*account, password); });
+    return Guarded(pamh, [&] { return Authenticate(*account, password); });
 }
 
 int pam_sm_setcred(pam_handle_t*, int, int, const char**) { return PAM_SUCCESS; }
 
-int pam_sm_acct_mgmt(pam_handle_t* handle, int, int, const char**) {
+int pam_sm_acct_mgmt(pam_handle_t* pamh, int, int, const char**) {
     std::optional<Account> account;
-    const int status = AskForAccount(handle, account);
+    const int status = AskForAccount(pamh, account);
     return status == PAM_SUCCESS ? CheckFlags(account->flags) : status;
 }
 
 // A session is never refused here, and those of local users are none of the module's business.
-int pam_sm_open_session(pam_handle_t* handle, int, int, const char**) {
+int pam_sm_open_session(pam_handle_t* pamh, int, int, const char**) {
     std::optional<Account> account;
-    if (AskForAccount(handle, account) != PAM_SUCCESS) return PAM_SUCCESS;
-    return Guarded(handle, [] {
+    if (AskForAccount(pamh, account) != PAM_SUCCESS) return PAM_SUCCESS;
+    return Guarded(pamh, [] {
         PublishAccounts();
         return PAM_SUCCESS;
     });
@@ -175,9 +175,9 @@ int pam_sm_open_session(pam_handle_t* handle, int, int, const char**) {
 int pam_sm_close_session(pam_handle_t*, int, int, const char**) { return PAM_SUCCESS; }
 
 // Passwords of the embedded directory are set by its administrator.
-int pam_sm_chauthtok(pam_handle_t* handle, int, int, const char**) {
+int pam_sm_chauthtok(pam_handle_t* pamh, int, int, const char**) {
     std::optional<Account> account;
-    const int status = AskForAccount(handle, account);
+    const int status = AskForAccount(pamh, account);
     return status == PAM_SUCCESS ? PAM_AUTHTOK_ERR : status;
 }
 

@@ -162,6 +162,7 @@ TEST_F(Queries, OneSessionAnswersMany) {
     const int before = corp.keys.logOns;
     for (int i = 0; i < 3; ++i) TheHost().TrustedDomains();
     EXPECT_EQ(TheHost().TrustState(), kTrustStateHealthy);
+    TheHost().TrustedDomains();
     EXPECT_EQ(corp.keys.logOns, before);
 }
 
@@ -331,6 +332,10 @@ TEST_F(TrustingQueries, UsersOfADomainThatLetsNobodyInAreKnownToItsKeyCentre) {
     EXPECT_EQ(CanonicalName("carol@branch.test"), "carol@branch.test") << "a locked user is a user";
     branch.keys.Refuse("Carol", KRB5KRB_AP_ERR_SKEW);
     EXPECT_EQ(CanonicalStatus("carol@branch.test"), kStatusTimeSkew) << "which tells nothing of the user";
+    branch.keys.Refuse("Carol", 0);
+    branch.keys.asksForNoProof = true;
+    EXPECT_EQ(CanonicalName("carol@branch.test"), "carol@branch.test") << "who gets a ticket for nothing";
+    EXPECT_EQ(CanonicalStatus("nobody@branch.test"), kStatusNoSuchAccount);
 }
 
 TEST_F(TrustingQueries, UsersOfADomainThatMayNotComeInAreNotAsked) {

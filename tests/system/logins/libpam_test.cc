@@ -28,7 +28,7 @@ int NoConversation(int, const struct pam_message**, struct pam_response**, void*
 class LibpamTest : public ::testing::Test {
  protected:
     static void SetUpTestSuite() {
-        for (const char* const name : {"a.so", "b.so", "x.so", "a].so", "\\a]] b"})
+        for (const char* const name : {"a.so", "b.so", "x.so", "a].so", "]]a.so", "\\a]] b"})
             fs::copy_file(NIMAUTH_PROBE, kModules + std::string(name));
         fs::create_directory(kServices);
         // Types without a rule of their own are asked here.

@@ -184,11 +184,13 @@ bool RealmKnowsUser(const Settings& settings, const Controller& controller, cons
         switch (error.Code()) {
             case KRB5KDC_ERR_C_PRINCIPAL_UNKNOWN:
                 return false;
-            // What only a user that is there can be told.
+            // What only a user that is there can be told. The last: of whom no proof is asked, a ticket is given at once,
+            // which no password of ours opens.
             case KRB5KDC_ERR_CLIENT_REVOKED:
             case KRB5KDC_ERR_KEY_EXP:
             case KRB5KDC_ERR_NAME_EXP:
             case KRB5KDC_ERR_POLICY:
+            case KRB5KRB_AP_ERR_BAD_INTEGRITY:
                 return true;
             default:
                 throw;

@@ -35,7 +35,7 @@ class OtherControllers {
         }
         try {
             LocatedController located = find();
-            if (_asked.count(located.controller.name) == 0) {
+            if (!_asked.contains(located.controller.name)) {
                 return located;
             }
         } catch (const AdError&) {  // the refusal says more

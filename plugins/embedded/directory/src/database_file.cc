@@ -64,7 +64,7 @@ void RequireFileName(const std::string& file, const std::string& name) {
 
 std::string Octal(mode_t mode) {
     char text[16];
-    std::snprintf(text, sizeof text, "%04o", mode & kPermissionBits);
+    static_cast<void>(std::snprintf(text, sizeof text, "%04o", mode & kPermissionBits));
     return text;
 }
 

@@ -7,9 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <sstream>
 #include <string_view>
 #include <utility>
@@ -118,7 +118,8 @@ std::vector<Account> ParsePublished(const std::string& text) {
     lines.exceptions(std::ios_base::badbit);  // a stream takes exhausted memory for the end of the text otherwise
     for (std::string line; std::getline(lines, line);) {
         const std::size_t colon = line.find(':');
-        const long uid = colon == std::string::npos ? 0 : std::atol(line.c_str() + colon + 1);
+        long uid = 0;
+        if (colon != std::string::npos) std::from_chars(line.data() + colon + 1, line.data() + line.size(), uid);
         const std::string name = kit::LowerCase(line.substr(0, colon));
         if (IsPortable(name) && uid > long{kFirstUid} && uid <= long{kFirstUid} + kLastNumber) {
             accounts.push_back({name, static_cast<uid_t>(uid), std::nullopt});

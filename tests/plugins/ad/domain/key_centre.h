@@ -43,6 +43,8 @@ class KeyCentre {
     // The keys of the services, under a name of libkrb5's.
     const std::string& Keytab() const { return _keytabName; }
 
+    // A ticket is given without a proof, as for accounts that an administrator has marked so.
+    std::atomic<bool> asksForNoProof = false;
     std::atomic<int> logOns = 0;  // tickets given for a password or key
     std::atomic<int> requests = 0;
 
