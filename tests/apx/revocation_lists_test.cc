@@ -43,7 +43,7 @@ class ApxdRevocationLists : public ::testing::Test {
         gnutls_free(der.data);
         return text;
     }
-    // A list that RSA has signed, with the name of RSA-PSS for it; its parameters stay: there are none.
+    // A list that RSA has signed, with the name of RSA-PSS for it. The parameters stay: none, where PSS has its digest.
     static std::string WithSignatureOfPss(const std::string& list) {
         const gnutls_datum_t pem = Datum(list);
         gnutls_datum_t der = {};

@@ -22,7 +22,6 @@ namespace {
 constexpr char kProgram[] = "/usr/sbin/apxd";
 constexpr char kPlugin[] = "/usr/libexec/nimauth/libapxhttps.so";
 constexpr char kPluginSettings[] = "/etc/nimbrel/nimauth/apxhttps.conf";
-constexpr std::chrono::seconds kLongestWait(60);
 
 void Write(const std::string& path, const std::string& text) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
@@ -96,7 +95,6 @@ Service::Service(const std::vector<std::string>& environment) {
 
 Service::~Service() {
     if (_process > 0) Stop();
-    _reader.join();
 }
 
 void Service::ReadLog(int pipe) {
@@ -115,7 +113,7 @@ void Service::ReadLog(int pipe) {
 void Service::WaitForLog(const std::string& text) {
     std::unique_lock<std::mutex> lock(_lock);
     const auto there = [&] { return _ended || _log.find(text) != std::string::npos; };
-    if (!_changed.wait_for(lock, kLongestWait, there) || _log.find(text) == std::string::npos) {
+    if (!_changed.wait_for(lock, std::chrono::seconds(60), there) || _log.find(text) == std::string::npos) {
         throw std::runtime_error("the service's log lacks '" + text + "':\n" + _log);
     }
 }
@@ -130,9 +128,7 @@ void Service::Signal(int number) const { kill(_process, number); }
 int Service::Wait() {
     int status = 0;
     waitpid(std::exchange(_process, -1), &status, 0);
-    std::unique_lock<std::mutex> lock(_lock);
-    if (!_changed.wait_for(lock, kLongestWait, [&] { return _ended; }))
-        throw std::runtime_error("its log does not end");
+    _reader.join();
     return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
 }
 
